@@ -1,0 +1,22 @@
+// Heap blocks and byte runs.
+#pragma once
+
+#include <cstddef>
+
+// A heap block of size bytes, NULL when there is none. Released with Free.
+void *Malloc(size_t size);
+
+// The same, under the name that run-time services use for memory that outlives a phase.
+void *RTMalloc(size_t size);
+
+// Releases a heap block; NULL is ignored.
+void Free(void *block);
+
+// Difference of the first pair of bytes that differ, as signed bytes; 0 when all size bytes are equal.
+int Memcmp(const void *a, const void *b, size_t size);
+
+// Fills size bytes with the low byte of value; returns the destination.
+void *Memset(void *destination, int value, size_t size);
+
+// Copies size bytes between blocks that do not overlap; returns the destination. A size of 0 touches nothing.
+void *Memcpy(void *destination, const void *source, size_t size);

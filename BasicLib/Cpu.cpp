@@ -1,0 +1,57 @@
+#include "BasicLib/Cpu.h"
+
+#include <fcntl.h>
+#include <unistd.h>
+
+#include "Common/Sprint.h"
+
+// Close-on-exec: no MSR node may leak into a command run through the shell.
+static int OpenMsrNode(uint32_t cpu, int mode) {
+    char path[64] = {};
+    Sprintf_s(path, "/dev/cpu/%d/msr", static_cast<int>(static_cast<int16_t>(cpu)));
+    return open(path, mode | O_CLOEXEC);
+}
+
+int32_t GetCpuCount() {
+    // The node's number is a signed 16-bit one: no CPU beyond it can be named.
+    int32_t count = 0;
+    while (count < INT16_MAX) {
+        int fd = OpenMsrNode(static_cast<uint32_t>(count), O_RDONLY);
+        if (fd < 0)
+            break;
+        close(fd);
+        ++count;
+    }
+    return count;
+}
+
+void ReadMsr(uint32_t cpu, uint32_t index, uint32_t *high, uint32_t *low) {
+    int fd = OpenMsrNode(cpu, O_RDONLY);
+    *high = 0;
+    *low = 0;
+    if (fd < 0)
+        return;
+    uint64_t value;
+    if (pread(fd, &value, sizeof(value), static_cast<off_t>(index)) == sizeof(value)) {
+        *high = static_cast<uint32_t>(value >> 32);
+        *low = static_cast<uint32_t>(value);
+    }
+    close(fd);
+}
+
+void WriteMsr(uint32_t cpu, uint32_t index, uint32_t high, uint32_t low) {
+    int fd = OpenMsrNode(cpu, O_WRONLY);
+    if (fd < 0)
+        return;
+    uint64_t value = (static_cast<uint64_t>(high) << 32) + low;
+    if (pwrite(fd, &value, sizeof(value), static_cast<off_t>(index)) != sizeof(value)) {
+        // Refused by the CPU or the kernel: only a read-back shows it.
+    }
+    close(fd);
+}
+
+void GetCpuId(uint32_t leaf, uint32_t registers[4]) {
+    __asm__ volatile("cpuid"
+                     : "=a"(registers[0]), "=b"(registers[1]), "=c"(registers[2]), "=d"(registers[3])
+                     : "a"(leaf), "c"(0));
+}

@@ -1,0 +1,17 @@
+// Model-specific registers, CPUID and the number of logical CPUs.
+#pragma once
+
+#include <cstdint>
+
+// Logical CPUs whose MSR node can be opened, counted from CPU 0 to the first gap; 0 without the driver.
+int32_t GetCpuCount();
+
+// Reads an MSR of a CPU (0-based, its low 16 bits as a signed number) through msr(4). Both halves are 0 on
+// any failure.
+void ReadMsr(uint32_t cpu, uint32_t index, uint32_t *high, uint32_t *low);
+
+// Writes an MSR of a CPU. Failures are silent: read the register back to learn of them.
+void WriteMsr(uint32_t cpu, uint32_t index, uint32_t high, uint32_t low);
+
+// CPUID with sub-leaf 0 on the current CPU: EAX, EBX, ECX, EDX (Intel SDM volume 2, CPUID).
+void GetCpuId(uint32_t leaf, uint32_t registers[4]);

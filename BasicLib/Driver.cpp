@@ -1,0 +1,46 @@
+#include "BasicLib/Driver.h"
+
+#include <fcntl.h>
+#include <sys/io.h>
+#include <unistd.h>
+
+#include "Common/ComFunc/Console.h"
+
+int16_t gMemFd = MEM_FD_NONE;
+
+// Close-on-exec: a command run through the shell must not inherit the memory device.
+static int16_t OpenPhysicalMemory() {
+    int fd = open("/dev/mem", O_RDWR | O_SYNC | O_CLOEXEC, 0666);
+    if (fd > INT16_MAX) { // does not fit the 16-bit descriptor: another file would be meant
+        close(fd);
+        return MEM_FD_NONE;
+    }
+    return fd < 0 ? MEM_FD_NONE : static_cast<int16_t>(fd);
+}
+
+// True when the MSR node of CPU 0 can be opened.
+static bool ProbeMsrNode() {
+    int fd = open("/dev/cpu/0/msr", O_RDONLY | O_CLOEXEC);
+    if (fd < 0)
+        return false;
+    close(fd);
+    return true;
+}
+
+EFI_STATUS OpenLinuxDriver() {
+    if (iopl(3) != 0)
+        return EFI_ACCESS_DENIED;
+    gMemFd = OpenPhysicalMemory();
+    if (!ProbeMsrNode()) {
+        ExecuteSystemCmd("modprobe msr");
+        ProbeMsrNode(); // a second failure is of no matter: MSRs then read 0
+    }
+    return EFI_SUCCESS;
+}
+
+EFI_STATUS CloseLinuxDriver() {
+    iopl(0);
+    if (gMemFd != MEM_FD_NONE)
+        close(gMemFd);
+    return EFI_SUCCESS;
+}

@@ -1,0 +1,58 @@
+#include "Common/ComFunc/CmdLine.h"
+
+#include "Base/Memory.h"
+#include "Base/Text.h"
+#include "Common/ComFunc/Numeral.h"
+#include "Common/Global.h"
+
+constexpr size_t SWITCH_SCRATCH = 22; // one prefix character, 20 of the switch word, the NUL
+
+EFI_STATUS CmdSearchFromBuffer(const char *word, const char *key) {
+    if (key == nullptr)
+        return EFI_ABORTED;
+    size_t length = Strlen(key);
+    if (length + 2 > SWITCH_SCRATCH)
+        return EFI_BUFFER_TOO_SMALL;
+    if (word == nullptr)
+        return EFI_ABORTED;
+    if (Strcmp(word, key) == 0)
+        return EFI_SUCCESS;
+
+    char *prefixed = static_cast<char *>(Malloc(SWITCH_SCRATCH));
+    if (prefixed == nullptr)
+        return EFI_OUT_OF_RESOURCES;
+    Memset(prefixed, 0, SWITCH_SCRATCH);
+    Memcpy(prefixed + 1, key, length);
+    EFI_STATUS status = EFI_NOT_FOUND;
+    for (const char *prefix = "/-\\"; *prefix != 0 && status != EFI_SUCCESS; ++prefix) {
+        prefixed[0] = *prefix;
+        if (Strcmp(word, prefixed) == 0)
+            status = EFI_SUCCESS;
+    }
+    Free(prefixed);
+    return status;
+}
+
+EFI_STATUS CmdSearchFromArgv(char **argv, const char *key, uint16_t *pos) {
+    if (argv == nullptr || argv[0] == nullptr || key == nullptr)
+        return EFI_ABORTED;
+    for (size_t i = 0; argv[i] != nullptr; ++i) {
+        if (CmdSearchFromBuffer(argv[i], key) == EFI_SUCCESS) {
+            if (pos != nullptr)
+                *pos = static_cast<uint16_t>(i);
+            return EFI_SUCCESS;
+        }
+    }
+    return EFI_NOT_FOUND;
+}
+
+const char *CmdArgText(uint16_t pos, unsigned count) {
+    char **word = gCmdArg->Argv + pos;
+    for (; count > 0 && *word != nullptr; --count)
+        ++word;
+    return *word;
+}
+
+uint64_t CmdOperand(uint16_t pos, unsigned count) {
+    return str2Numeral(CmdArgText(pos, count));
+}

@@ -1,0 +1,20 @@
+// Switch words and operands in the argument vector.
+#pragma once
+
+#include "Base/Types.h"
+
+// Tests one argument word against one switch word: equal as it stands or behind "/", "-" or "\".
+// 0 on a match, 0x8000000E without one, 0x80000005 for a switch word of more than 20 characters,
+// 0x80000015 when either is NULL, 0x80000009 when the scratch buffer cannot be had.
+EFI_STATUS CmdSearchFromBuffer(const char *word, const char *key);
+
+// Index of the first element (from element 0 on) that matches the switch word, stored in *pos unless pos
+// is NULL. 0, 0x8000000E without a match, 0x80000015 for an empty vector or a NULL key.
+EFI_STATUS CmdSearchFromArgv(char **argv, const char *key, uint16_t *pos);
+
+// The argument word count places after the one at position pos of gCmdArg's vector; NULL when the
+// vector ends before it, however far beyond.
+const char *CmdArgText(uint16_t pos, unsigned count);
+
+// The same word as a number; a missing operand is 0.
+uint64_t CmdOperand(uint16_t pos, unsigned count);

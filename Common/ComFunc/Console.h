@@ -1,0 +1,46 @@
+// The terminal: colours, single keys, screen, shell commands.
+#pragma once
+
+#include "Base/Types.h"
+
+constexpr int KEY_ESC = 27;
+
+// Colour numbers of setColor that the program uses.
+enum Color : uint16_t {
+    COLOR_CYAN = 3,
+    COLOR_YELLOW = 6,
+    COLOR_NORMAL = 7,
+    COLOR_BRIGHT_RED = 12,
+};
+
+// Writes the escape sequence of a colour number (ECMA-48, 8.3.117 SGR); numbers without a colour reset to
+// normal. Nothing is written in text mode (DISP_TEXT).
+void setColor(uint16_t number);
+
+// Waits for one byte of a key, without echo; the terminal's modes are as before afterwards. EOF (-1) at
+// the end of input. A function key arrives byte by byte, its 27 first.
+int getch();
+
+// 1 when a byte is waiting on standard input, else 0; nothing is consumed and nothing waited for.
+int isKeyBoardHit();
+
+// The waiting key, 0 without one.
+int GetKBKey();
+
+// Cursor positioning is not supported on this platform: does nothing.
+void GotoXY(uint32_t position);
+
+// Prints the formatted text, cut to 255 bytes, at the place that GotoXY would move to.
+void DisplayPositionXY(uint32_t x, uint32_t y, const char *format, ...);
+
+// Clears the screen with the shell command "clear".
+void ClearScreen();
+
+// Runs a shell command; its result is ignored.
+void ExecuteSystemCmd(const char *command);
+
+// There is no such shell on this platform: runs nothing, always 0x80000003.
+EFI_STATUS ExecuteWithSystem32(const char *command);
+
+// Asks for a key and prints gTitle unless it is ESC. Returns the key.
+int ShowTitle();

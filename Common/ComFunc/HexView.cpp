@@ -1,0 +1,123 @@
+#include "Common/ComFunc/HexView.h"
+
+#include <cstdio>
+
+#include "Common/ComFunc/Console.h"
+#include "Common/Global.h"
+#include "Common/Sprint.h"
+
+constexpr uint32_t ROW_BYTES = 16;
+constexpr uint32_t PAGE_BYTES = 256;
+constexpr int NO_DATA = 31;
+
+// How a view writes: the paged one straight to standard output and in colours, the plain one by Printf.
+enum ViewKind { VIEW_PAGED, VIEW_PLAIN };
+
+static void Color(ViewKind kind, uint16_t number) {
+    if (kind == VIEW_PAGED)
+        setColor(number);
+}
+
+static void Text(ViewKind kind, const char *text) {
+    if (kind == VIEW_PAGED)
+        fputs(text, stdout);
+    else
+        Printf("%s", text);
+}
+
+static void Number(ViewKind kind, const char *format, uint32_t value) {
+    if (kind == VIEW_PAGED)
+        printf(format, value);
+    else
+        Printf(format, value);
+}
+
+static void NewLine(ViewKind kind) {
+    if (kind == VIEW_PAGED)
+        puts("\r");
+    else
+        Printf("\r\n");
+}
+
+static void Header(ViewKind kind, uint32_t length) {
+    uint32_t columns = length < ROW_BYTES ? length : ROW_BYTES;
+    Text(kind, "  ");
+    Color(kind, COLOR_YELLOW);
+    for (uint32_t i = 0; i < ROW_BYTES; ++i) {
+        if (i < columns)
+            Number(kind, " %02X", i);
+        else
+            Text(kind, "   ");
+    }
+    Text(kind, gBlankSpace);
+    Text(kind, " ");
+    for (uint32_t i = 0; i < columns; ++i)
+        Number(kind, "%X", i);
+    NewLine(kind);
+    Text(kind, "00 ");
+    Color(kind, COLOR_NORMAL);
+}
+
+static void RowLabel(ViewKind kind, uint64_t offset) {
+    NewLine(kind);
+    Color(kind, COLOR_YELLOW);
+    Number(kind, "%02X ", static_cast<uint32_t>(offset >> 4) & 0xFF);
+    Color(kind, COLOR_NORMAL);
+}
+
+// One row of count (1..16) bytes: its cells, then its characters.
+static void Row(ViewKind kind, const uint8_t *row, uint32_t count) {
+    for (uint32_t i = 0; i < ROW_BYTES; ++i) {
+        Color(kind, COLOR_BRIGHT_RED);
+        if (i < count)
+            Number(kind, "%02X ", row[i]);
+        else
+            Text(kind, "   ");
+        Color(kind, COLOR_NORMAL);
+    }
+    Text(kind, gBlankSpace);
+    for (uint32_t i = 0; i < count; ++i) {
+        bool printable = row[i] >= 0x20 && row[i] <= 0x7F;
+        Color(kind, COLOR_CYAN);
+        Number(kind, "%c", printable ? row[i] : '.');
+        Color(kind, COLOR_NORMAL);
+    }
+}
+
+// The end of a page: the paged view waits for a key here.
+static int PageEnd(ViewKind kind) {
+    NewLine(kind);
+    if (kind == VIEW_PLAIN || (DispHas(DISP_LOG) && !isKeyBoardHit()))
+        return DEBUG_MSG_NO_KEY;
+    return getch();
+}
+
+static int ShowBytes(ViewKind kind, const uint8_t *data, uint32_t length) {
+    int key = DEBUG_MSG_NO_KEY;
+    Header(kind, length);
+    for (uint64_t offset = 0; offset < length; offset += ROW_BYTES) {
+        if (offset > 0)
+            RowLabel(kind, offset);
+        uint64_t left = length - offset;
+        Row(kind, data + offset, left < ROW_BYTES ? static_cast<uint32_t>(left) : ROW_BYTES);
+        if ((offset + ROW_BYTES) % PAGE_BYTES == 0)
+            key = PageEnd(kind);
+    }
+    // A last row of 241 to 255 bytes has ended a page already and ends the view too: two pauses.
+    if (length % PAGE_BYTES != 0)
+        key = PageEnd(kind);
+    return key;
+}
+
+int DebugMsg(const uint8_t *data, uint32_t length) {
+    if (!DispHas(DISP_DUMP) || data == nullptr || length == 0)
+        return DEBUG_MSG_NO_KEY;
+    return ShowBytes(VIEW_PAGED, data, length);
+}
+
+int DebugMsgTxt(const uint8_t *data, uint32_t length) {
+    if (data == nullptr || length == 0)
+        return NO_DATA;
+    ShowBytes(VIEW_PLAIN, data, length);
+    return 0;
+}

@@ -1,0 +1,36 @@
+// File streams, and whole files as heap buffers.
+#pragma once
+
+#include <cstdio>
+
+#include "Base/Types.h"
+
+// The standard library's calls of the same role, with their results.
+FILE *Fopen(const char *path, const char *mode);
+int Fclose(FILE *stream);
+size_t Fread(void *buffer, size_t size, size_t count, FILE *stream);
+size_t Fwrite(const void *buffer, size_t size, size_t count, FILE *stream);
+int Fseek(FILE *stream, long offset, int whence);
+long Ftell(FILE *stream);
+
+// Size of a file in bytes, -1 when it cannot be opened. FILE_SIZE_LIMIT stands for that size and all above.
+int GetFileSize(const char *path);
+constexpr int FILE_SIZE_LIMIT = 0x7FFFFFFF;
+
+// Creates or truncates the file and writes size bytes. 0, or 0x80000015 when it cannot be created or takes
+// fewer bytes.
+EFI_STATUS Buffer2File(const char *path, const void *buffer, uint32_t size);
+
+// Loads a whole file into a heap block that the caller frees with Free. 0; 0x80000009 without memory for it,
+// 0x80000001 for a short read, 0x80000015 for an absent file. With create 1 an absent file is created empty,
+// *buffer is NULL and *size 0, and the result is still 0x80000015: callers treat both alike.
+EFI_STATUS File2Buffer(const char *path, uint8_t **buffer, uint32_t *size, int create);
+
+// The same with a block from RTMalloc.
+EFI_STATUS File2RTBuffer(const char *path, uint8_t **buffer, uint32_t *size, int create);
+
+// Replaces every occurrence of the pattern in the file. The replacement must not contain the pattern: the
+// search starts over behind each replacement and would never end. The status of the last, failing search
+// (0x8000000E when all went well), or that of the load.
+EFI_STATUS ReplaceFileContent(const char *path, const void *pattern, uint32_t patternLength,
+                              const void *replacement, uint32_t replacementLength);

@@ -1,0 +1,22 @@
+#include "Common/Global.h"
+
+CmdArg *gCmdArg = nullptr;
+const char *const gBlankSpace = "      ";
+const char *gTitle = "Number\tType\tI/O\tLevel\n";
+
+CmdType CmdWord() {
+    if (gCmdArg == nullptr)
+        return 0;
+    CmdType word = 0;
+    for (size_t i = 0; i < CMD_BYTES; ++i)
+        word |= static_cast<CmdType>(gCmdArg->Cmd[i]) << (i * 8);
+    return word;
+}
+
+bool CmdHas(CmdType flags) {
+    return (CmdWord() & flags) != 0;
+}
+
+bool DispHas(uint8_t flags) {
+    return gCmdArg != nullptr && (gCmdArg->DispFlags & flags) != 0;
+}

@@ -1,0 +1,91 @@
+// Start-up and dispatch: opens the hardware, turns the command line into the command word, calls exactly one
+// handler and exits with its status.
+#include <fcntl.h>
+#include <unistd.h>
+
+#include <cstdio>
+
+#include "BasicLib/Driver.h"
+#include "Common/ComFunc/Console.h"
+#include "Common/Global.h"
+#include "Main/Help.h"
+#include "Main/Parser.h"
+#include "Project/CpuAcc.h"
+#include "Project/FileOp.h"
+#include "Project/IoAcc.h"
+#include "Project/MemAcc.h"
+#include "Project/PciAcc.h"
+#include "Project/SuperIO.h"
+
+// A message written to a closed standard descriptor must not reach whatever is opened next: the memory
+// device would take it as data. Every open takes the lowest free descriptor, so the gaps are filled first.
+static void EnsureStandardDescriptors() {
+    for (int fd = STDIN_FILENO; fd <= STDERR_FILENO; ++fd) {
+        if (fcntl(fd, F_GETFD) == -1 && open("/dev/null", O_RDWR) == -1)
+            open("/", O_RDONLY | O_DIRECTORY); // no /dev: any descriptor that takes no data will do
+    }
+}
+
+static EFI_STATUS EnableAdvancedAcc() {
+    return OpenLinuxDriver();
+}
+
+static void DisableAdvancedAcc() {
+    CloseLinuxDriver();
+}
+
+// For a command word whose command this build does not have: says so and does nothing.
+static EFI_STATUS NotInThisBuild(const char *command) {
+    fprintf(stderr, "hwreg: %s is not in this build\n", command);
+    return EFI_UNSUPPORTED;
+}
+
+// The tests and their order are the program's: of several command words the earlier rule wins.
+static EFI_STATUS InvokeEntries() {
+    if (!isCmdTypeNotNULL(CmdWord()))
+        return showHelp();
+    if (CmdHas(Flag::IO) && !CmdHas(Flag::RF))
+        return IoAccess();
+    if (CmdHas(Flag::MEM) && !CmdHas(Flag::RF))
+        return MemAccess();
+    if (CmdHas(Flag::PCI))
+        return PciAccess();
+    if (CmdHas(Flag::SMB))
+        return NotInThisBuild("/SMBUS");
+    if (CmdHas(Flag::MSR | Flag::CPUID))
+        return CpuAccEntry();
+    if (CmdHas(Flag::RTC))
+        return NotInThisBuild("/RTC");
+    if (CmdHas(Flag::RF))
+        return FileOptEntry();
+    if (CmdHas(Flag::SMBIOS))
+        return NotInThisBuild("/SMBIOS");
+    if (CmdHas(Flag::ACPI))
+        return NotInThisBuild("/ACPI");
+    if (CmdHas(Flag::SIO))
+        return SioListReg();
+    if (CmdHas(Flag::NBIO))
+        return NotInThisBuild("/SMN and /SMU");
+    if (CmdHas(Flag::I2C))
+        return NotInThisBuild("/I2C");
+    if (CmdHas(Flag::HELP))
+        return showHelp();
+    return EFI_ACCESS_DENIED;
+}
+
+int main(int argc, char **argv) {
+    CmdArg record = {};
+    EnsureStandardDescriptors();
+    if (EnableAdvancedAcc() != EFI_SUCCESS)
+        return static_cast<int>(EFI_NOT_READY);
+    argvToUpper(argv);
+    CmdType cmd = TranslateCmd(argv);
+    if ((cmd & Flag::HELP) != 0 || !isCmdTypeNotNULL(cmd))
+        ClearScreen();
+    gCmdArg = setTypeCmdArg(&record, cmd, argc, argv);
+    if (gCmdArg == nullptr)
+        return -1;
+    EFI_STATUS status = InvokeEntries();
+    DisableAdvancedAcc();
+    return static_cast<int>(status);
+}

@@ -1,0 +1,108 @@
+#include "Main/Parser.h"
+
+#include "Base/Text.h"
+#include "Common/ComFunc/CmdLine.h"
+
+struct SwitchWord {
+    const char *word;
+    CmdType flags; // the word's own flag and the one it implies
+};
+
+static const SwitchWord mSwitchWords[] = {
+    {"?", Flag::HELP},
+    {"H", Flag::HELP},
+    {"HELP", Flag::HELP},
+    {"NOMSG", Flag::NOMSG},
+    {"LOG", Flag::LOG},
+    {"SIO", Flag::SIO},
+    {"IO", Flag::IO},
+    {"MEM", Flag::MEM},
+    {"PCI", Flag::PCI},
+    {"SMB", Flag::SMB},
+    {"SMBUS", Flag::SMB},
+    {"MSR", Flag::MSR},
+    {"CPUID", Flag::CPUID},
+    {"RI", Flag::RI | Flag::READ},
+    {"RB", Flag::RB | Flag::READ},
+    {"RW", Flag::RW | Flag::READ},
+    {"RD", Flag::RD | Flag::READ},
+    {"RQ", Flag::RQ | Flag::READ},
+    {"WI", Flag::WI | Flag::WRITE},
+    {"WB", Flag::WB | Flag::WRITE},
+    {"WW", Flag::WW | Flag::WRITE},
+    {"WD", Flag::WD | Flag::WRITE},
+    {"WQ", Flag::WQ | Flag::WRITE},
+    {"INDEX", Flag::INDEX},
+    {"DUMP", Flag::DUMP},
+    {"DEBUG", Flag::DEBUG},
+    {"TEXT", Flag::TEXT},
+    {"S", Flag::S},
+    {"RTC", Flag::RTC},
+    {"SHUTDOWN", Flag::SHUTDOWN | Flag::RTC},
+    {"TIMEOUT", Flag::TIMEOUT | Flag::RTC},
+    {"RF", Flag::RF},
+    {"SMBIOS", Flag::SMBIOS},
+    {"RESET", Flag::RESET},
+    {"GRESET", Flag::GRESET | Flag::RESET},
+    {"SLEEP", Flag::SLEEP},
+    {"F", Flag::F},
+    {"ACPI", Flag::ACPI},
+    {"TYPE", Flag::TYPE},
+    {"USB", Flag::USB},
+    {"EDID", Flag::EDID},
+    {"SMN", Flag::SMN | Flag::NBIO},
+    {"SMU", Flag::SMU | Flag::NBIO},
+    {"FLASH", Flag::FLASH},
+    {"I2C", Flag::I2C},
+};
+
+// The first argument word behind the program name; a vector may be without even that.
+static char **FirstWord(char **argv) {
+    return argv[0] == nullptr ? argv : argv + 1;
+}
+
+void argvToUpper(char **argv) {
+    for (char **word = FirstWord(argv); *word != nullptr; ++word) {
+        lowerToUpper(word);
+        if (CmdSearchFromBuffer(*word, "S") == EFI_SUCCESS)
+            return;
+    }
+}
+
+CmdType TranslateCmd(char **argv) {
+    CmdType cmd = 0;
+    for (char **word = FirstWord(argv); *word != nullptr; ++word) {
+        for (const SwitchWord &known : mSwitchWords) {
+            if (CmdSearchFromBuffer(*word, known.word) == EFI_SUCCESS)
+                cmd |= known.flags;
+        }
+    }
+    return cmd;
+}
+
+CmdArg *setTypeCmdArg(CmdArg *record, CmdType cmd, int argc, char **argv) {
+    if (record == nullptr)
+        return nullptr;
+    record->Argc = static_cast<uint8_t>(argc);
+    record->Argv = argv;
+    for (size_t i = 0; i < CMD_BYTES; ++i)
+        record->Cmd[i] = static_cast<uint8_t>(cmd >> (i * 8));
+
+    unsigned flags = 0;
+    if ((cmd & Flag::DUMP) != 0)
+        flags |= DISP_DUMP;
+    if ((cmd & Flag::NOMSG) != 0)
+        flags &= ~static_cast<unsigned>(DISP_DUMP);
+    if ((cmd & Flag::DEBUG) != 0)
+        flags |= DISP_DEBUG;
+    if ((cmd & Flag::LOG) != 0)
+        flags |= DISP_LOG;
+    if ((cmd & Flag::TEXT) != 0)
+        flags |= DISP_TEXT;
+    record->DispFlags = static_cast<uint8_t>(flags);
+    return record;
+}
+
+int isCmdTypeNotNULL(CmdType cmd) {
+    return (cmd & 0xFFFFFFFFFFFF) != 0;
+}

@@ -1,0 +1,82 @@
+#include "Project/CpuAcc.h"
+
+#include "BasicLib/Cpu.h"
+#include "Common/ComFunc/CmdLine.h"
+#include "Common/Sprint.h"
+
+static EFI_STATUS ShowCpuHelp() {
+    Printf(" /MSR /WD [CpuNo] [MsrAddr] [EDX] [EAX]: Write CPUn MSR EDX:EAX(64 Bit) to MsrAddr\n");
+    Printf(" /MSR /RD /ALL [MsrReg]: Dump All valid CPUs MsrReg\n");
+    Printf(" /CPUID /RD [CpuIdIndex]: Read CPUID CpuIdIndex\n");
+    return EFI_INVALID_PARAMETER;
+}
+
+static bool HasWord(const CmdArg *record, const char *key, uint16_t *pos) {
+    return CmdSearchFromArgv(record->Argv, key, pos) == EFI_SUCCESS;
+}
+
+static void AccessOneMsr(int16_t cpu, uint32_t index, uint32_t *high, uint32_t *low) {
+    uint32_t number = static_cast<uint32_t>(cpu);
+    if (CmdHas(Flag::WRITE)) {
+        Printf("Cpu[%02d] Msr write to %08lX, ", number, static_cast<uint64_t>(index));
+        WriteMsr(number, index, *high, *low);
+    } else {
+        Printf("Cpu[%02d] Msr read from %08lX, ", number, static_cast<uint64_t>(index));
+    }
+    ReadMsr(number, index, high, low);
+    Printf("return MSR: 0x%08lX_%08lX\n", static_cast<uint64_t>(*high), static_cast<uint64_t>(*low));
+}
+
+EFI_STATUS MsrAccess(const CmdArg *record, uint8_t all, int16_t cpu, uint32_t index, uint32_t *high,
+                     uint32_t *low) {
+    if (record == nullptr || high == nullptr || low == nullptr)
+        return EFI_INVALID_PARAMETER;
+    if (!all) {
+        AccessOneMsr(cpu, index, high, low);
+        return EFI_SUCCESS;
+    }
+    for (int16_t i = 0; i < cpu; ++i)
+        AccessOneMsr(i, index, high, low);
+    return EFI_SUCCESS;
+}
+
+uint32_t RWMsr64(const CmdArg *record) {
+    uint16_t pos;
+    if (!HasWord(record, "WD", &pos) && !HasWord(record, "RD", &pos) && !HasWord(record, "WQ", &pos) &&
+        !HasWord(record, "RQ", &pos))
+        return EFI_INVALID_PARAMETER;
+    bool all = HasWord(record, "ALL", nullptr) || HasWord(record, "A", nullptr);
+    int16_t cpu = static_cast<int16_t>(all ? GetCpuCount() : static_cast<int64_t>(CmdOperand(pos, 1)));
+    uint32_t index = static_cast<uint32_t>(CmdOperand(pos, 2));
+    uint32_t high = 0;
+    uint32_t low = 0;
+    if (CmdHas(Flag::WRITE)) {
+        high = static_cast<uint32_t>(CmdOperand(pos, 3));
+        low = static_cast<uint32_t>(CmdOperand(pos, 4));
+    }
+    MsrAccess(record, all ? 1 : 0, cpu, index, &high, &low);
+    return low;
+}
+
+uint32_t CpuId(const CmdArg *record) {
+    uint16_t pos;
+    if (!HasWord(record, "RD", &pos) && !HasWord(record, "RQ", &pos))
+        return EFI_INVALID_PARAMETER;
+    uint32_t leaf = static_cast<uint32_t>(CmdOperand(pos, 1));
+    uint32_t regs[4];
+    GetCpuId(leaf, regs);
+    Printf("CPUID read from %08lX: Eax:%08lX, Ebx:%08lX, Ecx:%08lX, Edx:%08lX\n", static_cast<uint64_t>(leaf),
+           static_cast<uint64_t>(regs[0]), static_cast<uint64_t>(regs[1]), static_cast<uint64_t>(regs[2]),
+           static_cast<uint64_t>(regs[3]));
+    return regs[0];
+}
+
+EFI_STATUS CpuAccEntry() {
+    if (CmdHas(Flag::HELP))
+        return ShowCpuHelp();
+    if (CmdHas(Flag::MSR))
+        return RWMsr64(gCmdArg);
+    if (CmdHas(Flag::CPUID))
+        return CpuId(gCmdArg);
+    return EFI_SUCCESS;
+}

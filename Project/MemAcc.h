@@ -1,0 +1,18 @@
+// The /MEM command, and the search over physical memory that finds firmware tables too.
+#pragma once
+
+#include "Base/Types.h"
+
+// Handler of /MEM: reads or writes memory or one of its bits, shows or searches it. The value read back, 0
+// after a dump, the last status of a search, or an error status.
+uint32_t MemAccess();
+
+// Looks for the NUL-terminated pattern in length bytes of physical memory from start on, page by page, from
+// offset 0 (restart non-zero) or *position. 0 with *position just past the match; 0x80000015 when the match
+// ends with the range; 0x8000000E with *position = 0xFFFFFFFF without a match; 0x80000002 for a NULL pattern.
+//
+// Two things are intended. The pages loaded are counted by the process and only restart = 1 sets the count
+// back, while the page itself belongs to one call: going on after a match sees nothing more of that page. And
+// a byte that breaks a partial match is not compared with the pattern's first byte again.
+EFI_STATUS SearchFromMemReadByte(uint32_t start, uint32_t length, const char *pattern, uint32_t *position,
+                                 uint32_t restart);

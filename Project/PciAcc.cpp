@@ -1,0 +1,277 @@
+#include "Project/PciAcc.h"
+
+#include "Base/Memory.h"
+#include "BasicLib/BitField.h"
+#include "BasicLib/PciConfig.h"
+#include "BasicLib/PhysMem.h"
+#include "Common/ComFunc/CmdLine.h"
+#include "Common/ComFunc/Console.h"
+#include "Common/ComFunc/HexView.h"
+#include "Common/Global.h"
+#include "Common/Sprint.h"
+#include "Project/AccessForm.h"
+#include "Project/PciClassCode.h"
+
+constexpr uint16_t BUS_COUNT = 256;
+constexpr uint16_t DEVICE_COUNT = 32;
+constexpr uint16_t FUNCTION_COUNT = 8;
+constexpr uint16_t LINK_CONTROL = 0x10; // from the PCI Express capability
+constexpr uint8_t ASPM_CONTROL = 0x03;
+constexpr uint16_t STATUS_CAP_LIST = 0x10;
+constexpr uint8_t HEADER_MULTI_FUNCTION = 0x80;
+constexpr uint8_t HEADER_CARDBUS = 0x02;
+constexpr uint8_t SCAN_ARGC = 5; // a dump with more words than this names one function
+
+// Operands of a register access.
+struct PciPlace {
+    uint16_t bus, dev, fun, offset;
+};
+
+static EFI_STATUS ShowPciHelp() {
+    Printf(" /PCI /RB 0 0x1f 0 0: Read 1-BYTE from PCI B0D1FF0 offset 0\n");
+    Printf(" /PCI /WB 0 0x1f 0 0x2C 0x12: Write 0x12 to B0D1FF0 offset 0x2C\n");
+    Printf(" /PCI /DUMP /NOMSG: List all PCI controller without data message\n");
+    Printf(" /PCI /DUMP /TEXT: Dump all PCI device data\n");
+    return EFI_INVALID_PARAMETER;
+}
+
+EFI_STATUS ShowPciClassType(uint16_t bus, uint16_t dev, uint16_t fun) {
+    uint16_t code = GetPciClassCode(bus, dev, fun);
+    for (const PciClassName *row = PciDeviceClassCode; row->code != PCI_CLASS_END; ++row) {
+        if (row->code == code) {
+            Printf("%s", row->name);
+            return EFI_SUCCESS;
+        }
+    }
+    Printf("Unknown PCI\n");
+    return EFI_SUCCESS;
+}
+
+int SourchPciControllerByClass(uint16_t *bus, uint16_t *dev, uint16_t *fun, uint16_t classCode) {
+    for (uint16_t b = 0; b < BUS_COUNT; ++b) {
+        for (uint16_t d = 0; d < DEVICE_COUNT; ++d) {
+            for (uint16_t f = 0; f < FUNCTION_COUNT; ++f) {
+                if (GetPciClassCode(b, d, f) != classCode)
+                    continue;
+                if (bus != nullptr)
+                    *bus = b;
+                if (dev != nullptr)
+                    *dev = d;
+                if (fun != nullptr)
+                    *fun = f;
+                return 1;
+            }
+        }
+    }
+    Printf("Not found ClaseCode(%04X)\n", classCode);
+    return 0;
+}
+
+uint16_t PcieFindCapId(uint16_t bus, uint16_t dev, uint16_t fun, uint8_t capId) {
+    uint32_t page = MemPciBase(bus, dev, fun);
+    if ((MemRead8(page + PCI_STATUS) & STATUS_CAP_LIST) == 0)
+        return 0;
+    bool cardBus = (MemRead8(page + PCI_HEADER_TYPE) & ~HEADER_MULTI_FUNCTION & 0xFF) == HEADER_CARDBUS;
+    uint32_t pointer = MemRead8(page + (cardBus ? PCI_CB_CAPABILITY_LIST : PCI_CAPABILITY_LIST)) & 0xFC;
+    uint32_t id = 0;
+    for (unsigned i = 0; pointer != 0 && id < 0xFF && i < PCI_CAP_LIMIT; ++i) {
+        id = MemRead8(page + pointer);
+        if (id == capId)
+            return static_cast<uint16_t>(pointer);
+        pointer = MemRead8(page + pointer + 1) & 0xFC;
+    }
+    return 0;
+}
+
+// Offset of the PCI Express capability by a walk through the legacy ports; 0 without it.
+static uint16_t FindExpressCap(uint16_t bus, uint16_t dev, uint16_t fun) {
+    uint16_t pointer = PciRead16(bus, dev, fun, PCI_CAPABILITY_LIST) & 0xFF;
+    for (unsigned i = 0; pointer != 0 && i < PCI_CAP_LIMIT; ++i) {
+        uint16_t entry = PciRead16(bus, dev, fun, pointer);
+        uint8_t id = static_cast<uint8_t>(entry);
+        if (id == PCI_CAP_ID_EXP)
+            return pointer;
+        if (id == 0)
+            return 0;
+        pointer = entry >> 8;
+    }
+    return 0;
+}
+
+EFI_STATUS ReadPciAspm(uint16_t bus, uint16_t dev, uint16_t fun) {
+    static const char *const mAspmNames[] = {"DIS ", "L0S ", "L1  ", "L01 "};
+    uint16_t express = FindExpressCap(bus, dev, fun);
+    if (express == 0) {
+        Printf("NA  ");
+        return EFI_NOT_FOUND;
+    }
+    uint8_t linkControl = PciRead8(bus, dev, fun, static_cast<uint16_t>(express + LINK_CONTROL));
+    Printf("%s", mAspmNames[linkControl & ASPM_CONTROL]);
+    return EFI_NOT_FOUND;
+}
+
+EFI_STATUS ReadPciInterruptPL(uint16_t bus, uint16_t dev, uint16_t fun) {
+    static const char *const mPinNames[] = {"NULL  ", "INTA  ", "INTB  ", "INTC  ", "INTD  "};
+    uint16_t word = PciRead16(bus, dev, fun, PCI_INTERRUPT_LINE);
+    uint8_t line = static_cast<uint8_t>(word);
+    uint8_t pin = static_cast<uint8_t>(word >> 8);
+    if (word == 0) {
+        Printf("NONE  NONE  ");
+        return EFI_SUCCESS;
+    }
+    if (line == 0)
+        Printf("NONE  ");
+    else
+        Printf("IRQ%02X ", line);
+    if (pin < sizeof(mPinNames) / sizeof(mPinNames[0]))
+        Printf("%s", mPinNames[pin]);
+    else
+        Printf("%02X    ", pin);
+    return EFI_SUCCESS;
+}
+
+int isPciMultipleFunction(uint16_t bus, uint16_t dev) {
+    uint8_t header = PciRead8(bus, dev, 0, PCI_HEADER_TYPE);
+    return (header & HEADER_MULTI_FUNCTION) != 0 && header != 0xFF;
+}
+
+// Shows a present function: the header line before the first one, its summary line and its first 256 bytes.
+// Returns the key of the hex view; *shown tells whether the function is present.
+static int ShowFunction(uint16_t bus, uint16_t dev, uint16_t fun, bool header, uint8_t *buffer, bool *shown) {
+    uint16_t vendor = PciRead16(bus, dev, fun, PCI_VENDOR_ID);
+    uint16_t device = PciRead16(bus, dev, fun, PCI_DEVICE_ID);
+    *shown = vendor != 0xFFFF && device != 0xFFFF;
+    if (!*shown)
+        return DEBUG_MSG_NO_KEY;
+    if (header)
+        Printf("Bus Dev Fun VID_DID  ASPM IRQ_L IRQ_P Class\n");
+    Printf("%02X  %02X  %02X  %04X%04X ", bus, dev, fun, vendor, device);
+    ReadPciAspm(bus, dev, fun);
+    Printf(" ");
+    ReadPciInterruptPL(bus, dev, fun);
+    ShowPciClassType(bus, dev, fun);
+    for (uint16_t offset = 0; offset < PCI_CONFIG_BYTES; ++offset)
+        buffer[offset] = PciRead8(bus, dev, fun, offset);
+    return DebugMsg(buffer, PCI_CONFIG_BYTES);
+}
+
+// One device of the scan. Functions 1 to 7 are looked at only when function 0 says multi-function. False
+// when ESC ends the listing.
+static bool ListDevice(uint16_t bus, uint16_t dev, uint8_t *buffer, bool *header) {
+    bool multiple = false;
+    for (uint16_t fun = 0; fun < FUNCTION_COUNT; ++fun) {
+        if (!multiple)
+            multiple = isPciMultipleFunction(bus, dev) != 0;
+        if (!multiple && fun != 0)
+            return true;
+        bool shown;
+        int key = ShowFunction(bus, dev, fun, *header, buffer, &shown);
+        if (shown)
+            *header = false;
+        if (shown && key == KEY_ESC)
+            return false;
+    }
+    return true;
+}
+
+static void ListAll(uint8_t *buffer) {
+    bool header = true;
+    for (uint16_t bus = 0; bus < BUS_COUNT; ++bus) {
+        for (uint16_t dev = 0; dev < DEVICE_COUNT; ++dev) {
+            if (!ListDevice(bus, dev, buffer, &header))
+                return;
+        }
+    }
+}
+
+static EFI_STATUS PciDump() {
+    uint16_t pos;
+    if (CmdSearchFromArgv(gCmdArg->Argv, "DUMP", &pos) != EFI_SUCCESS)
+        return EFI_SUCCESS;
+    uint8_t *buffer = static_cast<uint8_t *>(Malloc(PCI_CONFIG_BYTES));
+    if (buffer == nullptr)
+        return EFI_BUFFER_TOO_SMALL;
+    if (gCmdArg->Argc <= SCAN_ARGC) {
+        ListAll(buffer);
+    } else {
+        bool shown;
+        ShowFunction(static_cast<uint16_t>(CmdOperand(pos, 1)), static_cast<uint16_t>(CmdOperand(pos, 2)),
+                     static_cast<uint16_t>(CmdOperand(pos, 3)), true, buffer, &shown);
+    }
+    Free(buffer);
+    return EFI_SUCCESS;
+}
+
+static uint32_t PciBit(const PciPlace *at, uint16_t pos) {
+    uint8_t bit = static_cast<uint8_t>(CmdOperand(pos, 5));
+    uint8_t value = static_cast<uint8_t>(CmdOperand(pos, 6));
+    if (AccessReads(ACCESS_BIT))
+        Printf("PCI Read BDFO: %X %X %X %X Bit%d, ", at->bus, at->dev, at->fun, at->offset, bit);
+    if (AccessWrites(ACCESS_BIT)) {
+        Printf("PCI Write BDFO: %X %X %X %X Bit%d, ", at->bus, at->dev, at->fun, at->offset, bit);
+        Printf("wValue:%d, ", value);
+        PciWriteBit(at->bus, at->dev, at->fun, at->offset, bit, value);
+    }
+    return ReportData(ACCESS_BIT, PciReadBit(at->bus, at->dev, at->fun, at->offset, bit));
+}
+
+static uint32_t PciByte(const PciPlace *at, uint8_t data) {
+    if (AccessReads(ACCESS_BYTE))
+        Printf("PCI Read Byte BDFO: %X %X %X %X, ", at->bus, at->dev, at->fun, at->offset);
+    else
+        Printf("PCI Write Byte BDFO: %X %X %X %X, Data:%02X, ", at->bus, at->dev, at->fun, at->offset, data);
+    if (AccessWrites(ACCESS_BYTE))
+        PciWrite8(at->bus, at->dev, at->fun, at->offset, data);
+    return ReportData(ACCESS_BYTE, PciRead8(at->bus, at->dev, at->fun, at->offset));
+}
+
+static uint32_t PciWord(const PciPlace *at, uint16_t data) {
+    if (AccessReads(ACCESS_WORD))
+        Printf("PCI Read Word BDFO: %X %X %X %X, ", at->bus, at->dev, at->fun, at->offset);
+    else
+        Printf("PCI Write Word BDFO: %X %X %X %X, Data:%04X, ", at->bus, at->dev, at->fun, at->offset, data);
+    if (AccessWrites(ACCESS_WORD))
+        PciWrite16(at->bus, at->dev, at->fun, at->offset, data);
+    return ReportData(ACCESS_WORD, PciRead16(at->bus, at->dev, at->fun, at->offset));
+}
+
+static uint32_t PciDword(const PciPlace *at, uint32_t data) {
+    if (AccessReads(ACCESS_DWORD))
+        Printf("PCI Read DWord BDFO: %X %X %X %X, ", at->bus, at->dev, at->fun, at->offset);
+    else
+        Printf("PCI Write Dword BDFO: %X %X %X %X, Data:%08lX, ", at->bus, at->dev, at->fun, at->offset,
+               static_cast<uint64_t>(data));
+    if (AccessWrites(ACCESS_DWORD))
+        PciWrite32(at->bus, at->dev, at->fun, at->offset, data);
+    return ReportData(ACCESS_DWORD, PciRead32(at->bus, at->dev, at->fun, at->offset));
+}
+
+static uint32_t PciRegister() {
+    uint16_t pos;
+    AccessWidth width = FindAccess(&pos);
+    if (width == ACCESS_NONE)
+        return EFI_INVALID_PARAMETER;
+    PciPlace at = {static_cast<uint16_t>(CmdOperand(pos, 1)), static_cast<uint16_t>(CmdOperand(pos, 2)),
+                   static_cast<uint16_t>(CmdOperand(pos, 3)), static_cast<uint16_t>(CmdOperand(pos, 4))};
+    uint64_t data = CmdOperand(pos, 5);
+    switch (width) {
+    case ACCESS_BIT:
+        return PciBit(&at, pos);
+    case ACCESS_BYTE:
+        return PciByte(&at, static_cast<uint8_t>(data));
+    case ACCESS_WORD:
+        return PciWord(&at, static_cast<uint16_t>(data));
+    default:
+        return PciDword(&at, static_cast<uint32_t>(data));
+    }
+}
+
+uint32_t PciAccess() {
+    if (CmdHas(Flag::HELP))
+        return static_cast<uint32_t>(ShowPciHelp());
+    if (CmdHas(Flag::DUMP))
+        return static_cast<uint32_t>(PciDump());
+    if (!CmdHas(Flag::READ | Flag::WRITE))
+        return EFI_INVALID_PARAMETER;
+    return PciRegister();
+}

@@ -1,0 +1,114 @@
+#include "Project/SuperIO.h"
+
+#include "Base/Memory.h"
+#include "BasicLib/BitField.h"
+#include "BasicLib/IndexIo.h"
+#include "BasicLib/PortIo.h"
+#include "Common/ComFunc/CmdLine.h"
+#include "Common/ComFunc/Console.h"
+#include "Common/ComFunc/HexView.h"
+#include "Common/Global.h"
+#include "Common/Sprint.h"
+
+constexpr uint16_t SIO_INDEX = 0x4E;
+constexpr uint16_t SIO_DATA = 0x4F;
+constexpr uint8_t SIO_KEY_ENTER = 0xA5;
+constexpr uint8_t SIO_KEY_EXIT = 0xAA;
+constexpr uint32_t SIO_LDN = 0x07; // selects the logical device whose registers stand from 30h on
+constexpr uint32_t SIO_REGISTERS = 256;
+constexpr uint8_t LDN_END = 0xFF;
+
+static const uint8_t mLogicalDevices[] = {0x02, 0x03, 0x04, 0x05, 0x07, 0x0B, 0x0C, 0x0D, 0x0E, LDN_END};
+
+// A configuration register and what was last read of it.
+struct SioResult {
+    uint32_t reg;
+    uint32_t value;
+};
+
+void UnlockSIO() {
+    IoWrite8(SIO_INDEX, SIO_KEY_ENTER);
+    IoWrite8(SIO_INDEX, SIO_KEY_ENTER);
+}
+
+void LockSIO() {
+    IoWrite8(SIO_INDEX, SIO_KEY_EXIT);
+}
+
+void GetSIO2Buffer(uint8_t *buffer, uint8_t device) {
+    IoIndexWrite8(SIO_INDEX, SIO_DATA, SIO_LDN, device);
+    for (uint32_t reg = 0; reg < SIO_REGISTERS; ++reg)
+        buffer[reg] = static_cast<uint8_t>(IoIndexRead8(SIO_INDEX, SIO_DATA, reg));
+}
+
+static EFI_STATUS DumpDevices() {
+    uint8_t *buffer = static_cast<uint8_t *>(Malloc(SIO_REGISTERS));
+    if (buffer == nullptr)
+        return EFI_BUFFER_TOO_SMALL;
+    for (const uint8_t *device = mLogicalDevices; *device != LDN_END; ++device) {
+        GetSIO2Buffer(buffer, *device);
+        if (DebugMsg(buffer, SIO_REGISTERS) == KEY_ESC)
+            break;
+    }
+    Free(buffer);
+    return EFI_SUCCESS;
+}
+
+// Finds a switch word and takes the register behind it.
+static bool TakeRegister(const char *key, uint16_t *pos, SioResult *result) {
+    if (CmdSearchFromArgv(gCmdArg->Argv, key, pos) != EFI_SUCCESS)
+        return false;
+    result->reg = static_cast<uint32_t>(CmdOperand(*pos, 1));
+    return true;
+}
+
+static void ReadByte(SioResult *result) {
+    result->value = IoIndexRead8(SIO_INDEX, SIO_DATA, result->reg);
+}
+
+static void ReadBit(SioResult *result, uint32_t bit) {
+    result->value = IoIndexReadBit(SIO_INDEX, SIO_DATA, result->reg, bit);
+}
+
+// Every access whose word is there, writes before reads; the last one is what gets reported.
+static SioResult AccessRegisters() {
+    SioResult result = {0, 0};
+    uint16_t pos;
+    if (TakeRegister("WB", &pos, &result)) {
+        IoIndexWrite8(SIO_INDEX, SIO_DATA, result.reg, static_cast<uint32_t>(CmdOperand(pos, 2)));
+        ReadByte(&result);
+    }
+    if (TakeRegister("WI", &pos, &result)) {
+        uint32_t bit = static_cast<uint32_t>(CmdOperand(pos, 2));
+        IoIndexWriteBit(SIO_INDEX, SIO_DATA, result.reg, bit, static_cast<uint32_t>(CmdOperand(pos, 3)));
+        ReadBit(&result, bit);
+    }
+    if (TakeRegister("RB", &pos, &result))
+        ReadByte(&result);
+    if (TakeRegister("RI", &pos, &result))
+        ReadBit(&result, static_cast<uint32_t>(CmdOperand(pos, 2)));
+    return result;
+}
+
+static void ReportAccess(SioResult result) {
+    // The dword-read switch chooses the wording, so a plain byte read reports as a write; so it has always been.
+    if (CmdHas(Flag::RD))
+        Printf("SIO Read from 0x%X, data = 0x%X, ", result.reg, result.value & 0xFF);
+    else
+        Printf("SIO Write Data to 0x%X, data = 0x%X\n", result.reg, result.value & 0xFF);
+}
+
+EFI_STATUS SioListReg() {
+    if (CmdHas(Flag::HELP)) {
+        Printf(" /SIO /dump: Dump SuperIO Reg\n");
+        return EFI_INVALID_PARAMETER;
+    }
+    UnlockSIO();
+    EFI_STATUS status = EFI_SUCCESS;
+    if (CmdHas(Flag::READ | Flag::WRITE))
+        ReportAccess(AccessRegisters());
+    else if (CmdHas(Flag::DUMP))
+        status = DumpDevices();
+    LockSIO();
+    return status;
+}

@@ -1,0 +1,125 @@
+// Loading a board: through the environment when the library is preloaded, through Board.h when it is linked.
+#include "Board.h"
+
+#include "Arena.h"
+#include "BoardFile.h"
+#include "Doors.h"
+#include "Log.h"
+#include "Memory.h"
+#include "Msr.h"
+#include "Ports.h"
+#include "Settings.h"
+#include "Trap.h"
+#include "models/PciFunction.h"
+#include "models/SimplePorts.h"
+
+#include <stdlib.h>
+#include <string.h>
+
+#define EXPORTED __attribute__((visibility("default")))
+
+namespace {
+
+bool gCpuidFaulting;
+
+void ForgetBoard() {
+    if (gCpuidFaulting)
+        TrapCpuid(false);
+    gCpuidFaulting = false;
+    SettingsReset();
+    PortsReset();
+    SimplePortsReset();
+    PciReset();
+    MsrReset();
+    ArenaReset();
+}
+
+void Load(const char *path, const char *memoryFile) {
+    ForgetBoard();
+    MemoryReset(memoryFile);
+    DoorsReset();
+    ReadBoardFile(path);
+    gBoard.loaded = true;
+    if (gBoard.cpuidLeaves) {
+        TrapArm();
+        gCpuidFaulting = TrapCpuid(true);
+    }
+}
+
+__attribute__((constructor)) void LoadFromEnvironment() {
+    const char *path = getenv("HWBOARD");
+    if (!path || !*path)
+        return;
+    LogOpenFile(getenv("HWBOARD_LOG"));
+    Load(path, getenv("HWBOARD_MEMFILE"));
+}
+
+} // namespace
+
+EXPORTED void BoardLoad(const char *path) {
+    LogKeep();
+    LogClear();
+    Load(path, nullptr);
+}
+
+EXPORTED void BoardUnload() {
+    ForgetBoard();
+}
+
+EXPORTED const char *BoardLog() {
+    return LogText();
+}
+
+EXPORTED void BoardLogClear() {
+    LogClear();
+}
+
+EXPORTED void BoardPoke(uint64_t address, const void *data, uint64_t length) {
+    uint8_t *memory = MemoryAt(address, length);
+    if (!memory)
+        BoardFail("BoardPoke outside of the memory");
+    memcpy(memory, data, length);
+}
+
+EXPORTED void BoardPeek(uint64_t address, void *data, uint64_t length) {
+    const uint8_t *memory = MemoryAt(address, length);
+    if (!memory)
+        BoardFail("BoardPeek outside of the memory");
+    memcpy(data, memory, length);
+}
+
+EXPORTED void BoardSetPort(uint16_t port, uint8_t value) {
+    LatchPortSet(port, value);
+}
+
+EXPORTED uint8_t BoardGetPort(uint16_t port) {
+    return LatchPortGet(port);
+}
+
+EXPORTED void BoardSetMsr(int cpu, uint32_t index, uint64_t value) {
+    MsrSet(cpu, index, value);
+}
+
+EXPORTED uint64_t BoardGetMsr(int cpu, uint32_t index) {
+    return MsrGet(cpu, index);
+}
+
+EXPORTED void BoardSetPci(uint16_t function, uint16_t offset, int width, uint32_t value) {
+    PciFunction *found = PciFind(function);
+    if (!found)
+        BoardFail("BoardSetPci of an absent function");
+    PciStore(found, offset, unsigned(width), value);
+}
+
+EXPORTED uint32_t BoardGetPci(uint16_t function, uint16_t offset, int width) {
+    PciFunction *found = PciFind(function);
+    return found ? PciStored(found, offset, unsigned(width)) : 0xFFFFFFFFu >> (32 - 8 * width);
+}
+
+EXPORTED uint64_t BoardMicroseconds() {
+    return DelayPortMicroseconds();
+}
+
+EXPORTED int BoardCpuidFaulting() {
+    return gCpuidFaulting;
+}

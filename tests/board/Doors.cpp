@@ -1,0 +1,502 @@
+// The functions of libc that lead to hardware. Each asks whether the board has a say and goes to the kernel if not.
+#include "Arena.h"
+#include "Doors.h"
+#include "Log.h"
+#include "Memory.h"
+#include "Msr.h"
+#include "Settings.h"
+#include "Trap.h"
+
+#include <dlfcn.h>
+#include <errno.h>
+#include <fcntl.h>
+#include <stdarg.h>
+#include <stdio.h>
+#include <stdlib.h>
+#include <string.h>
+#include <sys/mman.h>
+#include <sys/stat.h>
+#include <sys/syscall.h>
+#include <unistd.h>
+
+#define DOOR extern "C" __attribute__((visibility("default")))
+
+namespace {
+
+enum FileKind { FILE_NONE, FILE_MEM, FILE_MSR, FILE_SYSTAB };
+
+// A file that the board serves. Behind each stands a real file, so that descriptors of it live as any others do: the
+// lowest free number, close-on-exec, dup, inheritance. A descriptor is recognised by the file behind it.
+struct BoardFile {
+    FileKind kind;
+    char path[40];
+    int cpu;
+    int backing;
+    dev_t device;
+    ino_t inode;
+};
+
+constexpr int MAX_FILES = MAX_CPUS + 3;
+BoardFile gFiles[MAX_FILES];
+int gFileCount;
+
+int Fail(int error) {
+    errno = error;
+    return -1;
+}
+
+void NoteBacking(BoardFile *file, int descriptor) {
+    struct stat status;
+    file->backing = descriptor;
+    if (descriptor < 0 || syscall(SYS_fstat, descriptor, &status) != 0)
+        BoardFail("%s: no file can be put behind it", file->path);
+    file->device = status.st_dev;
+    file->inode = status.st_ino;
+}
+
+BoardFile *FileOfDescriptor(int descriptor) {
+    struct stat status;
+    if (!gBoard.loaded || gFileCount == 0 || syscall(SYS_fstat, descriptor, &status) != 0)
+        return nullptr;
+    for (int i = 0; i < gFileCount; i++)
+        if (gFiles[i].inode == status.st_ino && gFiles[i].device == status.st_dev)
+            return &gFiles[i];
+    return nullptr;
+}
+
+BoardFile *NewFile(FileKind kind, const char *path, int cpu) {
+    for (int i = 0; i < gFileCount; i++)
+        if (strcmp(gFiles[i].path, path) == 0)
+            return &gFiles[i];
+    BoardFile *file = &gFiles[gFileCount++];
+    file->kind = kind;
+    file->cpu = cpu;
+    snprintf(file->path, sizeof file->path, "%s", path);
+    NoteBacking(file, kind == FILE_MEM ? MemoryDescriptor()
+                                       : MoveDescriptorHigh(int(syscall(SYS_memfd_create, path, MFD_CLOEXEC))));
+    return file;
+}
+
+// The number in "/dev/cpu/N/msr", -1 if the path is another one.
+int CpuOfPath(const char *path) {
+    const char PREFIX[] = "/dev/cpu/";
+    if (strncmp(path, PREFIX, sizeof PREFIX - 1) != 0)
+        return -1;
+    char *end;
+    long cpu = strtol(path + sizeof PREFIX - 1, &end, 10);
+    return end != path + sizeof PREFIX - 1 && strcmp(end, "/msr") == 0 && cpu >= 0 && cpu < 100000 ? int(cpu) : -1;
+}
+
+bool BoardPath(const char *path) {
+    return gBoard.loaded && path &&
+           (strcmp(path, "/dev/mem") == 0 || strcmp(path, "/sys/firmware/efi/systab") == 0 ||
+            strcmp(path, "/proc/efi/systab") == 0 || CpuOfPath(path) >= 0);
+}
+
+BoardFile *SystabBacking(const char *path, const SystabFile *contents) {
+    BoardFile *file = NewFile(FILE_SYSTAB, path, 0);
+    size_t length = strlen(contents->text);
+    syscall(SYS_ftruncate, file->backing, 0L);
+    syscall(SYS_pwrite64, file->backing, contents->text, length, 0L);
+    return file;
+}
+
+// The file behind a path of the board's, or null and the error of opening it.
+BoardFile *FileOfPath(const char *path, int *error) {
+    int cpu = CpuOfPath(path);
+    if (cpu >= 0) {
+        *error = MsrNodePresent(cpu) ? gBoard.msrError : ENOENT;
+        return *error == 0 ? NewFile(FILE_MSR, path, cpu) : nullptr;
+    }
+    if (strcmp(path, "/dev/mem") == 0) {
+        *error = gBoard.memError;
+        return *error == 0 ? NewFile(FILE_MEM, path, 0) : nullptr;
+    }
+    const SystabFile *contents = path[1] == 's' ? &gBoard.sysSystab : &gBoard.procSystab;
+    *error = contents->error != 0 ? contents->error : contents->text ? 0 : ENOENT;
+    return *error == 0 ? SystabBacking(path, contents) : nullptr;
+}
+
+int OpenBoardPath(const char *path, int flags) {
+    int error;
+    BoardFile *file = FileOfPath(path, &error);
+    int descriptor = -1;
+    if (file) {
+        char link[40];
+        snprintf(link, sizeof link, "/proc/self/fd/%d", file->backing);
+        // The device is there already and has no length to cut.
+        int real = flags & ~(O_CREAT | O_EXCL | O_TRUNC | O_NOFOLLOW);
+        descriptor = int(syscall(SYS_openat, AT_FDCWD, link, real, 0));
+        error = descriptor < 0 ? errno : 0;
+    }
+    LogLine line;
+    LogBegin(&line, "open ");
+    LogAdd(&line, path);
+    int mode = flags & O_ACCMODE;
+    LogAdd(&line, mode == O_RDWR ? " rdwr" : mode == O_WRONLY ? " wronly" : " rdonly");
+    if ((flags & O_SYNC) == O_SYNC)
+        LogAdd(&line, " sync");
+    if (flags & O_CLOEXEC)
+        LogAdd(&line, " cloexec");
+    LogAddResult(&line, error);
+    LogEnd(&line);
+    return descriptor >= 0 ? descriptor : Fail(error);
+}
+
+int OpenAnywhere(int folder, const char *path, int flags, mode_t mode) {
+    if (BoardPath(path))
+        return OpenBoardPath(path, flags);
+    return int(syscall(SYS_openat, folder, path, flags, mode));
+}
+
+void LogClose(const BoardFile *file) {
+    LogLine line;
+    LogBegin(&line, "close ");
+    LogAdd(&line, file->path);
+    LogEnd(&line);
+}
+
+void BeginTransfer(LogLine *line, const char *name, const BoardFile *file, off_t offset, size_t count) {
+    LogBegin(line, name);
+    LogAdd(line, file->path);
+    LogAdd(line, " ");
+    LogAddHex(line, uint64_t(offset), 1);
+    LogAdd(line, " ");
+    LogAddHex(line, count, 1);
+}
+
+int AccessMode(int descriptor) {
+    return int(syscall(SYS_fcntl, descriptor, F_GETFL)) & O_ACCMODE;
+}
+
+// As the kernel's driver: whole registers of 8 bytes only, the same one again for each further 8.
+int ReadMsrFile(const BoardFile *file, int descriptor, void *buffer, size_t count, off_t offset) {
+    if (AccessMode(descriptor) == O_WRONLY)
+        return EBADF;
+    if (count % 8 != 0)
+        return EINVAL;
+    for (size_t done = 0; done < count; done += 8) {
+        uint64_t value;
+        if (!MsrRead(file->cpu, uint32_t(offset), &value))
+            return EIO;
+        memcpy(static_cast<uint8_t *>(buffer) + done, &value, sizeof value);
+    }
+    return 0;
+}
+
+int WriteMsrFile(const BoardFile *file, int descriptor, const void *buffer, size_t count, off_t offset) {
+    if (AccessMode(descriptor) == O_RDONLY)
+        return EBADF;
+    if (count % 8 != 0)
+        return EINVAL;
+    for (size_t done = 0; done < count; done += 8) {
+        uint64_t value;
+        memcpy(&value, static_cast<const uint8_t *>(buffer) + done, sizeof value);
+        if (!MsrWrite(file->cpu, uint32_t(offset), value))
+            return EIO;
+    }
+    return 0;
+}
+
+ssize_t Pread(int descriptor, void *buffer, size_t count, off_t offset) {
+    BoardFile *file = FileOfDescriptor(descriptor);
+    if (!file || file->kind == FILE_SYSTAB)
+        return syscall(SYS_pread64, descriptor, buffer, count, offset);
+    LogLine line;
+    BeginTransfer(&line, "pread ", file, offset, count);
+    if (file->kind == FILE_MEM) {
+        ssize_t got = syscall(SYS_pread64, descriptor, buffer, count, offset);
+        LogAddResult(&line, got < 0 ? errno : 0);
+        LogEnd(&line);
+        return got;
+    }
+    int error = ReadMsrFile(file, descriptor, buffer, count, offset);
+    if (error == 0 && count >= 8) {
+        LogAdd(&line, " -> ");
+        LogAddBytes(&line, static_cast<const uint8_t *>(buffer), 8);
+    } else
+        LogAddResult(&line, error);
+    LogEnd(&line);
+    return error == 0 ? ssize_t(count) : Fail(error);
+}
+
+ssize_t Pwrite(int descriptor, const void *buffer, size_t count, off_t offset) {
+    BoardFile *file = FileOfDescriptor(descriptor);
+    if (!file || file->kind == FILE_SYSTAB)
+        return syscall(SYS_pwrite64, descriptor, buffer, count, offset);
+    LogLine line;
+    BeginTransfer(&line, "pwrite ", file, offset, count);
+    if (file->kind == FILE_MSR && count >= 8) {
+        LogAdd(&line, " ");
+        LogAddBytes(&line, static_cast<const uint8_t *>(buffer), 8);
+    }
+    ssize_t result = ssize_t(count);
+    int error;
+    if (file->kind == FILE_MEM) {
+        result = syscall(SYS_pwrite64, descriptor, buffer, count, offset);
+        error = result < 0 ? errno : 0;
+    } else
+        error = WriteMsrFile(file, descriptor, buffer, count, offset);
+    LogAddResult(&line, error);
+    LogEnd(&line);
+    return error == 0 ? result : Fail(error);
+}
+
+void *Mmap(void *at, size_t length, int protection, int flags, int descriptor, off_t offset) {
+    BoardFile *file = (flags & MAP_ANONYMOUS) ? nullptr : FileOfDescriptor(descriptor);
+    if (!file || file->kind != FILE_MEM) {
+        void *result = reinterpret_cast<void *>(syscall(SYS_mmap, at, length, protection, flags, descriptor, offset));
+        RemovedMapping replaced;
+        if (result != MAP_FAILED && (flags & MAP_FIXED))
+            MappingRemoved(uintptr_t(result), length, &replaced);
+        return result;
+    }
+    bool sync = (syscall(SYS_fcntl, descriptor, F_GETFL) & O_SYNC) == O_SYNC;
+    int error = MemoryAt(uint64_t(offset), length) ? MappingRefused(uint64_t(offset), length, sync) : EINVAL;
+    void *result = MAP_FAILED;
+    if (error == 0) {
+        result = reinterpret_cast<void *>(syscall(SYS_mmap, at, length, protection, flags, descriptor, offset));
+        error = result == MAP_FAILED ? errno : 0;
+    }
+    if (error == 0) {
+        TrapArm();
+        MappingAdded(uintptr_t(result), length, uint64_t(offset), protection);
+    }
+    LogLine line;
+    LogBegin(&line, "mmap /dev/mem ");
+    LogAddHex(&line, uint64_t(offset), 8);
+    LogAdd(&line, " ");
+    LogAddHex(&line, length, 1);
+    LogAdd(&line, " ");
+    LogAdd(&line, (protection & PROT_READ) ? "r" : "");
+    LogAdd(&line, (protection & PROT_WRITE) ? "w" : "");
+    LogAdd(&line, (protection & PROT_EXEC) ? "x" : "");
+    LogAdd(&line, protection == PROT_NONE ? "none" : "");
+    LogAdd(&line, (flags & MAP_SHARED) ? " shared" : " private");
+    LogAddResult(&line, error);
+    LogEnd(&line);
+    errno = error != 0 ? error : errno;
+    return result;
+}
+
+// Runs the command as libc does, in a child that has the real machine around it.
+int RealSystem(const char *command) {
+    static int (*real)(const char *);
+    if (!real)
+        real = reinterpret_cast<int (*)(const char *)>(dlsym(RTLD_NEXT, "system"));
+    const char *preload = getenv("LD_PRELOAD");
+    char saved[4096];
+    snprintf(saved, sizeof saved, "%s", preload ? preload : "");
+    if (preload)
+        unsetenv("LD_PRELOAD");
+    int status = real(command);
+    if (preload)
+        setenv("LD_PRELOAD", saved, 1);
+    return status;
+}
+
+int PrintSystem(const char *command) {
+    char text[512];
+    int length = snprintf(text, sizeof text, "system(\"%.490s\")\n", command);
+    syscall(SYS_write, 1, text, long(length));
+    return 0;
+}
+
+int BoardSystem(const char *command) {
+    if (strcmp(command, "modprobe msr") == 0) {
+        gBoard.msrModuleLoaded = true;
+        return gBoard.msrNodes == MSR_NODES_NEVER ? 1 << 8 : 0;
+    }
+    for (const SystemRule *rule = gBoard.systemRules; rule; rule = rule->next) {
+        if (strncmp(command, rule->prefix, strlen(rule->prefix)) != 0)
+            continue;
+        if (rule->action == SYSTEM_PRINT)
+            return PrintSystem(command);
+        if (rule->action == SYSTEM_REAL)
+            return RealSystem(command);
+        return rule->exitCode << 8;
+    }
+    return 0;
+}
+
+// The flags that fopen opens with for a mode such as "rb+".
+int OpenFlags(const char *mode) {
+    int flags = strchr(mode, '+') ? O_RDWR : *mode == 'r' ? O_RDONLY : O_WRONLY;
+    if (*mode == 'w')
+        flags |= O_CREAT | O_TRUNC;
+    else if (*mode == 'a')
+        flags |= O_CREAT | O_APPEND;
+    return flags | (strchr(mode, 'e') ? O_CLOEXEC : 0);
+}
+
+FILE *Fopen(const char *path, const char *mode) {
+    static FILE *(*real)(const char *, const char *);
+    if (BoardPath(path)) {
+        int descriptor = OpenBoardPath(path, OpenFlags(mode));
+        return descriptor < 0 ? nullptr : fdopen(descriptor, mode);
+    }
+    if (!real)
+        real = reinterpret_cast<FILE *(*)(const char *, const char *)>(dlsym(RTLD_NEXT, "fopen"));
+    return real(path, mode);
+}
+
+mode_t ModeArgument(int flags, va_list arguments) {
+    return (flags & O_CREAT) || (flags & O_TMPFILE) == O_TMPFILE ? va_arg(arguments, mode_t) : 0;
+}
+
+} // namespace
+
+void DoorsReset() {
+    for (int i = 0; i < gFileCount; i++)
+        if (gFiles[i].kind == FILE_MEM)
+            NoteBacking(&gFiles[i], MemoryDescriptor());
+}
+
+DOOR int iopl(int level) {
+    if (!gBoard.loaded)
+        return int(syscall(SYS_iopl, level));
+    int error = level > gBoard.privilege ? gBoard.ioplError : 0;
+    LogLine line;
+    LogBegin(&line, "iopl ");
+    LogAddHex(&line, uint64_t(level), 1);
+    if (error != 0)
+        LogAddResult(&line, error);
+    LogEnd(&line);
+    if (error != 0)
+        return Fail(error);
+    gBoard.privilege = level;
+    TrapArm();
+    return 0;
+}
+
+DOOR int open(const char *path, int flags, ...) {
+    va_list arguments;
+    va_start(arguments, flags);
+    mode_t mode = ModeArgument(flags, arguments);
+    va_end(arguments);
+    return OpenAnywhere(AT_FDCWD, path, flags, mode);
+}
+
+DOOR int open64(const char *path, int flags, ...) {
+    va_list arguments;
+    va_start(arguments, flags);
+    mode_t mode = ModeArgument(flags, arguments);
+    va_end(arguments);
+    return OpenAnywhere(AT_FDCWD, path, flags, mode);
+}
+
+DOOR int openat(int folder, const char *path, int flags, ...) {
+    va_list arguments;
+    va_start(arguments, flags);
+    mode_t mode = ModeArgument(flags, arguments);
+    va_end(arguments);
+    return OpenAnywhere(folder, path, flags, mode);
+}
+
+DOOR int openat64(int folder, const char *path, int flags, ...) {
+    va_list arguments;
+    va_start(arguments, flags);
+    mode_t mode = ModeArgument(flags, arguments);
+    va_end(arguments);
+    return OpenAnywhere(folder, path, flags, mode);
+}
+
+// The names that the headers use with _FORTIFY_SOURCE.
+DOOR int __open_2(const char *path, int flags) {
+    return OpenAnywhere(AT_FDCWD, path, flags, 0);
+}
+
+DOOR int __open64_2(const char *path, int flags) {
+    return OpenAnywhere(AT_FDCWD, path, flags, 0);
+}
+
+DOOR int __openat_2(int folder, const char *path, int flags) {
+    return OpenAnywhere(folder, path, flags, 0);
+}
+
+DOOR int __openat64_2(int folder, const char *path, int flags) {
+    return OpenAnywhere(folder, path, flags, 0);
+}
+
+DOOR FILE *fopen(const char *path, const char *mode) {
+    return Fopen(path, mode);
+}
+
+DOOR FILE *fopen64(const char *path, const char *mode) {
+    return Fopen(path, mode);
+}
+
+DOOR int fclose(FILE *stream) {
+    static int (*real)(FILE *);
+    if (!real)
+        real = reinterpret_cast<int (*)(FILE *)>(dlsym(RTLD_NEXT, "fclose"));
+    BoardFile *file = stream ? FileOfDescriptor(fileno(stream)) : nullptr;
+    if (file)
+        LogClose(file);
+    return real(stream);
+}
+
+DOOR int close(int descriptor) {
+    BoardFile *file = FileOfDescriptor(descriptor);
+    if (file)
+        LogClose(file);
+    return int(syscall(SYS_close, descriptor));
+}
+
+DOOR ssize_t pread(int descriptor, void *buffer, size_t count, off_t offset) {
+    return Pread(descriptor, buffer, count, offset);
+}
+
+DOOR ssize_t pread64(int descriptor, void *buffer, size_t count, off64_t offset) {
+    return Pread(descriptor, buffer, count, offset);
+}
+
+DOOR ssize_t __pread_chk(int descriptor, void *buffer, size_t count, off_t offset, size_t size) {
+    if (count > size)
+        BoardFail("pread of %zu bytes into %zu", count, size);
+    return Pread(descriptor, buffer, count, offset);
+}
+
+DOOR ssize_t __pread64_chk(int descriptor, void *buffer, size_t count, off64_t offset, size_t size) {
+    return __pread_chk(descriptor, buffer, count, offset, size);
+}
+
+DOOR ssize_t pwrite(int descriptor, const void *buffer, size_t count, off_t offset) {
+    return Pwrite(descriptor, buffer, count, offset);
+}
+
+DOOR ssize_t pwrite64(int descriptor, const void *buffer, size_t count, off64_t offset) {
+    return Pwrite(descriptor, buffer, count, offset);
+}
+
+DOOR void *mmap(void *at, size_t length, int protection, int flags, int descriptor, off_t offset) {
+    return Mmap(at, length, protection, flags, descriptor, offset);
+}
+
+DOOR void *mmap64(void *at, size_t length, int protection, int flags, int descriptor, off64_t offset) {
+    return Mmap(at, length, protection, flags, descriptor, offset);
+}
+
+DOOR int munmap(void *at, size_t length) {
+    RemovedMapping removed;
+    int result = int(syscall(SYS_munmap, at, length));
+    if (result == 0 && gBoard.loaded && MappingRemoved(uintptr_t(at), length, &removed)) {
+        LogLine line;
+        LogBegin(&line, "munmap ");
+        LogAddHex(&line, removed.address, 8);
+        LogAdd(&line, " ");
+        LogAddHex(&line, length, 1);
+        LogEnd(&line);
+    }
+    return result;
+}
+
+DOOR int system(const char *command) {
+    if (!gBoard.loaded || !command)
+        return RealSystem(command);
+    LogLine line;
+    LogBegin(&line, "system ");
+    LogAdd(&line, command);
+    LogEnd(&line);
+    return BoardSystem(command);
+}

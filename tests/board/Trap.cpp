@@ -1,0 +1,289 @@
+#include "Trap.h"
+
+#include "Arena.h"
+#include "Decode.h"
+#include "Log.h"
+#include "Memory.h"
+#include "Ports.h"
+#include "Settings.h"
+
+#include <signal.h>
+#include <string.h>
+#include <sys/mman.h>
+#include <sys/syscall.h>
+#include <ucontext.h>
+#include <unistd.h>
+
+namespace {
+
+constexpr int TRAP_GENERAL_PROTECTION = 13;
+constexpr int TRAP_PAGE_FAULT = 14;
+constexpr greg_t PAGE_FAULT_WRITE = 2;
+constexpr greg_t EFLAGS_TF = 0x100;
+constexpr int ARCH_CPUID_SET = 0x1012;
+constexpr uint64_t PAGE = 4096;
+
+typedef void (*SignalHandler)(int, siginfo_t *, void *);
+
+// The kernel's own sigaction: libc's could be a sanitizer's.
+struct KernelSigaction {
+    uintptr_t handler; // a SignalHandler or one of the two below
+    unsigned long flags;
+    void (*restorer)();
+    uint64_t mask;
+};
+constexpr unsigned long KERNEL_SA_RESTORER = 0x04000000;
+constexpr uintptr_t HANDLER_DEFAULT = 0;
+constexpr uintptr_t HANDLER_IGNORE = 1;
+
+bool gArmed;
+KernelSigaction gBefore[2]; // SIGSEGV, SIGTRAP
+
+// The one instruction that runs with its pages open.
+struct Step {
+    bool active;
+    bool string;
+    uint64_t signalMask; // of the program
+    int operandCount;
+    struct {
+        uint64_t physical;
+        unsigned width;
+        bool written;
+    } operands[2];
+    int pageCount;
+    uintptr_t pages[4];
+};
+Step gStep;
+
+extern "C" void BoardSignalReturn();
+__asm__(".text\n"
+        ".type BoardSignalReturn, @function\n"
+        "BoardSignalReturn:\n"
+        "  mov $15, %eax\n" // rt_sigreturn
+        "  syscall\n"
+        ".size BoardSignalReturn, . - BoardSignalReturn\n");
+
+bool SetSignal(int signal, const KernelSigaction *action, KernelSigaction *before) {
+    return syscall(SYS_rt_sigaction, signal, action, before, sizeof(uint64_t)) == 0;
+}
+
+greg_t *Registers(ucontext_t *context) {
+    return context->uc_mcontext.gregs;
+}
+
+// Not ours: the previous handler has it, or the default action when the instruction runs again.
+void PassOn(int signal, siginfo_t *info, void *context) {
+    const KernelSigaction *before = &gBefore[signal == SIGTRAP];
+    if (before->handler > HANDLER_IGNORE) {
+        reinterpret_cast<SignalHandler>(before->handler)(signal, info, context);
+        return;
+    }
+    KernelSigaction fatal = {HANDLER_DEFAULT, 0, nullptr, 0};
+    SetSignal(signal, &fatal, nullptr);
+    // A fault comes again with its instruction; a trap that somebody sent does not.
+    if (signal == SIGTRAP)
+        syscall(SYS_tgkill, getpid(), syscall(SYS_gettid), SIGTRAP);
+}
+
+void LogPort(const char *name, unsigned width, uint16_t port, const char *arrow, uint32_t value) {
+    LogLine line;
+    LogBegin(&line, name);
+    LogAdd(&line, width == 1 ? "8 " : width == 2 ? "16 " : "32 ");
+    LogAddHex(&line, port, 4);
+    LogAdd(&line, arrow);
+    LogAddHex(&line, value, int(2 * width));
+    LogEnd(&line);
+}
+
+void PortIn(const Instruction *instruction, greg_t *rax) {
+    uint32_t value = PortRead(instruction->port, instruction->width);
+    LogPort("in", instruction->width, instruction->port, " -> ", value);
+    // 8 and 16 bits leave the rest of RAX alone, 32 bits clear it.
+    uint64_t kept = instruction->width == 1   ? uint64_t(*rax) & ~uint64_t(0xFF)
+                    : instruction->width == 2 ? uint64_t(*rax) & ~uint64_t(0xFFFF)
+                                              : 0;
+    *rax = greg_t(kept | value);
+}
+
+void PortOut(const Instruction *instruction, greg_t rax) {
+    uint32_t value = uint32_t(rax);
+    if (instruction->width < 4)
+        value &= (1u << (8 * instruction->width)) - 1;
+    LogPort("out", instruction->width, instruction->port, " ", value);
+    PortWrite(instruction->port, instruction->width, value);
+}
+
+void Cpuid(greg_t *registers) {
+    uint32_t leaf = uint32_t(registers[REG_RAX]);
+    uint32_t subleaf = uint32_t(registers[REG_RCX]);
+    const CpuidLeaf *found = gBoard.cpuidLeaves;
+    while (found && (found->leaf != leaf || found->subleaf != subleaf))
+        found = found->next;
+    uint32_t values[4];
+    if (found)
+        memcpy(values, found->registers, sizeof values);
+    else { // a leaf that the board does not describe is the processor's own
+        TrapCpuid(false);
+        __asm__ volatile("cpuid"
+                         : "=a"(values[0]), "=b"(values[1]), "=c"(values[2]), "=d"(values[3])
+                         : "a"(leaf), "c"(subleaf));
+        TrapCpuid(true);
+    }
+    registers[REG_RAX] = greg_t(values[0]);
+    registers[REG_RBX] = greg_t(values[1]);
+    registers[REG_RCX] = greg_t(values[2]);
+    registers[REG_RDX] = greg_t(values[3]);
+}
+
+// True when the instruction was one of the board's and has been carried out.
+bool OnGeneralProtection(ucontext_t *context) {
+    greg_t *registers = Registers(context);
+    const uint8_t *code = reinterpret_cast<const uint8_t *>(registers[REG_RIP]);
+    Instruction instruction = DecodeInstruction(code, registers);
+    if (instruction.kind == INSTRUCTION_CPUID && gBoard.cpuidLeaves)
+        Cpuid(registers);
+    else if (gBoard.privilege < 3)
+        return false;
+    else if (instruction.kind == INSTRUCTION_PORT_IN)
+        PortIn(&instruction, &registers[REG_RAX]);
+    else if (instruction.kind == INSTRUCTION_PORT_OUT)
+        PortOut(&instruction, registers[REG_RAX]);
+    else if (instruction.kind == INSTRUCTION_PORT_STRING)
+        BoardFail("a string port instruction (ins, outs) at %p is not simulated",
+                  reinterpret_cast<const void *>(code));
+    else
+        return false;
+    registers[REG_RIP] += instruction.length;
+    return true;
+}
+
+void LogMemory(bool string, bool written, uint64_t address, unsigned width) {
+    static const uint8_t NOTHING_THERE[64] = {};
+    const uint8_t *bytes = MemoryAt(address, width);
+    unsigned bits = 8 * width;
+    const char digits[4] = {char('0' + bits / 100), char('0' + bits / 10 % 10), char('0' + bits % 10), 0};
+    LogLine line;
+    LogBegin(&line, string ? "ms" : written ? "mw" : "mr");
+    LogAdd(&line, digits + (bits < 10 ? 2 : bits < 100 ? 1 : 0));
+    LogAdd(&line, " ");
+    LogAddHex(&line, address, 8);
+    LogAdd(&line, written ? " " : " -> ");
+    LogAddBytes(&line, bytes ? bytes : NOTHING_THERE, width);
+    LogEnd(&line);
+}
+
+void OpenPage(uintptr_t at, int protection) {
+    uintptr_t page = at & ~(PAGE - 1);
+    for (int i = 0; i < gStep.pageCount; i++)
+        if (gStep.pages[i] == page)
+            return;
+    syscall(SYS_mprotect, page, PAGE, protection);
+    gStep.pages[gStep.pageCount++] = page;
+}
+
+void ClosePages() {
+    for (int i = 0; i < gStep.pageCount; i++)
+        syscall(SYS_mprotect, gStep.pages[i], PAGE, PROT_NONE);
+    gStep.pageCount = 0;
+}
+
+// Makes ready what the instruction will touch at this operand.
+void PrepareOperand(const MemoryOperand *operand) {
+    uint64_t physical;
+    int protection;
+    const uintptr_t ends[2] = {operand->address, operand->address + operand->width - 1};
+    for (uintptr_t at : ends)
+        if (FindMapping(at, &physical, &protection) && PageTrapped(physical))
+            OpenPage(at, protection);
+    if (!FindMapping(operand->address, &physical, &protection) || !AccessTrapped(physical, operand->width))
+        return;
+    if (operand->read) {
+        LoadFromDevices(physical, operand->width);
+        LogMemory(gStep.string, false, physical, operand->width);
+    }
+    gStep.operands[gStep.operandCount++] = {physical, operand->width, operand->written};
+}
+
+bool OnPageFault(ucontext_t *context) {
+    greg_t *registers = Registers(context);
+    uintptr_t fault = uintptr_t(registers[REG_CR2]);
+    uint64_t physical;
+    int protection;
+    int wanted = (registers[REG_ERR] & PAGE_FAULT_WRITE) ? PROT_WRITE : PROT_READ;
+    if (!FindMapping(fault, &physical, &protection) || !PageTrapped(physical) || !(protection & wanted))
+        return false;
+
+    const uint8_t *code = reinterpret_cast<const uint8_t *>(registers[REG_RIP]);
+    Instruction instruction = DecodeInstruction(code, registers);
+    bool explained = false;
+    for (int i = 0; i < instruction.operandCount; i++)
+        explained = explained || fault - instruction.operands[i].address < instruction.operands[i].width;
+    if (!explained)
+        BoardFail("the instruction %02x %02x %02x %02x %02x %02x %02x %02x at %p, which touches device memory "
+                  "at %lx, is not known",
+                  code[0], code[1], code[2], code[3], code[4], code[5], code[6], code[7],
+                  reinterpret_cast<const void *>(code), static_cast<unsigned long>(physical));
+
+    gStep.string = instruction.kind == INSTRUCTION_MEMORY_STRING;
+    gStep.operandCount = 0;
+    for (int i = 0; i < instruction.operandCount; i++)
+        PrepareOperand(&instruction.operands[i]);
+    // Nothing else may run while the pages are open.
+    memcpy(&gStep.signalMask, &context->uc_sigmask, sizeof gStep.signalMask);
+    uint64_t all = ~(uint64_t(1) << (SIGTRAP - 1) | uint64_t(1) << (SIGSEGV - 1));
+    memcpy(&context->uc_sigmask, &all, sizeof all);
+    registers[REG_EFL] |= EFLAGS_TF;
+    gStep.active = true;
+    return true;
+}
+
+void EndStep(ucontext_t *context) {
+    gStep.active = false;
+    ClosePages();
+    memcpy(&context->uc_sigmask, &gStep.signalMask, sizeof gStep.signalMask);
+    Registers(context)[REG_EFL] &= ~EFLAGS_TF;
+}
+
+void OnSegmentationFault(int signal, siginfo_t *info, void *opaque) {
+    ucontext_t *context = static_cast<ucontext_t *>(opaque);
+    bool stepping = gStep.active;
+    if (stepping) // the instruction was let through and faults once more: its other operand is the program's mistake
+        EndStep(context);
+    greg_t trap = Registers(context)[REG_TRAPNO];
+    if (gBoard.loaded && !stepping &&
+        ((trap == TRAP_GENERAL_PROTECTION && OnGeneralProtection(context)) ||
+         (trap == TRAP_PAGE_FAULT && info->si_code > 0 && OnPageFault(context))))
+        return;
+    PassOn(signal, info, opaque);
+}
+
+void OnTrap(int signal, siginfo_t *info, void *opaque) {
+    if (!gStep.active) {
+        PassOn(signal, info, opaque);
+        return;
+    }
+    EndStep(static_cast<ucontext_t *>(opaque));
+    for (int i = 0; i < gStep.operandCount; i++) {
+        if (!gStep.operands[i].written)
+            continue;
+        LogMemory(gStep.string, true, gStep.operands[i].physical, gStep.operands[i].width);
+        StoreToDevices(gStep.operands[i].physical, gStep.operands[i].width);
+    }
+}
+
+} // namespace
+
+void TrapArm() {
+    if (gArmed)
+        return;
+    gArmed = true;
+    KernelSigaction action = {reinterpret_cast<uintptr_t>(OnSegmentationFault),
+                              SA_SIGINFO | SA_ONSTACK | SA_RESTART | KERNEL_SA_RESTORER, BoardSignalReturn, 0};
+    SetSignal(SIGSEGV, &action, &gBefore[0]);
+    action.handler = reinterpret_cast<uintptr_t>(OnTrap);
+    SetSignal(SIGTRAP, &action, &gBefore[1]);
+}
+
+bool TrapCpuid(bool on) {
+    return syscall(SYS_arch_prctl, ARCH_CPUID_SET, on ? 0L : 1L) == 0 && on;
+}

@@ -1,0 +1,9 @@
+// The instructions that a door stands in: port accesses and CPUID (general protection fault), loads and stores to
+// pages of devices (page fault). Intel SDM volume 3, 6.15 for the faults, 17.3.1.4 for single-stepping.
+#pragma once
+
+// Takes SIGSEGV and SIGTRAP, once; what is no matter of the board goes to whoever had them before.
+void TrapArm();
+
+// Makes CPUID fault where the processor allows it (arch_prctl ARCH_CPUID_SET); true when it now does.
+bool TrapCpuid(bool on);

@@ -1,0 +1,55 @@
+// PCI functions: their configuration space and how a write changes it.
+// PCI Local Bus 3.0, chapter 6 (configuration space); PCI Express Base 3.0, 7.2 (extended space) and 7.8, 7.9
+// (capability structures); PCI-to-PCI Bridge Architecture 1.2, 3.2 (type 1 header).
+#pragma once
+
+#include "../BoardFile.h"
+
+constexpr unsigned PCI_SPACE = 4096;
+
+struct PciFunction {
+    uint16_t number; // (bus << 8) | (device << 3) | function
+    bool express;    // has the extended space; a conventional function reads all ones from 0x100 on
+    uint8_t config[PCI_SPACE];
+    uint8_t writable[PCI_SPACE]; // bits that take the value written
+    uint8_t oneClears[PCI_SPACE]; // bits that a written 1 clears
+    uint8_t lastCap;              // where the capability list ends so far, 0 for no list
+    uint16_t lastExtendedCap;
+    // For a model that lives in configuration space, both may be null: called before a read is served, so that it can
+    // put the value of the moment into config, and after a write has changed config.
+    void (*beforeRead)(PciFunction *function, uint16_t offset, unsigned width);
+    void (*afterWrite)(PciFunction *function, uint16_t offset, unsigned width);
+    void *device;
+};
+
+void PciReset();
+
+// Null where no such function is.
+PciFunction *PciFind(uint16_t number);
+// One access of 1 to 4 bytes within an aligned dword. An absent function reads all ones.
+uint32_t PciConfigRead(uint16_t number, uint16_t offset, unsigned width);
+void PciConfigWrite(uint16_t number, uint16_t offset, unsigned width, uint32_t value);
+
+// The bits as they are stored, without side effects and masks.
+uint32_t PciStored(const PciFunction *function, uint16_t offset, unsigned width);
+void PciStore(PciFunction *function, uint16_t offset, unsigned width, uint32_t value);
+
+// The function that the lines of a board file are about; ends the process when no "pci" line came before.
+PciFunction *PciLineFunction(const BoardLine *line);
+
+// "pci BB:DD.F VVVV:DDDD [class CCSSPP] [rev RR] [header HH] [multi]" makes the function or goes on with one that is
+// there; the lines behind it describe it.
+void PciLine(BoardLine *line);
+// "pci-remove BB:DD.F" or "pci-remove all"
+void PciRemoveLine(BoardLine *line);
+// "byte OFFSET VALUE [rw MASK] [w1c MASK]" and so on
+void PciByteLine(BoardLine *line);
+void PciWordLine(BoardLine *line);
+void PciDwordLine(BoardLine *line);
+void PciIrqLine(BoardLine *line);
+void PciSubsystemLine(BoardLine *line);
+void PciBarLine(BoardLine *line);
+void PciBusesLine(BoardLine *line);
+void PciCapLine(BoardLine *line);
+void PciExpressLine(BoardLine *line);
+void PciExtendedCapLine(BoardLine *line);
