@@ -1,4 +1,4 @@
-// Status codes and identifiers every layer speaks (UEFI Specification, Appendix D, in 32-bit form).
+// Status codes and identifiers every layer speaks (UEFI 2.10, Appendix D, in 32-bit form).
 #pragma once
 
 #include <cstddef>
@@ -20,7 +20,7 @@ constexpr EFI_STATUS EFI_ACCESS_DENIED = 0x8000000F;
 constexpr EFI_STATUS EFI_TIMEOUT = 0x80000012;
 constexpr EFI_STATUS EFI_ABORTED = 0x80000015;
 
-// UEFI Specification, 2.3.1: a 128-bit identifier, the first three fields little-endian.
+// UEFI 2.10, 2.3.1: a 128-bit identifier, the first three fields little-endian.
 struct EFI_GUID {
     uint32_t Data1;
     uint16_t Data2;

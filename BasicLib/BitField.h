@@ -1,6 +1,8 @@
 // Single bits of a little-endian register. The bit number chooses the access at the register's own place:
 // 0-7 eight bits, 8-15 sixteen, 16-31 thirty-two; from 32 on there is no access, reads give 0. A write
 // reads the register, changes the bit and writes it back in the same width, without any check.
+// Nothing reports a failure: where memory cannot be mapped bits 0-15 read 1 and bits 16-31 read 0 (the
+// failure value of a dword has 16 bits), without the memory device all read 1.
 #pragma once
 
 #include <cstdint>

@@ -8,7 +8,7 @@
 // Close-on-exec: no MSR node may leak into a command run through the shell.
 static int OpenMsrNode(uint32_t cpu, int mode) {
     char path[64] = {};
-    Sprintf_s(path, "/dev/cpu/%d/msr", static_cast<int>(static_cast<int16_t>(cpu)));
+    Sprintf_s(path, "/dev/cpu/%ld/msr", static_cast<int64_t>(static_cast<int16_t>(cpu)));
     return open(path, mode | O_CLOEXEC);
 }
 

@@ -7,7 +7,7 @@
 int32_t GetCpuCount();
 
 // Reads an MSR of a CPU (0-based, its low 16 bits as a signed number) through msr(4). Both halves are 0 on
-// any failure.
+// any failure. The pointers are not NULL.
 void ReadMsr(uint32_t cpu, uint32_t index, uint32_t *high, uint32_t *low);
 
 // Writes an MSR of a CPU. Failures are silent: read the register back to learn of them.

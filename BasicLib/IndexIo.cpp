@@ -52,7 +52,8 @@ static uint32_t ReadBytes(uint32_t indexPort, uint32_t dataPort, uint32_t index,
     return value;
 }
 
-static void WriteBytes(uint32_t indexPort, uint32_t dataPort, uint32_t index, uint32_t value, uint32_t count) {
+static void WriteBytes(uint32_t indexPort, uint32_t dataPort, uint32_t index, uint32_t value,
+                       uint32_t count) {
     while (count > 0) {
         --count;
         IoIndexWrite8(indexPort, dataPort, index + count, (value >> (8 * count)) & 0xFF);

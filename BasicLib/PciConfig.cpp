@@ -16,20 +16,20 @@ constexpr uint32_t AMD_MMIO_CFG_BASE_ADDR = 0xC0010058;
 constexpr uint32_t WINDOW_BASE_MASK = 0xFFF00000;
 constexpr uint32_t WINDOW_UNKNOWN = 0xFFFFFFFF;
 constexpr uint16_t VENDOR_ATI = 0x1002; // the graphics maker's host bridges belong to AMD platforms
-constexpr const char *SOURCE = "./BasicLib/BasicLib";
 
 uint16_t chipSetVid = 0;
 uint32_t tempPcieBaseAddr = WINDOW_UNKNOWN;
 
 // The offset is added whole: its two low bits stay in the address, the lane follows from the data port.
 static void SelectLegacy(uint16_t bus, uint16_t dev, uint16_t fun, uint16_t offset) {
-    uint32_t address = CONFIG_ENABLE + (static_cast<uint32_t>(bus) << 16) + (static_cast<uint32_t>(dev) << 11) +
-                       (static_cast<uint32_t>(fun) << 8) + offset;
+    uint32_t address = CONFIG_ENABLE + (static_cast<uint32_t>(bus) << 16) +
+                       (static_cast<uint32_t>(dev) << 11) + (static_cast<uint32_t>(fun) << 8) + offset;
     IoDelay(2);
     IoWrite32(CONFIG_ADDRESS, address);
 }
 
-int LegacyIoPciRead(uint8_t width, uint16_t bus, uint16_t dev, uint16_t fun, uint16_t offset, uint8_t *buffer) {
+int LegacyIoPciRead(uint8_t width, uint16_t bus, uint16_t dev, uint16_t fun, uint16_t offset,
+                    uint8_t *buffer) {
     if (offset > LEGACY_END || buffer == nullptr)
         return 0;
     SelectLegacy(bus, dev, fun, offset);
@@ -150,7 +150,8 @@ static uint32_t PciRead(uint8_t width, uint16_t bus, uint16_t dev, uint16_t fun,
                                    : MemRead32(address);
 }
 
-static void PciWrite(uint8_t width, uint16_t bus, uint16_t dev, uint16_t fun, uint16_t offset, uint32_t value) {
+static void PciWrite(uint8_t width, uint16_t bus, uint16_t dev, uint16_t fun, uint16_t offset,
+                     uint32_t value) {
     if (offset < LEGACY_END) {
         LegacyIoPciWrite(width, bus, dev, fun, offset, reinterpret_cast<const uint8_t *>(&value));
         return;
@@ -198,7 +199,7 @@ static bool IsWidth(uint8_t width) {
 void PciIndirectRead(uint8_t width, uint16_t bus, uint16_t dev, uint16_t fun, uint16_t indexOffset,
                      uint16_t dataOffset, uint32_t index, void *buffer) {
     if (!IsWidth(width)) {
-        PrintAssert(SOURCE, 1046, "FALSE");
+        PrintAssert(BASIC_LIB_SOURCE, 1046, "FALSE");
         return;
     }
     PciWrite(width, bus, dev, fun, indexOffset, index);
@@ -210,7 +211,7 @@ void PciIndirectRead(uint8_t width, uint16_t bus, uint16_t dev, uint16_t fun, ui
 void PciIndirectWrite(uint8_t width, uint16_t bus, uint16_t dev, uint16_t fun, uint16_t indexOffset,
                       uint16_t dataOffset, uint32_t index, const void *buffer) {
     if (!IsWidth(width)) {
-        PrintAssert(SOURCE, 1080, "FALSE");
+        PrintAssert(BASIC_LIB_SOURCE, 1080, "FALSE");
         return;
     }
     PciWrite(width, bus, dev, fun, indexOffset, index);
@@ -223,7 +224,7 @@ void PciIndirectWrite(uint8_t width, uint16_t bus, uint16_t dev, uint16_t fun, u
 
 static uint32_t WriteUnaligned(void *buffer, uint32_t value, size_t size, unsigned line) {
     if (buffer == nullptr)
-        PrintAssert(SOURCE, line, "Buffer != NULL");
+        PrintAssert(BASIC_LIB_SOURCE, line, "Buffer != NULL");
     else
         Memcpy(buffer, &value, size);
     return value;
@@ -262,13 +263,14 @@ static void ReadStep(PciCursor *at, uint8_t width) {
     at->left -= bytes;
 }
 
-uint64_t PciReadBuffer(uint16_t bus, uint16_t dev, uint16_t fun, uint64_t start, uint64_t size, void *buffer) {
+uint64_t PciReadBuffer(uint16_t bus, uint16_t dev, uint16_t fun, uint64_t start, uint64_t size,
+                       void *buffer) {
     if (size > 0x1000 - (start & 0xFFF))
-        PrintAssert(SOURCE, 1132, "((StartAddress & 0xFFF) + Size) <= 0x1000");
+        PrintAssert(BASIC_LIB_SOURCE, 1132, "((StartAddress & 0xFFF) + Size) <= 0x1000");
     if (size == 0)
         return 0;
     if (buffer == nullptr)
-        PrintAssert(SOURCE, 1138, "Buffer != NULL");
+        PrintAssert(BASIC_LIB_SOURCE, 1138, "Buffer != NULL");
 
     PciCursor at = {bus, dev, fun, start, size, static_cast<uint8_t *>(buffer)};
     if ((at.offset & 1) != 0)
@@ -288,13 +290,20 @@ uint16_t GetPciClassCode(uint16_t bus, uint16_t dev, uint16_t fun) {
     return PciRead16(bus, dev, fun, PCI_CLASS_DEVICE);
 }
 
-int isPcieController(uint16_t bus, uint16_t dev, uint16_t fun) {
+uint16_t FindExpressCap(uint16_t bus, uint16_t dev, uint16_t fun, bool endAtNull) {
     uint16_t pointer = PciRead16(bus, dev, fun, PCI_CAPABILITY_LIST) & 0xFF;
     for (unsigned i = 0; pointer != 0 && i < PCI_CAP_LIMIT; ++i) {
         uint16_t entry = PciRead16(bus, dev, fun, pointer);
-        if ((entry & 0xFF) == PCI_CAP_ID_EXP)
-            return 1;
-        pointer = entry >> 8; // used as it stands, reserved low bits included
+        uint8_t id = static_cast<uint8_t>(entry);
+        if (id == PCI_CAP_ID_EXP)
+            return pointer;
+        if (id == 0 && endAtNull)
+            return 0;
+        pointer = entry >> 8;
     }
     return 0;
+}
+
+int isPcieController(uint16_t bus, uint16_t dev, uint16_t fun) {
+    return FindExpressCap(bus, dev, fun, false) != 0;
 }

@@ -1,7 +1,8 @@
 // PCI configuration space. Offsets 0x00-0xFF go through the ports 0xCF8/0xCFC (PCI Local Bus 3.0,
 // 3.2.2.3.2), 0x100-0xFFF through the memory-mapped window (PCI Express Base 3.0, 7.2.2), whose base comes
 // from the chipset. An address is bus, device, function and offset, 16 bits each and never checked: numbers
-// out of range spill into the neighbouring bits. Absent and failing look alike: all ones.
+// out of range spill into the neighbouring bits. Absent and failing look alike: all ones, but
+// for a window that cannot be mapped, where the dword read gives the 0xFFFF of MemRead32.
 #pragma once
 
 #include "Base/Types.h"
@@ -33,7 +34,8 @@ extern uint32_t tempPcieBaseAddr;
 
 // One access through 0xCF8/0xCFC; the value lies in buffer in the width's size. 1; 0 with the buffer
 // untouched for an offset above 0x100, a NULL buffer (no port is touched then) or another width.
-int LegacyIoPciRead(uint8_t width, uint16_t bus, uint16_t dev, uint16_t fun, uint16_t offset, uint8_t *buffer);
+int LegacyIoPciRead(uint8_t width, uint16_t bus, uint16_t dev, uint16_t fun, uint16_t offset,
+                    uint8_t *buffer);
 int LegacyIoPciWrite(uint8_t width, uint16_t bus, uint16_t dev, uint16_t fun, uint16_t offset,
                      const uint8_t *buffer);
 
@@ -42,8 +44,9 @@ int LegacyIoPciWrite(uint8_t width, uint16_t bus, uint16_t dev, uint16_t fun, ui
 uint16_t ChipsetLpcIdentify();
 
 // Base of the memory-mapped window, below 4 GiB and 1 MiB aligned: Intel's PCIEXBAR (host bridge offset
-// 60h), AMD's and Hygon's MSR C001_0058h. Trusted whether or not the window is enabled. 1, or 0 for an
-// unknown vendor with *base untouched.
+// 60h), AMD's and Hygon's MSR C001_0058h. Trusted whether or not the window is enabled; an MSR that cannot be
+// read gives a base of 0, and extended offsets then reach low memory. 1, or 0 for an unknown vendor with
+// *base untouched.
 int GetPcieBaseAddress(uint32_t *base);
 
 // Address of the function's 4 KiB page in the window; for an unknown vendor with a base of 0.
@@ -78,6 +81,10 @@ uint64_t PciReadBuffer(uint16_t bus, uint16_t dev, uint16_t fun, uint64_t start,
 
 // (base class << 8) | sub-class, the register at 0x0A.
 uint16_t GetPciClassCode(uint16_t bus, uint16_t dev, uint16_t fun);
+
+// Offset of the PCI Express capability by a walk through the legacy ports, 0 without one. Pointers are used
+// as they stand, reserved low bits included. With endAtNull the walk ends at a capability ID of 0.
+uint16_t FindExpressCap(uint16_t bus, uint16_t dev, uint16_t fun, bool endAtNull);
 
 // 1 when the function's capability list holds a PCI Express capability (ID 0x10), else 0.
 int isPcieController(uint16_t bus, uint16_t dev, uint16_t fun);

@@ -3,6 +3,7 @@
 #include <sys/mman.h>
 
 #include <cerrno>
+#include <cstring>
 
 #include "Base/Memory.h"
 #include "BasicLib/Driver.h"
@@ -106,15 +107,15 @@ static void CopyPage(uint8_t *buffer, volatile uint8_t *page) {
     volatile uint64_t *source = reinterpret_cast<volatile uint64_t *>(page);
     for (uint32_t i = 0; i < PAGE_4KB / sizeof(uint64_t); ++i) {
         uint64_t value = source[i];
-        Memcpy(buffer + i * sizeof(uint64_t), &value, sizeof(value));
+        memcpy(buffer + i * sizeof(uint64_t), &value, sizeof(value));
     }
 }
 
 int Dump_PhysMem(uint32_t address, uint8_t *buffer, uint32_t length) {
     if (length < PAGE_4KB)
-        PrintAssert("./BasicLib/BasicLib", 537, "length >= PAGE_4KB");
+        PrintAssert(BASIC_LIB_SOURCE, 537, "length >= PAGE_4KB");
     errno = 0;
-    if (gMemFd == MEM_FD_NONE)
+    if (gMemFd == MEM_FD_NONE || buffer == nullptr)
         return 0;
     volatile uint8_t *map = MapPages(address, PAGE_4KB);
     if (map == nullptr) {

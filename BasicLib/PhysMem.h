@@ -4,6 +4,9 @@
 
 #include "Base/Types.h"
 
+// Where the assertions of this layer say they stand.
+constexpr const char *BASIC_LIB_SOURCE = "./BasicLib/BasicLib";
+
 // One access of the width, also across a page border. A read gives 0xFFFFFFFF without the memory device,
 // and 0xFF, 0xFFFF and 0xFFFF (for the dword too, which is intended) when the map is refused.
 uint32_t MemRead8(uint32_t address);
@@ -18,7 +21,7 @@ void MemWrite32(uint32_t address, uint32_t value);
 // Copies the whole 4 KiB page that holds address, whatever its low bits, with aligned 8-byte loads. The
 // buffer always receives 4 KiB; length is only checked against that, by an assertion line. 1 when the
 // page was copied; 0 with the buffer filled with 0xFF when the map is refused, and untouched without the
-// memory device.
+// memory device or for a NULL buffer.
 int Dump_PhysMem(uint32_t address, uint8_t *buffer, uint32_t length);
 
 // Copies length bytes from start on, cut at 4 GiB, page by page. 0x80000002 for a NULL buffer, else 0:

@@ -256,6 +256,8 @@ static char *FormatToHeap(const char *format, va_list args, size_t *count) {
 }
 
 int Printf(const char *format, ...) {
+    if (format == nullptr)
+        return 0xFFFF;
     va_list args;
     va_start(args, format);
     size_t count = 0;

@@ -19,7 +19,7 @@ int Sprintf_s_va_list(char *buffer, const char *format, va_list args);
 unsigned int Sprintf_s(char *buffer, const char *format, ...);
 
 // Formats and writes to standard output; the text may be of any length. Returns the count of bytes in
-// 16 bits; 0, and nothing is written, when the buffer cannot be allocated or the format is NULL.
+// 16 bits; 0, and nothing is written, when the buffer cannot be allocated; 0xFFFF for a NULL format.
 int Printf(const char *format, ...);
 
 // Writes value in base at buffer[*pos], with zeros in front up to width, and advances *pos (0 for a NULL

@@ -13,11 +13,8 @@ struct AccessWord {
 
 // Indexed by AccessWidth.
 static const AccessWord mAccessWords[] = {
-    {nullptr, nullptr, 0, 0},
-    {"WI", "RI", Flag::WI, Flag::RI},
-    {"WB", "RB", Flag::WB, Flag::RB},
-    {"WW", "RW", Flag::WW, Flag::RW},
-    {"WD", "RD", Flag::WD, Flag::RD},
+    {nullptr, nullptr, 0, 0},         {"WI", "RI", Flag::WI, Flag::RI}, {"WB", "RB", Flag::WB, Flag::RB},
+    {"WW", "RW", Flag::WW, Flag::RW}, {"WD", "RD", Flag::WD, Flag::RD},
 };
 
 AccessWidth FindAccess(uint16_t *pos) {

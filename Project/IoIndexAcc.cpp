@@ -35,8 +35,8 @@ static uint32_t IndexByte(const IndexPlace *at, uint8_t data) {
     if (AccessReads(ACCESS_BYTE))
         Printf("IOIndex/Data %X/%X offset %lX Read Byte: ", at->indexPort, at->dataPort, Wide(at->reg));
     else
-        Printf("IOIndex/Data %X/%X offset %lX Write Byte data:%02X, ", at->indexPort, at->dataPort, Wide(at->reg),
-               data);
+        Printf("IOIndex/Data %X/%X offset %lX Write Byte data:%02X, ", at->indexPort, at->dataPort,
+               Wide(at->reg), data);
     if (AccessWrites(ACCESS_BYTE))
         IoIndexWrite8(at->indexPort, at->dataPort, at->reg, data);
     return ReportData(ACCESS_BYTE, IoIndexRead8(at->indexPort, at->dataPort, at->reg));
@@ -48,8 +48,8 @@ static uint32_t IndexWord(const IndexPlace *at, uint16_t data) {
     if (AccessReads(ACCESS_WORD))
         Printf("IOIndex/Data %X/%X offset %lX Read Word: ", at->indexPort, at->dataPort, Wide(at->reg));
     else
-        Printf("IOIndex/Data %X/%X offset %lX Write Word data:%04X, ", at->indexPort, at->dataPort, Wide(at->reg),
-               data);
+        Printf("IOIndex/Data %X/%X offset %lX Write Word data:%04X, ", at->indexPort, at->dataPort,
+               Wide(at->reg), data);
     if (AccessWrites(ACCESS_WORD))
         write(at->indexPort, at->dataPort, at->reg, data);
     return ReportData(ACCESS_WORD, read(at->indexPort, at->dataPort, at->reg));

@@ -73,9 +73,9 @@ uint16_t PcieFindCapId(uint16_t bus, uint16_t dev, uint16_t fun, uint8_t capId) 
         return 0;
     bool cardBus = (MemRead8(page + PCI_HEADER_TYPE) & ~HEADER_MULTI_FUNCTION & 0xFF) == HEADER_CARDBUS;
     uint32_t pointer = MemRead8(page + (cardBus ? PCI_CB_CAPABILITY_LIST : PCI_CAPABILITY_LIST)) & 0xFC;
-    uint32_t id = 0;
+    uint8_t id = 0;
     for (unsigned i = 0; pointer != 0 && id < 0xFF && i < PCI_CAP_LIMIT; ++i) {
-        id = MemRead8(page + pointer);
+        id = static_cast<uint8_t>(MemRead8(page + pointer));
         if (id == capId)
             return static_cast<uint16_t>(pointer);
         pointer = MemRead8(page + pointer + 1) & 0xFC;
@@ -83,24 +83,9 @@ uint16_t PcieFindCapId(uint16_t bus, uint16_t dev, uint16_t fun, uint8_t capId) 
     return 0;
 }
 
-// Offset of the PCI Express capability by a walk through the legacy ports; 0 without it.
-static uint16_t FindExpressCap(uint16_t bus, uint16_t dev, uint16_t fun) {
-    uint16_t pointer = PciRead16(bus, dev, fun, PCI_CAPABILITY_LIST) & 0xFF;
-    for (unsigned i = 0; pointer != 0 && i < PCI_CAP_LIMIT; ++i) {
-        uint16_t entry = PciRead16(bus, dev, fun, pointer);
-        uint8_t id = static_cast<uint8_t>(entry);
-        if (id == PCI_CAP_ID_EXP)
-            return pointer;
-        if (id == 0)
-            return 0;
-        pointer = entry >> 8;
-    }
-    return 0;
-}
-
 EFI_STATUS ReadPciAspm(uint16_t bus, uint16_t dev, uint16_t fun) {
     static const char *const mAspmNames[] = {"DIS ", "L0S ", "L1  ", "L01 "};
-    uint16_t express = FindExpressCap(bus, dev, fun);
+    uint16_t express = FindExpressCap(bus, dev, fun, true);
     if (express == 0) {
         Printf("NA  ");
         return EFI_NOT_FOUND;

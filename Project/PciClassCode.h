@@ -1,4 +1,4 @@
-// Names of the PCI classes (PCI Code and ID Assignment Specification, chapter 1).
+// Names of the PCI classes (PCI Code and ID Assignment 1.11, chapter 1).
 #pragma once
 
 #include <cstdint>
@@ -8,7 +8,6 @@ struct PciClassName {
     const char *name; // ends with a newline
 };
 
-constexpr uint16_t PCI_CLASS_SMBUS = 0x0C05;
 constexpr uint16_t PCI_CLASS_END = 0xFFFF;
 
 // The table, ended by a row with the code PCI_CLASS_END. Its spellings are part of the output.

@@ -91,7 +91,8 @@ static SioResult AccessRegisters() {
 }
 
 static void ReportAccess(SioResult result) {
-    // The dword-read switch chooses the wording, so a plain byte read reports as a write; so it has always been.
+    // The dword-read switch chooses the wording, so a plain byte read reports as a write; so it has always
+    // been.
     if (CmdHas(Flag::RD))
         Printf("SIO Read from 0x%X, data = 0x%X, ", result.reg, result.value & 0xFF);
     else

@@ -17,6 +17,8 @@ EFI_STATUS CmdSearchFromBuffer(const char *word, const char *key) {
         return EFI_ABORTED;
     if (Strcmp(word, key) == 0)
         return EFI_SUCCESS;
+    if (word[0] == 0 || word[1] != key[0]) // no prefixed form begins like this
+        return EFI_NOT_FOUND;
 
     char *prefixed = static_cast<char *>(Malloc(SWITCH_SCRATCH));
     if (prefixed == nullptr)

@@ -1,9 +1,13 @@
 #include "Common/ComFunc/Console.h"
 
 #include <fcntl.h>
+#include <poll.h>
+#include <signal.h>
+#include <sys/signalfd.h>
 #include <termios.h>
 #include <unistd.h>
 
+#include <cerrno>
 #include <cstdio>
 #include <cstdlib>
 
@@ -48,42 +52,90 @@ void setColor(uint16_t number) {
         fputs(ColorSequence(number), stdout);
 }
 
-// Puts the terminal on descriptor 0 into non-canonical mode without echo and keeps the modes it had.
-// False when descriptor 0 is no terminal; there is nothing to restore then.
-static bool EnterKeyMode(termios *saved) {
-    if (tcgetattr(STDIN_FILENO, saved) != 0)
-        return false;
-    termios key = *saved;
-    key.c_lflag &= ~static_cast<tcflag_t>(ICANON | ECHO);
-    tcsetattr(STDIN_FILENO, TCSANOW, &key);
-    return true;
+// Standard input while keys are read one by one: what is to be put back afterwards.
+struct KeyMode {
+    bool isTerminal;
+    termios modes;
+    sigset_t signals;
+};
+
+// The byte that isKeyBoardHit has seen is in the stream's push-back and not on the descriptor.
+static bool keyPushedBack = false;
+
+// The signals that end or stop a program from the keyboard or from outside.
+static const int mEndingSignals[] = {SIGINT, SIGQUIT, SIGTERM, SIGHUP, SIGTSTP};
+
+static sigset_t EndingSignals() {
+    sigset_t set;
+    sigemptyset(&set);
+    for (int number : mEndingSignals)
+        sigaddset(&set, number);
+    return set;
+}
+
+// Non-canonical mode without echo, if descriptor 0 is a terminal. From here to LeaveKeyMode the ending
+// signals are held back, so that none of them can leave the terminal in this mode.
+static KeyMode EnterKeyMode() {
+    KeyMode mode = {};
+    sigset_t ending = EndingSignals();
+    sigprocmask(SIG_BLOCK, &ending, &mode.signals);
+    setvbuf(stdin, nullptr, _IONBF, 0); // a key is on the descriptor or pushed back, never in between
+    mode.isTerminal = tcgetattr(STDIN_FILENO, &mode.modes) == 0;
+    if (mode.isTerminal) {
+        termios key = mode.modes;
+        key.c_lflag &= ~static_cast<tcflag_t>(ICANON | ECHO);
+        tcsetattr(STDIN_FILENO, TCSANOW, &key);
+    }
+    return mode;
+}
+
+// A signal that has come in the meantime acts at the end of this call.
+static void LeaveKeyMode(const KeyMode *mode) {
+    if (mode->isTerminal)
+        tcsetattr(STDIN_FILENO, TCSANOW, &mode->modes);
+    sigprocmask(SIG_SETMASK, &mode->signals, nullptr);
+}
+
+// Waits for a byte or the end of input (true), or for one of the ending signals (false).
+static bool WaitForKey() {
+    sigset_t ending = EndingSignals();
+    int signals = signalfd(-1, &ending, SFD_CLOEXEC);
+    pollfd wait[] = {{STDIN_FILENO, POLLIN, 0}, {signals, POLLIN, 0}};
+    while (poll(wait, 2, -1) == -1 && errno == EINTR) {
+    }
+    if (signals != -1)
+        close(signals);
+    return wait[1].revents == 0;
 }
 
 int getch() {
-    termios saved;
-    bool isTerminal = EnterKeyMode(&saved);
-    int key = getchar();
-    if (isTerminal)
-        tcsetattr(STDIN_FILENO, TCSANOW, &saved);
-    return key;
+    for (;;) {
+        KeyMode mode = EnterKeyMode();
+        bool ready = keyPushedBack || WaitForKey();
+        int key = ready ? getchar() : EOF;
+        LeaveKeyMode(&mode);
+        if (ready) {
+            keyPushedBack = false;
+            return key;
+        }
+    }
 }
 
 int isKeyBoardHit() {
-    termios saved;
-    bool isTerminal = EnterKeyMode(&saved);
+    KeyMode mode = EnterKeyMode();
     int flags = fcntl(STDIN_FILENO, F_GETFL);
     if (flags != -1)
         fcntl(STDIN_FILENO, F_SETFL, flags | O_NONBLOCK);
     int key = getchar();
-    if (isTerminal)
-        tcsetattr(STDIN_FILENO, TCSANOW, &saved);
     if (flags != -1)
         fcntl(STDIN_FILENO, F_SETFL, flags);
+    LeaveKeyMode(&mode);
     if (key == EOF) {
         clearerr(stdin); // "no key yet" must not look like the end of input to the next read
         return 0;
     }
     ungetc(key, stdin);
+    keyPushedBack = true;
     return 1;
 }
 

@@ -13,26 +13,26 @@ constexpr int NO_DATA = 31;
 // How a view writes: the paged one straight to standard output and in colours, the plain one by Printf.
 enum ViewKind { VIEW_PAGED, VIEW_PLAIN };
 
-static void Color(ViewKind kind, uint16_t number) {
+static void ViewColor(ViewKind kind, uint16_t number) {
     if (kind == VIEW_PAGED)
         setColor(number);
 }
 
-static void Text(ViewKind kind, const char *text) {
+static void ViewText(ViewKind kind, const char *text) {
     if (kind == VIEW_PAGED)
         fputs(text, stdout);
     else
         Printf("%s", text);
 }
 
-static void Number(ViewKind kind, const char *format, uint32_t value) {
+static void ViewNumber(ViewKind kind, const char *format, uint32_t value) {
     if (kind == VIEW_PAGED)
         printf(format, value);
     else
         Printf(format, value);
 }
 
-static void NewLine(ViewKind kind) {
+static void ViewNewLine(ViewKind kind) {
     if (kind == VIEW_PAGED)
         puts("\r");
     else
@@ -41,52 +41,52 @@ static void NewLine(ViewKind kind) {
 
 static void Header(ViewKind kind, uint32_t length) {
     uint32_t columns = length < ROW_BYTES ? length : ROW_BYTES;
-    Text(kind, "  ");
-    Color(kind, COLOR_YELLOW);
+    ViewText(kind, "  ");
+    ViewColor(kind, COLOR_YELLOW);
     for (uint32_t i = 0; i < ROW_BYTES; ++i) {
         if (i < columns)
-            Number(kind, " %02X", i);
+            ViewNumber(kind, " %02X", i);
         else
-            Text(kind, "   ");
+            ViewText(kind, "   ");
     }
-    Text(kind, gBlankSpace);
-    Text(kind, " ");
+    ViewText(kind, gBlankSpace);
+    ViewText(kind, " ");
     for (uint32_t i = 0; i < columns; ++i)
-        Number(kind, "%X", i);
-    NewLine(kind);
-    Text(kind, "00 ");
-    Color(kind, COLOR_NORMAL);
+        ViewNumber(kind, "%X", i);
+    ViewNewLine(kind);
+    ViewText(kind, "00 ");
+    ViewColor(kind, COLOR_NORMAL);
 }
 
 static void RowLabel(ViewKind kind, uint64_t offset) {
-    NewLine(kind);
-    Color(kind, COLOR_YELLOW);
-    Number(kind, "%02X ", static_cast<uint32_t>(offset >> 4) & 0xFF);
-    Color(kind, COLOR_NORMAL);
+    ViewNewLine(kind);
+    ViewColor(kind, COLOR_YELLOW);
+    ViewNumber(kind, "%02X ", static_cast<uint32_t>(offset >> 4) & 0xFF);
+    ViewColor(kind, COLOR_NORMAL);
 }
 
 // One row of count (1..16) bytes: its cells, then its characters.
 static void Row(ViewKind kind, const uint8_t *row, uint32_t count) {
     for (uint32_t i = 0; i < ROW_BYTES; ++i) {
-        Color(kind, COLOR_BRIGHT_RED);
+        ViewColor(kind, COLOR_BRIGHT_RED);
         if (i < count)
-            Number(kind, "%02X ", row[i]);
+            ViewNumber(kind, "%02X ", row[i]);
         else
-            Text(kind, "   ");
-        Color(kind, COLOR_NORMAL);
+            ViewText(kind, "   ");
+        ViewColor(kind, COLOR_NORMAL);
     }
-    Text(kind, gBlankSpace);
+    ViewText(kind, gBlankSpace);
     for (uint32_t i = 0; i < count; ++i) {
         bool printable = row[i] >= 0x20 && row[i] <= 0x7F;
-        Color(kind, COLOR_CYAN);
-        Number(kind, "%c", printable ? row[i] : '.');
-        Color(kind, COLOR_NORMAL);
+        ViewColor(kind, COLOR_CYAN);
+        ViewNumber(kind, "%c", printable ? row[i] : '.');
+        ViewColor(kind, COLOR_NORMAL);
     }
 }
 
 // The end of a page: the paged view waits for a key here.
 static int PageEnd(ViewKind kind) {
-    NewLine(kind);
+    ViewNewLine(kind);
     if (kind == VIEW_PLAIN || (DispHas(DISP_LOG) && !isKeyBoardHit()))
         return DEBUG_MSG_NO_KEY;
     return getch();

@@ -4,8 +4,8 @@
 #include "Base/Text.h"
 
 // The single pass over units of unitSize bytes; lengths and *pos count units.
-static EFI_STATUS SearchUnits(const void *buffer, uint32_t length, const void *pattern, uint32_t patternLength,
-                              size_t unitSize, uint32_t *pos, int fromStart) {
+static EFI_STATUS SearchUnits(const void *buffer, uint32_t length, const void *pattern,
+                              uint32_t patternLength, size_t unitSize, uint32_t *pos, int fromStart) {
     if (buffer == nullptr || pattern == nullptr || pos == nullptr)
         return EFI_INVALID_PARAMETER;
     const uint8_t *data = static_cast<const uint8_t *>(buffer);
@@ -41,9 +41,9 @@ EFI_STATUS WSearchFromBuffer(const uint16_t *buffer, uint32_t length, const uint
     return SearchUnits(buffer, length, string, patternLength, 2, pos, fromStart);
 }
 
-EFI_STATUS ReplaceBufferContent(uint8_t **buffer, uint32_t *length, const void *pattern, uint32_t patternLength,
-                                const void *replacement, uint32_t replacementLength, uint32_t *pos,
-                                int fromStart) {
+EFI_STATUS ReplaceBufferContent(uint8_t **buffer, uint32_t *length, const void *pattern,
+                                uint32_t patternLength, const void *replacement, uint32_t replacementLength,
+                                uint32_t *pos, int fromStart) {
     if (buffer == nullptr || length == nullptr || (replacement == nullptr && replacementLength != 0))
         return EFI_INVALID_PARAMETER;
     EFI_STATUS status = SearchFromBuffer(*buffer, *length, pattern, patternLength, pos, fromStart);

@@ -23,5 +23,6 @@ EFI_STATUS WSearchFromBuffer(const uint16_t *buffer, uint32_t length, const uint
 // Replaces the first match by the replacement in a new heap block, frees the old one and hands out the
 // new block and length; *pos keeps the end of the match in the old one. A search failure is returned
 // as it is, 0x80000005 when no block can be had; the old block then stays.
-EFI_STATUS ReplaceBufferContent(uint8_t **buffer, uint32_t *length, const void *pattern, uint32_t patternLength,
-                                const void *replacement, uint32_t replacementLength, uint32_t *pos, int fromStart);
+EFI_STATUS ReplaceBufferContent(uint8_t **buffer, uint32_t *length, const void *pattern,
+                                uint32_t patternLength, const void *replacement, uint32_t replacementLength,
+                                uint32_t *pos, int fromStart);

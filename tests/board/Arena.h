@@ -1,5 +1,6 @@
-// Storage and system calls for the board. It runs inside signal handlers and under programs whose allocator is being
-// tested, so it takes no heap and calls the kernel directly rather than functions that somebody may stand in front of.
+// Storage and system calls for the board. It runs inside signal handlers and under programs whose allocator
+// is being tested, so it takes no heap and calls the kernel directly rather than functions that somebody may
+// stand in front of.
 #pragma once
 
 #include <stddef.h>
@@ -9,8 +10,8 @@
 void *ArenaTake(size_t size);
 void ArenaReset();
 
-// Moves a descriptor out of the program's sight (200 or above, close-on-exec), so that the lowest free numbers stay
-// the program's own. Negative descriptors are passed on.
+// Moves a descriptor out of the program's sight (200 or above, close-on-exec), so that the lowest free
+// numbers stay the program's own. Negative descriptors are passed on.
 int MoveDescriptorHigh(int descriptor);
 
 // Ends the process with a message: the board was told or asked for something that it does not have.

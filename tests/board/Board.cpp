@@ -38,7 +38,7 @@ void Load(const char *path, const char *memoryFile) {
     ForgetBoard();
     MemoryReset(memoryFile);
     DoorsReset();
-    ReadBoardFile(path);
+    ReadBoardFile(path, nullptr);
     gBoard.loaded = true;
     if (gBoard.cpuidLeaves) {
         TrapArm();

@@ -1,8 +1,8 @@
 // The simulated board as seen by a test that is linked with it.
 //
 // Link libhwboard.so before libc (target hwboard) and load a board description; from then on iopl, the port
-// instructions, /dev/mem, /dev/cpu/N/msr, the firmware's table file and system() are the board's. Without a loaded
-// board everything reaches the kernel unchanged.
+// instructions, /dev/mem, /dev/cpu/N/msr, the firmware's table file and system() are the board's. Without a
+// loaded board everything reaches the kernel unchanged.
 #pragma once
 
 #include <stdint.h>
@@ -11,8 +11,8 @@
 extern "C" {
 #endif
 
-// Loads a board file after forgetting the one before: memory, ports, MSRs, privilege and the log start afresh.
-// A mistake in the file ends the process with a message that names the line.
+// Loads a board file after forgetting the one before: memory, ports, MSRs, privilege and the log start
+// afresh. A mistake in the file ends the process with a message that names the line.
 void BoardLoad(const char *path);
 
 // Forgets the board; all doors lead to the kernel again.
@@ -34,15 +34,16 @@ uint8_t BoardGetPort(uint16_t port);
 void BoardSetMsr(int cpu, uint32_t index, uint64_t value);
 uint64_t BoardGetMsr(int cpu, uint32_t index);
 
-// The stored bits of a configuration register, read-only ones included, without a trace in the log. The function is
-// (bus << 8) | (device << 3) | function; width is 1, 2 or 4. An absent function reads all ones.
+// The stored bits of a configuration register, read-only ones included, without a trace in the log. The
+// function is (bus << 8) | (device << 3) | function; width is 1, 2 or 4. An absent function reads all ones.
 void BoardSetPci(uint16_t function, uint16_t offset, int width, uint32_t value);
 uint32_t BoardGetPci(uint16_t function, uint16_t offset, int width);
 
 // Microseconds that have passed on the board: one for each write to the delay port 0xED.
 uint64_t BoardMicroseconds(void);
 
-// 1 when the board's CPUID leaves are in force, 0 when the processor cannot make CPUID fault or none were given.
+// 1 when the board's CPUID leaves are in force, 0 when the processor cannot make CPUID fault or none were
+// given.
 int BoardCpuidFaulting(void);
 
 #ifdef __cplusplus

@@ -52,12 +52,12 @@ char *CutLine(char *at, BoardLine *line) {
 
 } // namespace
 
-void ReadBoardFile(const char *path) {
+void ReadBoardFile(const char *path, const BoardLine *from) {
     if (++gIncludeDepth > MAX_INCLUDE_DEPTH)
         BoardFail("%s: board files include each other", path);
     uint64_t length;
+    char *at = reinterpret_cast<char *>(ReadWholeFile(from, path, &length));
     BoardLine line = {path, 0, 0, {}};
-    char *at = reinterpret_cast<char *>(ReadWholeFile(&line, path, &length));
     char *end = at + length;
     while (at < end && *at) {
         line.number++;
@@ -65,7 +65,7 @@ void ReadBoardFile(const char *path) {
         if (line.count == 0)
             continue;
         if (LineHas(&line, 0, "include"))
-            ReadBoardFile(LinePath(&line, 1));
+            ReadBoardFile(LinePath(&line, 1), &line);
         else
             CarryOutKeyword(&line);
     }
@@ -139,6 +139,8 @@ uint8_t *ReadWholeFile(const BoardLine *line, const char *path, uint64_t *length
 }
 
 void LineFail(const BoardLine *line, const char *message, const char *word) {
+    if (!line)
+        BoardFail("%s: %s", word, message);
     if (word)
         BoardFail("%s:%d: %s: \"%s\"", line->path, line->number, message, word);
     BoardFail("%s:%d: %s", line->path, line->number, message);

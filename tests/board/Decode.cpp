@@ -87,8 +87,8 @@ const uint8_t *ReadVectorPrefix(const uint8_t *at, Prefixes *p) {
     return at + 4;
 }
 
-// The effective address of a ModRM byte that names memory. A compressed displacement (EVEX) counts in units of the
-// access width.
+// The effective address of a ModRM byte that names memory. A compressed displacement (EVEX) counts in units
+// of the access width.
 bool EffectiveAddress(const uint8_t *modrm, const greg_t *registers, const Prefixes *p, unsigned width,
                       uint64_t *address) {
     unsigned mode = *modrm >> 6;

@@ -1,5 +1,6 @@
-// As much of the instruction set as is needed to tell what an instruction that faulted wanted of the hardware.
-// Intel 64 and IA-32 Architectures Software Developer's Manual, volume 2: 2.1 to 2.7 (formats), A (opcode maps).
+// As much of the instruction set as is needed to tell what an instruction that faulted wanted of the
+// hardware. Intel 64 and IA-32 Architectures Software Developer's Manual, volume 2: 2.1 to 2.7 (formats), A
+// (opcode maps).
 #pragma once
 
 #include <stdint.h>

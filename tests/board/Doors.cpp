@@ -1,6 +1,7 @@
-// The functions of libc that lead to hardware. Each asks whether the board has a say and goes to the kernel if not.
-#include "Arena.h"
+// The functions of libc that lead to hardware. Each asks whether the board has a say and goes to the kernel
+// if not.
 #include "Doors.h"
+#include "Arena.h"
 #include "Log.h"
 #include "Memory.h"
 #include "Msr.h"
@@ -25,8 +26,9 @@ namespace {
 
 enum FileKind { FILE_NONE, FILE_MEM, FILE_MSR, FILE_SYSTAB };
 
-// A file that the board serves. Behind each stands a real file, so that descriptors of it live as any others do: the
-// lowest free number, close-on-exec, dup, inheritance. A descriptor is recognised by the file behind it.
+// A file that the board serves. Behind each stands a real file, so that descriptors of it live as any others
+// do: the lowest free number, close-on-exec, dup, inheritance. A descriptor is recognised by the file behind
+// it.
 struct BoardFile {
     FileKind kind;
     char path[40];
@@ -72,8 +74,9 @@ BoardFile *NewFile(FileKind kind, const char *path, int cpu) {
     file->kind = kind;
     file->cpu = cpu;
     snprintf(file->path, sizeof file->path, "%s", path);
-    NoteBacking(file, kind == FILE_MEM ? MemoryDescriptor()
-                                       : MoveDescriptorHigh(int(syscall(SYS_memfd_create, path, MFD_CLOEXEC))));
+    NoteBacking(file, kind == FILE_MEM
+                          ? MemoryDescriptor()
+                          : MoveDescriptorHigh(int(syscall(SYS_memfd_create, path, MFD_CLOEXEC))));
     return file;
 }
 
@@ -84,7 +87,8 @@ int CpuOfPath(const char *path) {
         return -1;
     char *end;
     long cpu = strtol(path + sizeof PREFIX - 1, &end, 10);
-    return end != path + sizeof PREFIX - 1 && strcmp(end, "/msr") == 0 && cpu >= 0 && cpu < 100000 ? int(cpu) : -1;
+    return end != path + sizeof PREFIX - 1 && strcmp(end, "/msr") == 0 && cpu >= 0 && cpu < 100000 ? int(cpu)
+                                                                                                   : -1;
 }
 
 bool BoardPath(const char *path) {
@@ -245,7 +249,8 @@ ssize_t Pwrite(int descriptor, const void *buffer, size_t count, off_t offset) {
 void *Mmap(void *at, size_t length, int protection, int flags, int descriptor, off_t offset) {
     BoardFile *file = (flags & MAP_ANONYMOUS) ? nullptr : FileOfDescriptor(descriptor);
     if (!file || file->kind != FILE_MEM) {
-        void *result = reinterpret_cast<void *>(syscall(SYS_mmap, at, length, protection, flags, descriptor, offset));
+        void *result =
+            reinterpret_cast<void *>(syscall(SYS_mmap, at, length, protection, flags, descriptor, offset));
         RemovedMapping replaced;
         if (result != MAP_FAILED && (flags & MAP_FIXED))
             MappingRemoved(uintptr_t(result), length, &replaced);
@@ -255,7 +260,8 @@ void *Mmap(void *at, size_t length, int protection, int flags, int descriptor, o
     int error = MemoryAt(uint64_t(offset), length) ? MappingRefused(uint64_t(offset), length, sync) : EINVAL;
     void *result = MAP_FAILED;
     if (error == 0) {
-        result = reinterpret_cast<void *>(syscall(SYS_mmap, at, length, protection, flags, descriptor, offset));
+        result =
+            reinterpret_cast<void *>(syscall(SYS_mmap, at, length, protection, flags, descriptor, offset));
         error = result == MAP_FAILED ? errno : 0;
     }
     if (error == 0) {

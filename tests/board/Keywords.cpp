@@ -2,6 +2,7 @@
 
 #include "Memory.h"
 #include "Msr.h"
+#include "Ports.h"
 #include "Settings.h"
 #include "models/Ecam.h"
 #include "models/PciConfigPorts.h"
@@ -40,6 +41,7 @@ const Keyword KEYWORDS[] = {
     {"delay", DelayPortLine},
     {"latch", LatchPortLine},
     {"constant", ConstantPortLine},
+    {"unlogged", UnloggedLine},
     // PCI
     {"pci-ports", PciConfigPortsLine},
     {"ecam", EcamLine},

@@ -19,9 +19,9 @@ struct ErrorText {
 };
 
 const ErrorText ERROR_NAMES[] = {
-    {EPERM, "EPERM"},   {ENOENT, "ENOENT"}, {EIO, "EIO"},       {ENXIO, "ENXIO"},   {EBADF, "EBADF"},
-    {EAGAIN, "EAGAIN"}, {ENOMEM, "ENOMEM"}, {EACCES, "EACCES"}, {EFAULT, "EFAULT"}, {EBUSY, "EBUSY"},
-    {EEXIST, "EEXIST"}, {ENODEV, "ENODEV"}, {EINVAL, "EINVAL"}, {ENFILE, "ENFILE"}, {EMFILE, "EMFILE"},
+    {EPERM, "EPERM"},   {ENOENT, "ENOENT"},   {EIO, "EIO"},       {ENXIO, "ENXIO"},   {EBADF, "EBADF"},
+    {EAGAIN, "EAGAIN"}, {ENOMEM, "ENOMEM"},   {EACCES, "EACCES"}, {EFAULT, "EFAULT"}, {EBUSY, "EBUSY"},
+    {EEXIST, "EEXIST"}, {ENODEV, "ENODEV"},   {EINVAL, "EINVAL"}, {ENFILE, "ENFILE"}, {EMFILE, "EMFILE"},
     {ENOSYS, "ENOSYS"}, {ENOTDIR, "ENOTDIR"},
 };
 

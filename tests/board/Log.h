@@ -1,5 +1,5 @@
-// The record of all accesses in order. A line is composed here and written whole, with one write to a descriptor in
-// append mode, so that nothing is missing when the process is killed in the middle.
+// The record of all accesses in order. A line is composed here and written whole, with one write to a
+// descriptor in append mode, so that nothing is missing when the process is killed in the middle.
 #pragma once
 
 #include <stddef.h>
@@ -27,6 +27,7 @@ void LogAddBytes(LogLine *line, const uint8_t *bytes, unsigned count);
 void LogAddResult(LogLine *line, int error);
 void LogEnd(LogLine *line);
 
-// The name of an error number ("EPERM"; "E?" for one without a name here), and the way back: 0 for no such name.
+// The name of an error number ("EPERM"; "E?" for one without a name here), and the way back: 0 for no such
+// name.
 const char *ErrorName(int error);
 int ErrorNumber(const char *name);

@@ -120,7 +120,8 @@ void MemoryReset(const char *path) {
     if (gMemoryDescriptor < 0 || path || gMemoryNamed)
         OpenMemory(path);
     else
-        syscall(SYS_fallocate, gMemoryDescriptor, FALLOC_FL_PUNCH_HOLE | FALLOC_FL_KEEP_SIZE, 0L, MEMORY_SIZE);
+        syscall(SYS_fallocate, gMemoryDescriptor, FALLOC_FL_PUNCH_HOLE | FALLOC_FL_KEEP_SIZE, 0L,
+                MEMORY_SIZE);
     gRangeCount = 0;
     gMappingCount = 0;
 }
@@ -282,7 +283,8 @@ void WatchLine(BoardLine *line) {
 }
 
 void HoleLine(BoardLine *line) {
-    ClaimMemory(LineNumber(line, 1, UINT32_MAX), LineNumber(line, 2, uint64_t(1) << 32), nullptr, nullptr, nullptr);
+    ClaimMemory(LineNumber(line, 1, UINT32_MAX), LineNumber(line, 2, uint64_t(1) << 32), nullptr, nullptr,
+                nullptr);
 }
 
 void RefuseLine(BoardLine *line) {

@@ -2,12 +2,15 @@
 
 #include "Arena.h"
 
+#include <string.h>
+
 namespace {
 
 constexpr int MAX_CLAIMS = 1024;
 
 PortClaim gClaims[MAX_CLAIMS];
 int gClaimCount;
+bool gUnlogged[0x10000];
 
 PortClaim *FindClaim(uint16_t port, unsigned width) {
     for (int i = gClaimCount - 1; i >= 0; i--) {
@@ -36,6 +39,16 @@ PortClaim *ClaimPorts(uint32_t base, uint32_t count, unsigned widths, PortReader
 
 void PortsReset() {
     gClaimCount = 0;
+    memset(gUnlogged, 0, sizeof gUnlogged);
+}
+
+void UnloggedLine(BoardLine *line) {
+    uint64_t port = LineNumber(line, 1, 0xFFFF);
+    memset(gUnlogged + port, true, LineNumber(line, 2, 0x10000 - port));
+}
+
+bool PortLogged(uint16_t port) {
+    return !gUnlogged[port];
 }
 
 uint32_t PortRead(uint16_t port, unsigned width) {

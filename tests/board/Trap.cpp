@@ -80,12 +80,14 @@ void PassOn(int signal, siginfo_t *info, void *context) {
     }
     KernelSigaction fatal = {HANDLER_DEFAULT, 0, nullptr, 0};
     SetSignal(signal, &fatal, nullptr);
-    // A fault comes again with its instruction; a trap that somebody sent does not.
-    if (signal == SIGTRAP)
-        syscall(SYS_tgkill, getpid(), syscall(SYS_gettid), SIGTRAP);
+    // A fault comes again with its instruction; a signal that somebody sent does not.
+    if (signal == SIGTRAP || info->si_code <= 0)
+        syscall(SYS_tgkill, getpid(), syscall(SYS_gettid), signal);
 }
 
 void LogPort(const char *name, unsigned width, uint16_t port, const char *arrow, uint32_t value) {
+    if (!PortLogged(port))
+        return;
     LogLine line;
     LogBegin(&line, name);
     LogAdd(&line, width == 1 ? "8 " : width == 2 ? "16 " : "32 ");
@@ -219,10 +221,11 @@ bool OnPageFault(ucontext_t *context) {
     for (int i = 0; i < instruction.operandCount; i++)
         explained = explained || fault - instruction.operands[i].address < instruction.operands[i].width;
     if (!explained)
-        BoardFail("the instruction %02x %02x %02x %02x %02x %02x %02x %02x at %p, which touches device memory "
-                  "at %lx, is not known",
-                  code[0], code[1], code[2], code[3], code[4], code[5], code[6], code[7],
-                  reinterpret_cast<const void *>(code), static_cast<unsigned long>(physical));
+        BoardFail(
+            "the instruction %02x %02x %02x %02x %02x %02x %02x %02x at %p, which touches device memory "
+            "at %lx, is not known",
+            code[0], code[1], code[2], code[3], code[4], code[5], code[6], code[7],
+            reinterpret_cast<const void *>(code), static_cast<unsigned long>(physical));
 
     gStep.string = instruction.kind == INSTRUCTION_MEMORY_STRING;
     gStep.operandCount = 0;
@@ -247,12 +250,14 @@ void EndStep(ucontext_t *context) {
 void OnSegmentationFault(int signal, siginfo_t *info, void *opaque) {
     ucontext_t *context = static_cast<ucontext_t *>(opaque);
     bool stepping = gStep.active;
-    if (stepping) // the instruction was let through and faults once more: its other operand is the program's mistake
+    if (stepping) // the instruction was let through and faults once more: its other operand is the program's
+                  // mistake
         EndStep(context);
-    greg_t trap = Registers(context)[REG_TRAPNO];
+    // In a signal that was sent, the trap number is the one of an earlier fault.
+    greg_t trap = info->si_code > 0 ? Registers(context)[REG_TRAPNO] : 0;
     if (gBoard.loaded && !stepping &&
         ((trap == TRAP_GENERAL_PROTECTION && OnGeneralProtection(context)) ||
-         (trap == TRAP_PAGE_FAULT && info->si_code > 0 && OnPageFault(context))))
+         (trap == TRAP_PAGE_FAULT && OnPageFault(context))))
         return;
     PassOn(signal, info, opaque);
 }
@@ -278,7 +283,8 @@ void TrapArm() {
         return;
     gArmed = true;
     KernelSigaction action = {reinterpret_cast<uintptr_t>(OnSegmentationFault),
-                              SA_SIGINFO | SA_ONSTACK | SA_RESTART | KERNEL_SA_RESTORER, BoardSignalReturn, 0};
+                              SA_SIGINFO | SA_ONSTACK | SA_RESTART | KERNEL_SA_RESTORER, BoardSignalReturn,
+                              0};
     SetSignal(SIGSEGV, &action, &gBefore[0]);
     action.handler = reinterpret_cast<uintptr_t>(OnTrap);
     SetSignal(SIGTRAP, &action, &gBefore[1]);

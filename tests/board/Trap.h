@@ -1,5 +1,6 @@
-// The instructions that a door stands in: port accesses and CPUID (general protection fault), loads and stores to
-// pages of devices (page fault). Intel SDM volume 3, 6.15 for the faults, 17.3.1.4 for single-stepping.
+// The instructions that a door stands in: port accesses and CPUID (general protection fault), loads and
+// stores to pages of devices (page fault). Intel SDM volume 3, 6.15 for the faults, 17.3.1.4 for
+// single-stepping.
 #pragma once
 
 // Takes SIGSEGV and SIGTRAP, once; what is no matter of the board goes to whoever had them before.

@@ -280,7 +280,7 @@ void PciExpressLine(BoardLine *line) {
     function->express = true;
     function->writable[PCI_LATENCY_TIMER] = 0;
     PciStore(function, uint16_t(offset + 0x02), 2, 0x0002 | type << 4); // capabilities: version 2, port type
-    PciStore(function, uint16_t(offset + 0x04), 4, 0x00008001);         // device: payload 256, error reporting
+    PciStore(function, uint16_t(offset + 0x04), 4, 0x00008001); // device: payload 256, error reporting
     PciStore(function, uint16_t(offset + 0x08), 2, 0x2810);
     SetMask(function->writable, uint16_t(offset + 0x08), 2, 0x7FFF);
     SetMask(function->oneClears, uint16_t(offset + 0x0A), 2, 0x000F);

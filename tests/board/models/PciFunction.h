@@ -11,12 +11,12 @@ struct PciFunction {
     uint16_t number; // (bus << 8) | (device << 3) | function
     bool express;    // has the extended space; a conventional function reads all ones from 0x100 on
     uint8_t config[PCI_SPACE];
-    uint8_t writable[PCI_SPACE]; // bits that take the value written
+    uint8_t writable[PCI_SPACE];  // bits that take the value written
     uint8_t oneClears[PCI_SPACE]; // bits that a written 1 clears
     uint8_t lastCap;              // where the capability list ends so far, 0 for no list
     uint16_t lastExtendedCap;
-    // For a model that lives in configuration space, both may be null: called before a read is served, so that it can
-    // put the value of the moment into config, and after a write has changed config.
+    // For a model that lives in configuration space, both may be null: called before a read is served, so
+    // that it can put the value of the moment into config, and after a write has changed config.
     void (*beforeRead)(PciFunction *function, uint16_t offset, unsigned width);
     void (*afterWrite)(PciFunction *function, uint16_t offset, unsigned width);
     void *device;
@@ -37,8 +37,8 @@ void PciStore(PciFunction *function, uint16_t offset, unsigned width, uint32_t v
 // The function that the lines of a board file are about; ends the process when no "pci" line came before.
 PciFunction *PciLineFunction(const BoardLine *line);
 
-// "pci BB:DD.F VVVV:DDDD [class CCSSPP] [rev RR] [header HH] [multi]" makes the function or goes on with one that is
-// there; the lines behind it describe it.
+// "pci BB:DD.F VVVV:DDDD [class CCSSPP] [rev RR] [header HH] [multi]" makes the function or goes on with one
+// that is there; the lines behind it describe it.
 void PciLine(BoardLine *line);
 // "pci-remove BB:DD.F" or "pci-remove all"
 void PciRemoveLine(BoardLine *line);

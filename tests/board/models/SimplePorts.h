@@ -5,7 +5,8 @@
 
 void SimplePortsReset();
 
-// "latch PORT COUNT [BYTE | counting]": each byte keeps what was written last. They share one store of 65536 bytes.
+// "latch PORT COUNT [BYTE | counting]": each byte keeps what was written last. They share one store of 65536
+// bytes.
 void LatchPortLine(BoardLine *line);
 void LatchPortSet(uint16_t port, uint8_t value);
 uint8_t LatchPortGet(uint16_t port);

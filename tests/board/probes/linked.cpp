@@ -88,7 +88,8 @@ static void LoadingAgainStartsAfresh(const char *boards) {
           "a descriptor from before still leads to the board's memory");
     close(before);
     BoardUnload();
-    Check(open("/dev/cpu/0/msr", O_RDONLY) < 0 && !strstr(BoardLog(), "/dev/cpu"), "an unloaded board is gone");
+    Check(open("/dev/cpu/0/msr", O_RDONLY) < 0 && !strstr(BoardLog(), "/dev/cpu"),
+          "an unloaded board is gone");
 }
 
 int main(int, char **argv) {

@@ -1,18 +1,17 @@
 /* Goes through the doors of the board in the order of its arguments and prints what comes back.
  *
- *   iopl 3 | in8 PORT | in16 | in32 | out8 PORT VALUE | ... | inimm8 | outimm8 ... (port 0x80 as an immediate)
- *   inrax8 PORT: what the whole of RAX holds afterwards when it held 0x1122334455667788
- *   insb PORT
- *   open PATH FLAGS (r, w, rw, with s for O_SYNC and e for O_CLOEXEC) | fopen PATH MODE | close FD | fclose
- *   openat PATH FLAGS | open64 PATH FLAGS | dup FD | write FD TEXT | puts TEXT | read FD
- *   pread FD OFFSET COUNT | pwrite FD OFFSET VALUE (of 8 bytes) | map FD ADDRESS LENGTH (rw or r, or w) | unmap [LENGTH]
- *   load FORM OFFSET | store FORM OFFSET VALUE | modify OFFSET VALUE (or) | copy FORM OFFSET COUNT
- *   system COMMAND | cpuid LEAF | raise SIGNAL | spin FORM OFFSET COUNT
+ *   iopl 3 | in8 PORT | in16 | in32 | out8 PORT VALUE | ... | inimm8 | outimm8 ... (port 0x80 as an
+ * immediate) inrax8 PORT: what the whole of RAX holds afterwards when it held 0x1122334455667788 insb PORT
+ *   open PATH FLAGS (r, w, rw; s for O_SYNC, e for O_CLOEXEC, c for O_CREAT) | openat ... | open64 ... |
+ * close FD fopen PATH MODE | fgets | fclose | dup FD | write FD TEXT | puts TEXT pread FD OFFSET COUNT |
+ * pwrite FD OFFSET VALUE (of 8 bytes) | map FD ADDRESS LENGTH PROTECTION (r, w) | unmap load FORM OFFSET |
+ * store FORM OFFSET VALUE | copy FORM OFFSET COUNT (FORM: repmovsb or memcpy) unmapat OFFSET LENGTH | movs
+ * FROM TO (offsets; - for no memory at all) | repeat PORT COUNT | crash system COMMAND | cpuid LEAF |
+ * cpuid-faulting | raise SIGNAL
  */
 #define _GNU_SOURCE
 #include <errno.h>
 #include <fcntl.h>
-#include <immintrin.h>
 #include <signal.h>
 #include <stdint.h>
 #include <stdio.h>
@@ -20,8 +19,11 @@
 #include <string.h>
 #include <sys/io.h>
 #include <sys/mman.h>
+#include <sys/syscall.h>
 #include <sys/types.h>
 #include <unistd.h>
+
+#define ARCH_CPUID_GET 0x1011
 
 static char **gArguments;
 static uint8_t *gMapping;
@@ -97,7 +99,6 @@ static void ShowWide(const uint8_t *bytes, int count) {
     printf("\n");
 }
 
-#if defined(__x86_64__)
 __attribute__((target("avx"))) static void LoadYmm(const void *at, uint8_t *bytes) {
     __asm__ volatile("vmovdqu (%0), %%ymm1; vmovdqu %%ymm1, (%1)" : : "r"(at), "r"(bytes) : "xmm1", "memory");
 }
@@ -111,17 +112,16 @@ __attribute__((target("avx512f"))) static void LoadZmm(const uint8_t *at, uint8_
                      : "r"(at - 64), "r"(bytes)
                      : "xmm1", "memory");
 }
-#endif
 
 /* Each form is one instruction of that name at the address. */
 static void Load(const char *form, uint8_t *at) {
     uint64_t value = 0;
     uint8_t wide[64];
-#define FORM(name, text)                                                                                       \
-    if (!strcmp(form, name)) {                                                                                 \
-        __asm__ volatile(text : "+a"(value) : "r"(at), "b"((uint64_t)0) : "memory", "cc", "xmm1");             \
-        Show("load", value);                                                                                   \
-        return;                                                                                                \
+#define FORM(name, text)                                                                                     \
+    if (!strcmp(form, name)) {                                                                               \
+        __asm__ volatile(text : "+a"(value) : "r"(at), "b"((uint64_t)0) : "memory", "cc", "xmm1");           \
+        Show("load", value);                                                                                 \
+        return;                                                                                              \
     }
     FORM("mov8", "movb (%1), %%al")
     FORM("mov16", "movw (%1), %%ax")
@@ -147,9 +147,15 @@ static void Load(const char *form, uint8_t *at) {
     FORM("movbe", "movbe (%1), %%eax")
 #undef FORM
     if (!strcmp(form, "movdqu"))
-        __asm__ volatile("movdqu (%0), %%xmm1; movdqu %%xmm1, (%1)" : : "r"(at), "r"(wide) : "xmm1", "memory");
+        __asm__ volatile("movdqu (%0), %%xmm1; movdqu %%xmm1, (%1)"
+                         :
+                         : "r"(at), "r"(wide)
+                         : "xmm1", "memory");
     else if (!strcmp(form, "movaps"))
-        __asm__ volatile("movaps (%0), %%xmm1; movups %%xmm1, (%1)" : : "r"(at), "r"(wide) : "xmm1", "memory");
+        __asm__ volatile("movaps (%0), %%xmm1; movups %%xmm1, (%1)"
+                         :
+                         : "r"(at), "r"(wide)
+                         : "xmm1", "memory");
     else if (!strcmp(form, "ymm"))
         LoadYmm(at, wide);
     else if (!strcmp(form, "zmm"))
@@ -165,10 +171,10 @@ static void Store(const char *form, uint8_t *at, uint64_t value) {
     uint8_t wide[32];
     for (int i = 0; i < 32; i++)
         wide[i] = (uint8_t)(value + (uint64_t)i);
-#define FORM(name, text)                                                                                       \
-    if (!strcmp(form, name)) {                                                                                 \
-        __asm__ volatile(text : : "a"(value), "r"(at) : "memory", "cc", "xmm1", "rdi", "r9");                  \
-        return;                                                                                                \
+#define FORM(name, text)                                                                                     \
+    if (!strcmp(form, name)) {                                                                               \
+        __asm__ volatile(text : : "a"(value), "r"(at) : "memory", "cc", "xmm1", "rdi", "r9");                \
+        return;                                                                                              \
     }
     FORM("mov8", "movb %%al, (%1)")
     FORM("mov16", "movw %%ax, (%1)")
@@ -186,7 +192,10 @@ static void Store(const char *form, uint8_t *at, uint64_t value) {
     FORM("or8", "orb $0x01, (%1)")
 #undef FORM
     if (!strcmp(form, "movdqu"))
-        __asm__ volatile("movdqu (%1), %%xmm1; movdqu %%xmm1, (%0)" : : "r"(at), "r"(wide) : "xmm1", "memory");
+        __asm__ volatile("movdqu (%1), %%xmm1; movdqu %%xmm1, (%0)"
+                         :
+                         : "r"(at), "r"(wide)
+                         : "xmm1", "memory");
     else if (!strcmp(form, "ymm"))
         StoreYmm(at, wide);
     else {
@@ -323,7 +332,8 @@ int main(int argc, char **argv) {
             Copy(form, gMapping + offset, Number());
         } else if (!strcmp(word, "movs")) { /* from one offset to another */
             uint8_t *from = gMapping + Number();
-            uint8_t *to = gMapping + Number();
+            const char *where = Word();
+            uint8_t *to = *where == '-' ? NULL : gMapping + strtoull(where, NULL, 16);
             __asm__ volatile("movsl" : "+S"(from), "+D"(to) : : "memory");
         } else if (!strcmp(word, "repeat")) { /* in8 PORT, COUNT times */
             uint16_t port = (uint16_t)Number();
@@ -333,6 +343,10 @@ int main(int argc, char **argv) {
             ShowResult("system", system(Word()));
         else if (!strcmp(word, "cpuid"))
             Cpuid((uint32_t)Number());
+        else if (!strcmp(word, "cpuid-faulting"))
+            Show("cpuid-faulting", syscall(SYS_arch_prctl, ARCH_CPUID_GET) == 0);
+        else if (!strcmp(word, "crash"))
+            *(volatile int *)strtoull("8", NULL, 16) = 1;
         else if (!strcmp(word, "raise"))
             raise((int)Number());
         else
