@@ -1,6 +1,5 @@
 #include "Base/Memory.h"
 
-#include <cstdint>
 #include <cstdlib>
 #include <cstring>
 
@@ -33,6 +32,18 @@ int Memcmp(const void *a, const void *b, size_t size) {
             return left[i] - right[i];
     }
     return 0;
+}
+
+uint16_t Load16(const void *place) {
+    uint16_t value;
+    memcpy(&value, place, sizeof(value));
+    return value;
+}
+
+uint32_t Load32(const void *place) {
+    uint32_t value;
+    memcpy(&value, place, sizeof(value));
+    return value;
 }
 
 void *Memset(void *destination, int value, size_t size) {

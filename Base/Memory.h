@@ -2,6 +2,7 @@
 #pragma once
 
 #include <cstddef>
+#include <cstdint>
 
 // A heap block of size bytes, NULL when there is none. Released with Free.
 void *Malloc(size_t size);
@@ -17,6 +18,10 @@ int Memcmp(const void *a, const void *b, size_t size);
 
 // Fills size bytes with the low byte of value; returns the destination.
 void *Memset(void *destination, int value, size_t size);
+
+// The little-endian value at a place of any alignment.
+uint16_t Load16(const void *place);
+uint32_t Load32(const void *place);
 
 // Copies size bytes between blocks that do not overlap; returns the destination. A size of 0 touches nothing.
 void *Memcpy(void *destination, const void *source, size_t size);

@@ -7,10 +7,11 @@
 #include "Common/ComFunc/Console.h"
 
 int16_t gMemFd = MEM_FD_NONE;
+static int16_t cachedMemFd = MEM_FD_NONE;
 
 // Close-on-exec: a command run through the shell must not inherit the memory device.
-static int16_t OpenPhysicalMemory() {
-    int fd = open("/dev/mem", O_RDWR | O_SYNC | O_CLOEXEC, 0666);
+static int16_t OpenPhysicalMemory(int caching) {
+    int fd = open("/dev/mem", O_RDWR | O_CLOEXEC | caching, 0666);
     if (fd > INT16_MAX) { // does not fit the 16-bit descriptor: another file would be meant
         close(fd);
         return MEM_FD_NONE;
@@ -27,10 +28,16 @@ static bool ProbeMsrNode() {
     return true;
 }
 
+int16_t CachedMemFd() {
+    if (cachedMemFd == MEM_FD_NONE)
+        cachedMemFd = OpenPhysicalMemory(0);
+    return cachedMemFd;
+}
+
 EFI_STATUS OpenLinuxDriver() {
     if (iopl(3) != 0)
         return EFI_ACCESS_DENIED;
-    gMemFd = OpenPhysicalMemory();
+    gMemFd = OpenPhysicalMemory(O_SYNC);
     if (!ProbeMsrNode()) {
         ExecuteSystemCmd("modprobe msr");
         ProbeMsrNode(); // a second failure is of no matter: MSRs then read 0
@@ -42,5 +49,8 @@ EFI_STATUS CloseLinuxDriver() {
     iopl(0);
     if (gMemFd != MEM_FD_NONE)
         close(gMemFd);
+    if (cachedMemFd != MEM_FD_NONE)
+        close(cachedMemFd);
+    cachedMemFd = MEM_FD_NONE;
     return EFI_SUCCESS;
 }

@@ -22,6 +22,11 @@ unsigned int Sprintf_s(char *buffer, const char *format, ...);
 // 16 bits; 0, and nothing is written, when the buffer cannot be allocated; 0xFFFF for a NULL format.
 int Printf(const char *format, ...);
 
+// A 32-bit value as the 64-bit argument that a conversion with 'l' takes.
+constexpr uint64_t Wide(uint32_t value) {
+    return value;
+}
+
 // Writes value in base at buffer[*pos], with zeros in front up to width, and advances *pos (0 for a NULL
 // pos). A longer number is never cut. Returns the new position, -1 for a NULL buffer or without memory.
 int OutputIntDigit(uint64_t value, unsigned base, unsigned width, int upper, char *buffer, uint16_t *pos);

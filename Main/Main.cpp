@@ -10,11 +10,13 @@
 #include "Common/Global.h"
 #include "Main/Help.h"
 #include "Main/Parser.h"
+#include "Project/ACPIAcc.h"
 #include "Project/CpuAcc.h"
 #include "Project/FileOp.h"
 #include "Project/IoAcc.h"
 #include "Project/MemAcc.h"
 #include "Project/PciAcc.h"
+#include "Project/Smbios.h"
 #include "Project/SuperIO.h"
 
 // A message written to a closed standard descriptor must not reach whatever is opened next: the memory
@@ -59,9 +61,9 @@ static EFI_STATUS InvokeEntries() {
     if (CmdHas(Flag::RF))
         return FileOptEntry();
     if (CmdHas(Flag::SMBIOS))
-        return NotInThisBuild("/SMBIOS");
+        return SmbiosEntry();
     if (CmdHas(Flag::ACPI))
-        return NotInThisBuild("/ACPI");
+        return AcpiEntry();
     if (CmdHas(Flag::SIO))
         return SioListReg();
     if (CmdHas(Flag::NBIO))

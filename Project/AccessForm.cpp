@@ -57,7 +57,7 @@ uint32_t ReportData(AccessWidth width, uint32_t value) {
         Printf("return data:0x%04X\n", value);
         return value;
     default:
-        Printf("return data:0x%08lX\n", static_cast<uint64_t>(value));
+        Printf("return data:0x%08lX\n", Wide(value));
         return value;
     }
 }

@@ -18,13 +18,13 @@ static bool HasWord(const CmdArg *record, const char *key, uint16_t *pos) {
 static void AccessOneMsr(int16_t cpu, uint32_t index, uint32_t *high, uint32_t *low) {
     uint32_t number = static_cast<uint32_t>(cpu);
     if (CmdHas(Flag::WRITE)) {
-        Printf("Cpu[%02d] Msr write to %08lX, ", number, static_cast<uint64_t>(index));
+        Printf("Cpu[%02d] Msr write to %08lX, ", number, Wide(index));
         WriteMsr(number, index, *high, *low);
     } else {
-        Printf("Cpu[%02d] Msr read from %08lX, ", number, static_cast<uint64_t>(index));
+        Printf("Cpu[%02d] Msr read from %08lX, ", number, Wide(index));
     }
     ReadMsr(number, index, high, low);
-    Printf("return MSR: 0x%08lX_%08lX\n", static_cast<uint64_t>(*high), static_cast<uint64_t>(*low));
+    Printf("return MSR: 0x%08lX_%08lX\n", Wide(*high), Wide(*low));
 }
 
 EFI_STATUS MsrAccess(const CmdArg *record, uint8_t all, int16_t cpu, uint32_t index, uint32_t *high,
@@ -65,9 +65,8 @@ uint32_t CpuId(const CmdArg *record) {
     uint32_t leaf = static_cast<uint32_t>(CmdOperand(pos, 1));
     uint32_t regs[4];
     GetCpuId(leaf, regs);
-    Printf("CPUID read from %08lX: Eax:%08lX, Ebx:%08lX, Ecx:%08lX, Edx:%08lX\n", static_cast<uint64_t>(leaf),
-           static_cast<uint64_t>(regs[0]), static_cast<uint64_t>(regs[1]), static_cast<uint64_t>(regs[2]),
-           static_cast<uint64_t>(regs[3]));
+    Printf("CPUID read from %08lX: Eax:%08lX, Ebx:%08lX, Ecx:%08lX, Edx:%08lX\n", Wide(leaf), Wide(regs[0]),
+           Wide(regs[1]), Wide(regs[2]), Wide(regs[3]));
     return regs[0];
 }
 

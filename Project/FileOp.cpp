@@ -25,7 +25,7 @@ static uint32_t ShowFileHelp() {
 
 static void ReportChunk(const char *format, const DumpRange *range) {
     if (range->remaining % MIB == 0)
-        Printf(format, static_cast<uint64_t>(range->address), static_cast<uint64_t>(range->remaining));
+        Printf(format, Wide(range->address), Wide(range->remaining));
 }
 
 // Without /MEM and /IO the buffer stays as it is: zeros.

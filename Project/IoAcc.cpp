@@ -60,7 +60,7 @@ static uint32_t IoDword(uint16_t port, uint32_t data) {
     if (AccessReads(ACCESS_DWORD))
         Printf("IO Read Dword Port: %X, ", port);
     else
-        Printf("IO Write Dword Port:%X Data: %08lX, ", port, static_cast<uint64_t>(data));
+        Printf("IO Write Dword Port:%X Data: %08lX, ", port, Wide(data));
     if (AccessWrites(ACCESS_DWORD))
         IoWrite32(port, data);
     return ReportData(ACCESS_DWORD, IoRead32(port));

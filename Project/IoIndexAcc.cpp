@@ -21,11 +21,6 @@ struct IndexPlace {
     uint32_t reg;
 };
 
-// A register number goes to Printf as 64 bits, as the message's "%lX" takes it.
-static uint64_t Wide(uint32_t value) {
-    return value;
-}
-
 // CMOS registers are bytes: a wider value there is made of consecutive registers.
 static bool IsCmos(const IndexPlace *at) {
     return at->indexPort == CMOS_INDEX || at->indexPort == CMOS_INDEX_HIGH;

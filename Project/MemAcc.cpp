@@ -24,11 +24,6 @@ static uint32_t ShowMemHelp() {
     return EFI_INVALID_PARAMETER;
 }
 
-// An address or dword goes to Printf as 64 bits, as the messages' "%lX" takes it.
-static uint64_t Wide(uint32_t value) {
-    return value;
-}
-
 static uint32_t MemBit(uint32_t address, uint32_t bit, uint8_t value) {
     if (AccessReads(ACCESS_BIT))
         Printf("Memory Read MemAddr: %lX Bit%d, ", Wide(address), bit);

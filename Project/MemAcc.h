@@ -7,6 +7,10 @@
 // after a dump, the last status of a search, or an error status.
 uint32_t MemAccess();
 
+// Where firmware leaves the anchors of its tables on machines without UEFI.
+constexpr uint32_t BIOS_AREA = 0xF0000;
+constexpr uint32_t BIOS_AREA_SIZE = 0x10000;
+
 // Looks for the NUL-terminated pattern in length bytes of physical memory from start on, page by page, from
 // offset 0 (restart non-zero) or *position. 0 with *position just past the match; 0x80000015 when the match
 // ends with the range; 0x8000000E with *position = 0xFFFFFFFF without a match; 0x80000002 for a NULL pattern.

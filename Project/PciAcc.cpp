@@ -225,7 +225,7 @@ static uint32_t PciDword(const PciPlace *at, uint32_t data) {
         Printf("PCI Read DWord BDFO: %X %X %X %X, ", at->bus, at->dev, at->fun, at->offset);
     else
         Printf("PCI Write Dword BDFO: %X %X %X %X, Data:%08lX, ", at->bus, at->dev, at->fun, at->offset,
-               static_cast<uint64_t>(data));
+               Wide(data));
     if (AccessWrites(ACCESS_DWORD))
         PciWrite32(at->bus, at->dev, at->fun, at->offset, data);
     return ReportData(ACCESS_DWORD, PciRead32(at->bus, at->dev, at->fun, at->offset));

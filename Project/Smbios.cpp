@@ -1,0 +1,354 @@
+#include "Project/Smbios.h"
+
+#include <cstdlib>
+
+#include "Base/Memory.h"
+#include "Base/Text.h"
+#include "BasicLib/PhysMem.h"
+#include "Common/ComFunc/CmdLine.h"
+#include "Common/ComFunc/Console.h"
+#include "Common/ComFunc/HexView.h"
+#include "Common/ComFunc/MemoryLadder.h"
+#include "Common/ComFunc/Numeral.h"
+#include "Common/ComFunc/Search.h"
+#include "Common/FileLib.h"
+#include "Common/Global.h"
+#include "Common/Sprint.h"
+#include "Project/MemAcc.h"
+
+constexpr uint32_t DMI_ANCHOR = 0x494D445F; // "_DMI"
+constexpr int SYSTAB_LINE = 63;             // 62 characters and the NUL
+constexpr uint32_t PAGE_BYTES = 256;
+constexpr uint8_t TYPE_PROCESSOR = 4;
+constexpr uint8_t TYPE_END = 127;
+
+// Where an entry point keeps what is used of it.
+struct EntryLayout {
+    uint32_t size;
+    uint32_t lengthOffset;  // u16; of the 64-bit form's u32 the low half
+    uint32_t addressOffset; // u32; of the 64-bit form's u64 the low half
+    uint32_t majorOffset;
+    uint32_t anchorOffset; // intermediate anchor
+};
+
+static const EntryLayout mEntry32 = {32, 0x16, 0x18, 0x06, 0x10};
+static const EntryLayout mEntry64 = {24, 0x0C, 0x10, 0x07, 0};
+
+static EFI_STATUS CopyTable(uint32_t address, uint32_t length, uint8_t *block) {
+    Memset(block + length, 0, SMBIOS_GUARD);
+    return MemDump(address, length, block);
+}
+
+// Copies the table that the entry point at an address describes.
+static EFI_STATUS CopyByEntryPoint(uint32_t entryPoint, const EntryLayout *layout, uint8_t **table,
+                                   uint32_t *length) {
+    uint32_t size = MemRead16(entryPoint + layout->lengthOffset) & 0xFFFF;
+    uint32_t address = MemRead32(entryPoint + layout->addressOffset);
+    uint8_t *block = static_cast<uint8_t *>(Malloc(size + SMBIOS_GUARD));
+    if (block == nullptr)
+        return EFI_NOT_FOUND;
+    Memset(block, 0, size);
+    CopyTable(address, size, block);
+    *table = block;
+    *length = size;
+    return EFI_SUCCESS;
+}
+
+// The entry point that a line "NAME=ADDRESS" of the firmware's table file names; NULL for any other line.
+static const EntryLayout *ParseSystabLine(char *line, uint32_t *entryPoint) {
+    char *value = line;
+    while (*value != 0 && *value != '=')
+        ++value;
+    if (*value == 0)
+        return nullptr;
+    *value++ = 0;
+    *entryPoint = static_cast<uint32_t>(strtoull(value, nullptr, 0));
+    if (Strcmp(line, "SMBIOS3") == 0)
+        return &mEntry64;
+    return Strcmp(line, "SMBIOS") == 0 ? &mEntry32 : nullptr;
+}
+
+// The first line in file order wins.
+static EFI_STATUS LoadBySystab(FILE *systab, uint8_t **table, uint32_t *length) {
+    char line[SYSTAB_LINE];
+    while (fgets(line, sizeof(line), systab) != nullptr) {
+        uint32_t entryPoint;
+        const EntryLayout *layout = ParseSystabLine(line, &entryPoint);
+        if (layout != nullptr)
+            return CopyByEntryPoint(entryPoint, layout, table, length);
+    }
+    return EFI_NOT_FOUND;
+}
+
+EFI_STATUS GetFwTableLinux(uint8_t **table, uint32_t *length) {
+    FILE *systab = Fopen("/sys/firmware/efi/systab", "r");
+    if (systab == nullptr)
+        systab = Fopen("/proc/efi/systab", "r");
+    if (systab == nullptr)
+        return LoadLegacySmbiosTypes(table, length) == EFI_SUCCESS ? EFI_SUCCESS : EFI_NOT_FOUND;
+    EFI_STATUS status = LoadBySystab(systab, table, length);
+    Fclose(systab);
+    return status;
+}
+
+EFI_STATUS LoadSmbios(uint8_t **table, uint32_t *length) {
+    *table = nullptr;
+    *length = 0;
+    return GetFwTableLinux(table, length);
+}
+
+// Address of the first "_SM_" entry point, or of the second anchor when the first one has no "_DMI" behind
+// it; the second is used as found. 0 without one.
+static uint32_t FindEntry32() {
+    constexpr uint32_t anchorLength = 4;
+    uint32_t pos = 0;
+    if (SearchFromMemReadByte(BIOS_AREA, BIOS_AREA_SIZE, "_SM_", &pos, 1) != EFI_SUCCESS)
+        return 0;
+    uint32_t entry = BIOS_AREA + pos - anchorLength;
+    if (MemRead32(entry + mEntry32.anchorOffset) == DMI_ANCHOR)
+        return entry;
+    if (SearchFromMemReadByte(BIOS_AREA, BIOS_AREA_SIZE, "_SM_", &pos, 0) != EFI_SUCCESS)
+        return 0;
+    return BIOS_AREA + pos - anchorLength;
+}
+
+static uint32_t FindEntry64() {
+    constexpr uint32_t anchorLength = 5;
+    uint32_t pos = 0;
+    if (SearchFromMemReadByte(BIOS_AREA, BIOS_AREA_SIZE, "_SM3_", &pos, 1) != EFI_SUCCESS)
+        return 0;
+    return BIOS_AREA + pos - anchorLength;
+}
+
+EFI_STATUS GetSmbiosVersion(uint8_t **entryPoint, uint8_t *version) {
+    if (entryPoint == nullptr || version == nullptr)
+        return EFI_INVALID_PARAMETER;
+    const EntryLayout *layout = &mEntry64;
+    uint32_t address = FindEntry64();
+    if (address == 0) {
+        layout = &mEntry32;
+        address = FindEntry32();
+    }
+    if (address == 0)
+        return EFI_NOT_FOUND;
+    // Room for either layout: an odd version byte may choose the other one's offsets.
+    uint8_t *copy = static_cast<uint8_t *>(Malloc(mEntry32.size));
+    if (copy == nullptr)
+        return EFI_OUT_OF_RESOURCES;
+    Memset(copy, 0, mEntry32.size);
+    MemDump(address, layout->size, copy);
+    *version = copy[layout->majorOffset];
+    if (layout == &mEntry32 && *version > 2)
+        *version = 2;
+    *entryPoint = copy;
+    return EFI_SUCCESS;
+}
+
+EFI_STATUS LegacySmbiosStructTableAddress(uint32_t *address, uint16_t *length) {
+    uint8_t *entryPoint = nullptr;
+    uint8_t version;
+    EFI_STATUS status = GetSmbiosVersion(&entryPoint, &version);
+    if (status != EFI_SUCCESS)
+        return status;
+    const EntryLayout *layout = version > 2 ? &mEntry64 : &mEntry32;
+    *address = Load32(entryPoint + layout->addressOffset);
+    *length = Load16(entryPoint + layout->lengthOffset);
+    Free(entryPoint);
+    return EFI_SUCCESS;
+}
+
+EFI_STATUS LoadLegacySmbiosTypes(uint8_t **table, uint32_t *length) {
+    *table = nullptr;
+    *length = 0;
+    uint32_t address;
+    uint16_t size;
+    if (LegacySmbiosStructTableAddress(&address, &size) != EFI_SUCCESS)
+        return EFI_ABORTED;
+    uint8_t *block = nullptr;
+    uint32_t got = 0;
+    if (GetMaxAllocMemory(&block, &got, size + SMBIOS_GUARD) != EFI_SUCCESS)
+        return EFI_OUT_OF_RESOURCES;
+    if (got < size + SMBIOS_GUARD) {
+        Free(block);
+        return EFI_OUT_OF_RESOURCES;
+    }
+    Memset(block, 0, got);
+    CopyTable(address & 0xFFFF0000, size, block);
+    *table = block;
+    *length = size;
+    return EFI_SUCCESS;
+}
+
+// An end-of-table structure, or a place that holds no structure at all.
+static bool IsTableEnd(const uint8_t *structure) {
+    return structure[0] == TYPE_END || structure[1] == 0;
+}
+
+uint32_t GetStructureLength(const uint8_t *structure) {
+    uint32_t position = structure[1];
+    while (Load16(structure + position) != 0)
+        ++position;
+    return position + 2;
+}
+
+uint16_t GetTotalStructureSize(const uint8_t *table) {
+    uint32_t total = 0;
+    while (!IsTableEnd(table)) {
+        uint32_t length = GetStructureLength(table);
+        total += length;
+        table += length;
+    }
+    if (table[0] == TYPE_END)
+        total += GetStructureLength(table);
+    return static_cast<uint16_t>(total);
+}
+
+const uint8_t *SearchSmbiosType(const uint8_t *start, uint8_t type) {
+    while (!IsTableEnd(start)) {
+        if (start[0] == type)
+            return start;
+        start += GetStructureLength(start);
+    }
+    return start[0] == TYPE_END && type == TYPE_END && start[1] != 0 ? start : nullptr;
+}
+
+// The caller's table, or a loaded one that *loaded keeps for its release; NULL when there is none.
+static const uint8_t *TableOrLoad(const uint8_t *table, uint8_t **loaded) {
+    *loaded = nullptr;
+    if (table != nullptr)
+        return table;
+    uint32_t length;
+    return LoadSmbios(loaded, &length) == EFI_SUCCESS ? *loaded : nullptr;
+}
+
+EFI_STATUS ShowSmbiosTargetType(const uint8_t *table, uint8_t type) {
+    uint8_t *loaded;
+    const uint8_t *structure = TableOrLoad(table, &loaded);
+    if (structure == nullptr)
+        return EFI_ACCESS_DENIED;
+    EFI_STATUS status = EFI_NOT_FOUND;
+    while ((structure = SearchSmbiosType(structure, type)) != nullptr) {
+        uint32_t length = GetStructureLength(structure);
+        if (DebugMsg(structure, length) == KEY_ESC) {
+            status = EFI_SUCCESS;
+            break;
+        }
+        structure += length;
+    }
+    Free(loaded);
+    return status;
+}
+
+EFI_STATUS ShowSmbiosAllType(const uint8_t *table) {
+    uint8_t *loaded;
+    const uint8_t *structure = TableOrLoad(table, &loaded);
+    if (structure == nullptr)
+        return EFI_ACCESS_DENIED;
+    while (!IsTableEnd(structure)) {
+        Printf("SMBIOS Type:%03d, Length:%03d, Handle:%03d\n", structure[0], structure[1],
+               Load16(structure + 2));
+        uint32_t length = GetStructureLength(structure);
+        if (DebugMsg(structure, length) == KEY_ESC)
+            break;
+        structure += length;
+    }
+    Free(loaded);
+    return EFI_SUCCESS;
+}
+
+uint32_t GetCPUSpeedSmb() {
+    constexpr uint32_t externalClock = 0x14;
+    constexpr uint32_t maximumSpeed = 0x16;
+    uint8_t *table;
+    uint32_t length;
+    if (LoadSmbios(&table, &length) != EFI_SUCCESS)
+        return 0xFFFFFFFF;
+    uint32_t speed = 0xFFFFFFFF;
+    const uint8_t *processor = SearchSmbiosType(table, TYPE_PROCESSOR);
+    if (processor != nullptr)
+        speed = (static_cast<uint32_t>(Load16(processor + maximumSpeed)) << 16) |
+                Load16(processor + externalClock);
+    Free(table);
+    return speed;
+}
+
+uint16_t GetCpuCurrentSpeed() {
+    return static_cast<uint16_t>(GetCPUSpeedSmb() >> 16);
+}
+
+static EFI_STATUS ShowSmbiosHelp() {
+    Printf(" /SMBIOS: Show some types of SMBIOS\n");
+    Printf(" /SMBIOS /S [String]: Search String in SMBIOS\n");
+    return EFI_INVALID_PARAMETER;
+}
+
+static EFI_STATUS FindText(const uint8_t *table, uint32_t length, const char *text) {
+    uint32_t pos = 0;
+    EFI_STATUS status = SearchStringFromBuffer(table, length, text, &pos, 1);
+    if (status == EFI_SUCCESS)
+        Printf("Found %s in SMBIOS(Offset(0x%lX))!\n", text, static_cast<uint64_t>(pos - Strlen(text)));
+    return status;
+}
+
+// Firmware texts are mostly in capitals: the text is looked for in capitals first, then as it was typed.
+static EFI_STATUS SearchTable(const uint8_t *table, uint32_t length) {
+    uint16_t pos = 0;
+    CmdSearchFromArgv(gCmdArg->Argv, "S", &pos);
+    const char *text = CmdArgText(pos, 1);
+    if (text != nullptr) {
+        char *upper = static_cast<char *>(Malloc(Strlen(text) + 1));
+        if (upper == nullptr)
+            return EFI_OUT_OF_RESOURCES;
+        Strcpy(upper, text);
+        lowerToUpper(&upper);
+        EFI_STATUS status = FindText(table, length, upper);
+        Free(upper);
+        if (status == EFI_SUCCESS)
+            return status;
+    }
+    if (FindText(table, length, text) == EFI_SUCCESS)
+        return EFI_SUCCESS;
+    Printf("ERROR: Cannot find %s in SMBIOS!\n", text);
+    return EFI_NOT_FOUND;
+}
+
+// The last partial page is shown twice, as a full page with zeros behind the table and then with its own
+// length. Intended.
+static void DumpTable(const uint8_t *table, uint32_t length) {
+    for (uint32_t offset = 0; offset < length; offset += PAGE_BYTES) {
+        if (DebugMsg(table + offset, PAGE_BYTES) == KEY_ESC)
+            return;
+        uint32_t left = length - offset;
+        if (left < PAGE_BYTES)
+            DebugMsg(table + offset, left);
+    }
+}
+
+static void ShowType(const uint8_t *table) {
+    uint16_t pos = 0;
+    CmdSearchFromArgv(gCmdArg->Argv, "TYPE", &pos);
+    gCmdArg->DispFlags |= DISP_DUMP | DISP_LOG;
+    ShowSmbiosTargetType(table, static_cast<uint8_t>(CmdOperand(pos, 1)));
+}
+
+EFI_STATUS SmbiosEntry() {
+    if (CmdHas(Flag::HELP))
+        return ShowSmbiosHelp();
+    uint8_t *table;
+    uint32_t length;
+    if (LoadSmbios(&table, &length) != EFI_SUCCESS || table == nullptr)
+        return EFI_DEVICE_ERROR;
+    EFI_STATUS status = EFI_SUCCESS;
+    if (CmdHas(Flag::S)) {
+        status = SearchTable(table, length);
+    } else if (DispHas(DISP_DUMP)) {
+        DumpTable(table, length);
+    } else if (CmdHas(Flag::TYPE)) {
+        ShowType(table);
+    } else {
+        gCmdArg->DispFlags |= DISP_DUMP;
+        ShowSmbiosAllType(table);
+    }
+    Free(table);
+    return status;
+}
