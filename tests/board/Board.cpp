@@ -10,8 +10,10 @@
 #include "Ports.h"
 #include "Settings.h"
 #include "Trap.h"
+#include "models/Cmos.h"
 #include "models/PciFunction.h"
 #include "models/SimplePorts.h"
+#include "models/SuperIo.h"
 
 #include <stdlib.h>
 #include <string.h>
@@ -29,6 +31,8 @@ void ForgetBoard() {
     SettingsReset();
     PortsReset();
     SimplePortsReset();
+    CmosReset();
+    SuperIoReset();
     PciReset();
     MsrReset();
     ArenaReset();

@@ -4,10 +4,13 @@
 #include "Msr.h"
 #include "Ports.h"
 #include "Settings.h"
+#include "models/Cmos.h"
 #include "models/Ecam.h"
 #include "models/PciConfigPorts.h"
 #include "models/PciFunction.h"
 #include "models/SimplePorts.h"
+#include "models/SuperIo.h"
+#include "models/SystemControl.h"
 
 #include <string.h>
 
@@ -42,6 +45,13 @@ const Keyword KEYWORDS[] = {
     {"latch", LatchPortLine},
     {"constant", ConstantPortLine},
     {"unlogged", UnloggedLine},
+    {"system-control", SystemControlLine},
+    {"cmos", CmosLine},
+    {"cmos-bytes", CmosBytesLine},
+    {"cmos-time", CmosTimeLine},
+    {"superio", SuperIoLine},
+    {"superio-global", SuperIoGlobalLine},
+    {"superio-device", SuperIoDeviceLine},
     // PCI
     {"pci-ports", PciConfigPortsLine},
     {"ecam", EcamLine},

@@ -125,6 +125,11 @@ def test_reserved_address_bits_read_back_as_zero(probe):
     assert said(probe("iopl 3 out32 cf8 ffffffff in32 cf8"))[1] == "in 80fffffc"
 
 
+def test_an_access_that_leaves_the_data_window_is_made_of_bytes(probe):
+    result = probe(f"iopl 3 out32 cf8 {config(0, 0, 0, 0)} in16 cff in32 cfe", board="intel")
+    assert said(result)[1:] == ["in ff3e", "in ffff3e30"]
+
+
 def test_data_without_the_enable_bit_belongs_to_nobody(probe):
     result = probe("iopl 3 out32 cf8 0 in32 cfc out32 cfc 0 out32 cf8 80000000 in32 cfc", board="intel")
     assert said(result)[1:] == ["in ffffffff", "in 3e308086"]
@@ -428,6 +433,12 @@ def test_the_rest_of_a_mapping_cut_in_two_is_still_the_boards(probe):
     assert result.maps()[-1] == "munmap e0001000 1000"
 
 
+def test_a_change_of_a_read_only_page_kills_before_it_reads(probe):
+    result = probe("open /dev/mem rw map 3 e0000000 1000 r store or32 dc 1", board="intel")
+    assert result.status == -signal.SIGSEGV
+    assert result.memory_accesses() == []
+
+
 def test_a_second_operand_that_is_no_memory_kills_as_ever(probe):
     result = probe("open /dev/mem rw map 3 e0000000 1000 rw movs 0 -", board="intel")
     assert result.status == -signal.SIGSEGV
@@ -490,7 +501,8 @@ def test_the_log_is_whole_when_the_process_is_killed(probe):
 
 @pytest.mark.parametrize("number", [signal.SIGINT, signal.SIGTERM, signal.SIGTRAP, signal.SIGSEGV])
 def test_signals_are_as_they_were(probe, number):
-    assert probe(f"iopl 3 in8 80 raise {number:x}").status == -number
+    words = "iopl 3 in8 80 open /dev/mem rw map 3 90000000 1000 rw load mov32 0"
+    assert probe(f"{words} raise {number:x}").status == -number
 
 
 def test_a_wild_store_kills_as_ever(probe):

@@ -1,1 +1,5 @@
-from harness import new_folder, run, terminal  # noqa: F401 (fixtures)
+import pytest
+
+pytest.register_assert_rewrite("expected")  # the reasons of its assertions are shown as those of a test
+
+from harness import new_folder, run, terminal  # noqa: E402, F401 (fixtures)

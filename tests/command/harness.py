@@ -48,6 +48,7 @@ class Result:
     tty_after: list = None
     flags_before: int = None
     flags_after: int = None
+    keys_sent: int = 0  # of those that the terminal fixture was given
 
     @property
     def text(self):
@@ -106,15 +107,20 @@ def board_file(folder, board, extra):
 class Run:
     """The files and the environment of one run, in a folder of its own."""
 
-    def __init__(self, folder, args, board, extra, keep_memory, program, env):
+    def __init__(self, folder, args, board, extra, keep_memory, program, env, name=None):
         self.folder = folder
         self.words = shlex.split(args) if isinstance(args, str) else [str(word) for word in args]
-        self.command = [str(BUILD / program), *self.words]
+        self.executable = str(BUILD / program)
+        self.command = [self.executable if name is None else name, *self.words]
         self.log_file = folder / "access.log"
         self.memory_file = folder / "memory" if keep_memory else None
         self.sanitizer_log = folder / "sanitizer"
-        options = f"abort_on_error=1:verify_asan_link_order=0:print_stacktrace=1:log_path={self.sanitizer_log}"
-        self.environment = {**os.environ, "ASAN_OPTIONS": options, "UBSAN_OPTIONS": options, **(env or {})}
+        self.environment = {**os.environ, **(env or {})}
+        # The board comes before the sanitizer's library; what that one reports goes to a file, not to descriptor 2.
+        for name in ("ASAN_OPTIONS", "UBSAN_OPTIONS"):
+            given = self.environment.get(name, "")
+            self.environment[name] = (f"{given}:abort_on_error=1:verify_asan_link_order=0:halt_on_error=1:"
+                                      f"print_stacktrace=1:log_path={self.sanitizer_log}").lstrip(":")
         if board is not None:
             self.environment["HWBOARD"] = str(board_file(folder, board, extra))
             self.environment["HWBOARD_LOG"] = str(self.log_file)
@@ -149,6 +155,7 @@ def run_program(run, cwd, stdin, stdout, stderr, timeout):
     given = stdin if isinstance(stdin, bytes) else None
     child = subprocess.Popen(
         run.command,
+        executable=run.executable,
         stdin=subprocess.PIPE if given is not None else subprocess.DEVNULL if stdin in (None, CLOSED) else stdin,
         stdout=subprocess.PIPE if stdout is None else subprocess.DEVNULL if stdout is CLOSED else stdout,
         stderr=subprocess.PIPE if stderr is None else subprocess.DEVNULL if stderr is CLOSED else stderr,
@@ -168,17 +175,21 @@ def run_program(run, cwd, stdin, stdout, stderr, timeout):
 class Terminal:
     """A pseudo-terminal with the program on it."""
 
-    def __init__(self, run, cwd, descriptors, size):
+    def __init__(self, run, cwd, descriptors, size, typed):
         self.master, self.slave = pty.openpty()
         fcntl.ioctl(self.slave, termios.TIOCSWINSZ, struct.pack("HHHH", *size, 0, 0))
         self.before = termios.tcgetattr(self.slave)
         self.flags_before = fcntl.fcntl(self.slave, fcntl.F_GETFL)
         self.screen = b""
+        self.keys_sent = 0
+        if typed:
+            os.write(self.master, typed)
         self.run = run
         self.files = {number: run.folder / f"descriptor-{number}" for number in (1, 2) if number not in descriptors}
         opened = {number: open(path, "wb") for number, path in self.files.items()}
         self.child = subprocess.Popen(
             run.command,
+            executable=run.executable,
             stdin=self.slave if 0 in descriptors else subprocess.DEVNULL,
             stdout=opened.get(1, self.slave),
             stderr=opened.get(2, self.slave),
@@ -233,13 +244,14 @@ class Terminal:
             tty_after=after,
             flags_before=self.flags_before,
             flags_after=flags_after,
+            keys_sent=self.keys_sent,
         )
         return result, late
 
 
-def run_terminal(run, cwd, keys, descriptors, size, timeout):
+def run_terminal(run, cwd, keys, descriptors, size, timeout, typed):
     deadline = time.monotonic() + timeout
-    terminal = Terminal(run, cwd, descriptors, size)
+    terminal = Terminal(run, cwd, descriptors, size, typed)
     seen = 0
     for item in keys:
         expected, key = item if isinstance(item, tuple) else (None, item)
@@ -250,6 +262,7 @@ def run_terminal(run, cwd, keys, descriptors, size, timeout):
             os.write(terminal.master, key)
         else:
             terminal.child.send_signal(key)
+        terminal.keys_sent += 1
     result, late = terminal.finish(deadline)
     if late:
         raise Timeout(result, timeout)
@@ -281,11 +294,12 @@ def run(tmp_path, new_folder):
     keep_memory  leaves the board's memory for result.memory(address, length)
     cwd          the test's temporary folder unless given
     program      another program of the build folder
+    name         what stands before the words in the argument vector instead of the program's path
     """
 
     def go(args="", board="intel", extra=(), stdin=None, stdout=None, stderr=None, keep_memory=False, timeout=30,
-           cwd=None, program="hwreg", env=None):
-        prepared = Run(new_folder(), args, board, extra, keep_memory, program, env)
+           cwd=None, program="hwreg", env=None, name=None):
+        prepared = Run(new_folder(), args, board, extra, keep_memory, program, env, name)
         return run_program(prepared, cwd or tmp_path, stdin, stdout, stderr, timeout)
 
     return go
@@ -299,14 +313,16 @@ def terminal(tmp_path, new_folder):
                  (bytes) to wait for and what to send then. What is left when the program has ended is not sent.
     descriptors  those of 0, 1, 2 that are the terminal; the others are /dev/null and files
     size         lines and columns
+    typed        what was typed before the program was started
 
-    `out` of the result is what came to the screen (with the terminal's "\\r\\n"), or what descriptor 1 got elsewhere.
+    `out` of the result is what came to the screen (with the terminal's "\\r\\n"), or what descriptor 1 got elsewhere;
+    `keys_sent` counts the keys that were asked for.
     """
 
     def go(args="", keys=(), board="intel", extra=(), descriptors=(0, 1, 2), size=(25, 80), keep_memory=False,
-           timeout=30, cwd=None, program="hwreg", env=None):
+           timeout=30, cwd=None, program="hwreg", env=None, typed=b""):
         prepared = Run(new_folder(), args, board, extra, keep_memory, program, env)
-        return run_terminal(prepared, cwd or tmp_path, keys, descriptors, size, timeout)
+        return run_terminal(prepared, cwd or tmp_path, keys, descriptors, size, timeout, typed)
 
     return go
 

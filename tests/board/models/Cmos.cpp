@@ -1,0 +1,192 @@
+// MC146818A data sheet (address map, registers A to D). Ports, the NMI mask in bit 7 of port 70h and the
+// second bank as in Intel's 300 series chipset data sheet, volume 2, real-time clock; neither index port can
+// be read back.
+#include "Cmos.h"
+
+#include "../Arena.h"
+#include "../Ports.h"
+
+#include <string.h>
+
+namespace {
+
+constexpr uint8_t BANK_SIZE = 0x80;
+
+enum : uint8_t {
+    RTC_SECONDS = 0x00,
+    RTC_MINUTES = 0x02,
+    RTC_HOURS = 0x04,
+    RTC_DAY_OF_WEEK = 0x06, // 1 is Sunday
+    RTC_DAY = 0x07,
+    RTC_MONTH = 0x08,
+    RTC_YEAR = 0x09,
+    RTC_A = 0x0A,
+    RTC_B = 0x0B,
+    RTC_C = 0x0C,
+    RTC_D = 0x0D,
+    RTC_CENTURY = 0x32, // by convention of the firmware
+};
+
+enum : uint8_t {
+    A_UPDATE_IN_PROGRESS = 0x80, // read-only
+    A_DEFAULT = 0x26,            // 32,768 Hz, periodic rate of 976 us
+    B_HOURS_24 = 0x02,
+    B_BINARY = 0x04,
+    D_VALID = 0x80, // read-only: the battery is good
+    D_DATE_ALARM = 0x3F,
+    HOURS_PM = 0x80,
+};
+
+struct Bank {
+    uint8_t index;
+    uint8_t bytes[BANK_SIZE];
+};
+
+struct Cmos {
+    Bank clock;    // 70h and 71h
+    Bank extended; // 72h and 73h
+};
+
+Cmos *gCmos;
+
+void WriteIndex(void *device, uint16_t, unsigned, uint32_t value) {
+    static_cast<Bank *>(device)->index = value & (BANK_SIZE - 1);
+}
+
+uint32_t ReadClock(void *device, uint16_t, unsigned) {
+    Bank *bank = static_cast<Bank *>(device);
+    uint8_t value = bank->bytes[bank->index];
+    if (bank->index == RTC_C) // reading acknowledges the interrupts
+        bank->bytes[RTC_C] = 0;
+    return value;
+}
+
+void WriteClock(void *device, uint16_t, unsigned, uint32_t value) {
+    Bank *bank = static_cast<Bank *>(device);
+    uint8_t *byte = &bank->bytes[bank->index];
+    switch (bank->index) {
+    case RTC_A:
+        *byte = uint8_t((*byte & A_UPDATE_IN_PROGRESS) | (value & uint8_t(~A_UPDATE_IN_PROGRESS)));
+        break;
+    case RTC_C:
+        break;
+    case RTC_D:
+        *byte = uint8_t((*byte & D_VALID) | (value & D_DATE_ALARM));
+        break;
+    default:
+        *byte = uint8_t(value);
+        break;
+    }
+}
+
+uint32_t ReadExtended(void *device, uint16_t, unsigned) {
+    const Bank *bank = static_cast<const Bank *>(device);
+    return bank->bytes[bank->index];
+}
+
+void WriteExtended(void *device, uint16_t, unsigned, uint32_t value) {
+    Bank *bank = static_cast<Bank *>(device);
+    bank->bytes[bank->index] = uint8_t(value);
+}
+
+struct Time {
+    unsigned year, month, day, hours, minutes, seconds;
+};
+
+uint8_t InRegisterForm(unsigned value) {
+    bool binary = gCmos->clock.bytes[RTC_B] & B_BINARY;
+    return uint8_t(binary ? value : value / 10 * 16 + value % 10);
+}
+
+uint8_t HoursInRegisterForm(unsigned hours) {
+    if (gCmos->clock.bytes[RTC_B] & B_HOURS_24)
+        return InRegisterForm(hours);
+    unsigned shown = hours % 12 == 0 ? 12 : hours % 12;
+    return uint8_t(InRegisterForm(shown) | (hours >= 12 ? HOURS_PM : 0));
+}
+
+// Days since a Sunday, in the Gregorian calendar, with the year beginning in March.
+unsigned DayOfWeek(const Time *time) {
+    unsigned month = (time->month + 9) % 12;
+    unsigned year = time->year - (time->month < 3);
+    unsigned days = 365 * year + year / 4 - year / 100 + year / 400 + (month * 306 + 5) / 10 + time->day - 1;
+    return (days + 3) % 7 + 1; // 0000-03-01 was a Wednesday
+}
+
+void SetClock(const Time *time) {
+    uint8_t *bytes = gCmos->clock.bytes;
+    bytes[RTC_SECONDS] = InRegisterForm(time->seconds);
+    bytes[RTC_MINUTES] = InRegisterForm(time->minutes);
+    bytes[RTC_HOURS] = HoursInRegisterForm(time->hours);
+    bytes[RTC_DAY_OF_WEEK] = InRegisterForm(DayOfWeek(time));
+    bytes[RTC_DAY] = InRegisterForm(time->day);
+    bytes[RTC_MONTH] = InRegisterForm(time->month);
+    bytes[RTC_YEAR] = InRegisterForm(time->year % 100);
+    bytes[RTC_CENTURY] = InRegisterForm(time->year / 100);
+}
+
+// A decimal number of so many digits and the character behind it (0 at the word's end); moves on.
+unsigned TakeNumber(const BoardLine *line, int word, const char **at, int digits, char end,
+                    unsigned maximum) {
+    unsigned value = 0;
+    for (int i = 0; i < digits; i++, ++*at) {
+        if (**at < '0' || **at > '9')
+            LineFail(line, "neither YYYY-MM-DD nor HH:MM:SS", line->words[word]);
+        value = value * 10 + unsigned(**at - '0');
+    }
+    if (**at != end || value > maximum)
+        LineFail(line, "neither YYYY-MM-DD nor HH:MM:SS", line->words[word]);
+    if (end)
+        ++*at;
+    return value;
+}
+
+void NeedCmos(const BoardLine *line) {
+    if (!gCmos)
+        LineFail(line, "the board has no cmos yet", nullptr);
+}
+
+} // namespace
+
+void CmosReset() {
+    gCmos = nullptr;
+}
+
+void CmosLine(BoardLine *) {
+    gCmos = static_cast<Cmos *>(ArenaTake(sizeof(Cmos)));
+    gCmos->clock.bytes[RTC_A] = A_DEFAULT;
+    gCmos->clock.bytes[RTC_B] = B_HOURS_24;
+    gCmos->clock.bytes[RTC_D] = D_VALID;
+    const Time start = {2000, 1, 1, 0, 0, 0};
+    SetClock(&start);
+    ClaimPorts(0x70, 1, WIDTH_8, nullptr, WriteIndex, &gCmos->clock);
+    ClaimPorts(0x71, 1, WIDTH_8, ReadClock, WriteClock, &gCmos->clock);
+    ClaimPorts(0x72, 1, WIDTH_8, nullptr, WriteIndex, &gCmos->extended);
+    ClaimPorts(0x73, 1, WIDTH_8, ReadExtended, WriteExtended, &gCmos->extended);
+}
+
+void CmosBytesLine(BoardLine *line) {
+    NeedCmos(line);
+    uint32_t first = uint32_t(LineNumber(line, 1, 2 * BANK_SIZE - 1));
+    for (int i = 2; i < line->count; i++) {
+        uint32_t at = first + uint32_t(i) - 2;
+        if (at >= 2 * BANK_SIZE)
+            LineFail(line, "more bytes than there are behind the index", LineWord(line, 1));
+        Bank *bank = at < BANK_SIZE ? &gCmos->clock : &gCmos->extended;
+        bank->bytes[at % BANK_SIZE] = uint8_t(LineNumber(line, i, 0xFF));
+    }
+}
+
+void CmosTimeLine(BoardLine *line) {
+    NeedCmos(line);
+    Time time;
+    const char *at = LineWord(line, 1);
+    time.year = TakeNumber(line, 1, &at, 4, '-', 9999);
+    time.month = TakeNumber(line, 1, &at, 2, '-', 12);
+    time.day = TakeNumber(line, 1, &at, 2, 0, 31);
+    at = LineWord(line, 2);
+    time.hours = TakeNumber(line, 2, &at, 2, ':', 23);
+    time.minutes = TakeNumber(line, 2, &at, 2, ':', 59);
+    time.seconds = TakeNumber(line, 2, &at, 2, 0, 59);
+    SetClock(&time);
+}

@@ -1,0 +1,16 @@
+// The real-time clock and the battery-backed memory of a PC: an MC146818A behind ports 70h and 71h, with 128
+// more bytes of memory behind 72h and 73h as in Intel's and AMD's chipsets.
+#pragma once
+
+#include "../BoardFile.h"
+
+void CmosReset();
+
+// "cmos": the clock, set to 2000-01-01 00:00:00 in BCD and 24 hours; the memory is zero.
+void CmosLine(BoardLine *line);
+
+// "cmos-bytes INDEX BYTE...": contents; indexes from 80h on are those of the second bank.
+void CmosBytesLine(BoardLine *line);
+
+// "cmos-time YYYY-MM-DD HH:MM:SS": sets the clock, in the form that register B asks for. It stands still.
+void CmosTimeLine(BoardLine *line);
