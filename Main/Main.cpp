@@ -13,9 +13,12 @@
 #include "Project/ACPIAcc.h"
 #include "Project/CpuAcc.h"
 #include "Project/FileOp.h"
+#include "Project/I2CAcc.h"
 #include "Project/IoAcc.h"
 #include "Project/MemAcc.h"
+#include "Project/NbioSmu.h"
 #include "Project/PciAcc.h"
+#include "Project/SMBusAcc.h"
 #include "Project/Smbios.h"
 #include "Project/SuperIO.h"
 
@@ -53,7 +56,7 @@ static EFI_STATUS InvokeEntries() {
     if (CmdHas(Flag::PCI))
         return PciAccess();
     if (CmdHas(Flag::SMB))
-        return NotInThisBuild("/SMBUS");
+        return static_cast<uint8_t>(SMBusEntryPoint()); // a byte: a failure arrives as 255
     if (CmdHas(Flag::MSR | Flag::CPUID))
         return CpuAccEntry();
     if (CmdHas(Flag::RTC))
@@ -67,9 +70,9 @@ static EFI_STATUS InvokeEntries() {
     if (CmdHas(Flag::SIO))
         return SioListReg();
     if (CmdHas(Flag::NBIO))
-        return NotInThisBuild("/SMN and /SMU");
+        return NbioEntry();
     if (CmdHas(Flag::I2C))
-        return NotInThisBuild("/I2C");
+        return static_cast<uint8_t>(I2CEntryPoint());
     if (CmdHas(Flag::HELP))
         return showHelp();
     return EFI_ACCESS_DENIED;

@@ -26,6 +26,12 @@ AccessWidth FindAccess(uint16_t *pos) {
     return ACCESS_NONE;
 }
 
+bool FindOneOf(const char *first, const char *second, const char *third, uint16_t *pos) {
+    return CmdSearchFromArgv(gCmdArg->Argv, first, pos) == EFI_SUCCESS ||
+           CmdSearchFromArgv(gCmdArg->Argv, second, pos) == EFI_SUCCESS ||
+           CmdSearchFromArgv(gCmdArg->Argv, third, pos) == EFI_SUCCESS;
+}
+
 AccessWidth AccessOfWord(const char *word) {
     for (int width = ACCESS_BIT; width <= ACCESS_DWORD; ++width) {
         if (CmdSearchFromBuffer(word, mAccessWords[width].write) == EFI_SUCCESS ||

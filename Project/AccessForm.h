@@ -10,6 +10,9 @@ enum AccessWidth { ACCESS_NONE, ACCESS_BIT, ACCESS_BYTE, ACCESS_WORD, ACCESS_DWO
 // vector; the write word is looked for first. *pos is its index. ACCESS_NONE without one.
 AccessWidth FindAccess(uint16_t *pos);
 
+// Position of the first of three switch words that is in the argument vector; false when none is.
+bool FindOneOf(const char *first, const char *second, const char *third, uint16_t *pos);
+
 // The width that one argument word names, as a write or a read; ACCESS_NONE for any other word.
 AccessWidth AccessOfWord(const char *word);
 

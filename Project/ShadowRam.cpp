@@ -1,0 +1,20 @@
+#include "Project/ShadowRam.h"
+
+#include "BasicLib/PciConfig.h"
+#include "Project/AmdReg.h"
+#include "Project/IntelReg.h"
+
+int ShadowRamWrite(int enable) {
+    switch (ChipsetLpcIdentify()) {
+    case VENDOR_AMD:
+    case VENDOR_HYGON:
+        AmdRuntimeShadowRamWrite(static_cast<uint8_t>(enable & 0xFF));
+        break;
+    case VENDOR_INTEL:
+        IntelRuntimeShadowRamWrite(static_cast<uint8_t>(enable & 0xFF));
+        break;
+    default:
+        break;
+    }
+    return 1;
+}
