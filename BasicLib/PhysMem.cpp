@@ -19,11 +19,13 @@ typedef volatile uint16_t __attribute__((aligned(1))) Register16;
 typedef volatile uint32_t __attribute__((aligned(1))) Register32;
 
 static void *MapThrough(int16_t fd, uint32_t address, size_t size) {
-    return mmap(nullptr, size, PROT_READ | PROT_WRITE, MAP_SHARED, fd, static_cast<off_t>(address & PAGE_MASK));
+    return mmap(nullptr, size, PROT_READ | PROT_WRITE, MAP_SHARED, fd,
+                static_cast<off_t>(address & PAGE_MASK));
 }
 
-// Maps size bytes from the page of address on; NULL when the kernel refuses. With EAGAIN the kernel says that it
-// holds the page cached itself and will not map it uncached as well: then, and only then, a cached map is tried.
+// Maps size bytes from the page of address on; NULL when the kernel refuses. With EAGAIN the kernel says that
+// it holds the page cached itself and will not map it uncached as well: then, and only then, a cached map is
+// tried.
 static volatile uint8_t *MapPages(uint32_t address, size_t size) {
     void *map = MapThrough(gMemFd, address, size);
     if (map == MAP_FAILED && errno == EAGAIN && CachedMemFd() != MEM_FD_NONE)

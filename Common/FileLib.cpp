@@ -1,5 +1,8 @@
 #include "Common/FileLib.h"
 
+#include <fcntl.h>
+#include <unistd.h>
+
 #include "Base/Memory.h"
 #include "Common/ComFunc/Search.h"
 
@@ -27,6 +30,17 @@ long Ftell(FILE *stream) {
     return ftell(stream);
 }
 
+bool SyncFile(FILE *stream) {
+    if (fflush(stream) != 0 || fsync(fileno(stream)) != 0)
+        return false;
+    int directory = open(".", O_RDONLY | O_DIRECTORY | O_CLOEXEC);
+    if (directory == -1)
+        return false;
+    bool synced = fsync(directory) == 0;
+    close(directory);
+    return synced;
+}
+
 int GetFileSize(const char *path) {
     FILE *file = Fopen(path, "rb");
     if (file == nullptr)
@@ -34,7 +48,7 @@ int GetFileSize(const char *path) {
     Fseek(file, 0, SEEK_END);
     long size = Ftell(file);
     Fclose(file);
-    return size < 0 ? 0 : size > FILE_SIZE_LIMIT ? FILE_SIZE_LIMIT : static_cast<int>(size);
+    return size > FILE_SIZE_LIMIT ? FILE_SIZE_LIMIT : static_cast<int>(size);
 }
 
 EFI_STATUS Buffer2File(const char *path, const void *buffer, uint32_t size) {
@@ -51,8 +65,9 @@ static EFI_STATUS ReadWhole(const char *path, uint8_t *block, uint32_t size) {
     if (file == nullptr)
         return EFI_LOAD_ERROR;
     size_t got = Fread(block, 1, size, file);
+    bool whole = got == size && fgetc(file) == EOF;
     Fclose(file);
-    return got == size ? EFI_SUCCESS : EFI_LOAD_ERROR;
+    return whole ? EFI_SUCCESS : EFI_LOAD_ERROR;
 }
 
 static EFI_STATUS CreateEmpty(const char *path, uint8_t **buffer, uint32_t *size) {
@@ -70,8 +85,6 @@ static EFI_STATUS LoadFile(const char *path, uint8_t **buffer, uint32_t *size, i
     *size = static_cast<uint32_t>(length);
     if (length == -1)
         return create == 1 ? CreateEmpty(path, buffer, size) : EFI_ABORTED;
-    if (length == FILE_SIZE_LIMIT)
-        return EFI_OUT_OF_RESOURCES;
     uint8_t *block = static_cast<uint8_t *>(allocate(*size));
     if (block == nullptr)
         return EFI_OUT_OF_RESOURCES;

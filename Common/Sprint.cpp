@@ -2,6 +2,7 @@
 
 #include <cstdio>
 
+#include "Base/ArgList.h"
 #include "Base/Memory.h"
 #include "Base/Text.h"
 #include "Common/ComFunc/Numeral.h"
@@ -135,11 +136,6 @@ static bool IsOneOf(char c, const char *letters) {
 static unsigned IntegerBase(char letter) {
     return IsOneOf(letter, "dD") ? 10 : IsOneOf(letter, "oO") ? 8 : 16;
 }
-
-// A va_list behind a pointer, so that a procedure can take arguments from its caller's list.
-struct ArgList {
-    va_list args;
-};
 
 static void PutInteger(TextOut *out, char letter, bool wide, unsigned width, ArgList *list) {
     uint64_t value = wide ? va_arg(list->args, uint64_t) : va_arg(list->args, uint32_t);

@@ -3,8 +3,6 @@
 #include <fcntl.h>
 #include <unistd.h>
 
-#include <cstdio>
-
 #include "BasicLib/Driver.h"
 #include "Common/ComFunc/Console.h"
 #include "Common/Global.h"
@@ -18,6 +16,7 @@
 #include "Project/MemAcc.h"
 #include "Project/NbioSmu.h"
 #include "Project/PciAcc.h"
+#include "Project/Rtc.h"
 #include "Project/SMBusAcc.h"
 #include "Project/Smbios.h"
 #include "Project/SuperIO.h"
@@ -39,12 +38,6 @@ static void DisableAdvancedAcc() {
     CloseLinuxDriver();
 }
 
-// For a command word whose command this build does not have: says so and does nothing.
-static EFI_STATUS NotInThisBuild(const char *command) {
-    fprintf(stderr, "hwreg: %s is not in this build\n", command);
-    return EFI_UNSUPPORTED;
-}
-
 // The tests and their order are the program's: of several command words the earlier rule wins.
 static EFI_STATUS InvokeEntries() {
     if (!isCmdTypeNotNULL(CmdWord()))
@@ -60,7 +53,7 @@ static EFI_STATUS InvokeEntries() {
     if (CmdHas(Flag::MSR | Flag::CPUID))
         return CpuAccEntry();
     if (CmdHas(Flag::RTC))
-        return NotInThisBuild("/RTC");
+        return RtcAndShutdownEntry();
     if (CmdHas(Flag::RF))
         return FileOptEntry();
     if (CmdHas(Flag::SMBIOS))

@@ -13,8 +13,11 @@ struct AccessWord {
 
 // Indexed by AccessWidth.
 static const AccessWord mAccessWords[] = {
-    {nullptr, nullptr, 0, 0},         {"WI", "RI", Flag::WI, Flag::RI}, {"WB", "RB", Flag::WB, Flag::RB},
-    {"WW", "RW", Flag::WW, Flag::RW}, {"WD", "RD", Flag::WD, Flag::RD},
+    {nullptr, nullptr, 0, 0},         // ACCESS_NONE
+    {"WI", "RI", Flag::WI, Flag::RI}, // ACCESS_BIT
+    {"WB", "RB", Flag::WB, Flag::RB}, // ACCESS_BYTE
+    {"WW", "RW", Flag::WW, Flag::RW}, // ACCESS_WORD
+    {"WD", "RD", Flag::WD, Flag::RD}, // ACCESS_DWORD
 };
 
 AccessWidth FindAccess(uint16_t *pos) {

@@ -94,9 +94,9 @@ static uint32_t IndexDump(const IndexPlace *at) {
 // The first word behind the program name that names an access or a dump: unlike the other commands this one
 // goes by the order of the words. False without one.
 static bool FindIndexForm(AccessWidth *width, uint16_t *pos) {
-    for (uint16_t i = 1; CmdArgText(0, i) != nullptr; ++i) {
-        const char *word = CmdArgText(0, i);
-        *pos = i;
+    for (size_t i = 1; gCmdArg->Argv[i] != nullptr; ++i) {
+        const char *word = gCmdArg->Argv[i];
+        *pos = static_cast<uint16_t>(i);
         *width = AccessOfWord(word);
         if (*width != ACCESS_NONE || CmdSearchFromBuffer(word, "DUMP") == EFI_SUCCESS)
             return true;

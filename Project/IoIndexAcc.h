@@ -4,5 +4,5 @@
 #include <cstdint>
 
 // Handler of /IO /INDEX: reads or writes a register or one of its bits, or shows registers 0 to 255. The
-// value read back, 0 after a dump, or an error status.
+// value read back, 0 after a dump; 0x80000002 without an access, 0x80000005 without a dump buffer.
 uint32_t IoIndexAccess();

@@ -109,18 +109,18 @@ EFI_STATUS SearchFromMemReadByte(uint32_t start, uint32_t length, const char *pa
     return length > pos ? EFI_SUCCESS : EFI_ABORTED;
 }
 
-// An empty text matches everywhere without going forward; it counts as a missing one, or the search would
+// An empty text is found everywhere without going forward; it counts as a missing one, or the search would
 // never end.
 static uint32_t SearchRange(uint32_t start, uint32_t length, const char *text) {
     Printf("<- (Ctrl+C: abort!)  searching: %s ->\n", text);
-    if (text != nullptr && *text == 0)
-        return EFI_INVALID_PARAMETER;
     uint32_t count = 0;
     uint32_t position = 0;
     for (;;) {
         EFI_STATUS status = SearchFromMemReadByte(start, length, text, &position, 0);
         if (status != EFI_SUCCESS)
             return static_cast<uint32_t>(status);
+        if (*text == 0)
+            return EFI_INVALID_PARAMETER;
         ++count;
         uint32_t address = start + position - static_cast<uint32_t>(Strlen(text));
         Printf(" (%04d) %s return address: %08lX ", count, text, Wide(address));

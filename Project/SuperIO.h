@@ -12,6 +12,6 @@ void LockSIO();
 // Selects a logical device and reads configuration registers 0x00 to 0xFF into the 256-byte buffer.
 void GetSIO2Buffer(uint8_t *buffer, uint8_t device);
 
-// Handler of /SIO. 0 whatever was read or written, or an error status; the chip is locked again on every way
-// out.
+// Handler of /SIO. 0 whatever was read or written, 0x80000002 after the help, 0x80000005 without a dump
+// buffer; the chip is locked again on every way out.
 EFI_STATUS SioListReg();

@@ -62,8 +62,16 @@ struct KeyMode {
 // The byte that isKeyBoardHit has seen is in the stream's push-back and not on the descriptor.
 static bool keyPushedBack = false;
 
-// The signals that end or stop a program from the keyboard or from outside.
-static const int mEndingSignals[] = {SIGINT, SIGQUIT, SIGTERM, SIGHUP, SIGTSTP};
+// True once standard input hands out single bytes: a key is then on the descriptor or pushed back, never in
+// between. Setting it again would drop the key that is pushed back.
+static bool inputUnbuffered = false;
+
+// Between HoldSignals and ReleaseSignals: the mask to go back to.
+static bool signalsHeld = false;
+static sigset_t maskBeforeHold;
+
+// The signals that end or stop a program from the keyboard or from outside, and at a closed pipe.
+static const int mEndingSignals[] = {SIGINT, SIGQUIT, SIGTERM, SIGHUP, SIGTSTP, SIGPIPE};
 
 static sigset_t EndingSignals() {
     sigset_t set;
@@ -79,7 +87,9 @@ static KeyMode EnterKeyMode() {
     KeyMode mode = {};
     sigset_t ending = EndingSignals();
     sigprocmask(SIG_BLOCK, &ending, &mode.signals);
-    setvbuf(stdin, nullptr, _IONBF, 0); // a key is on the descriptor or pushed back, never in between
+    if (!inputUnbuffered)
+        setvbuf(stdin, nullptr, _IONBF, 0);
+    inputUnbuffered = true;
     mode.isTerminal = tcgetattr(STDIN_FILENO, &mode.modes) == 0;
     if (mode.isTerminal) {
         termios key = mode.modes;
@@ -118,6 +128,8 @@ int getch() {
             keyPushedBack = false;
             return key;
         }
+        if (signalsHeld)
+            return KEY_ESC;
     }
 }
 
@@ -141,6 +153,17 @@ int isKeyBoardHit() {
 
 int GetKBKey() {
     return isKeyBoardHit() ? getch() : 0;
+}
+
+void HoldSignals() {
+    sigset_t ending = EndingSignals();
+    sigprocmask(SIG_BLOCK, &ending, &maskBeforeHold);
+    signalsHeld = true;
+}
+
+void ReleaseSignals() {
+    signalsHeld = false;
+    sigprocmask(SIG_SETMASK, &maskBeforeHold, nullptr);
 }
 
 void GotoXY(uint32_t) {

@@ -27,6 +27,11 @@ int isKeyBoardHit();
 // The waiting key, 0 without one.
 int GetKBKey();
 
+// Holds back the signals that end or stop the program while hardware is in a state that must not be left
+// behind; a key wait gives ESC when one has come. ReleaseSignals lets them act. Not to be nested.
+void HoldSignals();
+void ReleaseSignals();
+
 // Cursor positioning is not supported on this platform: does nothing.
 void GotoXY(uint32_t position);
 

@@ -4,5 +4,6 @@
 #include "Base/Types.h"
 
 // The largest block that the heap grants of a ladder from 40 MiB down to 4 KiB, each step cut to wanted
-// bytes. 0 with the block (freed by the caller with Free) and its size in bytes; 0x80000009 with a size of 0.
+// bytes. 0 with the block (freed by the caller with Free) and its size in bytes; 0x80000009 with a size of 0
+// and *buffer as it was.
 EFI_STATUS GetMaxAllocMemory(uint8_t **buffer, uint32_t *size, uint32_t wanted);

@@ -1,6 +1,6 @@
 #include "Common/ComFunc/PiList.h"
 
-#include <cstdarg>
+#include "Base/ArgList.h"
 
 PiEntry gPiList[PI_LIST_SIZE];
 
@@ -48,10 +48,10 @@ EFI_STATUS LocatePiList(uint32_t id, void **interface) {
 
 typedef EFI_STATUS (*PiStep)(uint32_t id, void *interface);
 
-static EFI_STATUS ForEachPair(PiStep step, uint32_t first, va_list args) {
+static EFI_STATUS ForEachPair(PiStep step, uint32_t first, ArgList *list) {
     size_t pairs = 0;
-    for (uint32_t id = first; id != 0; id = va_arg(args, uint32_t)) {
-        void *interface = va_arg(args, void *);
+    for (uint32_t id = first; id != 0; id = va_arg(list->args, uint32_t)) {
+        void *interface = va_arg(list->args, void *);
         if (interface == nullptr)
             break;
         ++pairs;
@@ -62,17 +62,17 @@ static EFI_STATUS ForEachPair(PiStep step, uint32_t first, va_list args) {
 }
 
 EFI_STATUS InstallMutiplePiList(uint32_t first, ...) {
-    va_list args;
-    va_start(args, first);
-    EFI_STATUS status = ForEachPair(InstallPiList, first, args);
-    va_end(args);
+    ArgList list;
+    va_start(list.args, first);
+    EFI_STATUS status = ForEachPair(InstallPiList, first, &list);
+    va_end(list.args);
     return status;
 }
 
 EFI_STATUS UninstallMutiplePiList(uint32_t first, ...) {
-    va_list args;
-    va_start(args, first);
-    EFI_STATUS status = ForEachPair(UninstallPiList, first, args);
-    va_end(args);
+    ArgList list;
+    va_start(list.args, first);
+    EFI_STATUS status = ForEachPair(UninstallPiList, first, &list);
+    va_end(list.args);
     return status;
 }

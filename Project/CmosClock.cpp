@@ -1,0 +1,125 @@
+#include "Project/CmosClock.h"
+
+#include "BasicLib/BitField.h"
+#include "BasicLib/IndexIo.h"
+#include "BasicLib/PortIo.h"
+#include "Common/ComFunc/Numeral.h"
+#include "Common/Sprint.h"
+#include "Project/PmBase.h"
+
+constexpr uint16_t CMOS_INDEX = 0x70;
+constexpr uint16_t CMOS_DATA = 0x71;
+
+constexpr uint8_t RTC_SECONDS = 0x00;
+constexpr uint8_t RTC_SECONDS_ALARM = 0x01;
+constexpr uint8_t RTC_MINUTES = 0x02;
+constexpr uint8_t RTC_MINUTES_ALARM = 0x03;
+constexpr uint8_t RTC_HOURS = 0x04;
+constexpr uint8_t RTC_HOURS_ALARM = 0x05;
+constexpr uint8_t RTC_REG_A = 0x0A;
+constexpr uint8_t RTC_REG_B = 0x0B;
+constexpr uint8_t RTC_REG_C = 0x0C;
+constexpr uint8_t RTC_REG_D = 0x0D;
+constexpr uint8_t REG_A_UIP = 0x80;
+constexpr uint8_t REG_B_DM_BINARY = 0x04;
+constexpr uint8_t REG_B_AIE = 0x20;
+constexpr uint8_t REG_D_VRT = 0x80;
+constexpr int RTC_REGISTERS = 14;
+constexpr uint32_t UPDATE_POLLS = 0x10000000;
+
+constexpr uint8_t FORMAT_UNKNOWN = 0xFF;
+constexpr uint32_t PM1_RTC_BIT = 10; // RTC_STS and RTC_EN
+constexpr uint16_t PM1_ENABLE = 2;   // from the event block
+
+uint8_t BcdData = FORMAT_UNKNOWN;
+
+uint8_t Get8IO7071(uint8_t index) {
+    return static_cast<uint8_t>(LegacyIoIndexRead8(CMOS_INDEX, CMOS_DATA, index));
+}
+
+void Set8IO7071(uint8_t index, uint8_t value) {
+    LegacyIoIndexWrite8(CMOS_INDEX, CMOS_DATA, index, value);
+}
+
+uint8_t isCmosInBCD() {
+    if (BcdData == FORMAT_UNKNOWN)
+        BcdData = (Get8IO7071(RTC_REG_B) & REG_B_DM_BINARY) == 0 ? 1 : 0;
+    return BcdData;
+}
+
+bool WaitInProgress() {
+    Get8IO7071(RTC_REG_C);
+    for (uint32_t i = 0; i < UPDATE_POLLS; ++i) {
+        if ((Get8IO7071(RTC_REG_A) & REG_A_UIP) == 0)
+            return true;
+        IoDelay(1);
+    }
+    Printf("RTC wait time out!\n");
+    return false;
+}
+
+static uint8_t GetTimeRegister(uint8_t index) {
+    uint8_t value = Get8IO7071(index);
+    return isCmosInBCD() ? HexToDecimal8(value) : value;
+}
+
+TimeOfDay GetTimeOfDay() {
+    isCmosInBCD();
+    WaitInProgress();
+    TimeOfDay time;
+    time.hours = GetTimeRegister(RTC_HOURS);
+    time.minutes = GetTimeRegister(RTC_MINUTES);
+    time.seconds = GetTimeRegister(RTC_SECONDS);
+    return time;
+}
+
+uint32_t GetTotalSec() {
+    TimeOfDay time = GetTimeOfDay();
+    return time.seconds + time.hours * 3600u + time.minutes * 60u;
+}
+
+// The register values of a time: in BCD or binary, then wrapped by the BCD limits in both formats.
+static TimeOfDay AlarmRegisters(uint32_t seconds, bool bcd) {
+    TimeOfDay alarm;
+    alarm.hours = bcd ? DecimalToHex8(seconds / 3600) : static_cast<uint8_t>(seconds / 3600);
+    alarm.minutes = bcd ? DecimalToHex8(seconds % 3600 / 60) : static_cast<uint8_t>(seconds % 3600 / 60);
+    alarm.seconds = bcd ? DecimalToHex8(seconds % 60) : static_cast<uint8_t>(seconds % 60);
+    if (alarm.seconds > 0x5F) {
+        ++alarm.minutes;
+        alarm.seconds = alarm.seconds % 60;
+    }
+    if (alarm.minutes > 0x5F) {
+        ++alarm.hours;
+        alarm.minutes = alarm.minutes % 60;
+    }
+    if (alarm.hours > 0x23)
+        alarm.hours = alarm.hours % 24;
+    return alarm;
+}
+
+void SetTotalSec(uint32_t seconds) {
+    bool bcd = isCmosInBCD() != 0;
+    WaitInProgress();
+    TimeOfDay alarm = AlarmRegisters(seconds, bcd);
+    Set8IO7071(RTC_SECONDS_ALARM, alarm.seconds);
+    Set8IO7071(RTC_MINUTES_ALARM, alarm.minutes);
+    Set8IO7071(RTC_HOURS_ALARM, alarm.hours);
+    Set8IO7071(RTC_REG_D, Get8IO7071(RTC_REG_D) & REG_D_VRT);
+    Set8IO7071(RTC_REG_B, Get8IO7071(RTC_REG_B) | REG_B_AIE);
+    const char *format = bcd ? "SetCmos timer:  %02x:%02x:%02x\n" : "SetCmos timer:  %02d:%02d:%02d\n";
+    Printf(format, alarm.hours, alarm.minutes, alarm.seconds);
+}
+
+void SetRtcWakeupTimer2CMOS(uint32_t seconds) {
+    uint16_t base = static_cast<uint16_t>(GetPMBaseAddress(PM_EVENT_BLOCK));
+    IoWriteBit(base, PM1_RTC_BIT, 1); // writing the status back clears the other bits that were set, too
+    IoWriteBit(static_cast<uint16_t>(base + PM1_ENABLE), PM1_RTC_BIT, 1);
+    SetTotalSec(seconds);
+}
+
+int getRTCData(uint8_t *buffer) {
+    WaitInProgress();
+    for (int i = 0; i < RTC_REGISTERS; ++i)
+        buffer[i] = Get8IO7071(static_cast<uint8_t>(i));
+    return RTC_REGISTERS;
+}

@@ -1,0 +1,94 @@
+#include "Project/PmBase.h"
+
+#include "BasicLib/PciConfig.h"
+#include "BasicLib/PortIo.h"
+#include "Common/Sprint.h"
+#include "Project/AmdReg.h"
+#include "Project/IntelReg.h"
+
+constexpr uint16_t RESET_PORT = 0xCF9;
+constexpr uint8_t RESET_CPU_AND_SYSTEM = 0x06;
+constexpr uint32_t RESET_FULL = 0x08; // power cycle
+constexpr uint16_t INTEL_USUAL_PM_BASE = 0x1800;
+constexpr uint32_t NO_PM_BASE = 0xFFFF;
+
+constexpr uint32_t KIND_POWER_OFF = 1;
+constexpr uint32_t KIND_RESET = 4;
+constexpr uint32_t KIND_GLOBAL_RESET = 5;
+constexpr uint32_t PM1_CONTROL_HIGH = 5;  // second byte of PM1 control, from the event block
+constexpr uint32_t AMD_SLEEP_S5 = 0x34;   // SLP_TYP 5, SLP_EN
+constexpr uint32_t INTEL_SLEEP_S5 = 0x3C; // SLP_TYP 7, SLP_EN
+
+PmAddressRecord PmAddress = {0, 0, 0};
+
+uint16_t GetPMBaseAddressByPmio() {
+    switch (ChipsetLpcIdentify()) {
+    case VENDOR_AMD:
+    case VENDOR_HYGON:
+        return static_cast<uint16_t>(AmdGetPMBaseAddress());
+    case VENDOR_INTEL: {
+        int base = IntelGetPMBaseAddress();
+        if (static_cast<uint32_t>(base) < NO_PM_BASE)
+            return static_cast<uint16_t>(base);
+        Printf("Error: cannot get PMBase\n");
+        return INTEL_USUAL_PM_BASE;
+    }
+    default:
+        return NO_PM_BASE;
+    }
+}
+
+static void FindPmAddress() {
+    if (PmAddress.pm1EventBlock != 0 && PmAddress.resetRegister != 0 && PmAddress.resetValue != 0)
+        return;
+    if (AcpiGetPMAddress(&PmAddress) == EFI_SUCCESS)
+        return;
+    PmAddress = {GetPMBaseAddressByPmio(), RESET_PORT, RESET_CPU_AND_SYSTEM};
+}
+
+int GetPMBaseAddress(int which) {
+    FindPmAddress();
+    switch (which) {
+    case PM_EVENT_BLOCK:
+        return PmAddress.pm1EventBlock;
+    case PM_RESET_REGISTER:
+        return PmAddress.resetRegister;
+    case PM_RESET_VALUE:
+        return PmAddress.resetValue;
+    default:
+        return -1;
+    }
+}
+
+static void PowerOff(uint32_t base) {
+    switch (ChipsetLpcIdentify()) {
+    case VENDOR_AMD:
+    case VENDOR_HYGON:
+        IoWrite8(base + PM1_CONTROL_HIGH, AMD_SLEEP_S5);
+        break;
+    case VENDOR_INTEL:
+        IoWrite8(base + PM1_CONTROL_HIGH, INTEL_SLEEP_S5);
+        break;
+    default:
+        break;
+    }
+}
+
+int ForcedShutdownByPMIO(uint32_t kind) {
+    uint32_t base = static_cast<uint32_t>(GetPMBaseAddress(PM_EVENT_BLOCK));
+    uint32_t resetPort = static_cast<uint32_t>(GetPMBaseAddress(PM_RESET_REGISTER));
+    uint32_t resetValue = static_cast<uint32_t>(GetPMBaseAddress(PM_RESET_VALUE));
+    switch (kind) {
+    case KIND_RESET:
+        IoWrite8(resetPort, resetValue);
+        return 1;
+    case KIND_GLOBAL_RESET:
+        IoWrite8(resetPort, resetValue | RESET_FULL);
+        return 1;
+    case KIND_POWER_OFF:
+        PowerOff(base);
+        return 1;
+    default:
+        return 0;
+    }
+}

@@ -1,0 +1,184 @@
+#include "Project/Rtc.h"
+
+#include "Common/ComFunc/CmdLine.h"
+#include "Common/ComFunc/Console.h"
+#include "Common/FileLib.h"
+#include "Common/Global.h"
+#include "Common/Sprint.h"
+#include "Project/CmosClock.h"
+
+constexpr uint32_t KIND_POWER_OFF = 1;
+constexpr uint32_t KIND_POWER_OFF_TOO = 2;
+constexpr uint32_t KIND_RESTART = 4;
+constexpr uint32_t KIND_GLOBAL_RESET = 5;
+constexpr uint32_t LAST_SECOND = 86399;
+constexpr uint32_t DAY_SECONDS = 86400;
+constexpr uint32_t SHORTEST_TIMER = 7; // an alarm that comes before the machine is off never wakes it
+constexpr uint32_t LAST_COUNT = 0xFFFFFFFE;
+
+static const char *const mRebootLog = "RBTLOG";
+static const char *const mTimerLog = "RTCLOG";
+
+uint32_t OsShutdown(uint32_t kind) {
+    switch (kind) {
+    case KIND_POWER_OFF:
+    case KIND_POWER_OFF_TOO:
+        ExecuteSystemCmd("shutdown -P now");
+        return 1;
+    case KIND_RESTART:
+        ExecuteSystemCmd("shutdown -r now");
+        return 1;
+    default:
+        return 0;
+    }
+}
+
+uint32_t DisplayLogCount(const char *name) {
+    FILE *file = Fopen(name, "rb");
+    if (file == nullptr) {
+        Printf("Have no %s file!\n", name);
+        return 0;
+    }
+    uint32_t count = 0;
+    Fread(&count, 1, sizeof(count), file);
+    Fclose(file);
+    Printf("%s count is: %ld\n", name, Wide(count));
+    return count;
+}
+
+int RtcLogAndRtcCount(const char *name, uint32_t count) {
+    FILE *file = Fopen(name, "wb");
+    if (file == nullptr) {
+        Printf("%s write fail!\n", name);
+        return 0;
+    }
+    ++count;
+    if (count > LAST_COUNT)
+        count = 1;
+    size_t written = Fwrite(&count, 1, sizeof(count), file);
+    bool onDisk = SyncFile(file); // the machine may hang while it goes down
+    bool closed = Fclose(file) == 0;
+    return written == sizeof(count) && onDisk && closed ? 1 : 0;
+}
+
+// A countdown: the clock's last second and the seconds still to go, for clocks that are set meanwhile.
+struct Countdown {
+    uint32_t last;
+    uint32_t remaining;
+};
+
+// Reads the clock, and counts when its second has changed. Returns the time.
+static uint32_t Tick(Countdown *countdown) {
+    uint32_t now = GetTotalSec();
+    if (now != countdown->last) {
+        countdown->last = now;
+        --countdown->remaining;
+    }
+    return now;
+}
+
+// Until midnight any key breaks. False when one did.
+static bool WaitForMidnight(Countdown *countdown) {
+    while (Tick(countdown) != 0 && countdown->remaining > 0) {
+        if (isKeyBoardHit())
+            return false;
+    }
+    return true;
+}
+
+// Until a time of this day ESC alone breaks. False when it did.
+static bool WaitForTime(Countdown *countdown, uint32_t end) {
+    while (countdown->remaining > 0 && Tick(countdown) < end && countdown->remaining > 0) {
+        if (GetKBKey() == KEY_ESC)
+            return false;
+    }
+    return true;
+}
+
+int TimeOut(uint32_t seconds) {
+    if (seconds == 0)
+        return 1;
+    uint32_t end = seconds + GetTotalSec();
+    Printf("\n...timeout: %d seconds (press ESC to break out)...\n", seconds);
+    TimeOfDay time = GetTimeOfDay();
+    Printf("Time: %02d:%02d:%02d\n", time.hours, time.minutes, time.seconds);
+    Countdown countdown = {GetTotalSec(), seconds};
+    if (end > LAST_SECOND) {
+        if (!WaitForMidnight(&countdown))
+            return 0;
+        end -= DAY_SECONDS;
+    }
+    return WaitForTime(&countdown, end) ? 1 : 0;
+}
+
+static EFI_STATUS ShowRtcHelp() {
+    Printf(" /RTC [seconds]: Set wakeup timer. If seconds==0, reset.\n");
+    Printf(" /RTC [seconds] /T [seconds2]: Set wakeup timer and delay seconds2\n");
+    Printf(" /SHUTDOWN: Shutdown system right now\n");
+    return EFI_INVALID_PARAMETER;
+}
+
+// Finds a switch word and reads the operand behind it.
+static bool FindNumber(const char *key, uint32_t *value) {
+    uint16_t pos;
+    if (CmdSearchFromArgv(gCmdArg->Argv, key, &pos) != EFI_SUCCESS)
+        return false;
+    *value = static_cast<uint32_t>(CmdOperand(pos, 1));
+    return true;
+}
+
+// The countdown that /T asks for, with its cycle counted when it ran to the end. False when a key broke it.
+static bool CountCycle(const char *log) {
+    uint32_t delay;
+    if (!FindNumber("T", &delay))
+        return true;
+    uint32_t count = DisplayLogCount(log);
+    if (!TimeOut(delay))
+        return false;
+    RtcLogAndRtcCount(log, count);
+    return true;
+}
+
+static EFI_STATUS RebootCycle() {
+    if (CountCycle(mRebootLog))
+        OsShutdown(CmdHas(Flag::GRESET) ? KIND_GLOBAL_RESET : KIND_RESTART);
+    return EFI_ABORTED;
+}
+
+static EFI_STATUS TimerCycle(uint32_t seconds) {
+    if (!CmdHas(Flag::F) && seconds < SHORTEST_TIMER) {
+        Printf("Warnning, set wakeup timer 0(0 is reset) or more than %d seconds!\n\n", SHORTEST_TIMER);
+        return EFI_INVALID_PARAMETER;
+    }
+    Printf("RTC wake up after %ld seconds!\n", Wide(seconds));
+    if (!CountCycle(mTimerLog))
+        return EFI_ABORTED;
+    SetRtcWakeupTimer2CMOS(GetTotalSec() + seconds);
+    return OsShutdown(KIND_POWER_OFF) != 0 ? EFI_SUCCESS : EFI_ABORTED;
+}
+
+// The countdown that /T asks for; false when a key broke it.
+static bool Delay() {
+    uint32_t delay;
+    return !FindNumber("T", &delay) || TimeOut(delay) != 0;
+}
+
+EFI_STATUS RtcAndShutdownEntry() {
+    if (CmdHas(Flag::HELP))
+        return ShowRtcHelp();
+    uint32_t seconds;
+    if (FindNumber("RTC", &seconds)) {
+        if (CmdHas(Flag::RESET) || seconds == 0)
+            return RebootCycle();
+        EFI_STATUS status = TimerCycle(seconds);
+        if (status != EFI_SUCCESS)
+            return status;
+    }
+    if (CmdSearchFromArgv(gCmdArg->Argv, "SHUTDOWN", nullptr) == EFI_SUCCESS) {
+        if (!Delay() || OsShutdown(KIND_POWER_OFF) == 0)
+            return EFI_ABORTED;
+    }
+    if (CmdSearchFromArgv(gCmdArg->Argv, "TIMEOUT", nullptr) == EFI_SUCCESS && !Delay())
+        return EFI_ABORTED;
+    return EFI_SUCCESS;
+}
