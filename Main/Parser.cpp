@@ -69,11 +69,17 @@ void argvToUpper(char **argv) {
     }
 }
 
+// No form of a switch word has its first letter further back than in second place; told from that, most of the
+// table needs no search.
+static bool CanMatch(const char *word, const char *key) {
+    return word[0] == key[0] || (word[0] != 0 && word[1] == key[0]);
+}
+
 CmdType TranslateCmd(char **argv) {
     CmdType cmd = 0;
     for (char **word = FirstWord(argv); *word != nullptr; ++word) {
         for (const SwitchWord &known : mSwitchWords) {
-            if (CmdSearchFromBuffer(*word, known.word) == EFI_SUCCESS)
+            if (CanMatch(*word, known.word) && CmdSearchFromBuffer(*word, known.word) == EFI_SUCCESS)
                 cmd |= known.flags;
         }
     }

@@ -34,9 +34,14 @@ struct EntryLayout {
 static const EntryLayout mEntry32 = {32, 0x16, 0x18, 0x06, 0x10};
 static const EntryLayout mEntry64 = {24, 0x0C, 0x10, 0x07, 0};
 
-static EFI_STATUS CopyTable(uint32_t address, uint32_t length, uint8_t *block) {
-    Memset(block + length, 0, SMBIOS_GUARD);
-    return MemDump(address, length, block);
+// End of the last copy that was loaded; only compared with, the copy may have been freed.
+static const uint8_t *mCopyEnd = nullptr;
+
+// Copies a table into a block with room for the guard.
+static void CopyTable(uint32_t address, uint32_t length, uint8_t *block) {
+    Memset(block, 0, length + SMBIOS_GUARD);
+    MemDump(address, length, block);
+    mCopyEnd = block + length;
 }
 
 // Copies the table that the entry point at an address describes.
@@ -47,7 +52,6 @@ static EFI_STATUS CopyByEntryPoint(uint32_t entryPoint, const EntryLayout *layou
     uint8_t *block = static_cast<uint8_t *>(Malloc(size + SMBIOS_GUARD));
     if (block == nullptr)
         return EFI_NOT_FOUND;
-    Memset(block, 0, size);
     CopyTable(address, size, block);
     *table = block;
     *length = size;
@@ -172,16 +176,19 @@ EFI_STATUS LoadLegacySmbiosTypes(uint8_t **table, uint32_t *length) {
         Free(block);
         return EFI_OUT_OF_RESOURCES;
     }
-    Memset(block, 0, got);
     CopyTable(address & 0xFFFF0000, size, block);
     *table = block;
     *length = size;
     return EFI_SUCCESS;
 }
 
-// An end-of-table structure, or a place that holds no structure at all.
+// True behind the last byte of the copy: a structure that begins inside it can reach into its guard.
+static bool IsBehindCopy(const uint8_t *structure) {
+    return mCopyEnd != nullptr && mCopyEnd <= structure && structure <= mCopyEnd + SMBIOS_GUARD;
+}
+
 static bool IsTableEnd(const uint8_t *structure) {
-    return structure[0] == TYPE_END || structure[1] == 0;
+    return IsBehindCopy(structure) || structure[0] == TYPE_END;
 }
 
 uint32_t GetStructureLength(const uint8_t *structure) {
@@ -198,7 +205,7 @@ uint16_t GetTotalStructureSize(const uint8_t *table) {
         total += length;
         table += length;
     }
-    if (table[0] == TYPE_END)
+    if (!IsBehindCopy(table))
         total += GetStructureLength(table);
     return static_cast<uint16_t>(total);
 }
@@ -209,7 +216,7 @@ const uint8_t *SearchSmbiosType(const uint8_t *start, uint8_t type) {
             return start;
         start += GetStructureLength(start);
     }
-    return start[0] == TYPE_END && type == TYPE_END && start[1] != 0 ? start : nullptr;
+    return type == TYPE_END && !IsBehindCopy(start) ? start : nullptr;
 }
 
 // The caller's table, or a loaded one that *loaded keeps for its release; NULL when there is none.

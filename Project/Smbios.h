@@ -1,8 +1,8 @@
 // The SMBIOS structure table (DMTF DSP0134): finding it, walking it, and the /SMBIOS command.
 //
-// A copy of the table is followed by SMBIOS_GUARD zero bytes. A structure of formatted length 0 ends a walk
-// like an end-of-table structure, so no walk and no view leaves the block, whatever the table says: the
-// walking procedures below take pointers into such a copy.
+// A copy of the table is followed by SMBIOS_GUARD zero bytes, and a walk over the last copy that was loaded ends
+// where the copy ends, as if an end-of-table structure stood there: no walk and no view leaves the block,
+// whatever the table says. A caller's own table must have its end-of-table structure.
 #pragma once
 
 #include "Base/Types.h"

@@ -1,0 +1,4 @@
+// The shortest program: what a start costs at least.
+int main(void) {
+    return 0;
+}
