@@ -45,7 +45,7 @@ char *UStrCat(char *destination, size_t, const char *source) {
 uint16_t *Char8ToChar16(uint16_t *destination, const char *source) {
     size_t i = 0;
     for (; source[i] != 0; ++i)
-        destination[i] = static_cast<uint16_t>(static_cast<int8_t>(source[i]));
+        destination[i] = static_cast<uint16_t>(static_cast<int16_t>(source[i]));
     destination[i] = 0;
     destination[i + 1] = 0;
     return destination;

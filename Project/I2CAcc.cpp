@@ -305,6 +305,14 @@ static void SetPhases(I2cContext *ctx, const I2cOperation *write, const I2cOpera
     ctx->totalCount = ctx->writeCount + ctx->readCount;
 }
 
+static EFI_STATUS RunTransfer(I2cContext *ctx, uint32_t slave) {
+    if (I2cSetTarget(slave, ctx->base) != EFI_SUCCESS)
+        return EFI_DEVICE_ERROR;
+    EFI_STATUS status = I2cWriteRead(ctx);
+    Disable(ctx->base);
+    return status;
+}
+
 EFI_STATUS I2cAccess(I2cContext *ctx, uint32_t slave, I2cRequest *req) {
     const I2cOperation *first = &req->operation[0];
     const I2cOperation *second = &req->operation[1];
@@ -318,10 +326,8 @@ EFI_STATUS I2cAccess(I2cContext *ctx, uint32_t slave, I2cRequest *req) {
         SetPhases(ctx, first, second);
     else
         return EFI_INVALID_PARAMETER;
-    if (I2cSetTarget(slave, ctx->base) != EFI_SUCCESS)
-        return EFI_DEVICE_ERROR;
-    EFI_STATUS status = I2cWriteRead(ctx);
-    Disable(ctx->base);
+    EFI_STATUS status = RunTransfer(ctx, slave);
+    SetPhases(ctx, nullptr, nullptr); // the buffers are the request's
     return status;
 }
 
