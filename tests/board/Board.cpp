@@ -10,9 +10,14 @@
 #include "Ports.h"
 #include "Settings.h"
 #include "Trap.h"
+#include "models/AmdPm.h"
 #include "models/Cmos.h"
+#include "models/DwI2c.h"
 #include "models/PciFunction.h"
+#include "models/Pm1.h"
 #include "models/SimplePorts.h"
+#include "models/SmbusSlaves.h"
+#include "models/Smn.h"
 #include "models/SuperIo.h"
 
 #include <stdlib.h>
@@ -32,7 +37,12 @@ void ForgetBoard() {
     PortsReset();
     SimplePortsReset();
     CmosReset();
+    Pm1Reset();
     SuperIoReset();
+    AmdPmReset();
+    SmbusSlavesReset();
+    DwI2cReset();
+    SmnReset();
     PciReset();
     MsrReset();
     ArenaReset();

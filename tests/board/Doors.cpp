@@ -346,6 +346,37 @@ FILE *Fopen(const char *path, const char *mode) {
     return real(path, mode);
 }
 
+// The name of an open file without its folders, or "folder".
+void LogAddFileName(LogLine *line, int descriptor, const struct stat *status) {
+    char link[40];
+    char path[400] = {};
+    snprintf(link, sizeof link, "/proc/self/fd/%d", descriptor);
+    if (S_ISDIR(status->st_mode) || syscall(SYS_readlink, link, path, sizeof path - 1) < 0)
+        LogAdd(line, "folder");
+    else
+        LogAdd(line, strrchr(path, '/') ? strrchr(path, '/') + 1 : path);
+}
+
+// What reaches the disk at this moment: of a file its length.
+int Fsync(int descriptor) {
+    struct stat status;
+    int result = int(syscall(SYS_fsync, descriptor));
+    int error = result != 0 ? errno : 0;
+    if (!gBoard.loaded || syscall(SYS_fstat, descriptor, &status) != 0)
+        return result;
+    LogLine line;
+    LogBegin(&line, "fsync ");
+    LogAddFileName(&line, descriptor, &status);
+    if (S_ISREG(status.st_mode)) {
+        LogAdd(&line, " ");
+        LogAddHex(&line, uint64_t(status.st_size), 1);
+    }
+    LogAddResult(&line, error);
+    LogEnd(&line);
+    errno = error != 0 ? error : errno;
+    return result;
+}
+
 mode_t ModeArgument(int flags, va_list arguments) {
     return (flags & O_CREAT) || (flags & O_TMPFILE) == O_TMPFILE ? va_arg(arguments, mode_t) : 0;
 }
@@ -447,6 +478,10 @@ DOOR int close(int descriptor) {
     if (file)
         LogClose(file);
     return int(syscall(SYS_close, descriptor));
+}
+
+DOOR int fsync(int descriptor) {
+    return Fsync(descriptor);
 }
 
 DOOR ssize_t pread(int descriptor, void *buffer, size_t count, off_t offset) {

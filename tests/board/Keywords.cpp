@@ -4,11 +4,19 @@
 #include "Msr.h"
 #include "Ports.h"
 #include "Settings.h"
+#include "models/AmdPm.h"
 #include "models/Cmos.h"
+#include "models/CmosClock.h"
+#include "models/DwI2c.h"
 #include "models/Ecam.h"
 #include "models/PciConfigPorts.h"
 #include "models/PciFunction.h"
+#include "models/Pm1.h"
+#include "models/Sequence.h"
 #include "models/SimplePorts.h"
+#include "models/SmbusHost.h"
+#include "models/SmbusSlaves.h"
+#include "models/Smn.h"
 #include "models/SuperIo.h"
 #include "models/SystemControl.h"
 
@@ -40,6 +48,7 @@ const Keyword KEYWORDS[] = {
     {"file", FileLine},
     {"watch", WatchLine},
     {"hole", HoleLine},
+    {"sequence", SequenceLine},
     // ports
     {"delay", DelayPortLine},
     {"latch", LatchPortLine},
@@ -49,9 +58,25 @@ const Keyword KEYWORDS[] = {
     {"cmos", CmosLine},
     {"cmos-bytes", CmosBytesLine},
     {"cmos-time", CmosTimeLine},
+    {"cmos-run", CmosRunLine},
+    {"cmos-stuck", CmosStuckLine},
+    {"pm1", Pm1Line},
     {"superio", SuperIoLine},
     {"superio-global", SuperIoGlobalLine},
     {"superio-device", SuperIoDeviceLine},
+    {"pm-registers", AmdPmLine},
+    {"pm-bytes", AmdPmBytesLine},
+    // SMBus
+    {"smbus-host", SmbusHostLine},
+    {"smbus-eeprom", SmbusEepromLine},
+    {"smbus-spd", SmbusSpdLine},
+    {"smbus-remove", SmbusRemoveLine},
+    {"smbus-bytes", SmbusBytesLine},
+    {"smbus-fill", SmbusFillLine},
+    // I2C
+    {"i2c-core", I2cCoreLine},
+    {"i2c-device", I2cDeviceLine},
+    {"i2c-words", I2cWordsLine},
     // PCI
     {"pci-ports", PciConfigPortsLine},
     {"ecam", EcamLine},
@@ -67,6 +92,11 @@ const Keyword KEYWORDS[] = {
     {"cap", PciCapLine},
     {"pcie", PciExpressLine},
     {"xcap", PciExtendedCapLine},
+    // the system management network, behind the function above
+    {"smn", SmnLine},
+    {"smn-register", SmnRegisterLine},
+    {"smu-mailbox", SmuMailboxLine},
+    {"smu-reply", SmuReplyLine},
 };
 
 } // namespace

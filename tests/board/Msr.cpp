@@ -16,6 +16,9 @@ struct MsrEntry {
     uint64_t writable; // bits that a write changes
     bool readOnly;     // a write raises #GP
     uint64_t step;     // added after each read
+    uint64_t hidden;   // bits that read 0 and do not change while none of keyBits is set in register keyIndex
+    uint32_t keyIndex;
+    uint64_t keyBits;
     MsrEntry *next;
 };
 
@@ -51,6 +54,10 @@ MsrEntry *OwnEntry(int cpu, uint32_t index) {
     return Put(&own);
 }
 
+uint64_t HiddenBits(int cpu, const MsrEntry *entry) {
+    return entry->hidden != 0 && (MsrGet(cpu, entry->keyIndex) & entry->keyBits) == 0 ? entry->hidden : 0;
+}
+
 } // namespace
 
 void MsrReset() {
@@ -71,11 +78,15 @@ void MsrLine(BoardLine *line) {
             entry.writable = LineNumber(line, ++i, UINT64_MAX);
         else if (LineHas(line, i, "count"))
             entry.step = LineNumber(line, ++i, UINT64_MAX);
-        else if (LineHas(line, i, "cpus")) {
+        else if (LineHas(line, i, "hidden")) {
+            entry.hidden = LineNumber(line, ++i, UINT64_MAX);
+            entry.keyIndex = uint32_t(LineNumber(line, ++i, 0xFFFFFFFF));
+            entry.keyBits = LineNumber(line, ++i, UINT64_MAX);
+        } else if (LineHas(line, i, "cpus")) {
             LineCpuSet(line, ++i, cpus);
             everyCpu = false;
         } else
-            LineFail(line, "none of \"ro\", \"rw\", \"count\", \"cpus\"", line->words[i]);
+            LineFail(line, "none of \"ro\", \"rw\", \"count\", \"hidden\", \"cpus\"", line->words[i]);
     }
     entry.cpu = EVERY_CPU;
     if (everyCpu)
@@ -91,7 +102,7 @@ bool MsrRead(int cpu, uint32_t index, uint64_t *value) {
     MsrEntry *entry = OwnEntry(cpu, index);
     if (!entry)
         return false;
-    *value = entry->value;
+    *value = entry->value & ~HiddenBits(cpu, entry);
     entry->value += entry->step;
     return true;
 }
@@ -100,13 +111,14 @@ bool MsrWrite(int cpu, uint32_t index, uint64_t value) {
     MsrEntry *entry = OwnEntry(cpu, index);
     if (!entry || entry->readOnly)
         return false;
-    entry->value = (entry->value & ~entry->writable) | (value & entry->writable);
+    uint64_t writable = entry->writable & ~HiddenBits(cpu, entry);
+    entry->value = (entry->value & ~writable) | (value & writable);
     return true;
 }
 
 void MsrSet(int cpu, uint32_t index, uint64_t value) {
     MsrEntry *entry = OwnEntry(cpu, index);
-    MsrEntry fresh = {cpu, index, value, UINT64_MAX, false, 0, nullptr};
+    MsrEntry fresh = {cpu, index, value, UINT64_MAX, false, 0, 0, 0, 0, nullptr};
     if (entry)
         entry->value = value;
     else

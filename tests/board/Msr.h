@@ -4,7 +4,7 @@
 #include "BoardFile.h"
 
 void MsrReset();
-// "msr INDEX VALUE [cpus LIST] [ro | rw MASK] [count STEP]"
+// "msr INDEX VALUE [cpus LIST] [ro | rw MASK] [count STEP] [hidden MASK KEY BITS]"
 void MsrLine(BoardLine *line);
 
 // One RDMSR or WRMSR; false where the processor would raise #GP (absent register, write to a read-only one).

@@ -16,8 +16,6 @@
 
 namespace {
 
-constexpr int TRAP_GENERAL_PROTECTION = 13;
-constexpr int TRAP_PAGE_FAULT = 14;
 constexpr greg_t PAGE_FAULT_WRITE = 2;
 constexpr greg_t EFLAGS_TF = 0x100;
 constexpr int ARCH_CPUID_SET = 0x1012;
@@ -253,11 +251,12 @@ void OnSegmentationFault(int signal, siginfo_t *info, void *opaque) {
     if (stepping) // the instruction was let through and faults once more: its other operand is the program's
                   // mistake
         EndStep(context);
-    // In a signal that was sent, the trap number is the one of an earlier fault.
-    greg_t trap = info->si_code > 0 ? Registers(context)[REG_TRAPNO] : 0;
+    // Told apart by the signal's code: user-mode emulators, which serve for their CPUID, give no trap number. A
+    // signal that was sent has neither code.
+    bool generalProtection = info->si_code == SI_KERNEL;
+    bool pageFault = info->si_code == SEGV_MAPERR || info->si_code == SEGV_ACCERR;
     if (gBoard.loaded && !stepping &&
-        ((trap == TRAP_GENERAL_PROTECTION && OnGeneralProtection(context)) ||
-         (trap == TRAP_PAGE_FAULT && OnPageFault(context))))
+        ((generalProtection && OnGeneralProtection(context)) || (pageFault && OnPageFault(context))))
         return;
     PassOn(signal, info, opaque);
 }

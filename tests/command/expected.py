@@ -116,6 +116,56 @@ FILE_USAGE = (
     " /IO /RF IO.bin 0 0x100: Dump IO from 0 t0 0x100 to IO.bin file\n"
 )
 SIO_USAGE = " /SIO /dump: Dump SuperIO Reg\n"
+SMBUS_USAGE = (
+    " /SMBUS /RB 0xa0 0: Read 1-BYTE data from smbus 0xA0 offset 0\n"
+    " /SMBUS /WB 0xa0 0 0xFF: Write 1-BYTE 0xFF to smbus 0xA0 offset 0\n"
+    " /SMBUS /DUMP 0xa0: Dump datas from smbus 0xA0\n"
+    " /SMBUS /S 0xA0 0xA8: Search valid smbus device from 0xA0 to 0xA8\n"
+)
+POWER_USAGE = (
+    " /RTC [seconds]: Set wakeup timer. If seconds==0, reset.\n"
+    " /RTC [seconds] /T [seconds2]: Set wakeup timer and delay seconds2\n"
+    " /SHUTDOWN: Shutdown system right now\n"
+)
+SMBIOS_USAGE = " /SMBIOS: Show some types of SMBIOS\n /SMBIOS /S [String]: Search String in SMBIOS\n"
+ACPI_USAGE = " /ACPI /dump: Dump Rsdp\n"
+NBIO_USAGE = (
+    " /SMN /RD [DieNum] [RegesterInde]: Read SMN from DieNum RegesterInde\n"
+    " /SMN /WD [DieNum] [RegesterIndex] [Data]: Write SMN Data to DieNum RegesterInde\n"
+    " /SMN /RI [DieNum] [RegesterIndex] [BITn]: Read SMN from DieNum RegesterInde BITn\n"
+    " /SMN /WI [DieNum] [RegesterIndex] [BITn] [Data]: Write SMN Data to DieNum RegesterInde BITn\n"
+    " /SMU /RD/WD [RequestId] [Data0], [Data1] ...: Read/Write SMU Msg Data0 ...to RequestId\n"
+)
+I2C_USAGE = (
+    " /I2C /rb [I2cNo] [SlaveAddr] [Offset]: Read BYTE from I2cNo SlaveAddr Offset\n"
+    " /I2C /wb [I2cNo] [SlaveAddr] [Offset] [Data]: Write BYTE from I2cNo SlaveAddr Offset Data\n"
+)
+# What each command word answers with the help switch, in the order in which the words are asked for.
+USAGE = {
+    "IO": IO_USAGE,
+    "MEM": MEM_USAGE,
+    "PCI": PCI_USAGE,
+    "SMB": SMBUS_USAGE,
+    "SMBUS": SMBUS_USAGE,
+    "MSR": CPU_USAGE,
+    "CPUID": CPU_USAGE,
+    "RTC": POWER_USAGE,
+    "SHUTDOWN": POWER_USAGE,
+    "TIMEOUT": POWER_USAGE,
+    "RF": FILE_USAGE,
+    "SMBIOS": SMBIOS_USAGE,
+    "ACPI": ACPI_USAGE,
+    "SIO": SIO_USAGE,
+    "SMN": NBIO_USAGE,
+    "SMU": NBIO_USAGE,
+    "I2C": I2C_USAGE,
+}
+
+
+def usage_status(word):
+    """The SMBus command answers -1 as a byte, the others 0x80000002."""
+    return 0xFF if word in ("SMB", "SMBUS") else 0x80000002
+
 
 PCI_HEADER = "Bus Dev Fun VID_DID  ASPM IRQ_L IRQ_P Class\n"
 

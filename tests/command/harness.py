@@ -29,7 +29,8 @@ BUILD = pathlib.Path(os.environ.get("HWREG_BUILD", TOP / "build")).resolve()
 BOARDS = TOP / "tests" / "board" / "boards"
 
 CLOSED = "closed"  # for stdin, stdout, stderr: the descriptor is not open at all
-PAUSE = 0.1  # seconds without output after which a program on a terminal is taken to wait for a key
+PAUSE = 0.1  # seconds without further output after which a program on a terminal is taken to wait for a key
+SILENCE = 1.0  # the same when there has been no output at all since the last key (a machine may be busy)
 
 
 @dataclasses.dataclass
@@ -210,14 +211,17 @@ class Terminal:
         return True
 
     def wait(self, expected, seen, deadline):
-        """Until the text has come behind position `seen` (None: until output pauses), or the program has ended."""
+        """Until the text has come behind position `seen`, or (a number instead of a text) until output pauses for so
+        many seconds. False when the program has ended before."""
+        is_text = isinstance(expected, bytes)
+        began = time.monotonic()
         while time.monotonic() < deadline:
-            if expected is not None and expected in self.screen[seen:]:
+            if is_text and expected in self.screen[seen:]:
                 return True
-            came = self.read(PAUSE if expected is None else 0.02)
+            came = self.read(0.02 if is_text else expected)
             if not came and self.child.poll() is not None:
                 return False
-            if not came and expected is None:
+            if not came and not is_text and (len(self.screen) > seen or time.monotonic() - began > SILENCE):
                 return True
         return False
 
@@ -254,7 +258,7 @@ def run_terminal(run, cwd, keys, descriptors, size, timeout, typed):
     terminal = Terminal(run, cwd, descriptors, size, typed)
     seen = 0
     for item in keys:
-        expected, key = item if isinstance(item, tuple) else (None, item)
+        expected, key = item if isinstance(item, tuple) else (PAUSE, item)
         if not terminal.wait(expected, seen, deadline):
             break
         seen = len(terminal.screen)
@@ -310,7 +314,8 @@ def terminal(tmp_path, new_folder):
     """terminal(args, keys=[...], board="intel", ...) -> Result, the program being on a pseudo-terminal
 
     keys         sent one after the other: bytes or a signal number, each when output pauses, or a pair of the text
-                 (bytes) to wait for and what to send then. What is left when the program has ended is not sent.
+                 (bytes) or the length of the pause (seconds) to wait for and what to send then. What is left when
+                 the program has ended is not sent.
     descriptors  those of 0, 1, 2 that are the terminal; the others are /dev/null and files
     size         lines and columns
     typed        what was typed before the program was started

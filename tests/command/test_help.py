@@ -61,10 +61,21 @@ def test_help_goes_on_when_the_screen_cannot_be_cleared(run):
     ("/RF", "FILE_USAGE"),
     ("/MEM /RF made.bin 0 0x100", "FILE_USAGE"),
     ("/SIO", "SIO_USAGE"),
+    ("/SMBUS", "SMBUS_USAGE"),
+    ("/SMB /WB 0xa0 0 0", "SMBUS_USAGE"),
+    ("/RTC 60", "POWER_USAGE"),
+    ("/SHUTDOWN /F", "POWER_USAGE"),
+    ("/TIMEOUT 1 /RESET", "POWER_USAGE"),
+    ("/SMBIOS", "SMBIOS_USAGE"),
+    ("/SMBIOS /DUMP", "SMBIOS_USAGE"),
+    ("/ACPI /DUMP", "ACPI_USAGE"),
+    ("/SMN /WD 0 0x50000 1", "NBIO_USAGE"),
+    ("/SMU /WD 1 1", "NBIO_USAGE"),
+    ("/I2C /WB 0 0xa0 0 0", "I2C_USAGE"),
     ("/SIO /WB 7 1", "SIO_USAGE"),
 ])  # fmt: skip
 def test_a_command_with_the_help_switch_prints_its_usage_and_touches_nothing(run, tmp_path, args, usage):
-    assert_run(run(f"/H {args}"), getattr(expected, usage), 0x80000002, CLEAR)
+    assert_run(run(f"/H {args}"), getattr(expected, usage), 0xFF if usage == "SMBUS_USAGE" else 2, CLEAR)
     assert not list(tmp_path.glob("*.[bB]*"))
 
 

@@ -59,6 +59,9 @@ class Answer:
         return getattr(self.boot.results()[self.number], name)
 
 
+# A MiB of the first machine's memory that its kernel leaves alone, for any use within one command.
+SCRATCH = 0x18000000
+
 # An Intel chipset of the PCI Express age: functions on bus 0 and behind bridges, extended configuration space,
 # slots with functions 0 and 1, and 0 to 2 and 7, devices without an interrupt and with each of the pins A to D.
 Q35 = SharedBoot(
@@ -80,6 +83,7 @@ Q35 = SharedBoot(
             "ich9-usb-uhci3,bus=pcie.0,addr=0x1d.2",
             "ich9-usb-ehci1,bus=pcie.0,addr=0x1d.7",
         ],
+        append=f"iomem=relaxed memmap=1M${SCRATCH:#x}",
     )
 )
 

@@ -5,36 +5,17 @@
 
 #include "../Arena.h"
 #include "../Ports.h"
-
-#include <string.h>
+#include "CmosClock.h"
 
 namespace {
 
 constexpr uint8_t BANK_SIZE = 0x80;
 
 enum : uint8_t {
-    RTC_SECONDS = 0x00,
-    RTC_MINUTES = 0x02,
-    RTC_HOURS = 0x04,
-    RTC_DAY_OF_WEEK = 0x06, // 1 is Sunday
-    RTC_DAY = 0x07,
-    RTC_MONTH = 0x08,
-    RTC_YEAR = 0x09,
-    RTC_A = 0x0A,
-    RTC_B = 0x0B,
-    RTC_C = 0x0C,
-    RTC_D = 0x0D,
-    RTC_CENTURY = 0x32, // by convention of the firmware
-};
-
-enum : uint8_t {
-    A_UPDATE_IN_PROGRESS = 0x80, // read-only
-    A_DEFAULT = 0x26,            // 32,768 Hz, periodic rate of 976 us
-    B_HOURS_24 = 0x02,
-    B_BINARY = 0x04,
-    D_VALID = 0x80, // read-only: the battery is good
+    A_DEFAULT = 0x26, // 32,768 Hz, periodic rate of 976 us
+    B_DEFAULT = 0x02, // BCD, 24 hours
+    D_VALID = 0x80,   // read-only: the battery is good
     D_DATE_ALARM = 0x3F,
-    HOURS_PM = 0x80,
 };
 
 struct Bank {
@@ -55,7 +36,12 @@ void WriteIndex(void *device, uint16_t, unsigned, uint32_t value) {
 
 uint32_t ReadClock(void *device, uint16_t, unsigned) {
     Bank *bank = static_cast<Bank *>(device);
+    CmosClockCatchUp(bank->bytes);
     uint8_t value = bank->bytes[bank->index];
+    if (bank->index < RTC_A && CmosClockUpdates(bank->bytes))
+        return 0xFF; // undefined
+    if (bank->index == RTC_A && CmosClockAnnouncesUpdate(bank->bytes))
+        return value | A_UPDATE_IN_PROGRESS;
     if (bank->index == RTC_C) // reading acknowledges the interrupts
         bank->bytes[RTC_C] = 0;
     return value;
@@ -63,6 +49,9 @@ uint32_t ReadClock(void *device, uint16_t, unsigned) {
 
 void WriteClock(void *device, uint16_t, unsigned, uint32_t value) {
     Bank *bank = static_cast<Bank *>(device);
+    CmosClockCatchUp(bank->bytes);
+    if (bank->index < RTC_A && CmosClockUpdates(bank->bytes))
+        return; // lost
     uint8_t *byte = &bank->bytes[bank->index];
     switch (bank->index) {
     case RTC_A:
@@ -87,42 +76,6 @@ uint32_t ReadExtended(void *device, uint16_t, unsigned) {
 void WriteExtended(void *device, uint16_t, unsigned, uint32_t value) {
     Bank *bank = static_cast<Bank *>(device);
     bank->bytes[bank->index] = uint8_t(value);
-}
-
-struct Time {
-    unsigned year, month, day, hours, minutes, seconds;
-};
-
-uint8_t InRegisterForm(unsigned value) {
-    bool binary = gCmos->clock.bytes[RTC_B] & B_BINARY;
-    return uint8_t(binary ? value : value / 10 * 16 + value % 10);
-}
-
-uint8_t HoursInRegisterForm(unsigned hours) {
-    if (gCmos->clock.bytes[RTC_B] & B_HOURS_24)
-        return InRegisterForm(hours);
-    unsigned shown = hours % 12 == 0 ? 12 : hours % 12;
-    return uint8_t(InRegisterForm(shown) | (hours >= 12 ? HOURS_PM : 0));
-}
-
-// Days since a Sunday, in the Gregorian calendar, with the year beginning in March.
-unsigned DayOfWeek(const Time *time) {
-    unsigned month = (time->month + 9) % 12;
-    unsigned year = time->year - (time->month < 3);
-    unsigned days = 365 * year + year / 4 - year / 100 + year / 400 + (month * 306 + 5) / 10 + time->day - 1;
-    return (days + 3) % 7 + 1; // 0000-03-01 was a Wednesday
-}
-
-void SetClock(const Time *time) {
-    uint8_t *bytes = gCmos->clock.bytes;
-    bytes[RTC_SECONDS] = InRegisterForm(time->seconds);
-    bytes[RTC_MINUTES] = InRegisterForm(time->minutes);
-    bytes[RTC_HOURS] = HoursInRegisterForm(time->hours);
-    bytes[RTC_DAY_OF_WEEK] = InRegisterForm(DayOfWeek(time));
-    bytes[RTC_DAY] = InRegisterForm(time->day);
-    bytes[RTC_MONTH] = InRegisterForm(time->month);
-    bytes[RTC_YEAR] = InRegisterForm(time->year % 100);
-    bytes[RTC_CENTURY] = InRegisterForm(time->year / 100);
 }
 
 // A decimal number of so many digits and the character behind it (0 at the word's end); moves on.
@@ -150,15 +103,16 @@ void NeedCmos(const BoardLine *line) {
 
 void CmosReset() {
     gCmos = nullptr;
+    CmosClockReset();
 }
 
 void CmosLine(BoardLine *) {
     gCmos = static_cast<Cmos *>(ArenaTake(sizeof(Cmos)));
     gCmos->clock.bytes[RTC_A] = A_DEFAULT;
-    gCmos->clock.bytes[RTC_B] = B_HOURS_24;
+    gCmos->clock.bytes[RTC_B] = B_DEFAULT;
     gCmos->clock.bytes[RTC_D] = D_VALID;
-    const Time start = {2000, 1, 1, 0, 0, 0};
-    SetClock(&start);
+    const ClockTime start = {2000, 1, 1, 0, 0, 0};
+    CmosClockSet(gCmos->clock.bytes, &start);
     ClaimPorts(0x70, 1, WIDTH_8, nullptr, WriteIndex, &gCmos->clock);
     ClaimPorts(0x71, 1, WIDTH_8, ReadClock, WriteClock, &gCmos->clock);
     ClaimPorts(0x72, 1, WIDTH_8, nullptr, WriteIndex, &gCmos->extended);
@@ -179,7 +133,7 @@ void CmosBytesLine(BoardLine *line) {
 
 void CmosTimeLine(BoardLine *line) {
     NeedCmos(line);
-    Time time;
+    ClockTime time;
     const char *at = LineWord(line, 1);
     time.year = TakeNumber(line, 1, &at, 4, '-', 9999);
     time.month = TakeNumber(line, 1, &at, 2, '-', 12);
@@ -188,5 +142,5 @@ void CmosTimeLine(BoardLine *line) {
     time.hours = TakeNumber(line, 2, &at, 2, ':', 23);
     time.minutes = TakeNumber(line, 2, &at, 2, ':', 59);
     time.seconds = TakeNumber(line, 2, &at, 2, 0, 59);
-    SetClock(&time);
+    CmosClockSet(gCmos->clock.bytes, &time);
 }

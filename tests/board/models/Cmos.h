@@ -12,5 +12,6 @@ void CmosLine(BoardLine *line);
 // "cmos-bytes INDEX BYTE...": contents; indexes from 80h on are those of the second bank.
 void CmosBytesLine(BoardLine *line);
 
-// "cmos-time YYYY-MM-DD HH:MM:SS": sets the clock, in the form that register B asks for. It stands still.
+// "cmos-time YYYY-MM-DD HH:MM:SS": sets the clock, in the form that register B asks for. It stands still
+// unless a line "cmos-run" (CmosClock.h) starts it.
 void CmosTimeLine(BoardLine *line);

@@ -1,0 +1,75 @@
+// AMD BKDG for family 16h models 30h-3Fh (52740), 3.26.3: IOCD6 PM_Index, IOCD7 PM_Data, both read-write.
+#include "AmdPm.h"
+
+#include "../Arena.h"
+#include "../Ports.h"
+
+#include <string.h>
+
+namespace {
+
+constexpr uint16_t PM_INDEX = 0xCD6;
+constexpr int REGISTERS = 0x100;
+constexpr int MAX_FOLLOWERS = 8;
+
+struct Follower {
+    void (*changed)(void *device);
+    void *device;
+};
+
+uint8_t gRegisters[REGISTERS];
+uint8_t gIndex;
+Follower gFollowers[MAX_FOLLOWERS];
+int gFollowerCount;
+
+void TellFollowers() {
+    for (int i = 0; i < gFollowerCount; i++)
+        gFollowers[i].changed(gFollowers[i].device);
+}
+
+uint32_t Read(void *, uint16_t port, unsigned) {
+    return port == PM_INDEX ? gIndex : gRegisters[gIndex];
+}
+
+void Write(void *, uint16_t port, unsigned, uint32_t value) {
+    if (port == PM_INDEX) {
+        gIndex = uint8_t(value);
+        return;
+    }
+    gRegisters[gIndex] = uint8_t(value);
+    TellFollowers();
+}
+
+} // namespace
+
+void AmdPmReset() {
+    memset(gRegisters, 0, sizeof gRegisters);
+    gIndex = 0;
+    gFollowerCount = 0;
+}
+
+void AmdPmLine(BoardLine *) {
+    ClaimPorts(PM_INDEX, 2, WIDTH_8, Read, Write, nullptr);
+}
+
+void AmdPmBytesLine(BoardLine *line) {
+    uint32_t first = uint32_t(LineNumber(line, 1, REGISTERS - 1));
+    LineWord(line, 2);
+    for (int i = 2; i < line->count; i++) {
+        uint32_t at = first + uint32_t(i) - 2;
+        if (at >= REGISTERS)
+            LineFail(line, "there are 256 registers", LineWord(line, i));
+        gRegisters[at] = uint8_t(LineNumber(line, i, 0xFF));
+    }
+    TellFollowers();
+}
+
+uint8_t AmdPmRegister(uint8_t index) {
+    return gRegisters[index];
+}
+
+void AmdPmFollow(void (*changed)(void *device), void *device) {
+    if (gFollowerCount == MAX_FOLLOWERS)
+        BoardFail("more than %d devices follow the power-management registers", MAX_FOLLOWERS);
+    gFollowers[gFollowerCount++] = {changed, device};
+}

@@ -1,0 +1,67 @@
+// ACPI 6.4, 4.8.3.1 and 4.8.3.2: status bits are cleared by writing ones, bits of nobody read zero, SLP_EN
+// and GBL_RLS are write-only. The machine does not really sleep: what is written to control stands in the
+// log.
+#include "Pm1.h"
+
+#include "../Arena.h"
+#include "../Ports.h"
+
+namespace {
+
+enum : uint16_t {
+    STATUS_BITS = 0xC731, // WAK, PCIEXP_WAKE, RTC, SLPBTN, PWRBTN, GBL, BM, TMR
+    STATUS_RTC = 0x0400,
+    ENABLE_BITS = 0x4721,  // PCIEXP_WAKE_DIS, RTC, SLPBTN, PWRBTN, GBL, TMR
+    CONTROL_BITS = 0x1C03, // SLP_TYP, BM_RLD, SCI_EN
+};
+
+enum { STATUS, ENABLE, CONTROL, REGISTERS };
+
+struct Pm1 {
+    uint16_t base;
+    uint16_t registers[REGISTERS];
+};
+
+Pm1 *gPm1;
+
+void Change(int which, uint16_t bits, uint16_t value) {
+    uint16_t *at = &gPm1->registers[which];
+    if (which == STATUS)
+        *at = uint16_t(*at & ~(value & bits));
+    else {
+        uint16_t kept = which == ENABLE ? ENABLE_BITS : CONTROL_BITS;
+        *at = uint16_t(((*at & ~bits) | (value & bits)) & kept);
+    }
+}
+
+uint32_t Read(void *, uint16_t port, unsigned) {
+    unsigned offset = unsigned(port - gPm1->base);
+    return uint32_t(gPm1->registers[offset / 2]) >> (offset % 2 * 8);
+}
+
+void Write(void *, uint16_t port, unsigned width, uint32_t value) {
+    unsigned offset = unsigned(port - gPm1->base);
+    unsigned shift = offset % 2 * 8;
+    unsigned bits = width == WIDTH_16 ? 0xFFFF : 0xFFu << shift;
+    Change(int(offset / 2), uint16_t(bits), uint16_t(value << shift));
+}
+
+} // namespace
+
+void Pm1Reset() {
+    gPm1 = nullptr;
+}
+
+void Pm1Line(BoardLine *line) {
+    gPm1 = static_cast<Pm1 *>(ArenaTake(sizeof(Pm1)));
+    gPm1->base = uint16_t(LineNumber(line, 1, 0xFFFF - 2 * REGISTERS));
+    for (int i = 0; i < REGISTERS && line->count > 2; i++)
+        gPm1->registers[i] = uint16_t(LineNumber(line, i + 2, 0xFFFF));
+    for (int i = 0; i < REGISTERS; i++)
+        ClaimPorts(gPm1->base + 2u * unsigned(i), 2, WIDTH_8 | WIDTH_16, Read, Write, nullptr);
+}
+
+void Pm1ClockAlarm() {
+    if (gPm1)
+        gPm1->registers[STATUS] |= STATUS_RTC;
+}

@@ -1,0 +1,30 @@
+#include "Sequence.h"
+
+#include "../Arena.h"
+#include "../Memory.h"
+
+namespace {
+
+struct Sequence {
+    int count, next;
+    uint32_t values[MAX_WORDS];
+};
+
+uint32_t ReadNext(void *device, uint64_t, unsigned) {
+    Sequence *sequence = static_cast<Sequence *>(device);
+    uint32_t value = sequence->values[sequence->next];
+    if (sequence->next + 1 < sequence->count)
+        sequence->next++;
+    return value;
+}
+
+} // namespace
+
+void SequenceLine(BoardLine *line) {
+    Sequence *sequence = static_cast<Sequence *>(ArenaTake(sizeof(Sequence)));
+    uint64_t address = LineNumber(line, 1, UINT32_MAX & ~3u);
+    LineWord(line, 2);
+    for (int i = 2; i < line->count; i++)
+        sequence->values[sequence->count++] = uint32_t(LineNumber(line, i, UINT32_MAX));
+    ClaimMemory(address, 4, ReadNext, nullptr, sequence);
+}

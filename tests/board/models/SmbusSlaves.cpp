@@ -1,0 +1,163 @@
+#include "SmbusSlaves.h"
+
+#include "../Arena.h"
+
+#include <string.h>
+
+namespace {
+
+constexpr uint32_t PAGE = 256;
+constexpr uint32_t NEVER = 2 * PAGE;
+constexpr uint8_t SELECT_PAGE_0 = 0x6C; // SPA0; with the read bit RPA, read page address
+constexpr uint8_t SELECT_PAGE_1 = 0x6E; // SPA1; with the read bit it is no command
+constexpr uint8_t NOT_DRIVEN = 0xFF;
+
+struct Slave {
+    uint8_t address;
+    bool paged;
+    uint8_t bytes[2 * PAGE];
+    uint32_t writeTime;
+    uint64_t answersFrom; // microseconds
+    uint32_t stops, collides, holds;
+    Slave *next;
+};
+
+Slave *gSlaves;
+Slave *gCurrent; // the one that the lines of the board file are about
+uint32_t gSpdPage;
+
+Slave *Find(uint8_t address) {
+    Slave *slave = gSlaves;
+    while (slave && slave->address != (address & 0xFE))
+        slave = slave->next;
+    return slave;
+}
+
+bool HasSpd() {
+    for (const Slave *slave = gSlaves; slave; slave = slave->next)
+        if (slave->paged)
+            return true;
+    return false;
+}
+
+// The slave's answer to its address and the offset in its page, which becomes one in all its bytes.
+SmbusOutcome Address(const Slave *slave, uint32_t *offset, uint64_t time) {
+    if (!slave || time < slave->answersFrom)
+        return SMBUS_NOT_ACKNOWLEDGED;
+    if (slave->paged)
+        *offset += gSpdPage * PAGE;
+    if (*offset >= slave->collides)
+        return SMBUS_COLLISION;
+    if (*offset >= slave->holds)
+        return SMBUS_HELD;
+    return *offset >= slave->stops ? SMBUS_NOT_ACKNOWLEDGED : SMBUS_DONE;
+}
+
+void NewSlave(BoardLine *line, bool paged) {
+    uint8_t address = uint8_t(LineNumber(line, 1, 0xFF));
+    if (address & 1)
+        LineFail(line, "bit 0 of an address is the direction", line->words[1]);
+    gCurrent = Find(address);
+    if (!gCurrent) {
+        gCurrent = static_cast<Slave *>(ArenaTake(sizeof(Slave)));
+        gCurrent->address = address;
+        gCurrent->stops = gCurrent->collides = gCurrent->holds = NEVER;
+        gCurrent->next = gSlaves;
+        gSlaves = gCurrent;
+    }
+    gCurrent->paged = paged;
+    for (int i = 2; i < line->count; i++) {
+        if (LineHas(line, i, "write-time"))
+            gCurrent->writeTime = uint32_t(LineNumber(line, ++i, UINT32_MAX));
+        else if (LineHas(line, i, "stops"))
+            gCurrent->stops = uint32_t(LineNumber(line, ++i, NEVER));
+        else if (LineHas(line, i, "collides"))
+            gCurrent->collides = uint32_t(LineNumber(line, ++i, NEVER));
+        else if (LineHas(line, i, "holds"))
+            gCurrent->holds = uint32_t(LineNumber(line, ++i, NEVER));
+        else
+            LineFail(line, "none of \"write-time\", \"stops\", \"collides\", \"holds\"", line->words[i]);
+    }
+}
+
+// Where the contents of the current slave begin that this line gives; `count` bytes are to fit.
+uint8_t *Contents(const BoardLine *line, uint32_t offset, uint32_t count) {
+    if (!gCurrent)
+        LineFail(line, "no slave comes before", line->words[0]);
+    if (offset + count > (gCurrent->paged ? 2 * PAGE : PAGE))
+        LineFail(line, "beyond the slave's end", line->words[1]);
+    return gCurrent->bytes + offset;
+}
+
+} // namespace
+
+void SmbusSlavesReset() {
+    gSlaves = nullptr;
+    gCurrent = nullptr;
+    gSpdPage = 0;
+}
+
+SmbusOutcome SmbusReadByte(uint8_t address, uint8_t command, uint8_t *data, uint64_t time) {
+    const Slave *slave = Find(address);
+    if (!slave && HasSpd() && (address & 0xFE) == SELECT_PAGE_0 && gSpdPage == 0) {
+        *data = NOT_DRIVEN;
+        return SMBUS_DONE;
+    }
+    uint32_t offset = command;
+    SmbusOutcome outcome = Address(slave, &offset, time);
+    if (outcome == SMBUS_DONE)
+        *data = slave->bytes[offset];
+    return outcome;
+}
+
+SmbusOutcome SmbusWriteByte(uint8_t address, uint8_t command, uint8_t data, uint64_t time) {
+    Slave *slave = Find(address);
+    bool selects = HasSpd() && (address == SELECT_PAGE_0 || address == SELECT_PAGE_1);
+    if (selects)
+        gSpdPage = address == SELECT_PAGE_1;
+    if (!slave && selects)
+        return SMBUS_DONE;
+    uint32_t offset = command;
+    SmbusOutcome outcome = Address(slave, &offset, time);
+    if (outcome == SMBUS_DONE) {
+        slave->bytes[offset] = data;
+        slave->answersFrom = time + slave->writeTime;
+    }
+    return outcome;
+}
+
+void SmbusEepromLine(BoardLine *line) {
+    NewSlave(line, false);
+}
+
+void SmbusSpdLine(BoardLine *line) {
+    NewSlave(line, true);
+}
+
+void SmbusRemoveLine(BoardLine *line) {
+    const Slave *gone = Find(uint8_t(LineNumber(line, 1, 0xFF)));
+    if (!gone)
+        LineFail(line, "no such slave", line->words[1]);
+    Slave **link = &gSlaves;
+    while (*link != gone)
+        link = &(*link)->next;
+    *link = gone->next;
+    gCurrent = nullptr;
+}
+
+void SmbusBytesLine(BoardLine *line) {
+    LineWord(line, 2);
+    uint32_t count = uint32_t(line->count - 2);
+    uint8_t *bytes = Contents(line, uint32_t(LineNumber(line, 1, NEVER)), count);
+    for (uint32_t i = 0; i < count; i++)
+        bytes[i] = uint8_t(LineNumber(line, int(i + 2), 0xFF));
+}
+
+void SmbusFillLine(BoardLine *line) {
+    uint32_t count = uint32_t(LineNumber(line, 2, NEVER));
+    uint8_t *bytes = Contents(line, uint32_t(LineNumber(line, 1, NEVER)), count);
+    bool counting = LineHas(line, 3, "counting");
+    uint8_t value = counting ? uint8_t(0) : uint8_t(LineNumber(line, 3, 0xFF));
+    for (uint32_t i = 0; i < count; i++)
+        bytes[i] = counting ? uint8_t(i) : value;
+}

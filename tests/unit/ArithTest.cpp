@@ -1,0 +1,27 @@
+#include "Base/Arith.h"
+
+#include <gtest/gtest.h>
+
+TEST(Arith, LShiftU64ShiftsByTheCountModulo64) {
+    EXPECT_EQ(LShiftU64(1, 0), 1u);
+    EXPECT_EQ(LShiftU64(1, 32), 0x100000000u);
+    EXPECT_EQ(LShiftU64(1, 63), 0x8000000000000000u);
+    EXPECT_EQ(LShiftU64(3, 63), 0x8000000000000000u);
+    EXPECT_EQ(LShiftU64(0x1234, 64), 0x1234u);
+    EXPECT_EQ(LShiftU64(0x1234, 68), 0x12340u);
+}
+
+TEST(Arith, RShiftU64FillsWithZerosByTheCountModulo64) {
+    EXPECT_EQ(RShiftU64(0x8000000000000000, 63), 1u);
+    EXPECT_EQ(RShiftU64(0xFFFFFFFFFFFFFFFF, 60), 0xFu);
+    EXPECT_EQ(RShiftU64(0x1234, 0), 0x1234u);
+    EXPECT_EQ(RShiftU64(0x1234, 64), 0x1234u);
+    EXPECT_EQ(RShiftU64(0x12340, 68), 0x1234u);
+}
+
+TEST(Arith, MultU64x32KeepsTheLow64BitsOfTheProduct) {
+    EXPECT_EQ(MultU64x32(0x100000000, 0x10), 0x1000000000u);
+    EXPECT_EQ(MultU64x32(0xFFFFFFFF, 0xFFFFFFFF), 0xFFFFFFFE00000001u);
+    EXPECT_EQ(MultU64x32(0xFFFFFFFFFFFFFFFF, 2), 0xFFFFFFFFFFFFFFFEu);
+    EXPECT_EQ(MultU64x32(7, 0), 0u);
+}

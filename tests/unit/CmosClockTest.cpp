@@ -1,0 +1,199 @@
+#include "Project/CmosClock.h"
+
+#include <gtest/gtest.h>
+
+#include "BasicLib/BitField.h"
+#include "BasicLib/IndexIo.h"
+#include "BasicLib/PortIo.h"
+#include "Common/ComFunc/Numeral.h"
+#include "Common/Sprint.h"
+#include "Project/PmBase.h"
+#include "TestHelp.h"
+#include "tests/board/Board.h"
+
+// A board whose clock shows a time in the form of register B. Nothing is known of it yet.
+static void OpenClock(const std::string &time, const std::string &registerB, const std::string &lines = "") {
+    OpenBoard("intel", "cmos-bytes b " + registerB + "\ncmos-time 2024-02-03 " + time + "\n" + lines);
+    BcdData = 0xFF;
+    PmAddress = {0, 0, 0};
+}
+
+static const char *const BCD = "02";
+static const char *const BINARY = "06";
+
+static Log Read(const std::string &index, const std::string &value) {
+    return Delays(2) + Log{"out8 0070 " + index, "in8 0071 -> " + value};
+}
+
+static Log Write(const std::string &index, const std::string &value) {
+    return Delays(2) + Log{"out8 0070 " + index, "out8 0071 " + value};
+}
+
+static Log Wait() {
+    return Read("0c", "00") + Read("0a", "26");
+}
+
+TEST(CmosClock, ARegisterIsReachedThroughPorts70And71) {
+    OpenClock("04:05:06", BCD);
+    EXPECT_EQ(Get8IO7071(0x04), 0x04);
+    EXPECT_EQ(TakeLog(), Read("04", "04"));
+    Set8IO7071(0x40, 0x5A);
+    EXPECT_EQ(TakeLog(), Write("40", "5a"));
+    EXPECT_EQ(Get8IO7071(0x40), 0x5A);
+}
+
+TEST(CmosClock, TheNumberFormatIsReadOnce) {
+    OpenClock("04:05:06", BCD);
+    EXPECT_EQ(BcdData, 0xFF);
+    EXPECT_EQ(isCmosInBCD(), 1);
+    EXPECT_EQ(TakeLog(), Read("0b", "02"));
+    EXPECT_EQ(BcdData, 1);
+    Set8IO7071(0x0B, 0x06);
+    TakeLog();
+    EXPECT_EQ(isCmosInBCD(), 1);
+    EXPECT_EQ(TakeLog(), Log{});
+    OpenClock("04:05:06", BINARY);
+    EXPECT_EQ(isCmosInBCD(), 0);
+    EXPECT_EQ(isCmosInBCD(), 0);
+    EXPECT_EQ(TakeLog(), Read("0b", "06"));
+}
+
+TEST(CmosClock, OutsideOfAnUpdateThereIsNothingToWaitFor) {
+    OpenClock("04:05:06", BCD);
+    EXPECT_TRUE(WaitInProgress());
+    EXPECT_EQ(TakeLog(), Wait());
+}
+
+TEST(CmosClock, AnUpdateIsAwaitedWithADelayBetweenPolls) {
+    OpenClock("04:05:06", BCD, "cmos-bytes c f0\ncmos-stuck 2");
+    EXPECT_TRUE(WaitInProgress());
+    Log poll = Read("0a", "a6") + Delays(1);
+    EXPECT_EQ(TakeLog(), Read("0c", "f0") + poll + poll + Read("0a", "26"));
+}
+
+TEST(CmosClock, TheTimeIsReadHoursFirst) {
+    OpenClock("23:59:58", BCD);
+    TimeOfDay time = GetTimeOfDay();
+    EXPECT_EQ(time.hours, 23);
+    EXPECT_EQ(time.minutes, 59);
+    EXPECT_EQ(time.seconds, 58);
+    EXPECT_EQ(TakeLog(), Read("0b", "02") + Wait() + Read("04", "23") + Read("02", "59") + Read("00", "58"));
+}
+
+TEST(CmosClock, TheTimeInSecondsSinceMidnight) {
+    for (const char *form : {BCD, BINARY}) {
+        OpenClock("00:00:00", form);
+        EXPECT_EQ(GetTotalSec(), 0u);
+        OpenClock("04:05:06", form);
+        EXPECT_EQ(GetTotalSec(), 14706u);
+        OpenClock("12:34:56", form);
+        EXPECT_EQ(GetTotalSec(), 45296u);
+        OpenClock("23:59:59", form);
+        EXPECT_EQ(GetTotalSec(), 86399u);
+    }
+}
+
+struct Alarm {
+    uint32_t seconds;
+    const char *hours, *minutes, *second; // as written
+    const char *message;
+};
+
+static void ExpectAlarm(const Alarm &alarm, const char *registerB, const char *withAlarm) {
+    OpenClock("04:05:06", registerB, "cmos-bytes d bf");
+    EXPECT_EQ(Printed([&] { SetTotalSec(alarm.seconds); }),
+              std::string("SetCmos timer:  ") + alarm.message + "\n");
+    EXPECT_EQ(TakeLog(), Read("0b", registerB) + Wait() + Write("01", alarm.second) +
+                             Write("03", alarm.minutes) + Write("05", alarm.hours) + Read("0d", "bf") +
+                             Write("0d", "80") + Read("0b", registerB) + Write("0b", withAlarm));
+}
+
+TEST(CmosClock, TheAlarmOfABcdClock) {
+    const Alarm alarms[] = {
+        {0, "00", "00", "00", "00:00:00"},
+        {14706, "04", "05", "06", "04:05:06"},
+        {86399, "23", "59", "59", "23:59:59"},
+        {86400, "0c", "00", "00", "0c:00:00"},
+        {86399 + 3600, "0c", "59", "59", "0c:59:59"},
+        {90000, "0d", "00", "00", "0d:00:00"},
+        {359999, "09", "59", "59", "09:59:59"}, // 99 hours: 99h is 153
+        {360000, "10", "00", "00", "10:00:00"}, // 100 hours: A0h is 160
+    };
+    for (const Alarm &alarm : alarms)
+        ExpectAlarm(alarm, BCD, "22");
+}
+
+TEST(CmosClock, TheAlarmOfABinaryClock) {
+    const Alarm alarms[] = {
+        {0, "00", "00", "00", "00:00:00"},          {45296, "0c", "22", "38", "12:34:56"},
+        {86399, "17", "3b", "3b", "23:59:59"},      {86400, "18", "00", "00", "24:00:00"},
+        {129599, "23", "3b", "3b", "35:59:59"},     {129600, "0c", "00", "00", "12:00:00"},
+        {921600, "00", "00", "00", "00:00:00"},     // 256 hours
+        {0xFFFFFFFF, "0e", "1c", "0f", "14:28:15"}, // 1193046 hours: 86 in 8 bits, less three days
+    };
+    for (const Alarm &alarm : alarms)
+        ExpectAlarm(alarm, BINARY, "26");
+}
+
+TEST(CmosClock, TheWakeEnableInThePm1BlockComesFirst) {
+    OpenClock("04:05:06", BCD);
+    PmAddress = {0x1800, 0xCF9, 0x06};
+    EXPECT_EQ(Printed([] { SetRtcWakeupTimer2CMOS(14707); }), "SetCmos timer:  04:05:07\n");
+    Log log = TakeLog();
+    Log wake = {"in16 1800 -> 0001", "out16 1800 0401", "in16 1802 -> 0020", "out16 1802 0420"};
+    EXPECT_EQ(Log(log.begin(), log.begin() + 4), wake);
+    EXPECT_EQ(Log(log.begin() + 4, log.begin() + 8), Read("0b", "02"));
+    EXPECT_EQ(log.back(), "out8 0071 22");
+}
+
+TEST(CmosClock, FourteenRegistersAreCopiedInOrder) {
+    OpenClock("04:05:06", BCD, "cmos-bytes 1 11\ncmos-bytes 3 33\ncmos-bytes 5 55\ncmos-bytes c f0");
+    uint8_t buffer[15];
+    buffer[14] = 0xEE;
+    EXPECT_EQ(getRTCData(buffer), 14);
+    const uint8_t expected[15] = {0x06, 0x11, 0x05, 0x33, 0x04, 0x55, 0x07, 0x03,
+                                  0x02, 0x24, 0x26, 0x02, 0x00, 0x80, 0xEE};
+    for (int i = 0; i < 15; ++i)
+        EXPECT_EQ(buffer[i], expected[i]) << i;
+    Log accesses = TakeAccesses();
+    ASSERT_EQ(accesses.size(), 16u * 4);
+    EXPECT_EQ(accesses[2], "out8 0070 0c");
+    EXPECT_EQ(accesses[6], "out8 0070 0a");
+    for (size_t i = 0; i < 14; ++i) {
+        char line[] = "out8 0070 00";
+        line[11] = "0123456789abcd"[i];
+        EXPECT_EQ(accesses[8 + 4 * i + 2], line);
+    }
+}
+
+// A second copy of the module on a clock that never leaves its update, made of counters alone: 0x10000000
+// polls of the board would take half an hour.
+namespace stuck {
+
+static uint32_t polls, otherReads, delays;
+
+static uint32_t CountedRead(uint32_t index) {
+    ++(index == 0x0A ? polls : otherReads);
+    return 0x80;
+}
+
+static void CountedDelay(uint32_t count) {
+    delays += count;
+}
+
+#define LegacyIoIndexRead8(indexPort, dataPort, index) CountedRead(index)
+#define IoDelay CountedDelay
+#include "Project/CmosClock.cpp"
+#undef LegacyIoIndexRead8
+#undef IoDelay
+
+} // namespace stuck
+
+TEST(CmosClock, AnUpdateThatNeverEndsIsGivenUpAfter268435456Polls) {
+    bool ended = true;
+    EXPECT_EQ(Printed([&] { ended = stuck::WaitInProgress(); }), "RTC wait time out!\n");
+    EXPECT_FALSE(ended);
+    EXPECT_EQ(stuck::polls, 0x10000000u);
+    EXPECT_EQ(stuck::delays, 0x10000000u);
+    EXPECT_EQ(stuck::otherReads, 1u);
+}

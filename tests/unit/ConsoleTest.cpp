@@ -1,0 +1,244 @@
+#include "Common/ComFunc/Console.h"
+
+#include <fcntl.h>
+#include <poll.h>
+#include <sys/wait.h>
+#include <termios.h>
+#include <unistd.h>
+
+#include <csignal>
+#include <cstring>
+#include <string>
+#include <thread>
+
+#include <gtest/gtest.h>
+
+#include "Common/Global.h"
+#include "TestHelp.h"
+
+static std::string ColorText(uint16_t number) {
+    return Printed([&] { setColor(number); });
+}
+
+TEST(Console, EveryColourNumberHasItsSequence) {
+    const char *const sequences[] = {"\033[0;30m", "\033[0;34m", "\033[0;32m", "\033[0;36m", "\033[0;31m",
+                                     "\033[0;31m", "\033[0;33m", "\033[0m",    "\033[1;37m", "\033[1;34m",
+                                     "\033[1;32m", "\033[1;36m", "\033[1;31m", "\033[1;31m", "\033[1;33m"};
+    for (uint16_t number = 0; number < 15; ++number)
+        EXPECT_EQ(ColorText(number), sequences[number]) << number;
+    const uint16_t others[] = {15, 16, 27, 0x103, 0xFFFF};
+    for (uint16_t number : others)
+        EXPECT_EQ(ColorText(number), "\033[0m") << number;
+}
+
+TEST(Console, TextModeWritesNoSequence) {
+    SetCommand({"hwreg", "/TEXT"});
+    for (uint16_t number = 0; number < 16; ++number)
+        EXPECT_EQ(ColorText(number), "") << number;
+    SetCommand({"hwreg", "/DUMP", "/LOG"});
+    EXPECT_EQ(ColorText(6), "\033[0;33m");
+}
+
+TEST(Console, GetchReadsOneByteAtATime) {
+    FeedInput("a\033[A\xFF");
+    EXPECT_EQ(getch(), 'a');
+    EXPECT_EQ(getch(), 27); // an arrow key comes byte by byte
+    EXPECT_EQ(getch(), '[');
+    EXPECT_EQ(getch(), 'A');
+    EXPECT_EQ(getch(), 0xFF);
+    EXPECT_EQ(getch(), EOF);
+}
+
+static termios TerminalModes() {
+    termios modes = {};
+    EXPECT_EQ(tcgetattr(STDIN_FILENO, &modes), 0);
+    return modes;
+}
+
+static bool SameModes(const termios &a, const termios &b) {
+    return a.c_iflag == b.c_iflag && a.c_oflag == b.c_oflag && a.c_cflag == b.c_cflag &&
+           a.c_lflag == b.c_lflag;
+}
+
+static void Type(int keyboard, const char *keys) {
+    ASSERT_EQ(write(keyboard, keys, strlen(keys)), static_cast<ssize_t>(strlen(keys)));
+}
+
+// What the terminal has echoed so far.
+static std::string Echoed(int keyboard) {
+    pollfd waiting = {keyboard, POLLIN, 0};
+    char text[64];
+    ssize_t count = poll(&waiting, 1, 100) == 1 ? read(keyboard, text, sizeof(text)) : 0;
+    return std::string(text, count > 0 ? static_cast<size_t>(count) : 0);
+}
+
+TEST(Console, GetchTakesAKeyWithoutEnterAndWithoutEcho) {
+    int keyboard = OpenKeyboard();
+    termios before = TerminalModes();
+    termios during = {};
+    std::thread typist([&] {
+        // The key is typed once getch has changed the modes and waits.
+        do {
+            usleep(1000);
+            during = TerminalModes();
+        } while ((during.c_lflag & ICANON) != 0);
+        Type(keyboard, "q");
+    });
+    EXPECT_EQ(getch(), 'q');
+    typist.join();
+    termios expected = before;
+    expected.c_lflag &= ~static_cast<tcflag_t>(ICANON | ECHO);
+    EXPECT_TRUE(SameModes(during, expected)); // these two modes and nothing else
+    EXPECT_TRUE(SameModes(TerminalModes(), before));
+    EXPECT_EQ(Echoed(keyboard), "");
+}
+
+TEST(Console, IsKeyBoardHitDoesNotWait) {
+    OpenKeyboard();
+    EXPECT_EQ(isKeyBoardHit(), 0);
+    EXPECT_EQ(isKeyBoardHit(), 0);
+}
+
+// The key is typed in the mode without lines, so that it is there at once.
+static void TypeWithoutLines(int keyboard, const char *keys) {
+    termios raw = TerminalModes();
+    raw.c_lflag &= ~static_cast<tcflag_t>(ICANON | ECHO);
+    tcsetattr(STDIN_FILENO, TCSANOW, &raw);
+    Type(keyboard, keys);
+    pollfd waiting = {STDIN_FILENO, POLLIN, 0};
+    EXPECT_EQ(poll(&waiting, 1, 1000), 1);
+}
+
+TEST(Console, IsKeyBoardHitSeesAKeyAndLeavesIt) {
+    int keyboard = OpenKeyboard();
+    TypeWithoutLines(keyboard, "x");
+    EXPECT_EQ(isKeyBoardHit(), 1);
+    EXPECT_EQ(isKeyBoardHit(), 1);
+    EXPECT_EQ(getch(), 'x');
+    EXPECT_EQ(isKeyBoardHit(), 0);
+}
+
+TEST(Console, IsKeyBoardHitRestoresModesAndDescriptorFlags) {
+    int keyboard = OpenKeyboard();
+    termios modes = TerminalModes();
+    int flags = fcntl(STDIN_FILENO, F_GETFL);
+    EXPECT_EQ(isKeyBoardHit(), 0);
+    EXPECT_TRUE(SameModes(TerminalModes(), modes));
+    EXPECT_EQ(fcntl(STDIN_FILENO, F_GETFL), flags);
+    EXPECT_EQ(flags & O_NONBLOCK, 0);
+    Type(keyboard, "y\n");
+    while (isKeyBoardHit() == 0)
+        usleep(1000);
+    EXPECT_TRUE(SameModes(TerminalModes(), modes));
+    EXPECT_EQ(fcntl(STDIN_FILENO, F_GETFL), flags);
+    EXPECT_EQ(getch(), 'y');
+}
+
+TEST(Console, AWaitForAKeyAfterATestThatFoundNoneStillWaits) {
+    int keyboard = OpenKeyboard();
+    EXPECT_EQ(isKeyBoardHit(), 0);
+    std::thread typist([&] {
+        usleep(20000);
+        Type(keyboard, "k\n");
+    });
+    EXPECT_EQ(getch(), 'k');
+    typist.join();
+}
+
+TEST(Console, IsKeyBoardHitIsZeroAtTheEndOfInput) {
+    FeedInput("");
+    EXPECT_EQ(isKeyBoardHit(), 0);
+    EXPECT_EQ(getch(), EOF);
+}
+
+TEST(Console, GetKBKeyGivesTheWaitingKeyOrZero) {
+    FeedInput("ab");
+    EXPECT_EQ(GetKBKey(), 'a');
+    EXPECT_EQ(GetKBKey(), 'b');
+    EXPECT_EQ(GetKBKey(), 0);
+}
+
+TEST(Console, ASignalDuringTheWaitEndsTheProgramWithTheTerminalAsItWas) {
+    OpenKeyboard();
+    termios before = TerminalModes();
+    pid_t child = fork();
+    if (child == 0) {
+        getch();
+        _exit(0);
+    }
+    while ((TerminalModes().c_lflag & ICANON) != 0)
+        usleep(1000);
+    kill(child, SIGINT);
+    int status = 0;
+    EXPECT_EQ(waitpid(child, &status, 0), child);
+    EXPECT_TRUE(WIFSIGNALED(status));
+    EXPECT_EQ(WTERMSIG(status), SIGINT);
+    EXPECT_TRUE(SameModes(TerminalModes(), before));
+}
+
+static int mSignalsSeen = 0;
+
+static void SeeSignal(int) {
+    ++mSignalsSeen;
+}
+
+TEST(Console, HeldSignalsActOnReleaseAndEndAWaitForAKey) {
+    OpenKeyboard();
+    mSignalsSeen = 0;
+    signal(SIGINT, SeeSignal);
+    HoldSignals();
+    raise(SIGINT);
+    EXPECT_EQ(getch(), 27);
+    EXPECT_EQ(mSignalsSeen, 0);
+    ReleaseSignals();
+    EXPECT_EQ(mSignalsSeen, 1);
+    signal(SIGINT, SIG_DFL);
+}
+
+TEST(Console, WithHeldSignalsAKeyIsStillRead) {
+    FeedInput("k");
+    HoldSignals();
+    EXPECT_EQ(getch(), 'k');
+    ReleaseSignals();
+}
+
+TEST(Console, DisplayPositionXYPrintsItsTextWhereverThatIs) {
+    EXPECT_EQ(Printed([] { DisplayPositionXY(10, 20, "%s: %02X %%", "status", 5); }), "status: 05 %");
+    EXPECT_EQ(Printed([] { GotoXY(0x00140010); }), "");
+}
+
+TEST(Console, DisplayPositionXYKeepsToItsBuffer) {
+    const std::string text(100000, 'x');
+    EXPECT_EQ(Printed([&] { DisplayPositionXY(0, 0, "%s", text.c_str()); }), std::string(255, 'x'));
+}
+
+TEST(Console, ExecuteSystemCmdRunsTheShellAndIgnoresItsResult) {
+    EXPECT_EQ(Printed([] { ExecuteSystemCmd("echo one; echo two; exit 3"); }), "one\ntwo\n");
+}
+
+TEST(Console, ExecuteWithSystem32RunsNothing) {
+    EFI_STATUS status = 0;
+    EXPECT_EQ(Printed([&] { status = ExecuteWithSystem32("echo one"); }), "");
+    EXPECT_EQ(status, 0x80000003u);
+}
+
+TEST(Console, ShowTitlePrintsTheHeadingAfterAKey) {
+    FeedInput("\n");
+    int key = 0;
+    EXPECT_EQ(Printed([&] { key = ShowTitle(); }),
+              "*********Press Enter to continue!*********\nNumber\tType\tI/O\tLevel\n");
+    EXPECT_EQ(key, '\n');
+}
+
+TEST(Console, ShowTitlePrintsNoHeadingAfterEsc) {
+    FeedInput("\033");
+    int key = 0;
+    EXPECT_EQ(Printed([&] { key = ShowTitle(); }), "*********Press Enter to continue!*********\n");
+    EXPECT_EQ(key, 27);
+}
+
+TEST(Console, ShowTitlePrintsAnotherHeadingAsText) {
+    FeedInput("a");
+    gTitle = "100%d\n";
+    EXPECT_EQ(Printed([] { ShowTitle(); }), "*********Press Enter to continue!*********\n100%d\n");
+}

@@ -1,0 +1,190 @@
+#include "Common/FileLib.h"
+
+#include <filesystem>
+#include <string>
+
+#include <gtest/gtest.h>
+
+#include "Base/Memory.h"
+#include "TestHelp.h"
+
+static std::string TextOf(const uint8_t *block, uint32_t length) {
+    return std::string(reinterpret_cast<const char *>(block), length);
+}
+
+TEST(FileLib, StreamsPassThrough) {
+    EnterScratchFolder();
+    FILE *file = Fopen("DATA", "wb+");
+    ASSERT_NE(file, nullptr);
+    EXPECT_EQ(Fwrite("abcdefgh", 2, 4, file), 4u);
+    EXPECT_EQ(Ftell(file), 8);
+    EXPECT_EQ(Fseek(file, 2, SEEK_SET), 0);
+    char bytes[8] = {};
+    EXPECT_EQ(Fread(bytes, 2, 2, file), 2u);
+    EXPECT_STREQ(bytes, "cdef");
+    EXPECT_EQ(Fseek(file, -1, SEEK_END), 0);
+    EXPECT_EQ(Fread(bytes, 1, 8, file), 1u);
+    EXPECT_EQ(Fclose(file), 0);
+    EXPECT_EQ(FileText("DATA"), "abcdefgh");
+    EXPECT_EQ(Fopen("ABSENT", "rb"), nullptr);
+}
+
+TEST(FileLib, TheSizeOfAFileIsItsBytes) {
+    EnterScratchFolder();
+    WriteFile("EMPTY", "");
+    WriteFile("DATA", std::string("a\0b\n", 4));
+    EXPECT_EQ(GetFileSize("EMPTY"), 0);
+    EXPECT_EQ(GetFileSize("DATA"), 4);
+    EXPECT_EQ(GetFileSize("ABSENT"), -1);
+}
+
+TEST(FileLib, ABufferIsStoredWhole) {
+    EnterScratchFolder();
+    WriteFile("DATA", "a much longer text than before");
+    EXPECT_EQ(Buffer2File("DATA", "new\0text", 8), 0u);
+    EXPECT_EQ(FileText("DATA"), std::string("new\0text", 8));
+    EXPECT_EQ(Buffer2File("EMPTY", "x", 0), 0u);
+    EXPECT_EQ(FileText("EMPTY"), "");
+}
+
+TEST(FileLib, ABufferThatCannotBeStoredAborts) {
+    EXPECT_EQ(Buffer2File("/dev/full", "text", 4), 0x80000015u);
+    const std::string large(100000, 'x');
+    EXPECT_EQ(Buffer2File("/dev/full", large.data(), 100000), 0x80000015u);
+    EnterScratchFolder();
+    EXPECT_NE(Buffer2File("NO/SUCH/FOLDER", "text", 4), 0u);
+}
+
+TEST(FileLib, AFileIsLoadedWhole) {
+    EnterScratchFolder();
+    WriteFile("DATA", std::string("a\0b\n", 4));
+    for (int create = 0; create < 2; ++create) {
+        uint8_t *buffer = nullptr;
+        uint32_t size = 99;
+        EXPECT_EQ(File2Buffer("DATA", &buffer, &size, create), 0u);
+        EXPECT_EQ(TextOf(buffer, size), std::string("a\0b\n", 4));
+        Free(buffer);
+        buffer = nullptr;
+        EXPECT_EQ(File2RTBuffer("DATA", &buffer, &size, create), 0u);
+        EXPECT_EQ(TextOf(buffer, size), std::string("a\0b\n", 4));
+        Free(buffer);
+    }
+}
+
+TEST(FileLib, AnEmptyFileIsLoadedAsNothing) {
+    EnterScratchFolder();
+    WriteFile("EMPTY", "");
+    uint8_t *buffer = nullptr;
+    uint32_t size = 99;
+    EXPECT_EQ(File2Buffer("EMPTY", &buffer, &size, 0), 0u);
+    EXPECT_EQ(size, 0u);
+    Free(buffer);
+}
+
+TEST(FileLib, AnAbsentFileAborts) {
+    EnterScratchFolder();
+    uint8_t *buffer = nullptr;
+    uint32_t size = 99;
+    EXPECT_EQ(File2Buffer("ABSENT", &buffer, &size, 0), 0x80000015u);
+    EXPECT_EQ(File2RTBuffer("ABSENT", &buffer, &size, 0), 0x80000015u);
+    EXPECT_EQ(buffer, nullptr);
+    EXPECT_FALSE(std::filesystem::exists("ABSENT"));
+}
+
+TEST(FileLib, AnAbsentFileIsCreatedEmptyOnRequestAndStillAborts) {
+    EnterScratchFolder();
+    uint8_t byte;
+    uint8_t *buffer = &byte;
+    uint32_t size = 99;
+    EXPECT_EQ(File2Buffer("NEW", &buffer, &size, 1), 0x80000015u);
+    EXPECT_EQ(buffer, nullptr);
+    EXPECT_EQ(size, 0u);
+    EXPECT_EQ(FileText("NEW"), "");
+    buffer = &byte;
+    size = 99;
+    EXPECT_EQ(File2RTBuffer("NEW2", &buffer, &size, 1), 0x80000015u);
+    EXPECT_EQ(buffer, nullptr);
+    EXPECT_EQ(size, 0u);
+    EXPECT_EQ(FileText("NEW2"), "");
+}
+
+TEST(FileLib, OnlyACreateOfOneCreates) {
+    EnterScratchFolder();
+    uint8_t *buffer = nullptr;
+    uint32_t size = 99;
+    EXPECT_EQ(File2Buffer("ABSENT", &buffer, &size, 2), 0x80000015u);
+    EXPECT_FALSE(std::filesystem::exists("ABSENT"));
+}
+
+TEST(FileLib, AFileIsNotLoadedWithoutMemory) {
+    EnterScratchFolder();
+    WriteFile("DATA", std::string(70000, 'x'));
+    uint8_t *buffer = nullptr;
+    uint32_t size = 99;
+    LimitMalloc(69999);
+    EXPECT_EQ(File2Buffer("DATA", &buffer, &size, 0), 0x80000009u);
+    EXPECT_EQ(File2RTBuffer("DATA", &buffer, &size, 0), 0x80000009u);
+    EXPECT_EQ(buffer, nullptr);
+}
+
+TEST(FileLib, AFileThatGivesFewerBytesThanItsSizeIsALoadError) {
+    const char *attribute = "/sys/kernel/uevent_seqnum"; // says 4096 and has a number
+    if (GetFileSize(attribute) <= 0)
+        GTEST_SKIP() << "no sysfs here";
+    uint8_t *buffer = nullptr;
+    uint32_t size = 99;
+    EXPECT_EQ(File2Buffer(attribute, &buffer, &size, 0), 0x80000001u);
+    EXPECT_EQ(File2RTBuffer(attribute, &buffer, &size, 0), 0x80000001u);
+    EXPECT_EQ(buffer, nullptr);
+}
+
+TEST(FileLib, OnlyALoadedFileLeavesABlockToTheCaller) {
+    EnterScratchFolder();
+    WriteFile("DATA", "a-b-c");
+    uint8_t *buffer = nullptr;
+    uint32_t size = 0;
+    long held = BlocksHeld();
+    File2Buffer("ABSENT", &buffer, &size, 1);
+    File2Buffer("/sys/kernel/uevent_seqnum", &buffer, &size, 0); // a short read
+    ReplaceFileContent("DATA", "-", 1, "+", 1);
+    ReplaceFileContent("ABSENT2", "-", 1, "+", 1);
+    EXPECT_EQ(BlocksHeld(), held);
+    File2Buffer("DATA", &buffer, &size, 0);
+    EXPECT_EQ(BlocksHeld(), held + 1);
+    Free(buffer);
+}
+
+TEST(FileLib, EveryOccurrenceInAFileIsReplaced) {
+    EnterScratchFolder();
+    WriteFile("DATA", "a-b-c");
+    EXPECT_EQ(ReplaceFileContent("DATA", "-", 1, "+", 1), 0x8000000Eu);
+    EXPECT_EQ(FileText("DATA"), "a+b+c");
+    EXPECT_EQ(ReplaceFileContent("DATA", "+", 1, " and ", 5), 0x8000000Eu);
+    EXPECT_EQ(FileText("DATA"), "a and b and c");
+    EXPECT_EQ(ReplaceFileContent("DATA", " and ", 5, "", 0), 0x8000000Eu);
+    EXPECT_EQ(FileText("DATA"), "abc");
+}
+
+TEST(FileLib, EachSearchBeginsAtTheStartOfTheFile) {
+    EnterScratchFolder();
+    WriteFile("DATA", "aabbc");
+    EXPECT_EQ(ReplaceFileContent("DATA", "ab", 2, "", 0),
+              0x8000000Eu);               // the second one comes to be by the first
+    EXPECT_EQ(FileText("DATA"), "aabbc"); // and the first is inside a partial match: missed
+    WriteFile("DATA", "xabab");
+    EXPECT_EQ(ReplaceFileContent("DATA", "xab", 3, "x", 1), 0x8000000Eu);
+    EXPECT_EQ(FileText("DATA"), "x");
+}
+
+TEST(FileLib, AFileWithoutThePatternStaysAsItIs) {
+    EnterScratchFolder();
+    WriteFile("DATA", "abc");
+    EXPECT_EQ(ReplaceFileContent("DATA", "-", 1, "+", 1), 0x8000000Eu);
+    EXPECT_EQ(FileText("DATA"), "abc");
+}
+
+TEST(FileLib, ReplacingInAnAbsentFileGivesTheStatusOfTheLoad) {
+    EnterScratchFolder();
+    EXPECT_EQ(ReplaceFileContent("ABSENT", "-", 1, "+", 1), 0x80000015u);
+    EXPECT_FALSE(std::filesystem::exists("ABSENT"));
+}

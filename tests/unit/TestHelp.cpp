@@ -1,0 +1,250 @@
+#include "TestHelp.h"
+
+#include <fcntl.h>
+#include <pty.h>
+#include <stdio_ext.h>
+#include <unistd.h>
+
+#include <cstdio>
+#include <cstdlib>
+#include <cstring>
+#include <filesystem>
+#include <fstream>
+#include <sstream>
+
+#include <gtest/gtest.h>
+
+#include "BasicLib/Driver.h"
+#include "BasicLib/PciConfig.h"
+#include "Common/ComFunc/Console.h"
+#include "Main/Parser.h"
+#include "tests/board/Board.h"
+
+static CmdArg mRecord;
+static std::vector<std::vector<char *>> mVectors;
+static std::string mBoardFile;
+static bool mBoardLoaded = false;
+static std::filesystem::path mFolderBefore;
+static std::filesystem::path mScratchFolder;
+static int mInputBefore = -1;
+static int mKeyboard = -1;
+static unsigned mMallocCountdown = 0;
+static size_t mMallocLimit = SIZE_MAX;
+static long mBlocksHeld = 0;
+
+extern "C" void *__real_malloc(size_t size);
+extern "C" void *__wrap_malloc(size_t size);
+extern "C" void __real_free(void *block);
+extern "C" void __wrap_free(void *block);
+
+void *__wrap_malloc(size_t size) {
+    if ((mMallocCountdown != 0 && --mMallocCountdown == 0) || size > mMallocLimit)
+        return nullptr;
+    ++mBlocksHeld;
+    return __real_malloc(size);
+}
+
+void __wrap_free(void *block) {
+    if (block != nullptr)
+        --mBlocksHeld;
+    __real_free(block);
+}
+
+void FailMalloc(unsigned count) {
+    mMallocCountdown = count;
+}
+
+void LimitMalloc(size_t bytes) {
+    mMallocLimit = bytes;
+}
+
+long BlocksHeld() {
+    return mBlocksHeld;
+}
+
+std::string Printed(const std::function<void()> &action) {
+    testing::internal::CaptureStdout();
+    action();
+    return testing::internal::GetCapturedStdout();
+}
+
+char **Words(std::initializer_list<const char *> words) {
+    std::vector<char *> vector;
+    for (const char *word : words)
+        vector.push_back(strdup(word));
+    vector.push_back(nullptr);
+    mVectors.push_back(vector);
+    return mVectors.back().data();
+}
+
+static void FreeWords() {
+    for (std::vector<char *> &vector : mVectors) {
+        for (char *word : vector)
+            free(word);
+    }
+    mVectors.clear();
+}
+
+CmdArg *SetCommand(std::initializer_list<const char *> words) {
+    char **argv = Words(words);
+    argvToUpper(argv);
+    mRecord = {};
+    gCmdArg = setTypeCmdArg(&mRecord, TranslateCmd(argv), static_cast<int>(words.size()), argv);
+    return gCmdArg;
+}
+
+// Makes fd, which is closed, standard input.
+static void SetInput(int fd) {
+    if (mInputBefore < 0)
+        mInputBefore = dup(STDIN_FILENO);
+    dup2(fd, STDIN_FILENO);
+    close(fd);
+    __fpurge(stdin);
+    clearerr(stdin);
+}
+
+std::string InputLeft() {
+    std::string left;
+    while (isKeyBoardHit())
+        left.push_back(static_cast<char>(getch()));
+    return left;
+}
+
+static void RestoreInput() {
+    if (mInputBefore < 0)
+        return;
+    InputLeft(); // a key that isKeyBoardHit has seen is not for the next test
+    SetInput(mInputBefore);
+    mInputBefore = -1;
+    if (mKeyboard >= 0)
+        close(mKeyboard);
+    mKeyboard = -1;
+}
+
+void FeedInput(const std::string &bytes) {
+    int ends[2];
+    ASSERT_EQ(pipe(ends), 0);
+    ASSERT_EQ(write(ends[1], bytes.data(), bytes.size()), static_cast<ssize_t>(bytes.size()));
+    close(ends[1]);
+    SetInput(ends[0]);
+}
+
+int OpenKeyboard() {
+    int terminal = -1;
+    EXPECT_EQ(openpty(&mKeyboard, &terminal, nullptr, nullptr, nullptr), 0);
+    SetInput(terminal);
+    return mKeyboard;
+}
+
+void EnterScratchFolder() {
+    mFolderBefore = std::filesystem::current_path();
+    char path[] = "/tmp/hwreg_unit.XXXXXX";
+    ASSERT_NE(mkdtemp(path), nullptr);
+    mScratchFolder = path;
+    std::filesystem::current_path(mScratchFolder);
+}
+
+static void LeaveScratchFolder() {
+    if (mScratchFolder.empty())
+        return;
+    std::filesystem::current_path(mFolderBefore);
+    std::filesystem::remove_all(mScratchFolder);
+    mScratchFolder.clear();
+}
+
+std::string FileText(const std::string &path) {
+    std::ifstream file(path, std::ios::binary);
+    EXPECT_TRUE(file) << path;
+    std::ostringstream text;
+    text << file.rdbuf();
+    return text.str();
+}
+
+void WriteFile(const std::string &path, const std::string &bytes) {
+    std::ofstream file(path, std::ios::binary);
+    file << bytes;
+    ASSERT_TRUE(file.flush()) << path;
+}
+
+// A board file of this process that includes the named one.
+static void WriteBoardFile(const std::string &name, const std::string &lines) {
+    if (mBoardFile.empty()) {
+        char path[] = "/tmp/hwreg_unit.XXXXXX";
+        int fd = mkstemp(path);
+        ASSERT_GE(fd, 0);
+        close(fd);
+        mBoardFile = path;
+    }
+    WriteFile(mBoardFile, "include " HWREG_BOARDS "/" + name + ".board\n" + lines + "\n");
+}
+
+static void CloseBoard() {
+    if (mBoardLoaded)
+        CloseLinuxDriver();
+    mBoardLoaded = false;
+    gMemFd = MEM_FD_NONE;
+    BoardUnload();
+    chipSetVid = 0;
+    tempPcieBaseAddr = 0xFFFFFFFF;
+}
+
+void LoadBoard(const std::string &name, const std::string &lines) {
+    CloseBoard();
+    WriteBoardFile(name, lines);
+    BoardLoad(mBoardFile.c_str());
+    mBoardLoaded = true;
+}
+
+void OpenBoard(const std::string &name, const std::string &lines) {
+    LoadBoard(name, lines);
+    ASSERT_EQ(OpenLinuxDriver(), EFI_SUCCESS);
+    BoardLogClear();
+}
+
+Log TakeLog() {
+    std::istringstream text(BoardLog());
+    BoardLogClear();
+    Log lines;
+    for (std::string line; std::getline(text, line);)
+        lines.push_back(line);
+    return lines;
+}
+
+Log TakeAccesses() {
+    Log lines = TakeLog();
+    for (std::string &line : lines)
+        line = line.substr(0, line.find(" -> "));
+    return lines;
+}
+
+Log Delays(unsigned count) {
+    return Log(count, "out8 00ed 00");
+}
+
+Log LegacyPci(const std::string &address, const std::string &access) {
+    return Delays(2) + Log{"out32 0cf8 " + address, access};
+}
+
+Log Mapped(const std::string &page, const std::string &length, const Log &accesses) {
+    return Log{"mmap /dev/mem " + page + " " + length + " rw shared -> ok"} + accesses +
+           Log{"munmap " + page + " " + length};
+}
+
+Log operator+(Log first, const Log &second) {
+    first.insert(first.end(), second.begin(), second.end());
+    return first;
+}
+
+void ResetEverything() {
+    mMallocCountdown = 0;
+    mMallocLimit = SIZE_MAX;
+    gCmdArg = nullptr;
+    gTitle = "Number\tType\tI/O\tLevel\n";
+    FreeWords();
+    RestoreInput();
+    LeaveScratchFolder();
+    CloseBoard();
+    if (!mBoardFile.empty())
+        unlink(mBoardFile.c_str());
+    mBoardFile.clear();
+}

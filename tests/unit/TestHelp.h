@@ -1,0 +1,79 @@
+// What the tests of several modules need: a command line, captured output, a keyboard, a board, allocations
+// that fail. Everything set here lasts until the end of the test (UnitMain.cpp puts it back).
+#pragma once
+
+#include <cstdint>
+#include <functional>
+#include <initializer_list>
+#include <string>
+#include <vector>
+
+#include "Common/Global.h"
+
+// What the action writes to standard output, byte for byte.
+std::string Printed(const std::function<void()> &action);
+
+// An argument vector with a terminating NULL whose words may be changed in place. Valid until the test ends.
+char **Words(std::initializer_list<const char *> words);
+
+// Does with the words what the start of the program does: upper-cases them, builds the command word and fills
+// the record, to which gCmdArg points afterwards.
+CmdArg *SetCommand(std::initializer_list<const char *> words);
+
+// Standard input becomes a pipe that holds these bytes and then ends.
+void FeedInput(const std::string &bytes);
+
+// Standard input becomes a terminal; what is written to the descriptor returned is typed on it.
+int OpenKeyboard();
+
+// The bytes of standard input that have not been read yet, up to its end or up to where a read would wait.
+std::string InputLeft();
+
+// Makes an empty folder, which is removed with its files when the test ends, the current one.
+void EnterScratchFolder();
+
+// The whole file, and a new file with these bytes.
+std::string FileText(const std::string &path);
+void WriteFile(const std::string &path, const std::string &bytes);
+
+// The count-th allocation of the program from now on fails, once; 1 is the next one.
+void FailMalloc(unsigned count);
+
+// From now on every allocation of more than this many bytes fails.
+void LimitMalloc(size_t bytes);
+
+// Heap blocks that the program has taken and not released, over the whole run: compare two of them.
+long BlocksHeld();
+
+// Loads tests/board/boards/<name>.board with these lines of board description behind it, opens the hardware
+// and clears the log.
+void OpenBoard(const std::string &name, const std::string &lines = "");
+
+// The same without opening the hardware.
+void LoadBoard(const std::string &name, const std::string &lines = "");
+
+// Lines of the board's access log, one an access (tests/board/README.md describes them).
+typedef std::vector<std::string> Log;
+
+// The log since it was cleared; it is cleared again.
+Log TakeLog();
+
+// The same without the values that reads and opens gave (" -> ...").
+Log TakeAccesses();
+
+// count writes to the delay port 0xED.
+Log Delays(unsigned count);
+
+// An access to PCI configuration space through the legacy ports: two delays, the address in 8 hexadecimal
+// digits, the access to the data port.
+Log LegacyPci(const std::string &address, const std::string &access);
+
+// A physical-memory access: the page is mapped in that length, accessed and unmapped. No access: none is
+// logged.
+Log Mapped(const std::string &page, const std::string &length, const Log &accesses = {});
+
+// Logs one after the other.
+Log operator+(Log first, const Log &second);
+
+// Takes back everything that the helpers changed.
+void ResetEverything();

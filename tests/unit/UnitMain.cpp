@@ -1,0 +1,23 @@
+#include <unistd.h>
+
+#include <gtest/gtest.h>
+
+#include "TestHelp.h"
+
+// Each test starts with nothing of the one before: no command line, no board, the keyboard that was there.
+// One that waits for a key that never comes is ended by the alarm.
+struct ResetBetweenTests : testing::EmptyTestEventListener {
+    void OnTestStart(const testing::TestInfo &) override {
+        ResetEverything();
+        alarm(60);
+    }
+    void OnTestEnd(const testing::TestInfo &) override {
+        ResetEverything();
+    }
+};
+
+int main(int argc, char **argv) {
+    testing::InitGoogleTest(&argc, argv);
+    testing::UnitTest::GetInstance()->listeners().Append(new ResetBetweenTests);
+    return RUN_ALL_TESTS();
+}
