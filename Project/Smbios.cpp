@@ -4,6 +4,7 @@
 
 #include "Base/Memory.h"
 #include "Base/Text.h"
+#include "BasicLib/Driver.h"
 #include "BasicLib/PhysMem.h"
 #include "Common/ComFunc/CmdLine.h"
 #include "Common/ComFunc/Console.h"
@@ -44,9 +45,11 @@ static void CopyTable(uint32_t address, uint32_t length, uint8_t *block) {
     mCopyEnd = block + length;
 }
 
-// Copies the table that the entry point at an address describes.
+// Copies the table that the entry point at an address describes; without the memory device there is none.
 static EFI_STATUS CopyByEntryPoint(uint32_t entryPoint, const EntryLayout *layout, uint8_t **table,
                                    uint32_t *length) {
+    if (gMemFd == MEM_FD_NONE)
+        return EFI_NOT_FOUND;
     uint32_t size = MemRead16(entryPoint + layout->lengthOffset) & 0xFFFF;
     uint32_t address = MemRead32(entryPoint + layout->addressOffset);
     uint8_t *block = static_cast<uint8_t *>(Malloc(size + SMBIOS_GUARD));

@@ -18,12 +18,13 @@ BOARD = ["iopl ok", "mem ok", *(f"refuse {start:x} {length:x} {error}{sync}" for
 NEVER_MAPPED = [(start, length) for start, length, _, sync in REFUSED if not sync]
 
 LENGTHS = (0, 1, 2, 3, 4, 5, 31, 255, 256, 257, 511, 0xFFF, 0xFFFE, 0xFFFF)
-SDT_LENGTHS = (0, 1, 35, 36, 37, 39, 40, 43, 44, 164, 165, 1060, 1064, 0xFFFF, 0x10000, 0x10001, 0x7FFFFFFF, 0xFFFFFFFF)
+SDT_LENGTHS = (0, 1, 35, 36, 37, 39, 40, 43, 44, 164, 165, 0x10001, 0x7FFFFFFF, 0xFFFFFFFF) * 10 + (1060, 1064, 0xFFFF, 0x10000)
 ENTRY_COUNTS = (0, 1, 2, 3, 5) * 8 + (16, 17, 20) * 2 + (256, 260)
 # Page ends, both ends of memory, the BIOS area itself, places that are refused, half refused, or only cached.
 PLACES = (0x7A5B0000, 0x7A5B0FF0, 0x7A5B0FFF, 0, 1, 0xFFF, 0xF0000, 0xFFFF0, 0xFFFFFFFF, 0xFFFFFFF0, 0xFFFFF000, 0xFFFF0000,
           0x50000000, 0x4FFFFFF0, 0x500FFFF0, 0x51000FF0, 0x52000000, 0x51FFFFF4, 0x520FFFF0)
-ENTRY_PLACES = (0x7A5F0000, 0x7A5F0FF0, 0x7A5F0FEA, 0xFFFFFFE8, 0xFFFFFFFF, 0x50000000, 0x4FFFFFF0, 0x51000010, 0x52000000)
+SOUND_PLACES = (0x7A5F0000, 0x7A5F0FF0, 0x7A5F0FEA, 0x52000000)
+ENTRY_PLACES = (*SOUND_PLACES, 0xFFFFFFE8, 0xFFFFFFFF, 0x50000000, 0x4FFFFFF0, 0x51000010)  # others say 16 ones
 LEGACY_PLACES = (0xF0000, 0xF1FF0, 0xF1FF6, 0xF5A00, 0xFFFC0, 0xFFFE0, 0xFFFF5, 0xFFFFC)
 SMBIOS_WORDS = (["/LOG"], ["/LOG"], ["/TYPE", "17"], ["/TYPE", "127"], ["/TYPE", "0"], ["/DUMP", "/LOG"], ["/S", "AAB"],
                 ["/S", "text"], ["SPEED"], ["SPEED", "/DUMP", "/LOG"])
@@ -123,8 +124,7 @@ def smbios_pieces(rng):
     if rng.random() < 0.5:  # by the system table file
         place = 0x7A5F0000 if rng.random() < 0.5 else rng.choice(ENTRY_PLACES)
         name = "SMBIOS3" if wide else "SMBIOS"
-        # Where the entry point cannot be mapped the length is 16 ones.
-        return inside([(at, data), (place, entry)]), [f"{name}={place:#x}"], length if place < 0x7A600000 and place > 0x70000000 else 0xFFFF
+        return inside([(at, data), (place, entry)]), [f"{name}={place:#x}"], length if place in SOUND_PLACES else 0xFFFF
     pieces = [(at & 0xFFFF0000 if rng.random() < 0.7 else at, data)]  # the copy begins at the 64 KiB border
     if rng.random() < 0.3:
         pieces.append((rng.choice(LEGACY_PLACES), rng.choice((b"_SM_", b"_SM", b"_SM3", b"__SM3_"))))

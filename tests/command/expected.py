@@ -1,4 +1,4 @@
-"""What the program prints and which accesses it makes, in the words of the board's log: said here once for all tests."""
+"""What the program prints, and which accesses it makes in the words of the board's log: said here once."""
 
 BANNER_NOTICE_LENGTH = 33
 

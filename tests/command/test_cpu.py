@@ -36,7 +36,7 @@ ZERO = "0" * 16
     ("/RD 65536 0x1b", 0, 0x1B, "00000000fee00d00"),  # and the CPU number 16
     ("/RD 0x10001 0x1b", 1, 0x1B, "00000000fee00c00"),
     ("/RD -1 0x1b", 1, 0x1B, "00000000fee00c00"),  # a sign is skipped
-])  # fmt: skip
+])
 def test_a_read_opens_the_node_reads_8_bytes_at_the_index_and_closes(run, args, cpu, index, value):
     assert_run(run(f"/MSR {args}"), read_line(cpu, index, value), int(value[-2:], 16), msr_read(cpu, index, value))
 
@@ -92,7 +92,7 @@ def test_an_absent_cpu_reads_as_0(run):
     ("65535", 0xFFFFFFFF),
     ("0xffffffff", 0xFFFFFFFF),
     ("100000", 0x100000000 - 31072),
-])  # fmt: skip
+])
 def test_a_large_cpu_number_is_a_signed_16_bit_one(run, number, shown):
     result = run(f"/MSR /RD {number} 0x1b")
     assert (result.text, result.err, result.status) == (read_line(shown, 0x1B, ZERO), b"", 0)
@@ -104,7 +104,7 @@ def test_a_large_cpu_number_is_a_signed_16_bit_one(run, number, shown):
     ("/WD", write_line(0, 0, ZERO)),
     ("/WD 1 0x1a0", write_line(1, 0x1A0, ZERO)),
     ("/WD 1 0x1a0 5", write_line(1, 0x1A0, "0000000500000000")),
-])  # fmt: skip
+])
 def test_missing_operands_read_as_0(run, args, text):
     result = run(f"/MSR {args}")
     assert (result.text, result.status) == (text, 0)
@@ -124,7 +124,7 @@ def test_without_a_dword_or_quad_word_nothing_is_done(run, args):
     ("/WQ 9 9 9 9 /RD 1 0x1a0 0 0x9", 1, 0x1A0, "0000000000000009"),  # RD gives the place, WQ makes it a write
     ("/RQ 9 9 /WQ 1 0x1a0 0 0x9", 1, 0x1A0, "0000000000000009"),  # WQ before RQ
     ("/RD 1 0x1a0 0 9 /WB", 1, 0x1A0, "0000000000000009"),  # any write word makes it a write
-])  # fmt: skip
+])
 def test_several_access_words(run, args, cpu, index, value):
     steps = msr_write(cpu, index, value) + msr_read(cpu, index, value)
     assert_run(run(f"/MSR {args}"), write_line(cpu, index, value), int(value[-2:], 16), steps)
@@ -143,7 +143,8 @@ def test_all_reads_every_cpu_in_turn(run, args):
 
 
 def test_status_of_all_is_that_of_the_last_cpu(run):
-    result = run("/MSR /RD /ALL 0x1234", extra=["cpus 0-2", "msr 1234 1 cpus 0", "msr 1234 2 cpus 1", "msr 1234 3 cpus 2"])
+    registers = [f"msr 1234 {cpu + 1} cpus {cpu}" for cpu in range(3)]
+    result = run("/MSR /RD /ALL 0x1234", extra=["cpus 0-2", *registers])
     assert result.status == 3
 
 
@@ -174,7 +175,7 @@ def test_all_write_hands_on_0_from_a_cpu_that_cannot_be_read(run):
     result = run("/MSR /WD /ALL 0x1234 1 2", extra=["cpus 0-1", "msr 1234 0 cpus 1"])
     assert result.text == write_line(0, 0x1234, ZERO) + write_line(1, 0x1234, ZERO)
     assert result.lines("pwrite") == ["pwrite /dev/cpu/0/msr 1234 8 0000000100000002 -> EIO",
-                                      "pwrite /dev/cpu/1/msr 1234 8 0000000000000000 -> ok"]  # fmt: skip
+                                      "pwrite /dev/cpu/1/msr 1234 8 0000000000000000 -> ok"]
 
 
 def test_all_ends_at_a_gap_in_the_numbers(run):
@@ -226,8 +227,9 @@ def cpuid(leaf):
         code.write(CPUID_CODE)
         start = ctypes.c_char.from_buffer(code)
         values = (ctypes.c_uint32 * 4)()
-        ctypes.CFUNCTYPE(None, ctypes.c_uint32, ctypes.c_void_p)(ctypes.addressof(start))(leaf, ctypes.addressof(values))
-        del start
+        ask = ctypes.CFUNCTYPE(None, ctypes.c_uint32, ctypes.c_void_p)(ctypes.addressof(start))
+        ask(leaf, ctypes.addressof(values))
+        del start  # lets go of the mapping
         return tuple(values)
 
 

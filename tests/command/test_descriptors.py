@@ -118,7 +118,7 @@ def shell_lister(tmp_path):
 def test_a_shell_command_inherits_neither_memory_nor_msr_node(run, shell_lister, which, board):
     path, descriptors = shell_lister
     result = run("/?", board=board, extra="system real clear", keep_memory=True, env={"PATH": path},
-                 **closed_arguments(which))  # fmt: skip
+                 **closed_arguments(which))
     assert result.status == 0 and result.systems()[-1] == "clear"
     inherited = descriptors()
     assert sorted(inherited) == [0, 2]
@@ -131,7 +131,7 @@ def test_a_shell_command_inherits_neither_memory_nor_msr_node(run, shell_lister,
     ("/MSR /WD /ALL 0x1a0 0 0", "intel"),
     ("/MSR /RD /ALL 0x1b", "latemsr"),
     ("/MEM /RB 0", "intel"),
-])  # fmt: skip
+])
 def test_every_device_is_opened_so_that_no_command_inherits_it(run, args, board):
     opened = run(args, board=board).lines("open")
     assert opened and all(" cloexec -> " in line for line in opened)

@@ -44,7 +44,7 @@ def test_of_two_command_words_the_earlier_rule_wins_whatever_their_order(run, wi
     ("/SMN /SMU", "SMN"),
     ("/IO /MEM /PCI /MSR /CPUID /SIO", "IO"),
     ("/I2C /SMU /SMN /SIO /ACPI /SMBIOS /RF /TIMEOUT /SHUTDOWN /RTC /CPUID /MSR /SMBUS /PCI", "PCI"),
-])  # fmt: skip
+])
 def test_handler_of_a_combination(run, args, handler):
     assert_run(run(f"{args} /?"), USAGE[handler], usage_status(handler), CLEAR)
 
@@ -92,7 +92,8 @@ def test_an_operand_that_spells_a_switch_sets_its_flag(run):
 def test_switches_may_stand_anywhere_and_twice(run):
     expected_text = "PCI Read Byte BDFO: 0 1F 0 0, return data:0x86\n"
     read = legacy("00:1f.0", 0, "in8 0cfc -> 86")
-    for args in ("/RB 0 0x1f 0 0 /PCI", "/PCI /PCI /RB 0 0x1f 0 0", "/RB 0 0x1f 0 0 /RB 9 9 9 9 /PCI", "x y z pci rb 0 31"):
+    for args in ("/RB 0 0x1f 0 0 /PCI", "/PCI /PCI /RB 0 0x1f 0 0", "/RB 0 0x1f 0 0 /RB 9 9 9 9 /PCI",
+                 "x y z pci rb 0 31"):
         assert_run(run(args), expected_text, 0x86, read)
 
 

@@ -13,7 +13,7 @@ from harness import CLOSED
     ("hygon", "Higon", "1d94"),
     ("ati", "AMD", "1002"),
     ("unknown", "Unknown", "ffff"),
-])  # fmt: skip
+])
 def test_help_screen_names_the_maker_of_the_host_bridge(run, board, vendor, identification):
     result = run("", board=board)
     assert_is_help_screen(result, vendor)
@@ -73,7 +73,7 @@ def test_help_goes_on_when_the_screen_cannot_be_cleared(run):
     ("/SMU /WD 1 1", "NBIO_USAGE"),
     ("/I2C /WB 0 0xa0 0 0", "I2C_USAGE"),
     ("/SIO /WB 7 1", "SIO_USAGE"),
-])  # fmt: skip
+])
 def test_a_command_with_the_help_switch_prints_its_usage_and_touches_nothing(run, tmp_path, args, usage):
     assert_run(run(f"/H {args}"), getattr(expected, usage), 0xFF if usage == "SMBUS_USAGE" else 2, CLEAR)
     assert not list(tmp_path.glob("*.[bB]*"))

@@ -87,7 +87,8 @@ def test_a_dump_ends_by_itself_behind_the_last_key(terminal):
     assert_terminal_is_as_before(result)
 
 
-@pytest.mark.parametrize("length, pauses", [(1, 1), (16, 1), (128, 1), (240, 1), (241, 2), (251, 2), (255, 2), (256, 1)])
+@pytest.mark.parametrize("length, pauses", [(1, 1), (16, 1), (128, 1), (240, 1), (241, 2), (251, 2), (255, 2),
+                                            (256, 1)])
 def test_a_last_row_of_241_to_255_bytes_ends_a_page_and_the_view_each_with_a_pause(terminal, length, pauses):
     start = 0x100000000 - length
     result = terminal(f"/MEM /DUMP {start}", extra="fill ffffff00 100 00", keys=[b" "] * 4)
@@ -142,7 +143,7 @@ def test_while_it_waits_lines_and_echo_are_off_and_nothing_else(terminal):
 
 
 @pytest.mark.parametrize("ending, status", [(b"\x03", signal.SIGINT), (b"\x1c", signal.SIGQUIT),
-                                            (signal.SIGTERM, signal.SIGTERM), (signal.SIGHUP, signal.SIGHUP)])  # fmt: skip
+                                            (signal.SIGTERM, signal.SIGTERM), (signal.SIGHUP, signal.SIGHUP)])
 def test_a_signal_at_a_pause_ends_the_run_with_the_terminal_as_it_was(terminal, ending, status):
     result = terminal("/MEM /DUMP 0x1000", keys=[b" ", ending])
     assert result.status == -status
@@ -217,7 +218,7 @@ def test_keys_typed_ahead_are_taken_at_the_pauses(terminal):
 
 
 @pytest.mark.parametrize("args", ["/MEM /DUMP 0x1000 /TEXT", "/IO /DUMP 0x500 /TEXT", "/PCI /DUMP /TEXT",
-                                  "/PCI /DUMP 1 0 0 /TEXT", "/TEXT /?", "/TEXT /PCI /RB 0 0 0 0"])  # fmt: skip
+                                  "/PCI /DUMP 1 0 0 /TEXT", "/TEXT /?", "/TEXT /PCI /RB 0 0 0 0"])
 def test_text_mode_writes_no_escape_sequence(terminal, args):
     result = terminal(args, keys=[b" ", ESC])
     assert ESC not in result.out and len(result.out) > 40

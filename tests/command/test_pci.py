@@ -7,7 +7,7 @@ writable bits are 00FCFFFDh; at 01:00.0 10Ch the drive's uncorrectable error sev
 import pytest
 
 from expected import (AMD_BASE, CLOSE, DELAY, INTEL_BASE, OPEN, assert_run, legacy, mapped, msr_absent, msr_read,
-                      refused, session)  # fmt: skip
+                      refused, session)
 
 LPC = "00:1f.0"
 NVME_PAGE = 0xE0100000
@@ -29,7 +29,7 @@ def lpc(offset, access):
     ("/RW 0 0x1f 0 0x85", "PCI Read Word BDFO: 0 1F 0 85, return data:0x3C0A\n", 0x0A, "in16 0cfd -> 3c0a"),
     ("/RW 0 0x1f 0 0x86", "PCI Read Word BDFO: 0 1F 0 86, return data:0x003C\n", 0x3C, "in16 0cfe -> 003c"),
     ("/RD 0 0x1f 0 0x84", "PCI Read DWord BDFO: 0 1F 0 84, return data:0x003C0A01\n", 0x01, "in32 0cfc -> 003c0a01"),
-])  # fmt: skip
+])
 def test_legacy_read_selects_the_register_and_reads_its_lane(run, args, text, status, access):
     offset = int(args.split()[-1], 16)
     assert_run(run(f"/PCI {args}"), text, status, lpc(offset, access))
@@ -60,7 +60,7 @@ def test_an_unaligned_legacy_dword_is_written_without_a_lane_too(run):
      "out32 0cfc 12345678", "in32 0cfc -> 00345678"),
     ("/WD 0 0x1f 0 0x84 1", "PCI Write Dword BDFO: 0 1F 0 84, Data:00000001, return data:0x00000001\n", 0x01,
      "out32 0cfc 00000001", "in32 0cfc -> 00000001"),
-])  # fmt: skip
+])
 def test_legacy_write_is_followed_by_a_read_back_of_what_the_register_kept(run, args, text, status, write, read):
     offset = int(args.split()[4], 16)
     assert_run(run(f"/PCI {args}"), text, status, lpc(offset, write), lpc(offset, read))
@@ -73,7 +73,7 @@ def test_legacy_write_is_followed_by_a_read_back_of_what_the_register_kept(run, 
      "out16 0cfc 8765", "in16 0cfc -> 8765"),
     ("/WD 0 0x1f 0 0x84 0xabc00000009", "PCI Write Dword BDFO: 0 1F 0 84, Data:00000009, return data:0x00000009\n",
      "out32 0cfc 00000009", "in32 0cfc -> 00000009"),
-])  # fmt: skip
+])
 def test_data_is_cut_to_the_width(run, args, text, write, read):
     offset = int(args.split()[4], 16)
     result = run(f"/PCI {args}")
@@ -93,7 +93,7 @@ def test_data_is_cut_to_the_width(run, args, text, write, read):
     (16, 0, "in32 0cfc -> 003c0a01"),
     (18, 1, "in32 0cfc -> 003c0a01"),
     (31, 0, "in32 0cfc -> 003c0a01"),
-])  # fmt: skip
+])
 def test_a_bit_is_read_with_the_width_that_reaches_it(run, bit, value, access):
     text = f"PCI Read BDFO: 0 1F 0 84 Bit{bit}, return data:{value}\n"
     assert_run(run(f"/PCI /RI 0 0x1f 0 0x84 {bit}"), text, value, lpc(0x84, access))
@@ -130,7 +130,7 @@ def test_a_bit_number_is_kept_as_8_bits(run, operand, bit):
     (18, 0, 0, "in32 0cfc -> 003c0a01", "out32 0cfc 00380a01", "in32 0cfc -> 00380a01"),
     (22, 1, 1, "in32 0cfc -> 003c0a01", "out32 0cfc 007c0a01", "in32 0cfc -> 007c0a01"),
     (31, 1, 0, "in32 0cfc -> 003c0a01", "out32 0cfc 803c0a01", "in32 0cfc -> 003c0a01"),
-])  # fmt: skip
+])
 def test_a_bit_is_written_by_read_change_write_and_read_back(run, bit, value, result, read, write, back):
     text = f"PCI Write BDFO: 0 1F 0 84 Bit{bit}, wValue:{value}, return data:{result}\n"
     steps = lpc(0x84, read) + lpc(0x84, write) + lpc(0x84, back)
@@ -159,7 +159,7 @@ def test_a_bit_value_counts_as_8_bits_of_which_any_sets(run, operand, shown, res
     # the last bytes of the page run into the page of function 1, which is absent
     ("/RW 1 0 0 0xfff", "PCI Read Word BDFO: 1 0 0 FFF, return data:0xFF00\n", 0x00, "mr16 e0100fff -> ff00"),
     ("/RD 1 0 0 0xffe", "PCI Read DWord BDFO: 1 0 0 FFE, return data:0xFFFF0000\n", 0x00, "mr32 e0100ffe -> ffff0000"),
-])  # fmt: skip
+])
 def test_extended_read_is_one_load_from_the_window(run, args, text, status, access):
     assert_run(run(f"/PCI {args}"), text, status, INTEL_BASE, mapped(NVME_PAGE, access))
 
@@ -171,7 +171,7 @@ def test_extended_read_is_one_load_from_the_window(run, args, text, status, acce
      "mw16 e010010c ffff", "mr16 e010010c -> f030"),
     ("/WD 1 0 0 0x10c 0xffffffff", "PCI Write Dword BDFO: 1 0 0 10C, Data:FFFFFFFF, return data:0x07FFF030\n", 0x30,
      "mw32 e010010c ffffffff", "mr32 e010010c -> 07fff030"),
-])  # fmt: skip
+])
 def test_extended_write_looks_the_window_up_once_and_maps_for_each_access(run, args, text, status, write, read):
     assert_run(run(f"/PCI {args}"), text, status, INTEL_BASE, mapped(NVME_PAGE, write), mapped(NVME_PAGE, read))
 
@@ -180,7 +180,7 @@ def test_extended_write_looks_the_window_up_once_and_maps_for_each_access(run, a
     (5, 8, "30", "10"),
     (13, 16, "2030", "0030"),
     (22, 32, "00462030", "00062030"),
-])  # fmt: skip
+])
 def test_an_extended_bit_is_changed_with_the_width_that_reaches_it(run, bit, width, before, after):
     text = f"PCI Write BDFO: 1 0 0 10C Bit{bit}, wValue:0, return data:0\n"
     steps = [f"mr{width} e010010c -> {before}", f"mw{width} e010010c {after}", f"mr{width} e010010c -> {after}"]
@@ -196,7 +196,7 @@ def test_a_conventional_function_has_no_extended_space(run):
     ("00:01.0", "0 1 0", 0xE0008000),
     ("03:00.3", "3 0 3", 0xE0303000),
     ("ff:1f.7", "255 31 7", 0xEFFFF000),
-])  # fmt: skip
+])
 def test_the_window_has_a_page_for_each_function(run, function, words, page):
     log = run(f"/PCI /RB {words} 0x200").log
     assert [line for line in log if line.startswith(("mmap", "munmap"))] == [
@@ -231,7 +231,7 @@ def test_beyond_extended_space_a_write_is_dropped(run):
     ("c0000000", 0xC0000000),  # the enable bit is not asked for
     ("f4567fff", 0xF4500000),  # bits 31:20 alone count
     ("000fffff", 0x00000000),
-])  # fmt: skip
+])
 def test_intel_window_is_taken_from_the_host_bridge_as_it_stands(run, register, base):
     page = base + 0x100000
     result = run("/PCI /RB 1 0 0 0x100", extra=["pci 00:00.0", f"dword 60 {register}"])
@@ -296,7 +296,7 @@ def test_without_a_known_host_bridge_legacy_space_works_to_its_last_register(run
     ("B", "Byte", "FF"),
     ("W", "Word", "FFFF"),
     ("D", "DWord", "0000FFFF"),  # 16 ones also for a dword
-])  # fmt: skip
+])
 def test_a_refused_mapping_reads_as_its_failure_value(run, width, name, value):
     text = f"PCI Read {name} BDFO: 1 0 0 10C, return data:0x{value}\n"
     assert_run(run(f"/PCI /R{width} 1 0 0 0x10c", board="refusedmap"), text, 0xFF, INTEL_BASE, refused(NVME_PAGE))
@@ -322,7 +322,7 @@ def test_a_page_whose_neighbour_is_refused_cannot_be_mapped_either(run):
 
 def test_a_page_that_the_kernel_holds_cached_is_mapped_through_a_cached_descriptor(run):
     load = [*refused(NVME_PAGE, "EAGAIN"), "open /dev/mem rdwr cloexec -> ok",
-            *mapped(NVME_PAGE, "mr8 e010010c -> 30")]  # fmt: skip
+            *mapped(NVME_PAGE, "mr8 e010010c -> 30")]
     result = run("/PCI /RB 1 0 0 0x10c", extra="refuse e0100000 1000 EAGAIN sync")
     assert result.text == "PCI Read Byte BDFO: 1 0 0 10C, return data:0x30\n"
     assert result.log == [*OPEN, *INTEL_BASE, *load, *CLOSE, "close /dev/mem"]
@@ -348,7 +348,7 @@ def test_without_physical_memory_extended_space_reads_all_ones_and_nothing_is_ma
     ("0 0 0xffff 0", "0 0 FFFF 0", "80ffff00"),
     ("0xffff 0 0 0", "FFFF 0 0 0", "7fff0000"),
     ("0xffff 0xffff 0xffff 0xff", "FFFF FFFF FFFF FF", "88fef7ff"),
-])  # fmt: skip
+])
 def test_numbers_out_of_range_carry_into_the_neighbouring_fields(run, words, shown, address):
     result = run(f"/PCI /RB {words}")
     assert result.text.startswith(f"PCI Read Byte BDFO: {shown}, return data:0x")
@@ -367,7 +367,7 @@ def test_device_32_is_device_0_of_the_next_bus(run):
     ("0xffff 0 0 0x100", 0xDFF00000),  # 32-bit arithmetic
     ("0 0xffff 0 0x100", 0x5FFF8000),
     ("0 0 0xffff 0x100", 0xEFFFF000),
-])  # fmt: skip
+])
 def test_extended_addresses_carry_and_wrap_at_4_gib(run, words, page):
     assert run(f"/PCI /RB {words}").maps() == mapped(page, None)
 
@@ -378,7 +378,7 @@ def test_extended_addresses_carry_and_wrap_at_4_gib(run, words, page):
     ("b0 d31 f0 x132", "0 1F 0 84"),
     ("0 1f 0 0x8_4", "0 1 0 84"),
     ("0 0x1F 0 84h", "0 1F 0 54"),
-])  # fmt: skip
+])
 def test_operands_are_16_bit_numerals_whose_other_characters_are_skipped(run, words, shown):
     assert run(f"/PCI /RB {words}").text.startswith(f"PCI Read Byte BDFO: {shown}, ")
 
@@ -409,7 +409,7 @@ def test_operands_are_16_bit_numerals_whose_other_characters_are_skipped(run, wo
     ("/WB 9 9 9 9 1 /RI 0 31 0 0x84 0", "PCI Read BDFO: 0 1F 0 84 Bit0, return data:1\n", [(0x84, "in8 0cfc -> 01")]),
     ("/RQ /RB 0 31 0 0x85", "PCI Read Byte BDFO: 0 1F 0 85, return data:0x0A\n", [(0x85, "in8 0cfd -> 0a")]),
     ("/WQ 9 9 9 9 1 /RB 0 31 0 0x85", "PCI Read Byte BDFO: 0 1F 0 85, return data:0x0A\n", [(0x85, "in8 0cfd -> 0a")]),
-])  # fmt: skip
+])
 def test_several_access_words(run, args, text, steps):
     result = run(f"/PCI {args}")
     assert result.text == text
@@ -439,7 +439,7 @@ def test_without_a_supported_access_word_nothing_is_done(run, args):
     ("/WB", "PCI Write Byte BDFO: 0 0 0 0, Data:00, return data:0x86\n", 0x86),
     ("/WW 0 31 0 0x84", "PCI Write Word BDFO: 0 1F 0 84, Data:0000, return data:0x0000\n", 0),
     ("/WD 0 31 0 0x84", "PCI Write Dword BDFO: 0 1F 0 84, Data:00000000, return data:0x00000000\n", 0),
-])  # fmt: skip
+])
 def test_missing_operands_read_as_0(run, args, text, status):
     result = run(f"/PCI {args}")
     assert (result.text, result.err, result.status) == (text, b"", status)

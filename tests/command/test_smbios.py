@@ -484,8 +484,9 @@ def test_without_physical_memory_no_table_is_found_by_the_legacy_way(run):
     assert result.maps() == []
 
 
-def test_without_physical_memory_a_named_table_holds_no_text(run):
-    assert_shows(smbios_run(run, "/S Maker", uefi() + ["mem ENOENT"]), "ERROR: Cannot find Maker in SMBIOS!\n", NOT_FOUND)
+@pytest.mark.parametrize("form", ["", "/S Maker", "/DUMP"])
+def test_without_physical_memory_there_is_no_table_even_if_one_is_named(run, form):
+    assert_shows(smbios_run(run, form, uefi() + ["mem ENOENT"]), "", NO_TABLE)
 
 
 # ---- the listing ----------------------------------------------------------------------------------------------------

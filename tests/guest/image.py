@@ -26,7 +26,8 @@ ALIASES = {"sh": "dash", **dict.fromkeys(KMOD_NAMES, "kmod")}
 
 # With all that they depend on.
 MODULES = """
-    msr cpuid i2c-dev i2c-i801 i2c-piix4 ee1004 ahci ata_piix ata_generic sd_mod ext4 nvme e1000 e1000e nvram
+    msr cpuid i2c-dev i2c-i801 i2c-piix4 ee1004 ahci ata_piix ata_generic sd_mod
+    ext4 crc32c_generic nvme e1000 e1000e nvram
 """.split()
 
 
