@@ -115,8 +115,12 @@ TEST(FileOp, AWholeNumberOfMiBShowsProgress) {
 TEST(FileOp, PortsShowProgressToo) {
     OpenBoard("intel");
     EnterScratchFolder();
-    EXPECT_EQ(RunFile({"hwreg", "/IO", "/RF", "F.BIN", "0x10", "0x100000"}, 0),
-              "Waitting ...\n\nR_IO Start:0x10, Size:0x100000\n");
+    std::filesystem::create_symlink("/dev/full", "FULL.BIN"); // ends the copy behind its first chunk
+    SetCommand({"hwreg", "/IO", "/RF", "FULL.BIN", "0x10", "0x100000"});
+    LimitMalloc(0x1000);
+    EXPECT_EQ(Printed([] { EXPECT_EQ(FileOptEntry(), 0u); }),
+              "Waitting ...\n\nR_IO Start:0x10, Size:0x100000\nWrite to buffer fail!\n");
+    EXPECT_EQ(TakeLog().size(), 0x1000u);
 }
 
 TEST(FileOp, ALargeRangeIsCopiedInChunksThatTheHeapGrants) {

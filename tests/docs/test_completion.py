@@ -1,0 +1,242 @@
+"""Completion of command lines by a real bash."""
+
+import os
+import pty
+import re
+import select
+import subprocess
+import time
+
+import pytest
+
+from examples import TOP
+from texts import COMPLETION, completion_forms, words_of
+
+SIMULATOR = str(TOP / "tests" / "board" / "hwreg-sim")
+
+# What the kernel of some machine tells.
+MACHINE = r"""
+_hwreg_pci_functions() { printf '%s\n' 0000:00:00.0 0000:00:1f.0 0000:00:1f.3 0000:0a:00.0 0001:77:00.0; }
+_hwreg_cpus() { printf '%s\n' 0 1 5; }
+_hwreg_smbios_structures() { printf '%s\n' 0-0 17-0 17-1; }
+_hwreg_resources() {
+    case $1 in
+    ioports) printf '%s\n' '0000-0cf7 : PCI' '  0060-0060 : keyboard' '0cf8-0cff : PCI conf1' ;;
+    iomem) printf '%s\n' '000f0000-000fffff : System ROM' 'fed00000-fed003ff : HPET 0' ;;
+    esac
+}
+"""
+
+ASK = r"""
+source "$1" || exit
+%s
+shift
+set -u
+command=$1
+COMP_WORDS=("$@") COMP_CWORD=$(($# - 1)) COMPREPLY=()
+case $command in
+*-sim) _hwreg_sim "$command" ;;
+*) _hwreg "$command" ;;
+esac && printf '%%s\n' "${COMPREPLY[@]}"
+"""
+
+ACCESSES = "/RB /RW /RD /WB /WW /WD /RI /WI"
+HELP = "/? /H /HELP"
+VIEW = "/LOG /TEXT /NOMSG"
+
+
+def complete(line, machine=MACHINE, cwd=None, command="hwreg"):
+    """The set of words that can stand in the place of the last one; a blank at the end begins a new one."""
+    words = line.split(" ")
+    ran = subprocess.run(["bash", "--norc", "-c", ASK % machine, "bash", COMPLETION, command, *words], cwd=cwd,
+                         check=False, capture_output=True, text=True)
+    assert ran.stderr == "" and ran.returncode == 0
+    offered = ran.stdout.split()
+    assert len(offered) == len(set(offered))
+    return set(offered)
+
+
+@pytest.mark.parametrize("line, offered", [
+    ("/P", "/PCI"),
+    ("/SM", "/SMBUS /SMB /SMBIOS /SMN /SMU"),
+    ("/SMBI", "/SMBIOS"),
+    ("/U", ""),
+    ("/PCI ", f"{ACCESSES} /DUMP {HELP}"),
+    ("/PCI /R", "/RB /RW /RD /RI"),
+    ("/PCI /RB 0 0 0 0 /", ""),
+    ("/IO ", f"{ACCESSES} /DUMP /INDEX /RF {HELP}"),
+    ("/IO /INDEX ", f"{ACCESSES} /DUMP"),
+    ("/SIO /", f"/RB /WB /RI /WI /DUMP {HELP}"),
+    ("/MSR /RD /", "/ALL /A"),
+    ("/MSR /RD 0 /", ""),
+    ("/RTC 60 /", "/F /T /RESET /GRESET"),
+    ("/RTC 60 /F /", "/T"),
+    ("/RTC 60 /RESET /T 5 /", ""),
+    ("/SHUTDOWN ", f"/T {HELP}"),
+    ("/TIMEOUT /T", "/T"),
+    ("/SMN /WB 0 0x50200 1 /", "/WD"),
+    ("/SMN /WD 0 0x50200 1 /", ""),
+    ("/SMU /WD 1 2 3 /", ""),
+    ("/SMBIOS ", f"/TYPE /DUMP /S {VIEW} {HELP}"),
+    ("/SMBIOS /S ", ""),
+    ("/ACPI /DUMP /", VIEW),
+    ("/ACPI /DUMP /LOG /T", "/TEXT"),
+    ("/LOG /ACPI ", f"/DUMP"),
+    ("/EDID ", ""),
+])  # fmt: skip
+def test_switch_words_of_the_forms_are_offered(line, offered):
+    assert complete(line) == set(offered.split())
+
+
+@pytest.mark.parametrize("line, offered", [
+    ("/p", "/pci"), ("-P", "-PCI"), ("-p", "-pci"), ("P", "PCI"), ("p", "pci"),
+    ("/pci /r", "/rb /rw /rd /ri"), ("/pci /", "/rb /rw /rd /wb /ww /wd /ri /wi /dump /? /h /help"),
+    ("-pci -RB 0xa 0", "0"), ("pci rb 0 ", "0 0x1f"),
+])  # fmt: skip
+def test_words_are_offered_as_the_user_writes_them(line, offered):
+    assert complete(line) == set(offered.split())
+
+
+@pytest.mark.parametrize("line, offered", [
+    ("/PCI /RB ", "0 0xa"),
+    ("/PCI /RB 0x", "0xa"),
+    ("/PCI /RB 0X", "0xa"),
+    ("/PCI /RB 0 ", "0 0x1f"),
+    ("/PCI /RB 10 ", "0"),
+    ("/PCI /RB 0xA ", "0"),
+    ("/PCI /RB 0 31 ", "0 3"),
+    ("/PCI /RB 0 031 ", "0 3"),
+    ("/PCI /RB 0 9 ", ""),
+    ("/PCI /RB 0x77 ", ""),
+    ("/PCI /RB 0 0x1f 0 ", ""),
+    ("/PCI /DUMP ", f"0 0xa {VIEW}"),
+    ("/PCI /RB x[$(echo)] ", ""),
+    ("/PCI /WI 0 0 0 0x40 3 ", "0 1"),
+    ("/MSR /RD ", "0 1 5 /ALL /A"),
+    ("/SMBIOS /TYPE ", "0 17"),
+    ("/IO /RB ", "0x60 0xCF8"),
+    ("/MEM /RD ", "0xF0000 0xFED00000"),
+    ("/IO /INDEX /RB 0x7", "0x70 0x72"),
+    ("/IO /INDEX /RB 0x70 ", "0"),
+    ("/SMBUS /DUMP 0xA0 /", VIEW),
+    ("/SMB /DUMP ", "0xA0 0xA2 0xA4 0xA6 0xA8 0xAA 0xAC 0xAE"),
+    ("/I2C /RB ", "0 1 2 3 4 5"),
+    ("/I2C /RB 0 ", "0x50 0x51 0x52 0x53 0x54 0x55 0x56 0x57"),
+    ("/SMN /RD 1", "1 10 11 12 13 14 15 16"),
+    ("/CPUID /RD 0x8000000", "0x80000000 0x80000001 0x80000002 0x80000003 0x80000004 0x80000005 0x80000006 "
+                             "0x80000007 0x80000008"),
+])  # fmt: skip
+def test_operands_are_offered_where_they_are_known(line, offered):
+    assert complete(line) == set(offered.split())
+
+
+def test_bits_are_numbered_to_31():
+    assert complete("/IO /RI 0x61 ") == {str(bit) for bit in range(32)}
+
+
+def test_files_are_offered_for_a_dump(tmp_path):
+    for name in ("one.bin", "two.bin"):
+        (tmp_path / name).touch()
+    assert complete("/MEM /RF ", cwd=tmp_path) == {"one.bin", "two.bin"}
+    assert complete("/MEM /RF t", cwd=tmp_path) == {"two.bin"}
+    assert complete(f"/IO /RF {tmp_path}/o") == {f"{tmp_path}/one.bin"}
+    assert complete("/MEM /RF two.bin 0xF", cwd=tmp_path) == {"0xF0000", "0xFED00000"}
+
+
+def test_nothing_is_offered_where_the_kernel_tells_nothing():
+    silent = "_hwreg_pci_functions() { :; }; _hwreg_cpus() { :; }; _hwreg_resources() { :; }"
+    assert complete("/PCI /RB ", silent) == set()
+    assert complete("/MSR /RD ", silent) == {"/ALL", "/A"}
+    assert complete("/IO /RB ", silent) == set()
+
+
+def test_this_machine_is_asked_without_errors():
+    for line in ("/PCI /RB ", "/PCI /RB 0 ", "/PCI /RB 0 0 ", "/MSR /RD ", "/SMBIOS /TYPE ", "/IO /RB ", "/MEM /RB "):
+        complete(line, "")
+
+
+@pytest.mark.parametrize("line, offered", [
+    ("--b", "--board --boards"),
+    ("--board i", "intel"),
+    ("--board = i", "intel"),  # bash makes three words of --board=i
+    ("--board amd /PC", "/PCI"),
+    ("--board = amd /PC", "/PCI"),
+    ("--log /PCI /RB 0 ", "0 0x1f"),
+    ("--log = f /pci /rb 0 ", "0 0x1f"),
+    ("--cpu ", ""),
+    ("--cpu max --log -- /PC", "/PCI"),
+    ("/PCI --", ""),
+])  # fmt: skip
+def test_the_simulators_options_are_offered_before_a_command_line(line, offered):
+    assert complete(line, command=SIMULATOR) == set(offered.split())
+
+
+def test_all_boards_and_options_of_the_simulator_are_offered():
+    said = subprocess.run([SIMULATOR, "--boards"], capture_output=True, text=True, check=True).stdout
+    assert complete("--board ", command=SIMULATOR) == {line.split()[0] for line in said.splitlines()}
+    said = subprocess.run([SIMULATOR, "--help"], capture_output=True, text=True, check=True).stdout
+    assert complete("--", command=SIMULATOR) == set(re.findall(r"^  (--\w+)", said, re.MULTILINE))
+
+
+@pytest.mark.parametrize("form", completion_forms())
+def test_each_switch_word_of_a_form_is_offered_in_its_place(form):
+    typed = []
+    for token in form.replace("[", "").replace("]", "").split():
+        if token.startswith("/"):
+            for word in token.split("|"):
+                assert word in complete(" ".join([*typed, word[:2]]))
+            typed.append(token.split("|")[0])
+        else:
+            typed.append("1")
+    assert words_of(form)
+
+
+def test_bash_completion_loads_the_file_by_the_commands_name(tmp_path):
+    folder = tmp_path / "completions"
+    folder.mkdir()
+    (folder / "hwreg").symlink_to(COMPLETION)
+    script = ("source /usr/share/bash-completion/bash_completion; _completion_loader hwreg; "
+              "complete -p hwreg; type -t _hwreg")
+    ran = subprocess.run(["bash", "--norc", "-c", script], env={**os.environ, "BASH_COMPLETION_USER_DIR": tmp_path},
+                         capture_output=True, text=True, check=False)
+    assert ran.stdout == "complete -F _hwreg hwreg\nfunction\n"
+
+
+class Shell:
+    """An interactive bash on a terminal."""
+
+    def __init__(self, cwd):
+        self.master, slave = pty.openpty()
+        environment = {**os.environ, "PS1": "> ", "TERM": "dumb", "INPUTRC": "/dev/null", "HISTFILE": ""}
+        self.child = subprocess.Popen(["bash", "--norc", "--noprofile", "-i"], stdin=slave, stdout=slave, stderr=slave,
+                                      cwd=cwd, env=environment, start_new_session=True)
+        os.close(slave)
+        self.screen = ""
+
+    def type(self, text, expected, seconds=10):
+        """Types a text and waits until the screen shows the expected one behind what it showed before."""
+        seen = len(self.screen)
+        os.write(self.master, text.encode())
+        deadline = time.monotonic() + seconds
+        while expected not in self.screen[seen:]:
+            left = deadline - time.monotonic()
+            assert left > 0, self.screen
+            if select.select([self.master], [], [], left)[0]:
+                self.screen += os.read(self.master, 4096).decode().replace("\r", "").replace("\x07", "")
+
+    def end(self):
+        os.write(self.master, b"\x15exit\n")
+        self.child.wait(timeout=10)
+        os.close(self.master)
+
+
+def test_the_tab_key_completes_on_a_terminal(tmp_path):
+    (tmp_path / "dump file").touch()
+    shell = Shell(tmp_path)
+    shell.type(f"source {COMPLETION}\n", "> ")
+    shell.type("hwreg /pc\t", "hwreg /pci ")
+    shell.type("/du\t", "/dump ")
+    shell.type("\x15hwreg /MEM /RF du\t", "dump\\ file ")
+    shell.type("\x15hwreg /SMB\t\t", "/SMBUS")
+    shell.end()
+    assert re.search(r"/SMB +/SMBIOS +/SMBUS", shell.screen)

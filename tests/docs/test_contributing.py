@@ -1,0 +1,83 @@
+"""The example of CONTRIBUTING.md does what the page says, in a copy of the tree."""
+
+import os
+import re
+import shutil
+import subprocess
+
+import pytest
+
+from examples import TOP
+
+PAGE = (TOP / "CONTRIBUTING.md").read_text()
+NEW_FILES = re.findall(r"^`([^`\n]+)`:\n\n```\w*\n(.*?)^```$", PAGE, re.DOTALL | re.MULTILINE)
+CHANGES = "".join(re.findall(r"^```diff\n(.*?)^```$", PAGE, re.DOTALL | re.MULTILINE))
+LEFT_OUT = shutil.ignore_patterns(".git", "build*", "__pycache__")
+
+STROBE = "    IoWrite8(LPT_CONTROL, CONTROL_STROBE);\n    IoDelay(1);\n    IoWrite8(LPT_CONTROL, CONTROL_IDLE);\n"
+SWAPPED = "    IoWrite8(LPT_CONTROL, CONTROL_IDLE);\n    IoDelay(1);\n    IoWrite8(LPT_CONTROL, CONTROL_STROBE);\n"
+WAIT = "    if (!WaitNotBusy()) {"
+
+
+def sh(*command, given=None, env=None):
+    return subprocess.run(command, input=given, env={**os.environ, **(env or {})}, text=True, check=False,
+                          stdout=subprocess.PIPE, stderr=subprocess.STDOUT)
+
+
+def build(tree):
+    ran = sh("cmake", "--build", tree / "build", "--parallel", "2", "--target", "hwreg", "--target", "hwboard")
+    assert ran.returncode == 0 and "warning" not in ran.stdout, ran.stdout[-3000:]
+
+
+@pytest.fixture(scope="module")
+def tree(tmp_path_factory):
+    """The tree with the page's changes in it, built."""
+    tree = tmp_path_factory.mktemp("tree")
+    shutil.copytree(TOP, tree, ignore=LEFT_OUT, dirs_exist_ok=True)
+    for name, text in NEW_FILES:
+        (tree / name).write_text(text)
+    patched = sh("patch", "-p1", "--no-backup-if-mismatch", "-d", tree, given=CHANGES)
+    assert patched.returncode == 0 and "fuzz" not in patched.stdout, patched.stdout
+    configured = sh("cmake", "-S", tree, "-B", tree / "build", "-DCMAKE_BUILD_TYPE=Debug")
+    assert configured.returncode == 0, configured.stdout
+    build(tree)
+    return tree
+
+
+def run_tests(tree, *which):
+    return sh("/usr/bin/python3", "-m", "pytest", "-q", "-p", "no:cacheprovider", *which,
+              env={"HWREG_BUILD": str(tree / "build")})
+
+
+def test_page_has_the_pieces_of_a_change():
+    assert [name for name, _ in NEW_FILES] == [
+        "Project/Lpt.h", "Project/Lpt.cpp", "tests/board/models/Printer.h", "tests/board/models/Printer.cpp",
+        "tests/board/boards/printer.board", "tests/command/test_lpt.py",
+    ]  # fmt: skip
+    changed = re.findall(r"^\+\+\+ b/(.*)$", CHANGES, re.MULTILINE)
+    assert changed == ["Common/Global.h", "Main/Parser.cpp", "Main/Main.cpp", "tests/board/Keywords.cpp",
+                       "tests/board/CMakeLists.txt"]
+
+
+def test_new_test_of_the_page_passes(tree):
+    ran = run_tests(tree, tree / "tests/command/test_lpt.py")
+    assert ran.returncode == 0 and "3 passed" in ran.stdout, ran.stdout
+
+
+def test_documents_are_missed(tree):
+    ran = run_tests(tree, tree / "tests/docs/test_words.py")
+    assert ran.returncode == 1 and "'LPT'" in ran.stdout
+    assert "FAILED" in ran.stdout and "test_every_switch_word_is_in_a_form" in ran.stdout
+
+
+@pytest.mark.parametrize("good, bad", [(STROBE, SWAPPED), (WAIT, "    if (WaitNotBusy(), false) {")],
+                         ids=["strobe swapped", "no wait"])
+def test_breaking_the_command_as_the_page_says_fails_its_test(tree, good, bad):
+    path = tree / "Project/Lpt.cpp"
+    text = path.read_text()
+    assert text.count(good) == 1
+    path.write_text(text.replace(good, bad))
+    build(tree)
+    ran = run_tests(tree, tree / "tests/command/test_lpt.py")
+    path.write_text(text)
+    assert ran.returncode == 1 and "failed" in ran.stdout
