@@ -12,9 +12,6 @@ constexpr uint32_t RESET_FULL = 0x08; // power cycle
 constexpr uint16_t INTEL_USUAL_PM_BASE = 0x1800;
 constexpr uint32_t NO_PM_BASE = 0xFFFF;
 
-constexpr uint32_t KIND_POWER_OFF = 1;
-constexpr uint32_t KIND_RESET = 4;
-constexpr uint32_t KIND_GLOBAL_RESET = 5;
 constexpr uint32_t PM1_CONTROL_HIGH = 5;  // second byte of PM1 control, from the event block
 constexpr uint32_t AMD_SLEEP_S5 = 0x34;   // SLP_TYP 5, SLP_EN
 constexpr uint32_t INTEL_SLEEP_S5 = 0x3C; // SLP_TYP 7, SLP_EN
@@ -79,13 +76,13 @@ int ForcedShutdownByPMIO(uint32_t kind) {
     uint32_t resetPort = static_cast<uint32_t>(GetPMBaseAddress(PM_RESET_REGISTER));
     uint32_t resetValue = static_cast<uint32_t>(GetPMBaseAddress(PM_RESET_VALUE));
     switch (kind) {
-    case KIND_RESET:
+    case SHUTDOWN_RESTART:
         IoWrite8(resetPort, resetValue);
         return 1;
-    case KIND_GLOBAL_RESET:
+    case SHUTDOWN_GLOBAL_RESET:
         IoWrite8(resetPort, resetValue | RESET_FULL);
         return 1;
-    case KIND_POWER_OFF:
+    case SHUTDOWN_POWER_OFF:
         PowerOff(base);
         return 1;
     default:

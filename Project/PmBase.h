@@ -18,6 +18,14 @@ int GetPMBaseAddress(int which);
 // it, 0xFFFF for another vendor.
 uint16_t GetPMBaseAddressByPmio();
 
+// What a shutdown is asked to do; other numbers ask for nothing.
+enum ShutdownKind : uint32_t {
+    SHUTDOWN_POWER_OFF = 1,
+    SHUTDOWN_POWER_OFF_TOO = 2, // by the operating system alone
+    SHUTDOWN_RESTART = 4,
+    SHUTDOWN_GLOBAL_RESET = 5, // by a register write alone
+};
+
 // Power-off (1), reset (4) or global reset (5) by a register write. 1, or 0 for another kind. The hardware's
 // alternative to the operating system's shutdown; no command uses it.
 int ForcedShutdownByPMIO(uint32_t kind);

@@ -6,11 +6,8 @@
 #include "Common/Global.h"
 #include "Common/Sprint.h"
 #include "Project/CmosClock.h"
+#include "Project/PmBase.h"
 
-constexpr uint32_t KIND_POWER_OFF = 1;
-constexpr uint32_t KIND_POWER_OFF_TOO = 2;
-constexpr uint32_t KIND_RESTART = 4;
-constexpr uint32_t KIND_GLOBAL_RESET = 5;
 constexpr uint32_t LAST_SECOND = 86399;
 constexpr uint32_t DAY_SECONDS = 86400;
 constexpr uint32_t SHORTEST_TIMER = 7; // an alarm that comes before the machine is off never wakes it
@@ -20,12 +17,13 @@ static const char *const mRebootLog = "RBTLOG";
 static const char *const mTimerLog = "RTCLOG";
 
 uint32_t OsShutdown(uint32_t kind) {
+    fflush(stdout); // a log must hold this run's lines when the machine goes down
     switch (kind) {
-    case KIND_POWER_OFF:
-    case KIND_POWER_OFF_TOO:
+    case SHUTDOWN_POWER_OFF:
+    case SHUTDOWN_POWER_OFF_TOO:
         ExecuteSystemCmd("shutdown -P now");
         return 1;
-    case KIND_RESTART:
+    case SHUTDOWN_RESTART:
         ExecuteSystemCmd("shutdown -r now");
         return 1;
     default:
@@ -141,7 +139,7 @@ static bool CountCycle(const char *log) {
 
 static EFI_STATUS RebootCycle() {
     if (CountCycle(mRebootLog))
-        OsShutdown(CmdHas(Flag::GRESET) ? KIND_GLOBAL_RESET : KIND_RESTART);
+        OsShutdown(CmdHas(Flag::GRESET) ? SHUTDOWN_GLOBAL_RESET : SHUTDOWN_RESTART);
     return EFI_ABORTED;
 }
 
@@ -154,7 +152,7 @@ static EFI_STATUS TimerCycle(uint32_t seconds) {
     if (!CountCycle(mTimerLog))
         return EFI_ABORTED;
     SetRtcWakeupTimer2CMOS(GetTotalSec() + seconds);
-    return OsShutdown(KIND_POWER_OFF) != 0 ? EFI_SUCCESS : EFI_ABORTED;
+    return OsShutdown(SHUTDOWN_POWER_OFF) != 0 ? EFI_SUCCESS : EFI_ABORTED;
 }
 
 // The countdown that /T asks for; false when a key broke it.
@@ -175,7 +173,7 @@ EFI_STATUS RtcAndShutdownEntry() {
             return status;
     }
     if (CmdSearchFromArgv(gCmdArg->Argv, "SHUTDOWN", nullptr) == EFI_SUCCESS) {
-        if (!Delay() || OsShutdown(KIND_POWER_OFF) == 0)
+        if (!Delay() || OsShutdown(SHUTDOWN_POWER_OFF) == 0)
             return EFI_ABORTED;
     }
     if (CmdSearchFromArgv(gCmdArg->Argv, "TIMEOUT", nullptr) == EFI_SUCCESS && !Delay())

@@ -267,8 +267,8 @@ EFI_STATUS ShowSmbiosAllType(const uint8_t *table) {
 }
 
 uint32_t GetCPUSpeedSmb() {
-    constexpr uint32_t externalClock = 0x14;
-    constexpr uint32_t maximumSpeed = 0x16;
+    constexpr uint32_t maximumSpeed = 0x14;
+    constexpr uint32_t currentSpeed = 0x16;
     uint8_t *table;
     uint32_t length;
     if (LoadSmbios(&table, &length) != EFI_SUCCESS)
@@ -276,8 +276,8 @@ uint32_t GetCPUSpeedSmb() {
     uint32_t speed = 0xFFFFFFFF;
     const uint8_t *processor = SearchSmbiosType(table, TYPE_PROCESSOR);
     if (processor != nullptr)
-        speed = (static_cast<uint32_t>(Load16(processor + maximumSpeed)) << 16) |
-                Load16(processor + externalClock);
+        speed = (static_cast<uint32_t>(Load16(processor + currentSpeed)) << 16) |
+                Load16(processor + maximumSpeed);
     Free(table);
     return speed;
 }

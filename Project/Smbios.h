@@ -1,8 +1,8 @@
 // The SMBIOS structure table (DMTF DSP0134): finding it, walking it, and the /SMBIOS command.
 //
-// A copy of the table is followed by SMBIOS_GUARD zero bytes, and a walk over the last copy that was loaded ends
-// where the copy ends, as if an end-of-table structure stood there: no walk and no view leaves the block,
-// whatever the table says. A caller's own table must have its end-of-table structure.
+// A copy of the table is followed by SMBIOS_GUARD zero bytes, and a walk over the last copy that was loaded
+// ends where the copy ends, as if an end-of-table structure stood there: no walk and no view leaves the
+// block, whatever the table says. A caller's own table must have its end-of-table structure.
 #pragma once
 
 #include "Base/Types.h"
@@ -50,11 +50,11 @@ EFI_STATUS ShowSmbiosTargetType(const uint8_t *table, uint8_t type);
 // NULL table cannot be loaded.
 EFI_STATUS ShowSmbiosAllType(const uint8_t *table);
 
-// The first processor structure (type 4): maximum speed in the high, external clock in the low 16 bits, MHz;
-// 0xFFFFFFFF without a table or such a structure.
+// The first processor structure (type 4; DSP0134, 7.5): the word at 16h, current speed, in the high and the
+// word at 14h, maximum speed, in the low 16 bits, MHz; 0xFFFFFFFF without a table or such a structure.
 uint32_t GetCPUSpeedSmb();
 
-// The maximum speed of GetCPUSpeedSmb, MHz; 0xFFFF when it is not known.
+// The high half of GetCPUSpeedSmb, MHz; 0xFFFF when it is not known.
 uint16_t GetCpuCurrentSpeed();
 
 // Handler of /SMBIOS.
