@@ -63,7 +63,8 @@ def test_a_clock_in_binary_counts_in_binary(ports):
     assert ports(f"{delays(10 * 16)} {cmos(0, 2, 4)}", *lines) == [9, 0, 10]
 
 
-@pytest.mark.parametrize("before, hours", [("11:59:59", 0x92), ("12:59:59", 0x81), ("23:59:59", 0x12), ("00:59:59", 0x01)])
+@pytest.mark.parametrize("before, hours", [("11:59:59", 0x92), ("12:59:59", 0x81), ("23:59:59", 0x12),
+                                           ("00:59:59", 0x01)])
 def test_a_clock_of_half_days_counts_in_half_days(ports, before, hours):
     lines = [*CLOCK, "cmos-bytes b 0", f"cmos-time 2024-02-03 {before}", RUN]
     assert ports(f"{delays(16)} {cmos(4)}", *lines) == [hours]
@@ -120,7 +121,8 @@ def test_a_stuck_clock_comes_loose_after_so_many_polls(ports):
 
 # The alarm
 
-ALARM = [*CLOCK, "pm1 600", "cmos-bytes 1 08", "cmos-bytes 3 05", "cmos-bytes 5 04", "cmos-time 2024-02-03 04:05:06", RUN]
+ALARM = [*CLOCK, "pm1 600", "cmos-bytes 1 08", "cmos-bytes 3 05", "cmos-bytes 5 04", "cmos-time 2024-02-03 04:05:06",
+         RUN]
 
 
 def test_the_alarm_sets_its_flag_when_its_time_has_come(ports):

@@ -13,16 +13,18 @@ import struct
 import firmware
 
 # Start, length, error, and whether a mapping through a descriptor without O_SYNC is granted.
-REFUSED = [(0x50000000, 0x100000, "EPERM", ""), (0x51000000, 0x100000, "EAGAIN", ""), (0x52000000, 0x100000, "EAGAIN", " sync")]
+REFUSED = [(0x50000000, 0x100000, "EPERM", ""), (0x51000000, 0x100000, "EAGAIN", ""),
+           (0x52000000, 0x100000, "EAGAIN", " sync")]
 BOARD = ["iopl ok", "mem ok", *(f"refuse {start:x} {length:x} {error}{sync}" for start, length, error, sync in REFUSED)]
 NEVER_MAPPED = [(start, length) for start, length, _, sync in REFUSED if not sync]
 
 LENGTHS = (0, 1, 2, 3, 4, 5, 31, 255, 256, 257, 511, 0xFFF, 0xFFFE, 0xFFFF)
-SDT_LENGTHS = (0, 1, 35, 36, 37, 39, 40, 43, 44, 164, 165, 0x10001, 0x7FFFFFFF, 0xFFFFFFFF) * 10 + (1060, 1064, 0xFFFF, 0x10000)
+SDT_LENGTHS = ((0, 1, 35, 36, 37, 39, 40, 43, 44, 164, 165, 0x10001, 0x7FFFFFFF, 0xFFFFFFFF) * 10 +
+               (1060, 1064, 0xFFFF, 0x10000))  # thousands of entries: seldom
 ENTRY_COUNTS = (0, 1, 2, 3, 5) * 8 + (16, 17, 20) * 2 + (256, 260)
 # Page ends, both ends of memory, the BIOS area itself, places that are refused, half refused, or only cached.
-PLACES = (0x7A5B0000, 0x7A5B0FF0, 0x7A5B0FFF, 0, 1, 0xFFF, 0xF0000, 0xFFFF0, 0xFFFFFFFF, 0xFFFFFFF0, 0xFFFFF000, 0xFFFF0000,
-          0x50000000, 0x4FFFFFF0, 0x500FFFF0, 0x51000FF0, 0x52000000, 0x51FFFFF4, 0x520FFFF0)
+PLACES = (0x7A5B0000, 0x7A5B0FF0, 0x7A5B0FFF, 0, 1, 0xFFF, 0xF0000, 0xFFFF0, 0xFFFFFFFF, 0xFFFFFFF0, 0xFFFFF000,
+          0xFFFF0000, 0x50000000, 0x4FFFFFF0, 0x500FFFF0, 0x51000FF0, 0x52000000, 0x51FFFFF4, 0x520FFFF0)
 SOUND_PLACES = (0x7A5F0000, 0x7A5F0FF0, 0x7A5F0FEA, 0x52000000)
 ENTRY_PLACES = (*SOUND_PLACES, 0xFFFFFFE8, 0xFFFFFFFF, 0x50000000, 0x4FFFFFF0, 0x51000010)  # others say 16 ones
 LEGACY_PLACES = (0xF0000, 0xF1FF0, 0xF1FF6, 0xF5A00, 0xFFFC0, 0xFFFE0, 0xFFFF5, 0xFFFFC)
@@ -158,8 +160,8 @@ def acpi_pieces(rng):
 
 
 def write_cases(path, cases):
-    """The cases as the driver (tests/board/probes/tables.cpp) reads them: for each the count and length of its words, the
-    count of its pieces; the words with a NUL each; for each piece address, length and bytes."""
+    """The cases as tests/board/probes/tables.cpp reads them: for each the count and length of its words and the count of
+    its pieces; the words with a NUL each; for each piece address, length and bytes."""
     with open(path, "wb") as file:
         for case in cases:
             words = b"".join(word.encode() + b"\0" for word in case.words)

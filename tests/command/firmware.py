@@ -1,4 +1,4 @@
-"""Firmware tables as firmware lays them out in memory, for boards: SMBIOS (DMTF DSP0134) and ACPI (ACPI Specification 6.4).
+"""Tables as firmware lays them out in memory, for boards: SMBIOS (DMTF DSP0134) and ACPI (ACPI Specification 6.4).
 
 A memory image is a list of pieces (address, bytes); `board_lines` puts it on a board:
 
@@ -49,7 +49,7 @@ def end(handle=0xFEFF):
 
 
 def bios(handle, maker, version, date):
-    body = struct.pack("<BBHBB", 1, 2, 0xF000, 3, 0xFF) + struct.pack("<QHBBBBH", 0x0B98B9880, 0x0D03, 5, 17, 255, 255, 16)
+    body = struct.pack("<BBHBBQHBBBBH", 1, 2, 0xF000, 3, 0xFF, 0x0B98B9880, 0x0D03, 5, 17, 255, 255, 16)
     return structure(0, handle, body, (maker, version, date))
 
 

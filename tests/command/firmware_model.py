@@ -1,4 +1,4 @@
-"""What /SMBIOS and /ACPI are expected to read and print, from the contents of memory: a second, slow telling of the rules.
+"""What /SMBIOS and /ACPI are expected to read and print, from what stands in memory: the rules told a second time.
 
     memory = Memory(pieces, refused=[(0x50000000, 0x1000)])
     copy = table_copy(memory, ["SMBIOS=0x1000"])      # the table as the command holds it; None when there is none
@@ -49,8 +49,8 @@ class Memory:
         data = bytearray(length)
         for page in range(address & ~(PAGE - 1), min(address + length, TOP), PAGE):
             first, last = max(page, address), min(page + PAGE, address + length, TOP)
-            ones = not self.mappable(page, PAGE)
-            data[first - address : last - address] = b"\xff" * (last - first) if ones else self.bytes(first, last - first)
+            read = self.bytes(first, last - first) if self.mappable(page, PAGE) else b"\xff" * (last - first)
+            data[first - address : last - address] = read
         return bytes(data)
 
 
@@ -184,7 +184,8 @@ def raw_dump(copy, plain=True):
 
 
 def capitals(text):
-    return text.encode("latin-1").upper().decode("latin-1")  # of the ASCII letters alone
+    """Of the ASCII letters alone."""
+    return text.encode("latin-1").upper().decode("latin-1")
 
 
 def found_text(copy, text):

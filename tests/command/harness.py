@@ -142,6 +142,8 @@ def prepare_child(closed, terminal):
     """What the child does before it becomes the program."""
 
     def prepare():
+        for number in (signal.SIGINT, signal.SIGQUIT):  # a shell's background jobs ignore them
+            signal.signal(number, signal.SIG_DFL)
         if terminal is not None:
             fcntl.ioctl(terminal, termios.TIOCSCTTY, 0)
         for descriptor in closed:

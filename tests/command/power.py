@@ -3,7 +3,8 @@ access by access."""
 
 from expected import DELAY
 
-NO_ROOT_POINTER = {"intel": "bytes f5a00 00", "amd": "bytes f5a10 00", "hygon": "bytes f5a10 00", "ati": "bytes f5a10 00"}
+# What takes the firmware's tables away from a board.
+NO_ROOT_POINTER = {"intel": "bytes f5a00 00", **dict.fromkeys(("amd", "hygon", "ati"), "bytes f5a10 00")}
 
 # A clock on which 122 writes to the delay port make a second, some twelve looks at the time.
 RUN = "cmos-run delays 2000"
@@ -69,18 +70,22 @@ def alarm_set(log):
 
 
 def story(log):
-    """What happened, in order: "time" for any number of looks at the clock, files on the disk, the PM1 block, the alarm,
-    shell commands."""
+    """What happened, in order: "time" for any number of looks at the clock, "wake enable", "alarm", files that are put on
+    the disk and shell commands as the log has them."""
     told = []
     index = None
     for line in log:
+        word = None
         if line.startswith("out8 0070 "):
             index = int(line[-2:], 16)
-        word = {("in8 0071", 0): "time", ("out8 0071", 5): "alarm"}.get((line[:8] if line[0] == "i" else line[:9], index))
-        if line.startswith(("fsync ", "system ")):
-            word = line.removesuffix(" -> ok")
+        elif line.startswith("in8 0071 ") and index == 0:
+            word = "time"
+        elif line.startswith("out8 0071 ") and index == 5:
+            word = "alarm"
         elif line.startswith("out16 "):
             word = "wake enable"
+        elif line.startswith(("fsync ", "system ")):
+            word = line.removesuffix(" -> ok")
         if word is not None and told[-1:] != [word]:
             told.append(word)
     return told

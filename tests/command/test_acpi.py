@@ -135,8 +135,8 @@ def test_a_page_that_the_kernel_holds_cached_is_mapped_through_a_second_descript
     result = acpi_run(run, (ROOT, POINTER), extra=["refuse f5000 1000 EAGAIN sync"])
     assert_shows(result, POINTER)
     again = ["mmap /dev/mem 000f5000 1000 rw shared -> EAGAIN"]
-    steps = [OPEN, pages(0xF0000, 5), again, ["open /dev/mem rdwr cloexec -> ok"], pages(0xF5000), again, pages(0xF5000),
-             CLOSE, ["close /dev/mem"]]
+    steps = [OPEN, pages(0xF0000, 5), again, ["open /dev/mem rdwr cloexec -> ok"], pages(0xF5000), again,
+             pages(0xF5000), CLOSE, ["close /dev/mem"]]
     assert result.log == [line for step in steps for line in step]
 
 

@@ -92,7 +92,8 @@ def sent(core, data, last=False):
     steps = []
     for i, piece in enumerate(pieces):
         free = last and i == len(pieces) - 1
-        steps += [*(set_to(core, IC_DATA_CMD, command) for command in piece), reads(core, IC_STATUS, FREE if free else HELD)]
+        steps += [set_to(core, IC_DATA_CMD, command) for command in piece]
+        steps.append(reads(core, IC_STATUS, FREE if free else HELD))
     return joined(*steps)
 
 
@@ -254,7 +255,8 @@ def test_a_receive_fifo_that_does_not_fill_is_waited_for_100_polls(run):
 
 
 def test_a_transmit_fifo_that_does_not_drain_is_waited_for_100_polls(run):
-    for args, text in (("/RB 0 0x50 1", read_failed(0x50, 1)), ("/WB 0 0x50 1 2", "Write addr 0x50 offset 0x01 error!\n")):
+    write_failed = "Write addr 0x50 offset 0x01 error!\n"
+    for args, text in (("/RB 0 0x50 1", read_failed(0x50, 1)), ("/WB 0 0x50 1 2", write_failed)):
         result = run(f"/I2C {args}", board="amd", extra=[at_once(0), "sequence fedc2070 6 2"])
         core = CORES[0]
         assert (result.text, result.status) == (text, 0xFF)
@@ -432,7 +434,8 @@ def test_machines_of_amd_kind_are_served(run, board):
 # ---- which of the forms ---------------------------------------------------------------------------------------------
 
 
-@pytest.mark.parametrize("args", ["", "/RI 0 0x50 1", "/RQ 0 0x50 1", "/WI 0 0x50 1", "/WQ 0 0x50 1", "/DUMP 0", "0 0x50"])
+@pytest.mark.parametrize("args", ["", "/RI 0 0x50 1", "/RQ 0 0x50 1", "/WI 0 0x50 1", "/WQ 0 0x50 1", "/DUMP 0",
+                                  "0 0x50"])
 def test_without_a_form_nothing_is_accessed(run, args):
     assert_run(run(f"/I2C {args}", board="amd"), "", 0xFFFF)
 

@@ -20,6 +20,7 @@ ENTRY3 = 0x7A5BF000
 ENTRY2 = 0x7A5C0FE0
 TABLE3 = 0x7A5AD000
 TABLE2 = 0x7A5BE104
+LEGACY_TABLE = 0x7EB70000  # on a 64 KiB border
 
 STRUCTURES = table(
     bios(0x00, "Maker", "F1.00", "02/03/2024"),
@@ -50,6 +51,11 @@ def f_segment(*pieces):
 def smbios_run(run, words="", extra=(), **options):
     """With plain text and without pauses. A /S comes last: what stands behind it is no switch any more."""
     return run(f"/SMBIOS /LOG /TEXT {words}", board="base", extra=extra, **options)
+
+
+def legacy(entry):
+    """A legacy BIOS with STRUCTURES at LEGACY_TABLE and this entry point."""
+    return f_segment((LEGACY_TABLE, STRUCTURES), (0xF5A00, bytes(entry)))
 
 
 def assert_shows(result, text, status=0):
@@ -129,17 +135,24 @@ def test_the_address_is_read_in_the_base_that_its_prefix_tells_and_cut_to_32_bit
     assert_shows(smbios_run(run, extra=board_lines(BOTH) + systab(f"SMBIOS={value}")), listing(OTHER))
 
 
-@pytest.mark.parametrize("line", ["", "=", "=0x1000", "SMBIOS", "SMBIOS3", "SMBIOSX=0x1000", "SMBIOS32=0x1000", "smbios=0x1000",
-                                  "SMBIOS =0x1000", " SMBIOS=0x1000", "HCDP=SMBIOS=0x1000", "#" * 200,
-                                  "X" * 61 + "=0x1", "X" * 62, "X" * 63, "BOOTINFO=0x12345678 SMBIOS3=0x1"])
+@pytest.mark.parametrize("line", ["", "=", "=0x1000", "SMBIOS", "SMBIOS3", "SMBIOSX=0x1000", "SMBIOS32=0x1000",
+                                  "smbios=0x1000", "SMBIOS =0x1000", " SMBIOS=0x1000", "HCDP=SMBIOS=0x1000",
+                                  "#" * 200, "X" * 61 + "=0x1", "X" * 62, "X" * 63, "BOOTINFO=0x12345678 SMBIOS3=0x1"])
 def test_other_lines_are_passed_over(run, line):
     lines = systab(line, f"SMBIOS={ENTRY2:#x}", line)
     assert_shows(smbios_run(run, extra=board_lines(BOTH) + lines), listing(OTHER))
 
 
+@pytest.mark.parametrize("before, found", [(61, False), (62, True), (63, False), (124, True)])
+def test_a_long_line_is_read_in_pieces_of_62_characters(run, before, found):
+    result = smbios_run(run, extra=board_lines(BOTH) + systab("X" * before + f"SMBIOS={ENTRY2:#x}"))
+    assert_shows(result, listing(OTHER) if found else "", 0 if found else NO_TABLE)
+
+
 def test_the_value_begins_behind_the_first_equals_sign(run):
     lines = systab("SMBIOS=0=0x1000", f"SMBIOS={ENTRY2:#x}")  # address 0
-    assert_shows(smbios_run(run, "/S Other", board_lines(BOTH) + lines), "ERROR: Cannot find Other in SMBIOS!\n", NOT_FOUND)
+    result = smbios_run(run, "/S Other", board_lines(BOTH) + lines)
+    assert_shows(result, "ERROR: Cannot find Other in SMBIOS!\n", NOT_FOUND)
 
 
 def test_a_file_without_such_a_line_ends_the_search_although_the_bios_area_has_a_table(run):
@@ -205,8 +218,6 @@ def test_a_table_at_the_top_is_cut_at_4_gib(run):
 
 
 # ---- the legacy way -------------------------------------------------------------------------------------------------
-
-LEGACY_TABLE = 0x7EB70000  # on a 64 KiB border
 
 
 def test_without_a_file_the_bios_area_is_searched_for_the_64_bit_anchor(run):
@@ -308,7 +319,7 @@ def test_two_anchors_without_dmi_are_not_followed_by_a_third_search(run):
 def test_dmi_is_its_four_characters(run):
     entry = bytearray(entry32(LEGACY_TABLE, len(STRUCTURES)))
     entry[0x14] = 0  # "_DMI" without the last "_"
-    assert_shows(smbios_run(run, extra=f_segment((LEGACY_TABLE, STRUCTURES), (0xF5A00, bytes(entry)))), listing(STRUCTURES))
+    assert_shows(smbios_run(run, extra=legacy(entry)), listing(STRUCTURES))
 
 
 @pytest.mark.parametrize("pieces", [[], [(0xF1000, b"_SM_")], [(0xFFFFC, b"_SM_")], [(0xFFFFB, b"_SM3_")],
@@ -351,14 +362,14 @@ def test_a_named_table_is_copied_from_where_it_is(run):
 def test_a_32_bit_entry_point_is_read_as_one_whatever_its_version(run, major):
     entry = bytearray(entry32(LEGACY_TABLE, len(STRUCTURES)))
     entry[6] = major
-    assert_shows(smbios_run(run, extra=f_segment((LEGACY_TABLE, STRUCTURES), (0xF5A00, bytes(entry)))), listing(STRUCTURES))
+    assert_shows(smbios_run(run, extra=legacy(entry)), listing(STRUCTURES))
 
 
 @pytest.mark.parametrize("major", [3, 4, 0xFF])
 def test_a_64_bit_entry_point_of_version_3_and_above_is_read_as_one(run, major):
     entry = bytearray(entry64(LEGACY_TABLE, len(STRUCTURES)))
     entry[7] = major
-    assert_shows(smbios_run(run, extra=f_segment((LEGACY_TABLE, STRUCTURES), (0xF5A00, bytes(entry)))), listing(STRUCTURES))
+    assert_shows(smbios_run(run, extra=legacy(entry)), listing(STRUCTURES))
 
 
 @pytest.mark.parametrize("major", [0, 2])
@@ -366,7 +377,7 @@ def test_a_64_bit_anchor_with_a_version_below_3_is_read_by_the_other_layout(run,
     # Its length is the u16 at 16h; the address would lie behind the 24 bytes that are copied.
     entry = bytearray(entry64(0x0010_0000_7EB7_0000, len(STRUCTURES)))
     entry[7] = major
-    result = smbios_run(run, "/DUMP", f_segment((LEGACY_TABLE, STRUCTURES), (0xF5A00, bytes(entry))))
+    result = smbios_run(run, "/DUMP", legacy(entry))
     assert result.status == 0
     assert result.text.count("\r\n") == raw_dump(bytes(0x10)).count("\r\n")
 
@@ -375,13 +386,13 @@ def test_a_64_bit_anchor_with_a_version_below_3_is_read_by_the_other_layout(run,
 def test_checksums_are_not_verified(run, broken):
     entry = bytearray(entry32(LEGACY_TABLE, len(STRUCTURES)))
     entry[4 if broken == "anchor sum" else 0x15] ^= 0x55
-    assert_shows(smbios_run(run, extra=f_segment((LEGACY_TABLE, STRUCTURES), (0xF5A00, bytes(entry)))), listing(STRUCTURES))
+    assert_shows(smbios_run(run, extra=legacy(entry)), listing(STRUCTURES))
 
 
 def test_the_checksum_of_a_64_bit_entry_point_is_not_verified(run):
     entry = bytearray(entry64(LEGACY_TABLE, len(STRUCTURES)))
     entry[5] ^= 0x55
-    assert_shows(smbios_run(run, extra=f_segment((LEGACY_TABLE, STRUCTURES), (0xF5A00, bytes(entry)))), listing(STRUCTURES))
+    assert_shows(smbios_run(run, extra=legacy(entry)), listing(STRUCTURES))
 
 
 def test_the_checksums_of_the_boards_are_right():
@@ -598,8 +609,9 @@ def test_esc_typed_ahead_ends_the_views_of_a_type(terminal):
     assert result.status == 0
 
 
-@pytest.mark.parametrize("words, kinds", [("/TYPE 0x11", [4, 5]), ("-type 0X11", [4, 5]), ("/TYPE 273", [4, 5]), ("/TYPE", [0]),
-                                          ("/TYPE x", [0]), ("/NOMSG /TYPE 11", [2]), ("/TYPE 126 11", [3])])
+@pytest.mark.parametrize("words, kinds", [("/TYPE 0x11", [4, 5]), ("-type 0X11", [4, 5]), ("/TYPE 273", [4, 5]),
+                                          ("/TYPE", [0]), ("/TYPE x", [0]), ("/NOMSG /TYPE 11", [2]),
+                                          ("/TYPE 126 11", [3])])
 def test_the_type_is_the_word_behind_the_switch_cut_to_8_bits(run, words, kinds):
     assert_shows(smbios_run(run, words, uefi()), views(*(SHOWN[i] for i in kinds)))
 
@@ -624,8 +636,9 @@ def at(text):
     return STRUCTURES.index(text.encode())
 
 
-@pytest.mark.parametrize("text, printed", [("THREE", "THREE"), ("three", "THREE"), ("tHrEe", "THREE"), ("f1.00", "F1.00"),
-                                           ("Two", "Two"), ("Desktop I-8", "Desktop I-8"), ("one", "one"), ("M", "M")])
+@pytest.mark.parametrize("text, printed", [("THREE", "THREE"), ("three", "THREE"), ("tHrEe", "THREE"),
+                                           ("f1.00", "F1.00"), ("Two", "Two"), ("Desktop I-8", "Desktop I-8"),
+                                           ("one", "one"), ("M", "M")])
 def test_a_text_is_searched_in_capitals_and_then_as_typed(run, text, printed):
     result = smbios_run(run, f"/S '{text}'", uefi())
     assert_shows(result, f"Found {printed} in SMBIOS(Offset(0x{at(printed):X}))!\n")
@@ -646,8 +659,8 @@ def test_a_missing_text_is_not_found(run):
     assert_shows(smbios_run(run, "/S", uefi()), "ERROR: Cannot find  in SMBIOS!\n", NOT_FOUND)
 
 
-@pytest.mark.parametrize("words", ["/s THREE", "-S THREE", "S THREE", "/S THREE Two", "/DUMP /S THREE", "/TYPE 17 /S THREE",
-                                   "/NOMSG /S THREE"])
+@pytest.mark.parametrize("words", ["/s THREE", "-S THREE", "S THREE", "/S THREE Two", "/DUMP /S THREE",
+                                   "/TYPE 17 /S THREE", "/NOMSG /S THREE"])
 def test_the_search_wins_over_the_other_switches(run, words):
     assert_shows(smbios_run(run, words, uefi()), f"Found THREE in SMBIOS(Offset(0x{at('THREE'):X}))!\n")
 
@@ -674,7 +687,8 @@ def test_bytes_above_7f_are_searched_as_they_are(run):
 
 def test_a_byte_that_breaks_a_text_does_not_begin_it_again(run):
     data = table(oem_strings(1, "AAAB", "xAAB"), end())
-    assert_shows(smbios_run(run, "/S AAB", uefi(data)), f"Found AAB in SMBIOS(Offset(0x{data.index(b'xAAB') + 1:X}))!\n")
+    at_aab = data.index(b"xAAB") + 1
+    assert_shows(smbios_run(run, "/S AAB", uefi(data)), f"Found AAB in SMBIOS(Offset(0x{at_aab:X}))!\n")
     data = table(oem_strings(1, "AAAB"), end())
     assert_shows(smbios_run(run, "/S AAB", uefi(data)), "ERROR: Cannot find AAB in SMBIOS!\n", NOT_FOUND)
 

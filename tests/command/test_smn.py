@@ -1,7 +1,7 @@
 """/SMN: registers of AMD's system management network, and the check of the processor that /SMN and /SMU begin with.
 
-The amd board has, at 18000h: 11223344h on die 0, 55667788h on die 1, 99AABBCCh on die 16; on die 0 also 0Fh at 5A000h and
-a read-only 815h at 5A86Ch. Other registers read all ones.
+The amd board has, at 18000h: 11223344h on die 0, 55667788h on die 1, 99AABBCCh on die 16; on die 0 also 0Fh at 5A000h
+and a read-only 815h at 5A86Ch. Other registers read all ones.
 """
 
 import pytest
@@ -209,7 +209,8 @@ def test_dies_above_16_are_refused(smn, word, die):
     assert_run(smn(f"{word} {die} 0x18000 1"), "Invalid parameter\n", 0x80000002, AMD)
 
 
-@pytest.mark.parametrize("args, die, register", [("/RD", 0, 0), ("/RD 1", 1, 0), ("/RD 0x100000001 0x100018000", 1, 0x18000)])
+@pytest.mark.parametrize("args, die, register", [("/RD", 0, 0), ("/RD 1", 1, 0),
+                                                 ("/RD 0x100000001 0x100018000", 1, 0x18000)])
 def test_missing_operands_are_0_and_others_cut_to_32_bits(smn, args, die, register):
     value = 0x55667788 if register else 0xFFFFFFFF
     text = read_text("Dword", die, register) + data_text(value, 8)
@@ -222,7 +223,7 @@ def test_without_a_form_nothing_is_accessed(smn, args):
 
 
 @pytest.mark.parametrize("args, text", [
-    ("/RD 0 1 /WD 1 0x18000 7", write_text("Dword", 1, 0x18000, 7).replace("Write", "Read").replace(" Data:00000007,", "")),
+    ("/RD 0 1 /WD 1 0x18000 7", read_text("Dword", 1, 0x18000)),
     ("/RW 0 0x18000 /RB 1 0x18000", write_text("Byte", 1, 0x18000, 0)),
     ("/RI 0 0x18000 2 /RW 1 0x18000", write_text("Word", 1, 0x18000, 0)),
 ])  # fmt: skip

@@ -1,7 +1,7 @@
 """/SMU: messages to the SMU's mailbox.
 
-The amd board's SMU answers message 1 with the arguments sent, 2 with a version in the first, 3 with a failure, 5 with 10h
-to 60h, others with FEh (unknown), after 10 us. Before the first message its response register holds 1.
+The amd board's SMU answers message 1 with the arguments sent, 2 with a version in the first, 3 with a failure, 5 with
+10h to 60h, others with FEh (unknown), after 10 us. Before the first message its response register holds 1.
 """
 
 import os

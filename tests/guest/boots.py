@@ -137,3 +137,28 @@ STRICT = SharedBoot(
 
 # A kernel that refuses all direct hardware access, to root as well.
 LOCKED = SharedBoot(Machine(machine="q35", append="iomem=relaxed lockdown=integrity"))
+
+# Every structure of the firmware tables that QEMU lets the user fill in.
+SMBIOS_STRINGS = [
+    "type=0,vendor=Firmware Works,version=9.87,date=02/03/2024,release=4.2",
+    "type=1,manufacturer=System Works,product=Guest Machine,version=1.0,serial=SYS-0001,"
+    "uuid=00112233-4455-6677-8899-aabbccddeeff,sku=SKU-1,family=Guests",
+    "type=2,manufacturer=Board Works,product=Guest Board,version=2.0,serial=BRD-0002,asset=ASSET-2,location=Slot Zero",
+    "type=3,manufacturer=Case Works,version=3.0,serial=CSE-0003,asset=ASSET-3,sku=SKU-3",
+    "type=4,sock_pfx=SOCK,manufacturer=Cpu Works,version=Emulated,serial=CPU-0004,asset=ASSET-4,part=PART-4,"
+    "max-speed=4321,current-speed=1234",
+    "type=11,value=first free text,value=SECOND FREE TEXT",
+    "type=17,loc_pfx=DIMM,bank=BANK ZERO,manufacturer=Memory Works,serial=MEM-0017,asset=ASSET-17,part=PART-17,"
+    "speed=3200",
+]
+
+
+def with_smbios_strings(machine, append):
+    words = [word for text in SMBIOS_STRINGS for word in ("-smbios", text)]
+    return SharedBoot(Machine(machine=machine, firmware="ovmf", smp=2, append=append, qemu=words))
+
+
+# UEFI machines with those tables: the kernel as a distribution starts it, with both entry points; and one that maps its
+# own cached pages as it is asked to.
+TABLES_STOCK = with_smbios_strings("q35,smbios-entry-point-type=64", "")
+TABLES_NOPAT = with_smbios_strings("q35", "iomem=relaxed nopat")

@@ -14,12 +14,18 @@ from boots import Q35
 from guest import Command, Machine
 
 SHUTDOWN = {"/usr/bin/shutdown": b'#!/bin/sh\necho "$*" >>/run/asked\n'}
-DISK_READY = "modprobe -a ahci sd_mod ext4; until [ -b /dev/sda ]; do sleep 0.1; done; mkdir -p /disk; mount -t ext4 /dev/sda /disk"
+DISK_READY = "\n".join([
+    "modprobe -a ahci sd_mod ext4",
+    "until [ -b /dev/sda ]; do sleep 0.1; done",
+    "mkdir -p /disk",
+    "mount -t ext4 /dev/sda /disk",
+])
 CYCLES = 20
 
 # Countdown: how long it takes on a real clock.
 SECONDS = 3
-COUNTDOWN = Q35.ask(f"cut -d' ' -f1 /proc/uptime; hwreg /TIMEOUT /T {SECONDS} || echo failed; cut -d' ' -f1 /proc/uptime")
+UPTIME = "cut -d' ' -f1 /proc/uptime"
+COUNTDOWN = Q35.ask(f"{UPTIME}; hwreg /TIMEOUT /T {SECONDS} || echo failed; {UPTIME}")
 
 
 def make_disk(folder):
@@ -159,7 +165,8 @@ def test_cycles_are_counted_while_the_machine_is_switched_off_and_on(wake_cycles
 @pytest.fixture(scope="module")
 def night():
     """A machine that sleeps until the alarm, and two file systems that take no counter."""
-    machine = Machine(machine="pc", append="iomem=relaxed no_console_suspend", qemu=["-rtc", "base=2024-02-03T23:59:00"])
+    machine = Machine(machine="pc", append="iomem=relaxed no_console_suspend",
+                      qemu=["-rtc", "base=2024-02-03T12:00:00"])
     commands = [
         ["hwreg", "/RTC", "15"],
         CMOS,
@@ -167,7 +174,8 @@ def night():
         "cat /run/asked",
         # an empty disk that is full, and one that is read-only
         "mkdir /full && mount -t tmpfs -o size=8k full /full && cd /full && "
-        "{ dd if=/dev/zero of=fill bs=4096 2>/dev/null; hwreg /RTC 0 /T 0; echo $?; stat -c %s RBTLOG; cat /run/asked; }",
+        "{ dd if=/dev/zero of=fill bs=4096 2>/dev/null; "
+        "hwreg /RTC 0 /T 0; echo $?; stat -c %s RBTLOG; cat /run/asked; }",
         "mount -o remount,ro /full && cd /full && { hwreg /RTC 60 /F /T 0; echo $?; ls; }",
     ]
     boot = guest.run(machine, [Command(words, seconds=100) for words in commands], SHUTDOWN)

@@ -151,6 +151,18 @@ TEST(Console, IsKeyBoardHitIsZeroAtTheEndOfInput) {
     EXPECT_EQ(getch(), EOF);
 }
 
+TEST(Console, AnEndOfInputThatIsKeyBoardHitSawIsNotRemembered) {
+    FeedInput("");
+    EXPECT_EQ(isKeyBoardHit(), 0);
+    int ends[2];
+    ASSERT_EQ(pipe(ends), 0);
+    EXPECT_EQ(write(ends[1], "k", 1), 1);
+    dup2(ends[0], STDIN_FILENO); // input goes on, behind the stream's back
+    EXPECT_EQ(getch(), 'k');
+    close(ends[0]);
+    close(ends[1]);
+}
+
 TEST(Console, GetKBKeyGivesTheWaitingKeyOrZero) {
     FeedInput("ab");
     EXPECT_EQ(GetKBKey(), 'a');

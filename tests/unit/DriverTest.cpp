@@ -67,19 +67,3 @@ TEST(Driver, ClosingWithoutAMemoryDeviceClosesNothing) {
     EXPECT_EQ(CloseLinuxDriver(), 0u);
     EXPECT_EQ(TakeLog(), (Log{"iopl 0"}));
 }
-
-TEST(Driver, TheCachedDescriptorIsOpenedOnDemandAndClosedWithTheOther) {
-    OpenBoard("intel");
-    int16_t cached = CachedMemFd();
-    EXPECT_NE(cached, gMemFd);
-    EXPECT_EQ(CachedMemFd(), cached);
-    EXPECT_EQ(TakeLog(), (Log{"open /dev/mem rdwr cloexec -> ok"}));
-    EXPECT_EQ(CloseLinuxDriver(), 0u);
-    EXPECT_EQ(TakeLog(), (Log{"iopl 0", "close /dev/mem", "close /dev/mem"}));
-    gMemFd = MEM_FD_NONE;
-}
-
-TEST(Driver, WithoutAMemoryDeviceThereIsNoCachedDescriptorEither) {
-    OpenBoard("nomem");
-    EXPECT_EQ(CachedMemFd(), MEM_FD_NONE);
-}

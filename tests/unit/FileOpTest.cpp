@@ -2,6 +2,7 @@
 
 #include <unistd.h>
 
+#include <cstdlib>
 #include <filesystem>
 
 #include <gtest/gtest.h>
@@ -138,6 +139,18 @@ TEST(FileOp, ALargeRangeIsCopiedInChunksThatTheHeapGrants) {
               "R_MEM Start:0x300000, Size:0x100000\n");
     LimitMalloc(SIZE_MAX);
     EXPECT_EQ(FileText("F.BIN"), Memory(0x100000, 0x300000));
+}
+
+TEST(FileOp, TheLastChunkMayBeAnyPartOfOne) {
+    OpenBoard("intel");
+    EnterScratchFolder();
+    for (const char *size : {"0xFFF", "0x1000", "0x1001", "0x1FFF", "0x2000", "0x2001"}) {
+        SetCommand({"hwreg", "/MEM", "/RF", "F.BIN", "0x1010", size});
+        LimitMalloc(0x1000);
+        EXPECT_EQ(Printed([] { EXPECT_EQ(FileOptEntry(), 0u); }), "Waitting ...\n\n");
+        LimitMalloc(SIZE_MAX);
+        EXPECT_EQ(FileText("F.BIN"), Memory(0x1010, strtoul(size, nullptr, 0))) << size;
+    }
 }
 
 TEST(FileOp, AFullDiskIsReportedAndTheStatusStaysZero) {

@@ -237,6 +237,8 @@ TEST(MemAcc, TheSearchMissesAMatchInsideAPartialOne) {
     OpenBoard("intel");
     PokeText(0x2100, "AAAB");
     EXPECT_EQ(Search(0x2000, 0x1000, "AAB", 0x8000000E), 0xFFFFFFFFu);
+    PokeText(0x2200, "xxyx"); // the byte that broke the match does not begin another one
+    EXPECT_EQ(Search(0x2200, 0x10, "xy", 0x8000000E), 0xFFFFFFFFu);
     PokeText(0x2100, "xAAB");
     EXPECT_EQ(Search(0x2000, 0x1000, "AAB", 0), 0x104u);
 }
@@ -267,6 +269,17 @@ TEST(MemAcc, ASearchGoesOnFromItsPosition) {
     EXPECT_EQ(position, 0x1206u);
     EXPECT_EQ(SearchFromMemReadByte(0x2000, 0x2000, "needle", &position, 0), 0x8000000Eu);
     EXPECT_EQ(position, 0xFFFFFFFFu);
+}
+
+TEST(MemAcc, OnlyARestartOfOneSetsTheCountOfLoadedPagesBack) {
+    OpenBoard("intel");
+    PokeText(0x2100, "needle");
+    uint32_t position = 0;
+    SearchFromMemReadByte(0x2000, 0x1000, "needle", &position, 1);
+    TakeLog();
+    position = 0x800; // any restart begins at offset 0, but with the next page
+    SearchFromMemReadByte(0x2000, 0x1000, "needle", &position, 2);
+    EXPECT_EQ(TakeLog(), Mapped("00003000", "1000"));
 }
 
 TEST(MemAcc, TheCountOfLoadedPagesOutlivesACall) {

@@ -127,30 +127,6 @@ TEST(PhysMem, WithoutTheMemoryDeviceReadsGiveAllOnesAndWritesNothing) {
     EXPECT_EQ(Peek32(0x1000), 0x1000u);
 }
 
-static const char *const MAP_UNCACHED = "mmap /dev/mem 00001000 2000 rw shared -> EAGAIN";
-static const char *const OPEN_CACHED = "open /dev/mem rdwr cloexec -> ok";
-
-TEST(PhysMem, MemoryThatTheKernelHoldsCachedIsMappedCached) {
-    OpenBoard("intel", "refuse 00001000 00001000 EAGAIN sync");
-    EXPECT_EQ(MemRead32(0x1234), 0x1234u);
-    EXPECT_EQ(TakeLog(), Log({MAP_UNCACHED, OPEN_CACHED}) + Mapped("00001000", "2000"));
-    MemWrite32(0x1234, 0xCAFE); // the second descriptor is there now
-    EXPECT_EQ(TakeLog(), Log({MAP_UNCACHED}) + Mapped("00001000", "2000"));
-    EXPECT_EQ(Peek32(0x1234), 0xCAFEu);
-}
-
-TEST(PhysMem, WhatIsRefusedOtherwiseIsNotTriedCached) {
-    OpenBoard("intel", "refuse 00001000 00001000 EPERM sync");
-    EXPECT_EQ(MemRead32(0x1234), 0xFFFFu);
-    EXPECT_EQ(TakeLog(), (Log{"mmap /dev/mem 00001000 2000 rw shared -> EPERM"}));
-}
-
-TEST(PhysMem, MemoryThatIsRefusedCachedTooCannotBeRead) {
-    OpenBoard("intel", "refuse 00001000 00001000 EAGAIN");
-    EXPECT_EQ(MemRead32(0x1234), 0xFFFFu);
-    EXPECT_EQ(TakeLog(), (Log{MAP_UNCACHED, OPEN_CACHED, MAP_UNCACHED}));
-}
-
 // A buffer with its first bytes filled with 0xEE, so that what was copied shows.
 struct Buffer {
     uint8_t bytes[0x5000];

@@ -8,6 +8,11 @@
 
 #include <gtest/gtest.h>
 
+#include "Common/ComFunc/CmdLine.h"
+#include "Common/ComFunc/Console.h"
+#include "Common/FileLib.h"
+#include "Common/Global.h"
+#include "Common/Sprint.h"
 #include "Project/CmosClock.h"
 #include "TestHelp.h"
 #include "tests/board/Board.h"
@@ -159,4 +164,75 @@ TEST(Rtc, ACountdownThatBeginsAtMidnightIsNotAcrossIt) {
     FeedInput("ab");
     OpenRunningClock("00:00:00");
     Printed([] { EXPECT_EQ(TimeOut(3), 1); });
+}
+
+// A second copy of the module on a clock that goes as the test says: it may be set meanwhile, or a second may
+// go by unseen.
+namespace scripted {
+
+static std::vector<uint32_t> times;
+static size_t looks;
+
+static uint32_t NextLook() {
+    if (looks >= times.size()) {
+        ADD_FAILURE() << "the countdown goes on";
+        return times.back() + static_cast<uint32_t>(looks++ - times.size()) % 2; // lets it end
+    }
+    return times[looks++];
+}
+
+#define GetTotalSec NextLook
+#include "Project/Rtc.cpp"
+#undef GetTotalSec
+
+} // namespace scripted
+
+// The countdown must end at the last of these looks at the clock. The first two are for its end and its
+// start.
+static void ExpectEnd(uint32_t seconds, const std::vector<uint32_t> &times) {
+    OpenBoard("intel");
+    FeedInput("");
+    BcdData = 0xFF;
+    scripted::times = times;
+    scripted::looks = 0;
+    Printed([&] { EXPECT_EQ(scripted::TimeOut(seconds), 1); });
+    EXPECT_EQ(scripted::looks, times.size());
+}
+
+TEST(Rtc, ACountdownEndsAtItsTimeOfDay) {
+    ExpectEnd(3, {100, 100, 100, 101, 101, 102, 103});
+    ExpectEnd(1, {86398, 86398, 86398, 86399});
+}
+
+TEST(Rtc, ACountdownAcrossMidnightEndsAtItsTimeOfTheNextDay) {
+    ExpectEnd(2, {86399, 86399, 86399, 0, 0, 1});
+    ExpectEnd(1, {86399, 86399, 86399, 0});
+    ExpectEnd(3, {86398, 86398, 86399, 0, 0, 0, 1});
+}
+
+TEST(Rtc, ACountdownEndsWhenTheClockIsSetBeyondItsEnd) {
+    ExpectEnd(60, {100, 100, 101, 160});
+    ExpectEnd(60, {100, 100, 101, 5000});
+    ExpectEnd(10, {86398, 86398, 86399, 0, 1, 50});
+}
+
+TEST(Rtc, ACountdownEndsAfterItsSecondsWhenTheClockIsSetBack) {
+    ExpectEnd(5, {100, 100, 101, 102, 50, 50, 51, 52});
+}
+
+TEST(Rtc, ACountdownEndsAfterItsSecondsWhenItsEndGoesByUnseen) {
+    ExpectEnd(9, {86390, 86390, 86391, 3, 4, 5, 6, 7, 8, 9, 10});
+}
+
+TEST(Rtc, ACountdownAcrossMidnightEndsAfterItsSecondsWhenMidnightGoesByUnseen) {
+    ExpectEnd(6, {86396, 86396, 86397, 2, 2, 3, 4, 5, 6});
+}
+
+TEST(Rtc, ACountdownOfMoreThanADayEndsAfterItsSeconds) {
+    std::vector<uint32_t> times = {86000, 86000};
+    for (uint32_t i = 1; i <= 90000; ++i)
+        times.push_back((86000 + i) % 86400);
+    times.insert(times.begin() + 2 + 400,
+                 0); // midnight is looked at twice: it ends the one part and begins the other
+    ExpectEnd(90000, times);
 }

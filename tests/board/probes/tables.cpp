@@ -2,13 +2,14 @@
 //
 //   hwboard_tables BOARD CASES PROGRESS
 //
-// loads the board once and then, for each case of the file (tests/command/corrupt_firmware.py writes it), puts the
-// pieces into the board's memory, runs the words as the program does between its start and its end, and clears the pieces
-// again. PROGRESS holds the number of the case that is running: what is left there when the process dies is the one to
-// look at. A case that takes longer than CASE_SECONDS ends the process with SIGALRM.
+// loads the board once and then, for each case of the file (tests/command/corrupt_firmware.py writes it),
+// puts the pieces into the board's memory, runs the words as the program does between its start and its end,
+// and clears the pieces again. PROGRESS holds the number of the case that is running: what is left there when
+// the process dies is the one to look at. A case that takes longer than CASE_SECONDS ends the process with
+// SIGALRM.
 //
-// The first word SPEED stands for GetCPUSpeedSmb, GetTotalStructureSize and the searches and views that load the table
-// themselves, FADT for AcpiGetPMAddress and FindEntryInRsdp.
+// The first word SPEED stands for GetCPUSpeedSmb, GetTotalStructureSize and the searches and views that load
+// the table themselves, FADT for AcpiGetPMAddress and FindEntryInRsdp.
 #include <fcntl.h>
 #include <stdio.h>
 #include <stdlib.h>
@@ -17,8 +18,8 @@
 
 #include <vector>
 
-#include "BasicLib/Driver.h"
 #include "Base/Memory.h"
+#include "BasicLib/Driver.h"
 #include "Board.h"
 #include "Common/Global.h"
 #include "Main/Parser.h"

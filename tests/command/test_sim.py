@@ -1,0 +1,256 @@
+"""hwreg-sim, the simulated board for users, and scripts/run, which runs it from the source tree."""
+
+import os
+import re
+import shlex
+import shutil
+import signal
+import socket
+import subprocess
+
+import pytest
+
+from harness import BOARDS, BUILD, TOP
+
+SIM = TOP / "tests" / "board" / "hwreg-sim"
+PAGE = TOP / "packaging" / "boards.md"
+READ_HOST = "PCI Read Byte BDFO: 0 0 0 0, return data:0x86\n"
+READ_HOST_LOG = ["iopl 3", "open /dev/mem rdwr sync cloexec -> ok", "open /dev/cpu/0/msr rdonly cloexec -> ok",
+                 "close /dev/cpu/0/msr", "out8 00ed 00", "out8 00ed 00", "out32 0cf8 80000000", "in8 0cfc -> 86",
+                 "iopl 0", "close /dev/mem"]
+
+SANITIZED = bool(re.search(r"^HWREG_SANITIZE:.*=.+$", (BUILD / "CMakeCache.txt").read_text(), re.MULTILINE))
+emulated = pytest.mark.skipif(SANITIZED, reason="a sanitizer's memory map has no room under user emulation")
+
+
+@pytest.fixture
+def sim(tmp_path):
+    """sim(words, ...) runs hwreg-sim with these words (as a shell splits them) in the test's folder."""
+
+    def go(words="", program=SIM, path=os.environ["PATH"], **options):
+        options = {"stdout": subprocess.PIPE, "stderr": subprocess.PIPE, **options}
+        environment = {**os.environ, "HWREG_BUILD": str(BUILD), "PATH": path}
+        return subprocess.run([program, *shlex.split(words)], cwd=tmp_path, env=environment, text=True, timeout=60,
+                              stdin=subprocess.DEVNULL, check=False, **options)
+
+    return go
+
+
+# Machines
+
+def test_runs_on_the_intel_machine_and_ends_with_the_status_of_the_program(sim):
+    ran = sim("/PCI /RB 0 0 0 0")
+    assert (ran.stdout, ran.stderr, ran.returncode) == (READ_HOST, "", 0x86)
+
+
+def test_board_chooses_another_machine(sim):
+    assert sim("--board amd /PCI /RW 0 0 0 0").stdout == "PCI Read Word BDFO: 0 0 0 0, return data:0x1022\n"
+    assert sim("--board=noiopl /PCI /RW 0 0 0 0").returncode == 6
+
+
+@pytest.mark.parametrize("name", ["mine.board", "./mine.board", "{folder}/mine.board", "./other-name"])
+def test_a_board_file_of_ones_own(sim, tmp_path, name):
+    path = tmp_path / name.format(folder=tmp_path)
+    path.write_text(f'include "{BOARDS}/intel.board"\nlatch 300 1 a5\n')
+    assert sim(f"--board {name.format(folder=tmp_path)} /IO /RB 0x300").returncode == 0xA5
+
+
+def test_every_run_begins_with_the_machine_as_described(sim, tmp_path):
+    (tmp_path / "latch.board").write_text(f'include "{BOARDS}/intel.board"\nlatch 300 1 a5\n')
+    assert sim("--board latch.board /IO /WB 0x300 0x11").returncode == 0x11
+    assert sim("--board latch.board /IO /RB 0x300").returncode == 0xA5
+
+
+def test_boards_lists_every_machine_with_what_it_is(sim):
+    ran = sim("--boards")
+    lines = dict(line.split(None, 1) for line in ran.stdout.splitlines())
+    assert ran.returncode == 0
+    assert lines["intel"] == "A desktop machine with an Intel chipset: eight CPUs, configuration window at 0xE0000000."
+    assert all(text.endswith(".") for text in lines.values())
+    included_only = {path.stem for path in BOARDS.glob("*.board") if "\ninclude " not in path.read_text()}
+    assert "base" in included_only
+    assert set(lines) == {path.stem for path in BOARDS.glob("*.board")} - included_only
+
+
+def test_every_listed_machine_can_be_read(sim):
+    for line in sim("--boards").stdout.splitlines():
+        ran = sim(f"--board {line.split()[0]} /IO /RB 0x61")
+        assert ran.stderr == "" and ran.returncode >= 0
+
+
+# The log
+
+def test_log_shows_each_access_on_standard_error(sim):
+    ran = sim("--log /PCI /RB 0 0 0 0")
+    assert (ran.stdout, ran.stderr.splitlines(), ran.returncode) == (READ_HOST, READ_HOST_LOG, 0x86)
+
+
+def test_log_is_appended_to_a_file(sim, tmp_path):
+    sim("--log=accesses /PCI /RB 0 0 0 0")
+    ran = sim("--log=accesses /PCI /RB 0 0 0 0")
+    assert (ran.stdout, ran.stderr) == (READ_HOST, "")
+    assert (tmp_path / "accesses").read_text().splitlines() == 2 * READ_HOST_LOG
+
+
+def test_log_and_other_output_share_a_file(sim, tmp_path):
+    with open(tmp_path / "all", "w") as file:
+        for note in ("before", "between"):
+            file.write(f"{note}\n")
+            file.flush()
+            sim("--log /PCI /RB 0 0 0 0", stdout=file, stderr=file)
+    lines = (tmp_path / "all").read_text().splitlines()
+    assert lines[0] == "before" and lines[12] == "between"
+    assert sorted(lines[1:12]) == sorted(lines[13:]) == sorted([*READ_HOST_LOG, READ_HOST.strip()])
+
+
+def test_a_mistake_in_a_board_file_is_told(sim, tmp_path):
+    (tmp_path / "wrong.board").write_text("iopl ok\nnonsense\n")
+    ran = sim("--log --board wrong.board /PCI")
+    assert "wrong.board:2:" in ran.stderr
+    assert ran.returncode == 128 + signal.SIGABRT
+
+
+def test_a_signal_ends_the_run_without_log_as_it_ends_the_program(sim, tmp_path):
+    (tmp_path / "wrong.board").write_text("iopl ok\nnonsense\n")
+    assert sim("--board wrong.board /PCI").returncode == -signal.SIGABRT
+
+
+def test_log_goes_to_a_socket_as_sshd_gives_one(sim):
+    ours, theirs = socket.socketpair()
+    with ours:
+        with theirs:
+            sim("--log /PCI /RB 0 0 0 0", stderr=theirs)
+        with ours.makefile() as stream:
+            assert stream.read().splitlines() == READ_HOST_LOG
+
+
+def test_without_standard_error_the_log_is_lost_and_nothing_else(sim):
+    ran = sim("-c 'exec \"$0\" --log /PCI /RB 0 0 0 0 2>&-' " + shlex.quote(str(SIM)), program="bash")
+    assert (ran.stdout, ran.returncode) == (READ_HOST, 0x86)
+
+
+# The processor
+
+@emulated
+@pytest.mark.parametrize("word", ["/SMN", "-smn", "smn"])
+def test_smn_meets_the_processor_that_it_asks_for(sim, word):
+    ran = sim(f"--board amd {word} /RD 0 0x100")
+    assert re.fullmatch(r"SMN Read Dword Die:0, Regester:100, return data:0x[0-9A-F]{8}\n", ran.stdout)
+    assert ran.stderr == ""
+
+
+def first_lines_of_cpuinfo():
+    with open("/proc/cpuinfo") as file:
+        return dict(re.findall(r"^(.+?)\s*: (.*)$", file.read().split("\n\n")[0], re.MULTILINE))
+
+
+def test_smn_without_the_emulator_meets_the_real_processor_and_says_so(sim, tmp_path):
+    tools = tmp_path / "tools"
+    tools.mkdir()
+    for name in ("bash", "env", "dirname", "readlink", "realpath"):
+        (tools / name).symlink_to(shutil.which(name))
+    ran = sim("--board amd /SMN /RD 0 0x100", path=str(tools))
+    assert ran.stderr == "hwreg-sim: without qemu-x86_64 (package qemu-user) the processor is this machine's own\n"
+    family = int(first_lines_of_cpuinfo()["cpu family"])
+    assert ran.stdout.startswith("SMN Read" if family in (0x17, 0x18) else "InitSmuService error")
+    refused = sim("--cpu EPYC /CPUID /RD 0", path=str(tools))
+    assert (refused.stdout, refused.returncode) == ("", 125)
+
+
+@emulated
+def test_cpu_gives_the_cpuid_of_another_processor(sim):
+    family = sim("--cpu max,vendor=HygonGenuine,family=24,model=1 /CPUID /RD 0").stdout
+    assert "Ebx:6F677948" in family  # "Hygo"
+    assert "Eax:00900F1" in sim("--cpu=max,family=24,model=1 /CPUID /RD 1").stdout
+
+
+# Its own words
+
+def test_version_is_that_of_the_program(sim):
+    project = re.search(r"project\(hwreg VERSION ([0-9.]+)", (TOP / "CMakeLists.txt").read_text()).group(1)
+    ran = sim("--version")
+    assert (ran.stdout, ran.returncode) == (f"hwreg-sim {project}\n", 0)
+
+
+def test_help_names_every_option(sim):
+    ran = sim("--help")
+    cases = re.findall(r"^    (--[a-z]+)(?=[ )|=])", SIM.read_text(), re.MULTILINE)
+    assert ran.returncode == 0 and {"--board", "--boards", "--log", "--version"} <= set(cases)
+    assert [option for option in cases if option not in ran.stdout] == []
+    manual = (TOP / "docs" / "hwreg-sim.1").read_text().replace("\\-", "-")
+    assert [option for option in cases if option not in manual] == []
+
+
+@pytest.mark.parametrize("words, complaint", [
+    ("--board nowhere /IO", "no board 'nowhere'; hwreg-sim --boards lists them"),
+    ("--board ./nowhere /IO", "no board './nowhere'; hwreg-sim --boards lists them"),
+    ("--board", "--board needs an operand"),
+    ("--cpu", "--cpu needs an operand"),
+    ("--bord amd /IO", "no option '--bord'; hwreg-sim --help lists them"),
+])
+def test_what_cannot_be_done_ends_with_125(sim, words, complaint):
+    ran = sim(words)
+    assert (ran.stdout, ran.stderr, ran.returncode) == ("", f"hwreg-sim: {complaint}\n", 125)
+
+
+def test_options_end_at_the_first_word_or_at_two_dashes(sim):
+    assert sim("/PCI --board /RB 0 0 0 0").stdout == READ_HOST
+    assert sim("-- --board amd").stdout == sim("").stdout  # no switch word: the help screen
+
+
+# The page for users
+
+def test_the_small_machine_of_the_page_does_what_the_page_shows(sim, tmp_path):
+    text = PAGE.read_text()
+    block = re.search(r"\n\n((?:    .*\n|\n)+)", text[text.index("small.board"):]).group(1)
+    (tmp_path / "small.board").write_text(block)
+    session = re.search(r"(?:    \$ (?:.*\n)(?:    [^$].*\n)+)+", text).group(0).replace("\n    ", "\n").lstrip()
+    steps = re.findall(r"^\$ hwreg-sim (.*)\n((?:[^$].*\n?)*)", session, re.MULTILINE)
+    assert len(steps) == 4
+    for words, shown in steps:
+        logged = words.endswith(" >/dev/null")
+        ran = sim(words.removesuffix(" >/dev/null"))
+        assert (ran.stderr if logged else ran.stdout).strip() == shown.strip()
+
+
+def test_the_variant_of_the_page_can_be_built(sim, tmp_path):
+    lines = re.search(r"    (include /usr.*\n(?:    .*\n)+)", PAGE.read_text()).group(1)
+    (tmp_path / "variant.board").write_text(lines.replace("/usr/share/hwreg/boards", str(BOARDS)))
+    ran = sim("--board variant.board /MSR /RD 0 0x1A0")
+    assert (ran.stdout, ran.stderr) == ("Cpu[00] Msr read from 000001A0, return MSR: 0x00000000_00850088\n", "")
+
+
+# scripts/run
+
+@pytest.fixture
+def script(sim):
+    return lambda words: sim(words, program=TOP / "scripts" / "run")
+
+
+def test_run_builds_and_runs_on_the_intel_machine(script):
+    ran = script("/PCI /RB 0 0 0 0")
+    assert (ran.stdout, ran.stderr, ran.returncode) == (READ_HOST, "", 0x86)
+
+
+def test_run_logs_into_a_file_and_takes_another_board(script, tmp_path):
+    assert script("--board amd --log accesses /PCI /RB 0 0 0 0").returncode == 0x22
+    assert (tmp_path / "accesses").read_text().splitlines()[-3:] == ["in8 0cfc -> 22", "iopl 0", "close /dev/mem"]
+
+
+def test_run_lists_the_boards(script, sim):
+    assert script("--boards").stdout == sim("--boards").stdout
+
+
+def test_run_gives_words_that_look_like_options_to_the_program(script):
+    assert script("--help").stdout == script("").stdout
+
+
+def test_run_without_the_board_ends_with_125(script):
+    ran = script("--board nowhere /PCI")
+    assert (ran.stdout, ran.returncode) == ("", 125)
+
+
+@pytest.mark.skipif(os.path.exists("/dev/mem"), reason="this machine has its own hardware within reach")
+def test_run_on_the_host_reaches_the_host(script):
+    ran = script("--host /PCI /RB 0 0 0 0")
+    assert (ran.stdout, ran.returncode) == ("", 6)

@@ -1,0 +1,36 @@
+"""The sessions of docs/fleets.md: what is typed behind "lab$ ", and what the page shows below."""
+
+import dataclasses
+import pathlib
+import re
+
+TOP = pathlib.Path(__file__).resolve().parents[2]
+PAGE = TOP / "docs" / "fleets.md"
+PROMPT = "    lab$ "
+
+
+@dataclasses.dataclass
+class Step:
+    command: str
+    shown: list
+
+
+def steps():
+    found = []
+    for line in PAGE.read_text().splitlines():
+        if line.startswith(PROMPT):
+            found.append(Step(line.removeprefix(PROMPT), []))
+            inside = True
+        elif found and inside and line.startswith("    "):
+            found[-1].shown.append(line[4:])
+        else:
+            inside = False
+    return found
+
+
+def groups(lines):
+    """What clush -b printed: for each group its header and its lines, and what came before the first. In no order:
+    groups of one size come as they finish."""
+    text = "\n".join(lines)
+    first, *rest = re.split(r"^-{15}\n", text, flags=re.MULTILINE)
+    return {(header.strip(), body.strip()) for header, body in zip(rest[::2], rest[1::2])}, sorted(first.split("\n"))

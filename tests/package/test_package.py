@@ -1,0 +1,234 @@
+"""The Debian package: built, looked at, installed into a clean Debian system, used there, and removed again.
+
+As root; `prepare` makes the clean system. $HWREG_BUILD is the build folder (default: build/).
+"""
+
+import dataclasses
+import os
+import pathlib
+import re
+import shutil
+import stat
+import subprocess
+
+import pytest
+
+TOP = pathlib.Path(__file__).resolve().parents[2]
+BUILD = pathlib.Path(os.environ.get("HWREG_BUILD", TOP / "build")).resolve()
+FOLDER = BUILD / "package"
+READ_HOST = "PCI Read Byte BDFO: 0 0 0 0, return data:0x86\n"
+
+# What changes whenever packages come and go, whatever they are.
+BOOKKEEPING = ("proc", "dev", "tmp", "var/cache", "var/log", "var/lib/apt", "var/lib/dpkg", "root")
+
+
+def output(*words, **options):
+    return subprocess.run(words, stdout=subprocess.PIPE, text=True, check=True, **options).stdout
+
+
+@pytest.fixture(scope="session")
+def package():
+    """The path of the package, freshly built."""
+    return pathlib.Path(output(TOP / "packaging" / "build", FOLDER).strip())
+
+
+def field(package, name):
+    return output("dpkg-deb", "-f", package, name).strip()
+
+
+@dataclasses.dataclass
+class Root:
+    """A Debian system in a folder."""
+
+    path: pathlib.Path
+
+    def run(self, *words, user="root"):
+        """Runs a command there, with the mounts that it needs for as long as it runs. A single word is for bash."""
+        words = ["bash", "-c", words[0]] if len(words) == 1 else words
+        environment = {"PATH": "/usr/local/sbin:/usr/local/bin:/usr/sbin:/usr/bin:/sbin:/bin", "HOME": "/root",
+                       "LC_ALL": "C.UTF-8", "DEBIAN_FRONTEND": "noninteractive"}
+        mounted = 'mount -t proc proc "$0/proc" && mount -t devpts devpts "$0/dev/pts" && exec chroot "$@"'
+        inside = ["unshare", "--mount", "--pid", "--fork", "--kill-child", "sh", "-c", mounted, self.path]
+        return subprocess.run([*inside, f"--userspec={user}", self.path, *words], env=environment, text=True,
+                              stdin=subprocess.DEVNULL, capture_output=True, timeout=300, check=False)
+
+    def must(self, *words):
+        ran = self.run(*words)
+        assert ran.returncode == 0, ran.stdout + ran.stderr
+        return ran.stdout
+
+    def files(self):
+        """What lies there: for each path the kind and mode, for a file also its size and time of change."""
+        found = {}
+        for folder, folders, names in os.walk(self.path):
+            inside = os.path.relpath(folder, self.path)
+            folders[:] = [name for name in folders if os.path.normpath(f"{inside}/{name}") not in BOOKKEEPING]
+            for name in folders + names:
+                path = os.path.join(folder, name)
+                status = os.lstat(path)
+                contents = () if stat.S_ISDIR(status.st_mode) else (status.st_size, status.st_mtime_ns)
+                found[os.path.relpath(path, self.path)] = (status.st_mode, *contents)
+        return found
+
+
+def assert_same_files(before, after):
+    assert [path for path in after if path not in before] == [], "left behind"
+    assert [path for path in before if path not in after] == [], "taken away"
+    assert [path for path in before if before[path] != after[path]] == [], "changed"
+
+
+@pytest.fixture(scope="session")
+def clean(package):
+    """A copy of the clean system, with the package's file in it."""
+    environment = {**os.environ, "HWREG_BUILD": str(BUILD)}
+    subprocess.run([TOP / "tests" / "package" / "prepare", package], env=environment, check=True)
+    work = FOLDER / "work"
+    shutil.rmtree(work, ignore_errors=True)
+    subprocess.run(["cp", "-a", FOLDER / "root", work], check=True)
+    shutil.copy(package, work / "root" / "hwreg.deb")
+    yield Root(work)
+    shutil.rmtree(work)
+
+
+@dataclasses.dataclass
+class Installation:
+    root: Root
+    planned: set  # packages that apt would bring along into the clean system
+    said: str  # what apt says when it installs this one on top of what it depends on
+    before: dict  # the files before that
+
+
+@pytest.fixture(scope="session")
+def installed(clean, package):
+    """The package, installed with apt, what it depends on and recommends first."""
+    plan = clean.must("apt-get install -s /root/hwreg.deb")
+    clean.must("apt-get", "satisfy", "-y", "--no-install-recommends", "--no-download",
+               f"{field(package, 'Depends')}, {field(package, 'Recommends')}")
+    before = clean.files()
+    said = clean.must("apt-get install -y /root/hwreg.deb")
+    return Installation(clean, set(re.findall(r"^Inst (\S+)", plan, re.MULTILINE)), said, before)
+
+
+@pytest.fixture
+def root(installed):
+    return installed.root
+
+
+# The file
+
+def test_lintian_has_nothing_to_say(package):
+    ran = subprocess.run(["lintian", "--allow-root", "--display-info", "--pedantic", "--fail-on",
+                          "error,warning,info,pedantic", package], capture_output=True, text=True, check=False)
+    assert (ran.stdout, ran.returncode) == ("", 0)
+
+
+def test_each_override_gives_its_reason():
+    lines = (TOP / "packaging" / "lintian-overrides").read_text().splitlines()
+    assert lines[0].startswith("# ")
+
+
+def test_the_same_tree_gives_the_same_package(package):
+    first = package.read_bytes()
+    assert pathlib.Path(output(TOP / "packaging" / "build", FOLDER).strip()).read_bytes() == first
+
+
+def test_the_package_carries_the_version_of_the_program(package):
+    project = re.search(r"project\(hwreg VERSION ([0-9.]+)", (TOP / "CMakeLists.txt").read_text()).group(1)
+    assert field(package, "Version") == project
+    assert output("dpkg-parsechangelog", "-l", TOP / "packaging" / "changelog", "-S", "Version").strip() == project
+
+
+def test_nothing_runs_when_it_is_installed_or_removed(package):
+    control = output("dpkg-deb", "--info", package)
+    assert not re.search(r"\b(pre|post)(inst|rm)\b", control)
+
+
+# Installed
+
+def test_what_the_commands_need_comes_along(installed):
+    assert {"hwreg", "kmod", "systemd-sysv", "qemu-user"} <= installed.planned
+    for program in ("modprobe", "shutdown", "clear", "qemu-x86_64"):
+        assert installed.root.run(f"command -v {program}").returncode == 0
+
+
+def test_nothing_else_is_needed(installed):
+    assert "0 upgraded, 1 newly installed, 0 to remove" in installed.said
+
+
+def test_the_files_lie_where_they_are_looked_for(root):
+    paths = set(root.must("dpkg -L hwreg").split())
+    assert {"/usr/sbin/hwreg", "/usr/bin/hwreg-sim", "/usr/share/man/man8/hwreg.8.gz",
+            "/usr/share/man/man1/hwreg-sim.1.gz", "/usr/share/bash-completion/completions/hwreg",
+            "/usr/share/doc/hwreg/ReadMe.doc", "/usr/share/doc/hwreg/boards.md", "/usr/share/doc/hwreg/fleets.md",
+            "/usr/share/doc/hwreg/copyright", "/usr/share/hwreg/boards/intel.board"} <= paths
+    assert all(path == "/." or path.startswith("/usr") for path in paths)
+
+
+@pytest.mark.parametrize("words", ["", "/PCI /RB 0 0 0 0", "/MEM /?"])
+def test_the_program_ends_silently_with_6_without_privilege(root, words):
+    ran = root.run(f"hwreg {words}", user="nobody")
+    assert (ran.stdout, ran.stderr, ran.returncode) == ("", "", 6)
+
+
+def test_simulated_machines_work_for_everybody(root):
+    ran = root.run("hwreg-sim /PCI /RB 0 0 0 0", user="nobody")
+    assert (ran.stdout, ran.stderr, ran.returncode) == (READ_HOST, "", 0x86)
+    logged = root.run("hwreg-sim --log /PCI /RB 0 0 0 0", user="nobody").stderr.splitlines()
+    assert (logged[0], logged[-1]) == ("iopl 3", "close /dev/mem")
+
+
+def test_the_network_of_the_simulated_processor_can_be_read(root):
+    ran = root.run("hwreg-sim --board amd /SMN /RD 0 0x100", user="nobody")
+    assert ran.stderr == "" and ran.stdout.startswith("SMN Read Dword Die:0, Regester:100, return data:0x")
+
+
+def test_every_simulated_machine_is_whole(root):
+    names = [line.split()[0] for line in root.must("hwreg-sim --boards").splitlines()]
+    assert {"intel", "amd", "noiopl"} <= set(names)
+    for name in names:
+        ran = root.run(f"hwreg-sim --board {name} /IO /RB 0x61", user="nobody")
+        assert ran.stderr == "" and ran.returncode < 0x80, name
+
+
+def test_a_board_of_ones_own_can_include_an_installed_one(root):
+    ran = root.run("cd /tmp; printf 'include /usr/share/hwreg/boards/intel.board\\nlatch 300 1 a5\\n' >mine.board; "
+                   "hwreg-sim --board mine.board /IO /RB 0x300")
+    assert ran.returncode == 0xA5
+
+
+@pytest.mark.parametrize("page, text", [("hwreg", "/PCI"), ("hwreg-sim", "--board")])
+def test_man_finds_the_manual(root, page, text):
+    ran = root.run(f"MANWIDTH=80 man --warnings {page} | col -b", user="nobody")
+    assert text in ran.stdout and "NAME" in ran.stdout
+    assert ran.stderr == ""
+    assert page in root.must(f"man -w {page}")
+
+
+def test_the_help_screen_sends_to_a_reference_that_is_there(root):
+    assert "ReadMe.doc" in root.run("hwreg-sim").stdout
+    assert root.must("cat /usr/share/doc/hwreg/ReadMe.doc") == (TOP / "docs" / "commands.txt").read_text()
+
+
+def test_the_page_on_boards_explains_every_keyword(root):
+    page = root.must("cat /usr/share/doc/hwreg/boards.md")
+    keywords = re.findall(r'^ *\{"([a-z0-9-]+)",', (TOP / "tests/board/Keywords.cpp").read_text(), re.MULTILINE)
+    assert len(keywords) > 20
+    assert [word for word in keywords if not re.search(rf"(?<![\w-]){word}(?![\w-])", page)] == []
+    assert page.startswith("# Board files") and "## The log" in page and "Adding a device model" not in page
+
+
+def test_bash_completes_the_commands(root):
+    loaded = ". /usr/share/bash-completion/bash_completion; _completion_loader hwreg; complete -p hwreg"
+    assert root.must(loaded).endswith("-F _hwreg hwreg\n")
+
+
+# Removed (the last test: it takes the package away)
+
+def test_nothing_is_left_after_the_package_is_purged(installed):
+    root = installed.root
+    paths = root.must("dpkg -L hwreg").split()
+    root.must("apt-get purge -y hwreg")
+    assert_same_files(installed.before, root.files())
+    assert root.run("dpkg -s hwreg").returncode != 0
+    assert [path for path in paths if "hwreg" in path and os.path.lexists(f"{root.path}{path}")] == []
+    assert output("find", root.path / "var/lib/dpkg/info", "-name", "hwreg*") == ""
