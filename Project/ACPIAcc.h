@@ -1,4 +1,4 @@
-// ACPI tables in physical memory (ACPI Specification 6.4, 5.2): the root pointer, a table by its signature,
+// ACPI tables in physical memory (ACPI 6.4, 5.2): the root pointer, a table by its signature,
 // the FADT's power-management values; and the /ACPI command.
 #pragma once
 

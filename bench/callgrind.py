@@ -33,7 +33,7 @@ def count(words, environment, scratch, toggles=()):
 
 
 def parse(stream):
-    """The Profile in a callgrind output file (valgrind manual, "Callgrind Format Specification")."""
+    """The Profile in a callgrind output file (valgrind manual, "Callgrind Format")."""
     profile = Profile()
     names = {"ob": {}, "fn": {}}  # a name is written out the first time only
     where = {"ob": "", "fn": ""}

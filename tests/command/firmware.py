@@ -1,4 +1,4 @@
-"""Tables as firmware lays them out in memory, for boards: SMBIOS (DMTF DSP0134) and ACPI (ACPI Specification 6.4).
+"""Tables as firmware lays them out in memory, for boards: SMBIOS (DMTF DSP0134) and ACPI 6.4.
 
 A memory image is a list of pieces (address, bytes); `board_lines` puts it on a board:
 

@@ -36,7 +36,7 @@ def closed_arguments(which):
 
 
 def contents(path):
-    """The parts of a sparse file that hold anything but zeros, page by page."""
+    """The pages of a sparse file that hold anything but zeros."""
     pages = {}
     with open(path, "rb") as file:
         end, at = os.fstat(file.fileno()).st_size, 0

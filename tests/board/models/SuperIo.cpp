@@ -1,6 +1,6 @@
 // The scheme of ISA Plug and Play that Super I/O chips share: an index and a data port, global registers 00h
 // to 2Fh, and the registers from 30h on of the logical device that register 07h selects (Plug and Play ISA
-// Specification 1.0a, chapter 4 and appendix A). Entry by a key of two bytes and exit by a key at the index
+// 1.0a, chapter 4 and appendix A). Entry by a key of two bytes and exit by a key at the index
 // port as in Nuvoton's data sheets (NCT6776F, chapter 8), exit by register 02h as in ITE's (IT8728F, chapter
 // 8).
 #include "SuperIo.h"
