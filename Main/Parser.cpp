@@ -69,8 +69,8 @@ void argvToUpper(char **argv) {
     }
 }
 
-// No form of a switch word has its first letter further back than in second place; told from that, most of the
-// table needs no search.
+// No form of a switch word has its first letter further back than in second place; told from that, most of
+// the table needs no search.
 static bool CanMatch(const char *word, const char *key) {
     return word[0] == key[0] || (word[0] != 0 && word[1] == key[0]);
 }

@@ -251,8 +251,8 @@ void OnSegmentationFault(int signal, siginfo_t *info, void *opaque) {
     if (stepping) // the instruction was let through and faults once more: its other operand is the program's
                   // mistake
         EndStep(context);
-    // Told apart by the signal's code: user-mode emulators, which serve for their CPUID, give no trap number. A
-    // signal that was sent has neither code.
+    // Told apart by the signal's code: user-mode emulators, which serve for their CPUID, give no trap number.
+    // A signal that was sent has neither code.
     bool generalProtection = info->si_code == SI_KERNEL;
     bool pageFault = info->si_code == SEGV_MAPERR || info->si_code == SEGV_ACCERR;
     if (gBoard.loaded && !stepping &&

@@ -111,6 +111,12 @@ def test_messages_come_in_order_with_what_shutdown_says(terminal):
                            said + said)
 
 
+def test_a_log_has_the_messages_before_what_shutdown_says(run):
+    result = run("/RTC 60 /SHUTDOWN", extra=["system print shutdown"])
+    said = 'system("shutdown -P now")\n'
+    assert result.text == "RTC wake up after 60 seconds!\nSetCmos timer:  04:06:06\n" + said + said
+
+
 @pytest.mark.parametrize("args", ["/rtc 60", "-RTC 60", "\\RTC 60", "RTC 60", "/RTC 0x3C", "/F /RTC 60", "/RTC 60s"])
 def test_words_and_numbers_have_their_usual_forms(run, args):
     result = run(args)

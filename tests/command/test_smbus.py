@@ -378,7 +378,7 @@ def test_a_ddr4_module_is_read_in_both_pages(run, board, base):
 def test_the_two_pages_hold_what_they_hold(run):
     rows = run("/SMBUS /DUMP 0xa0 /TEXT", extra=QUIET).text.split("\r\n")
     assert rows[1].startswith("00 23 11 0C 02 84 21 ")
-    assert rows[0x15].startswith("14 04 CD 00 24 05 00 00 00 00 53 69 6D 75 6C 61 74 ")
+    assert rows[0x16].startswith("14 04 CD 00 24 05 00 00 00 00 53 69 6D 75 6C 61 74 ")
 
 
 # Where the page addresses can be read, as where an older device answers there, the values found are put back.

@@ -22,7 +22,6 @@
 
 static CmdArg mRecord;
 static std::vector<std::vector<char *>> mVectors;
-static std::string mBoardFile;
 static bool mBoardLoaded = false;
 static std::filesystem::path mFolderBefore;
 static std::filesystem::path mScratchFolder;
@@ -166,18 +165,6 @@ void WriteFile(const std::string &path, const std::string &bytes) {
     ASSERT_TRUE(file.flush()) << path;
 }
 
-// A board file of this process that includes the named one.
-static void WriteBoardFile(const std::string &name, const std::string &lines) {
-    if (mBoardFile.empty()) {
-        char path[] = "/tmp/hwreg_unit.XXXXXX";
-        int fd = mkstemp(path);
-        ASSERT_GE(fd, 0);
-        close(fd);
-        mBoardFile = path;
-    }
-    WriteFile(mBoardFile, "include " HWREG_BOARDS "/" + name + ".board\n" + lines + "\n");
-}
-
 static void CloseBoard() {
     if (mBoardLoaded)
         CloseLinuxDriver();
@@ -190,8 +177,13 @@ static void CloseBoard() {
 
 void LoadBoard(const std::string &name, const std::string &lines) {
     CloseBoard();
-    WriteBoardFile(name, lines);
-    BoardLoad(mBoardFile.c_str());
+    char path[] = "/tmp/hwreg_unit.XXXXXX";
+    int fd = mkstemp(path);
+    ASSERT_GE(fd, 0);
+    close(fd);
+    WriteFile(path, "include " HWREG_BOARDS "/" + name + ".board\n" + lines + "\n");
+    BoardLoad(path);
+    unlink(path); // it has been read
     mBoardLoaded = true;
 }
 
@@ -244,7 +236,4 @@ void ResetEverything() {
     RestoreInput();
     LeaveScratchFolder();
     CloseBoard();
-    if (!mBoardFile.empty())
-        unlink(mBoardFile.c_str());
-    mBoardFile.clear();
 }
