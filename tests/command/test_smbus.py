@@ -426,8 +426,8 @@ def test_page_addresses_that_cannot_be_read_get_0(run):
 
 
 def test_a_signal_during_a_ddr4_dump_waits_until_page_0_is_back(terminal):
-    slow = ["pci 00:1f.4", "smbus-host pci 200", f"unlogged {INTEL:x} 1", *QUIET]
-    result = terminal("/SMBUS /DUMP 0xa2 /TEXT", keys=[(None, signal.SIGINT)], extra=slow)
+    slow = ["pci 00:1f.4", "smbus-host pci 500", f"unlogged {INTEL:x} 1", *QUIET]
+    result = terminal("/SMBUS /DUMP 0xa2 /TEXT", keys=[(0.1, signal.SIGINT)], extra=slow)
     assert (result.status, result.keys_sent) == (-signal.SIGINT, 1)
     assert transfers(result, INTEL)[-2:] == [PAGE_1[1], PAGE_0[1]]
     assert DUMP_A2.encode() not in result.out
