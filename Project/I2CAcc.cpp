@@ -4,6 +4,7 @@
 #include "BasicLib/PhysMem.h"
 #include "BasicLib/PortIo.h"
 #include "Common/ComFunc/CmdLine.h"
+#include "Common/ComFunc/Console.h"
 #include "Common/Global.h"
 #include "Common/Sprint.h"
 #include "Project/AccessForm.h"
@@ -399,14 +400,21 @@ static int I2cWriteCommand(uint16_t pos) {
     return data;
 }
 
-int I2CEntryPoint() {
+static int AccessBus() {
     constexpr int nothingRead = 0xFFFF;
     uint16_t pos;
-    if (CmdHas(Flag::HELP))
-        return ShowI2cHelp();
     if (CmdHas(Flag::READ))
         return FindOneOf("RB", "RW", "RD", &pos) ? I2cReadCommand(pos) : nothingRead;
     if (CmdHas(Flag::WRITE))
         return FindOneOf("WB", "WW", "WD", &pos) ? I2cWriteCommand(pos) : nothingRead;
     return nothingRead;
+}
+
+int I2CEntryPoint() {
+    if (CmdHas(Flag::HELP))
+        return ShowI2cHelp();
+    HoldSignals(); // none may leave a core enabled in the middle of a transfer
+    int result = AccessBus();
+    ReleaseSignals();
+    return result;
 }
