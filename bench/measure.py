@@ -209,9 +209,11 @@ GUEST_PAIRS = [
     ("MSR", "hwreg /MSR /RD 0 0x1B", "rdmsr", "rdmsr -p 0 0x1b"),
     ("CPUID leaf", "hwreg /CPUID /RD 0", "cpuid", "cpuid -1 -r -l 0"),
     ("PCI register, byte", "hwreg /PCI /RB 0 0x1F 2 0x3C", "setpci", "setpci -s 00:1f.2 3c.b"),
+    ("SMBIOS, a search", "hwreg /SMBIOS /S x", "dmidecode", "dmidecode -u"),
+    ("SMBus, 256 bytes", "hwreg /SMBUS /DUMP 0xA0 /LOG", "i2cdump", "i2cdump -y 0 0x50 b"),
 ]
 GUEST_ROUNDS = 25
-GUEST_PREPARATION = "modprobe msr && modprobe cpuid && dd if=/dev/urandom of=/dev/mem bs=4k seek=98304 count=256"
+GUEST_PREPARATION = "modprobe -a msr cpuid i2c-dev i2c-i801 && dd if=/dev/urandom of=/dev/mem bs=4k seek=98304 count=256"
 GUEST_PROGRAMS = ["bench_timer", "bench_empty", "bench_pages"]
 
 

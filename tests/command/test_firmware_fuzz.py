@@ -14,7 +14,7 @@ from firmware_model import Memory, acpi_dump, smbios, table_copy
 TABLES = int(os.environ.get("HWREG_FUZZ_TABLES", "10000"))
 SEED = os.environ.get("HWREG_FUZZ_SEED", "1")
 BATCH = 20000  # cases that are in memory together
-EVERY = 40  # one in so many is also run by the program itself
+EVERY = 20  # one in so many is also run by the program itself
 
 
 def cases(first, count):
