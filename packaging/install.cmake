@@ -12,7 +12,9 @@ endfunction()
 
 file(MAKE_DIRECTORY ${made})
 install(TARGETS hwreg RUNTIME DESTINATION sbin)
-install(FILES completion/hwreg DESTINATION share/bash-completion/completions)
+# bash looks for a completion by the command's name.
+file(CREATE_LINK hwreg ${made}/hwreg-sim SYMBOLIC)
+install(FILES completion/hwreg ${made}/hwreg-sim DESTINATION share/bash-completion/completions)
 compressed(${CMAKE_SOURCE_DIR}/docs/hwreg.8 hwreg.8 share/man/man8)
 
 # hwreg-sim finds the rest from where it lies itself.

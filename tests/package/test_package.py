@@ -217,9 +217,10 @@ def test_the_page_on_boards_explains_every_keyword(root):
     assert page.startswith("# Board files") and "## The log" in page and "Adding a device model" not in page
 
 
-def test_bash_completes_the_commands(root):
-    loaded = ". /usr/share/bash-completion/bash_completion; _completion_loader hwreg; complete -p hwreg"
-    assert root.must(loaded).endswith("-F _hwreg hwreg\n")
+@pytest.mark.parametrize("command, function", [("hwreg", "_hwreg"), ("hwreg-sim", "_hwreg_sim")])
+def test_bash_completes_the_commands(root, command, function):
+    loaded = f". /usr/share/bash-completion/bash_completion; _completion_loader {command}; complete -p {command}"
+    assert root.must(loaded).endswith(f"-F {function} {command}\n")
 
 
 # Removed (the last test: it takes the package away)
