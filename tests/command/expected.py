@@ -38,6 +38,13 @@ def mapped(page, access):
     return [f"mmap /dev/mem {page:08x} 2000 rw shared -> ok", *lines, f"munmap {page:08x} 2000"]
 
 
+def copied_pages(address, count=1):
+    """Copying so many pages one by one, from that of an address on."""
+    first = address & ~0xFFF
+    places = [f"{page:08x} 1000" for page in range(first, first + count * 0x1000, 0x1000)]
+    return [line for place in places for line in (f"mmap /dev/mem {place} rw shared -> ok", f"munmap {place}")]
+
+
 def refused(page, error="EPERM"):
     return [f"mmap /dev/mem {page:08x} 2000 rw shared -> {error}"]
 

@@ -74,13 +74,6 @@ def search_again(data, pattern, pos):
     return search(data[:pos] + bytes(border - pos) + data[border:], pattern, pos)
 
 
-def copied_pages(address, count=1):
-    """The log of copying so many pages one by one, from that of an address on."""
-    first = address & ~0xFFF
-    places = [f"{page:08x} 1000" for page in range(first, first + count * 0x1000, 0x1000)]
-    return [line for place in places for line in (f"mmap /dev/mem {place} rw shared -> ok", f"munmap {place}")]
-
-
 # ---- SMBIOS ---------------------------------------------------------------------------------------------------------
 
 

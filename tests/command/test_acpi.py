@@ -3,9 +3,9 @@
 import pytest
 
 import firmware
-from expected import CLOSE, OPEN, assert_run, hex_view, on_screen
+from expected import CLOSE, OPEN, assert_run, copied_pages as pages, hex_view, on_screen
 from firmware import board_lines, rsdp
-from firmware_model import Memory, acpi_dump, copied_pages as pages, find_table, power_management
+from firmware_model import Memory, acpi_dump, find_table, power_management
 
 USAGE = " /ACPI /dump: Dump Rsdp\n"
 NOT_FOUND = 14

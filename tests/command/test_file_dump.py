@@ -9,20 +9,13 @@ import subprocess
 import time
 
 import pytest
-from expected import CLEAR, FILE_USAGE, assert_run
+from expected import CLEAR, FILE_USAGE, assert_run, copied_pages
 from harness import BUILD
 
 MIB = 0x100000
 WAITING = "Waitting ...\n\n"
 NO_FILE = "FileOpen fail!\n"
 ABORTED = 0x15
-
-
-def mapped_pages(first, count=1):
-    lines = []
-    for page in range(first, first + count * 0x1000, 0x1000):
-        lines += [f"mmap /dev/mem {page:08x} 1000 rw shared -> ok", f"munmap {page:08x} 1000"]
-    return lines
 
 
 def read_ports(ports, value_of):
@@ -38,7 +31,7 @@ def ones(_):
 
 def test_a_range_of_memory_is_copied_to_the_file(run, tmp_path):
     result = run("/MEM /RF SMBIOS.BIN 0xFF550 0x100", extra='text 000ff560 "_SM_"', keep_memory=True)
-    assert_run(result, WAITING, 0, mapped_pages(0xFF000))
+    assert_run(result, WAITING, 0, copied_pages(0xFF000))
     data = (tmp_path / "SMBIOS.BIN").read_bytes()
     assert data == result.memory(0xFF550, 0x100)
     assert data[0x10:0x14] == b"_SM_"
@@ -55,7 +48,7 @@ def test_every_byte_arrives_whatever_the_alignment(run, tmp_path, start, size):
 
 
 def test_each_page_is_mapped_once(run):
-    assert run("/MEM /RF PAGES.BIN 0x100800 0x2001").maps() == mapped_pages(0x100000, 3)
+    assert run("/MEM /RF PAGES.BIN 0x100800 0x2001").maps() == copied_pages(0x100000, 3)
 
 
 @pytest.mark.parametrize("size, lines", [
@@ -256,7 +249,7 @@ def test_a_mebibyte_of_ports_is_announced_and_goes_round_16_times(run, tmp_path)
 
 
 def test_memory_wins_over_ports(run, tmp_path):
-    assert_run(run("/IO /MEM /RF BOTH.BIN 0x100000 0x10"), WAITING, 0, mapped_pages(0x100000))
+    assert_run(run("/IO /MEM /RF BOTH.BIN 0x100000 0x10"), WAITING, 0, copied_pages(0x100000))
     assert (tmp_path / "BOTH.BIN").read_bytes()[:5] == b"\0\0\x10\0\x04"
 
 
@@ -269,7 +262,7 @@ def test_without_memory_or_ports_zeros_are_written(run, tmp_path, size):
 @pytest.mark.parametrize("args", ["/RB /MEM -rf WORDS.BIN 0x100000 4", "\\RF WORDS.BIN 0x100000 4 /DUMP /MEM",
                                   "RF WORDS.BIN 1048576 4 MEM 5 6", "/MEM /RF WORDS.BIN 0x100000 4 /RF OTHER 1 1"])
 def test_the_dump_comes_before_the_other_accesses(run, tmp_path, args):
-    assert_run(run(args), WAITING, 0, mapped_pages(0x100000))
+    assert_run(run(args), WAITING, 0, copied_pages(0x100000))
     assert (tmp_path / "WORDS.BIN").read_bytes() == b"\0\0\x10\0"
 
 
@@ -288,14 +281,14 @@ def test_a_file_name_is_made_upper_case(run, tmp_path):
 
 
 def test_a_file_name_behind_the_search_switch_stays_as_typed(run, tmp_path):
-    assert_run(run("/MEM /S /RF dump.bin 0x100000 4"), WAITING, 0, mapped_pages(0x100000))
+    assert_run(run("/MEM /S /RF dump.bin 0x100000 4"), WAITING, 0, copied_pages(0x100000))
     assert (tmp_path / "dump.bin").read_bytes() == b"\0\0\x10\0"
 
 
 @pytest.mark.parametrize("name", ["TWO WORDS.BIN", "  ", "A%SB%D.BIN", "0X10", "\udcff\udc80.BIN", "FOLDER/IN.BIN"])
 def test_a_file_name_may_hold_blanks_and_any_bytes(run, tmp_path, name):
     (tmp_path / "FOLDER").mkdir()
-    assert_run(run(["/MEM", "/RF", name, "0x100000", "4"]), WAITING, 0, mapped_pages(0x100000))
+    assert_run(run(["/MEM", "/RF", name, "0x100000", "4"]), WAITING, 0, copied_pages(0x100000))
     assert (tmp_path / name).read_bytes() == b"\0\0\x10\0"
 
 
@@ -307,7 +300,7 @@ def test_a_path_of_4000_characters_is_as_good_as_any(run, tmp_path):
         outer, inner = inner, os.open(folder, os.O_RDONLY, dir_fd=inner)
         os.close(outer)
     result = run(["/MEM", "/RF", "/".join([*folders, file]), "0x100000", "4"])
-    assert_run(result, WAITING, 0, mapped_pages(0x100000))
+    assert_run(result, WAITING, 0, copied_pages(0x100000))
     with open(os.open(file, os.O_RDONLY, dir_fd=inner), "rb") as made:
         assert made.read() == b"\0\0\x10\0"
     os.close(inner)
@@ -315,7 +308,7 @@ def test_a_path_of_4000_characters_is_as_good_as_any(run, tmp_path):
 
 def test_an_existing_file_is_replaced(run, tmp_path):
     (tmp_path / "OLD.BIN").write_bytes(b"x" * 1000)
-    assert_run(run("/MEM /RF OLD.BIN 0x100000 4"), WAITING, 0, mapped_pages(0x100000))
+    assert_run(run("/MEM /RF OLD.BIN 0x100000 4"), WAITING, 0, copied_pages(0x100000))
     assert (tmp_path / "OLD.BIN").read_bytes() == b"\0\0\x10\0"
 
 
@@ -406,4 +399,4 @@ def test_a_read_only_disk_is_reported_and_left_alone(on_disk, tmp_path, name):
 def test_a_device_that_takes_no_bytes_is_a_full_disk(run, tmp_path):
     (tmp_path / "DEVICE.BIN").symlink_to("/dev/full")
     result = run("/MEM /RF DEVICE.BIN 0x100000 1")
-    assert_run(result, WAITING + "Write to buffer fail!\n", 0, mapped_pages(0x100000))
+    assert_run(result, WAITING + "Write to buffer fail!\n", 0, copied_pages(0x100000))

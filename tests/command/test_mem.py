@@ -3,16 +3,11 @@
 On the boards each dword from 0x100000 to 0x104000 holds its own address; further memory is zero."""
 
 import pytest
-from expected import CLEAR, MEM_USAGE, assert_run, hex_view, mapped, refused
+from expected import CLEAR, MEM_USAGE, assert_run, copied_pages, hex_view, mapped, refused
 
 ESC = b"\x1b"
 WATCH = "watch 00200000 4000"  # so that the log shows each load and store
 BASE = 0x200000
-
-
-def mapped_page(page):
-    """The copy of one page."""
-    return [f"mmap /dev/mem {page:08x} 1000 rw shared -> ok", f"munmap {page:08x} 1000"]
 
 
 def load(width, address, value):
@@ -273,13 +268,13 @@ def addresses(start, length):
 
 def test_a_page_shows_256_bytes_and_esc_ends_the_view(run):
     check(run("/MEM /DUMP 0x100100", stdin=ESC), prompt(0x100100) + hex_view(addresses(0x100100, 256)), 0,
-          mapped_page(0x100000))
+          copied_pages(0x100000))
 
 
 def test_any_other_key_shows_the_next_page(run):
     result = run("/MEM /DUMP 0x100EC0 /TEXT", stdin=b"\n\x1b\n")
     text = "".join(prompt(at) + hex_view(addresses(at, 256), plain=True) for at in (0x100EC0, 0x100FC0))
-    check(result, text, 0, mapped_page(0x100000), mapped_page(0x100000), mapped_page(0x101000))
+    check(result, text, 0, copied_pages(0x100000), copied_pages(0x100000), copied_pages(0x101000))
 
 
 def test_the_view_waits_for_a_key_after_each_page(terminal):
@@ -299,7 +294,7 @@ def test_the_view_ends_at_4_gib(run, base, pages, switch):
     text, steps = "", []
     for length in pages:
         text += prompt(base) + hex_view(top[base - 0xFFFFF000 :][:length])
-        steps.append(mapped_page(0xFFFFF000))
+        steps.append(copied_pages(0xFFFFF000))
         base += 256
     check(result, text, 0, *steps)
 
@@ -310,7 +305,7 @@ def test_the_last_page_is_the_last_whatever_key_is_pressed(run):
 
 def test_without_messages_one_page_is_read_in_silence(run):
     for args in ("/MEM /DUMP 0x100100 /NOMSG", "/MEM /NOMSG /LOG /DUMP 0x100100"):
-        check(run(args), "", 0, mapped_page(0x100000))
+        check(run(args), "", 0, copied_pages(0x100000))
 
 
 @pytest.mark.parametrize("args", ["/MEM /DUMP 0x100100 /RB 0", "/MEM /WD 0 0 /DUMP 1048832",
@@ -331,7 +326,7 @@ def test_a_page_is_copied_by_aligned_loads_of_8_bytes_each_made_once(watched):
     for page in (BASE, BASE + 0x1000):
         values = {BASE: "1122334455667788"}
         loads = [f"mr64 {at:08x} -> {values.get(at, '0' * 16)}" for at in range(page, page + 0x1000, 8)]
-        opened, closed = mapped_page(page)
+        opened, closed = copied_pages(page)
         expected += [opened, *loads, closed]
     assert result.log[4:-2] == expected
 
@@ -339,7 +334,7 @@ def test_a_page_is_copied_by_aligned_loads_of_8_bytes_each_made_once(watched):
 def test_a_refused_page_shows_as_ones_and_its_neighbour_as_it_is(run):
     result = run("/MEM /DUMP 0x100FF0 /TEXT", extra="refuse 00101000 1000 EPERM", stdin=ESC)
     text = prompt(0x100FF0) + hex_view(addresses(0x100FF0, 16) + b"\xff" * 240, plain=True)
-    check(result, text, 0, mapped_page(0x100000), ["mmap /dev/mem 00101000 1000 rw shared -> EPERM"])
+    check(result, text, 0, copied_pages(0x100000), ["mmap /dev/mem 00101000 1000 rw shared -> EPERM"])
 
 
 def test_without_the_memory_device_the_view_shows_zeros(run):

@@ -6,7 +6,7 @@ import os
 import random
 
 import pytest
-from expected import assert_run
+from expected import assert_run, copied_pages
 from harness import BUILD
 from search_rule import ENDS_THE_RANGE, NOT_FOUND, hits_by_the_rule, report
 
@@ -18,7 +18,7 @@ def page_copies(start, count):
     lines = []
     for page in range(start, start + count * 0x1000, 0x1000):
         for at in sorted({page & ~0xFFF, page + 0xFFF & ~0xFFF}):
-            lines += [f"mmap /dev/mem {at:08x} 1000 rw shared -> ok", f"munmap {at:08x} 1000"]
+            lines += copied_pages(at)
     return lines
 
 

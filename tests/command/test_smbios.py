@@ -6,11 +6,10 @@ import struct
 import pytest
 
 import firmware
-from expected import CLOSE, OPEN, assert_run, hex_view, on_screen, session
+from expected import CLOSE, OPEN, assert_run, copied_pages as pages, hex_view, on_screen, session
 from firmware import (board_lines, bios, end, entry32, entry64, memory_device, oem_strings,
                       processor, smbios2, smbios3, structure, system, table)
-from firmware_model import (Memory, copied_pages as pages, legacy_entry, listing, raw_dump, smbios, table_copy,
-                            walk)
+from firmware_model import (Memory, legacy_entry, listing, raw_dump, smbios, table_copy, walk)
 
 USAGE = " /SMBIOS: Show some types of SMBIOS\n /SMBIOS /S [String]: Search String in SMBIOS\n"
 NO_TABLE = 7
