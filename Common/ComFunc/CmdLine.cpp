@@ -20,19 +20,15 @@ EFI_STATUS CmdSearchFromBuffer(const char *word, const char *key) {
     if (word[0] == 0 || word[1] != key[0]) // no prefixed form begins like this
         return EFI_NOT_FOUND;
 
-    char *prefixed = static_cast<char *>(Malloc(SWITCH_SCRATCH));
-    if (prefixed == nullptr)
-        return EFI_OUT_OF_RESOURCES;
-    Memset(prefixed, 0, SWITCH_SCRATCH);
+    // Not from the heap: a switch must not go unseen for want of memory, another command would be carried out.
+    char prefixed[SWITCH_SCRATCH] = {};
     Memcpy(prefixed + 1, key, length);
-    EFI_STATUS status = EFI_NOT_FOUND;
-    for (const char *prefix = "/-\\"; *prefix != 0 && status != EFI_SUCCESS; ++prefix) {
+    for (const char *prefix = "/-\\"; *prefix != 0; ++prefix) {
         prefixed[0] = *prefix;
         if (Strcmp(word, prefixed) == 0)
-            status = EFI_SUCCESS;
+            return EFI_SUCCESS;
     }
-    Free(prefixed);
-    return status;
+    return EFI_NOT_FOUND;
 }
 
 EFI_STATUS CmdSearchFromArgv(char **argv, const char *key, uint16_t *pos) {

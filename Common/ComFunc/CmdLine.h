@@ -5,7 +5,7 @@
 
 // Tests one argument word against one switch word: equal as it stands or behind "/", "-" or "\".
 // 0 on a match, 0x8000000E without one, 0x80000005 for a switch word of more than 20 characters,
-// 0x80000015 when either is NULL, 0x80000009 when the scratch buffer cannot be had.
+// 0x80000015 when either is NULL.
 EFI_STATUS CmdSearchFromBuffer(const char *word, const char *key);
 
 // Index of the first element (from element 0 on) that matches the switch word, stored in *pos unless pos
