@@ -65,21 +65,33 @@ static void RowLabel(ViewKind kind, uint64_t offset) {
     ViewColor(kind, COLOR_NORMAL);
 }
 
+// A byte's cell, and its character; views are mostly these two, so no format is read for them.
+static void ByteCell(ViewKind kind, uint8_t byte) {
+    constexpr char digits[] = "0123456789ABCDEF";
+    const char cell[] = {digits[byte >> 4], digits[byte & 0x0F], ' ', 0};
+    ViewText(kind, cell);
+}
+
+static void ByteCharacter(ViewKind kind, uint8_t byte) {
+    bool printable = byte >= 0x20 && byte <= 0x7F;
+    const char text[] = {printable ? static_cast<char>(byte) : '.', 0};
+    ViewText(kind, text);
+}
+
 // One row of count (1..16) bytes: its cells, then its characters.
 static void Row(ViewKind kind, const uint8_t *row, uint32_t count) {
     for (uint32_t i = 0; i < ROW_BYTES; ++i) {
         ViewColor(kind, COLOR_BRIGHT_RED);
         if (i < count)
-            ViewNumber(kind, "%02X ", row[i]);
+            ByteCell(kind, row[i]);
         else
             ViewText(kind, "   ");
         ViewColor(kind, COLOR_NORMAL);
     }
     ViewText(kind, gBlankSpace);
     for (uint32_t i = 0; i < count; ++i) {
-        bool printable = row[i] >= 0x20 && row[i] <= 0x7F;
         ViewColor(kind, COLOR_CYAN);
-        ViewNumber(kind, "%c", printable ? row[i] : '.');
+        ByteCharacter(kind, row[i]);
         ViewColor(kind, COLOR_NORMAL);
     }
 }
