@@ -1,5 +1,7 @@
 #include "Project/Rtc.h"
 
+#include <signal.h>
+
 #include "Common/ComFunc/CmdLine.h"
 #include "Common/ComFunc/Console.h"
 #include "Common/FileLib.h"
@@ -16,14 +18,22 @@ constexpr uint32_t LAST_COUNT = 0xFFFFFFFE;
 static const char *const mRebootLog = "RBTLOG";
 static const char *const mTimerLog = "RTCLOG";
 
+// A log must hold this run's lines when the machine goes down; a reader that has gone must not keep it up.
+static void HandOverOutput() {
+    void (*before)(int) = signal(SIGPIPE, SIG_IGN);
+    fflush(stdout);
+    signal(SIGPIPE, before);
+}
+
 uint32_t OsShutdown(uint32_t kind) {
-    fflush(stdout); // a log must hold this run's lines when the machine goes down
     switch (kind) {
     case SHUTDOWN_POWER_OFF:
     case SHUTDOWN_POWER_OFF_TOO:
+        HandOverOutput();
         ExecuteSystemCmd("shutdown -P now");
         return 1;
     case SHUTDOWN_RESTART:
+        HandOverOutput();
         ExecuteSystemCmd("shutdown -r now");
         return 1;
     default:
@@ -54,9 +64,10 @@ int RtcLogAndRtcCount(const char *name, uint32_t count) {
     if (count > LAST_COUNT)
         count = 1;
     size_t written = Fwrite(&count, 1, sizeof(count), file);
-    bool onDisk = SyncFile(file); // the machine may hang while it goes down
+    SyncFile(file); // the machine may hang while it goes down
+    bool full = ferror(file) != 0;
     bool closed = Fclose(file) == 0;
-    return written == sizeof(count) && onDisk && closed ? 1 : 0;
+    return written == sizeof(count) && !full && closed ? 1 : 0;
 }
 
 // A countdown: the clock's last second and the seconds still to go, for clocks that are set meanwhile.

@@ -1,8 +1,10 @@
 """/SHUTDOWN: power-off by the operating system's own command, at once or after a countdown."""
 
+import os
+
 import pytest
 from expected import assert_run
-from power import RUN, seconds_passed, story
+from power import RUN, alarm_set, seconds_passed, story
 
 POWER_OFF = "system shutdown -P now"
 ABORTED = 0x15
@@ -39,6 +41,17 @@ def test_escape_in_the_countdown_leaves_the_machine_on(terminal):
 def test_escape_in_the_second_countdown_is_told_by_the_status(terminal):
     result = terminal("/SHUTDOWN /TIMEOUT /T 300", extra=[RUN, "system print shutdown"], keys=[(b"system(", b"\x1b")])
     assert (result.status, result.systems(), result.keys_sent) == (ABORTED, ["shutdown -P now"], 1)
+
+
+@pytest.mark.parametrize("args, command", [("/RTC 60", "shutdown -P now"), ("/RTC 0 /T 0", "shutdown -r now"),
+                                           ("/SHUTDOWN /T 1", "shutdown -P now")])
+def test_the_machine_goes_down_though_nobody_reads_the_output_any_more(run, args, command):
+    reader, writer = os.pipe()
+    os.close(reader)
+    with open(writer, "wb") as nobody:
+        result = run(args, extra=[RUN], stdout=nobody)
+    assert result.systems() == [command]
+    assert (alarm_set(result.log) is not None) == args.startswith("/RTC 60")
 
 
 def test_a_shutdown_command_that_fails_changes_nothing(run):
