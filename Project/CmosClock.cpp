@@ -64,7 +64,7 @@ static uint8_t GetTimeRegister(uint8_t index) {
 }
 
 TimeOfDay GetTimeOfDay() {
-    isCmosInBCD();
+    isCmosInBCD(); // asks register B now, not between the registers of the time
     WaitInProgress();
     TimeOfDay time;
     time.hours = GetTimeRegister(RTC_HOURS);

@@ -8,7 +8,7 @@
 extern uint8_t BcdData;
 
 struct TimeOfDay {
-    uint8_t hours, minutes, seconds; // binary
+    uint8_t hours, minutes, seconds; // binary, or as the registers hold them where that is said
 };
 
 // One CMOS register.

@@ -7,5 +7,5 @@
 // 0x80000003, with the outputs untouched.
 EFI_STATUS GetEdidByLinux(uint8_t **buffer, uint32_t *length);
 
-// Shows the EDID block without pauses. The status of GetEdidByLinux.
+// Shows the EDID block without pauses. The status of GetEdidByLinux, or 0x80000002 after the help.
 EFI_STATUS EdidEntry();

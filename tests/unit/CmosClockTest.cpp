@@ -93,6 +93,12 @@ TEST(CmosClock, TheTimeInSecondsSinceMidnight) {
     }
 }
 
+// 92h is 12 p.m. there.
+TEST(CmosClock, TheHoursOfTheTwelveHourModeAreTakenAsTheyStand) {
+    OpenClock("04:05:06", "00", "cmos-bytes 4 92");
+    EXPECT_EQ(GetTotalSec(), 92u * 3600 + 5 * 60 + 6);
+}
+
 struct Alarm {
     uint32_t seconds;
     const char *hours, *minutes, *second; // as written
@@ -170,11 +176,19 @@ TEST(CmosClock, FourteenRegistersAreCopiedInOrder) {
 // polls of the board would take half an hour.
 namespace stuck {
 
-static uint32_t polls, otherReads, delays;
+static uint32_t polls, delays;
+static std::vector<uint32_t> otherReads, writes; // registers
 
 static uint32_t CountedRead(uint32_t index) {
-    ++(index == 0x0A ? polls : otherReads);
+    if (index == 0x0A)
+        ++polls;
+    else
+        otherReads.push_back(index);
     return 0x80;
+}
+
+static void CountedWrite(uint32_t index, uint8_t) {
+    writes.push_back(index);
 }
 
 static void CountedDelay(uint32_t count) {
@@ -182,18 +196,38 @@ static void CountedDelay(uint32_t count) {
 }
 
 #define LegacyIoIndexRead8(indexPort, dataPort, index) CountedRead(index)
+#define LegacyIoIndexWrite8(indexPort, dataPort, index, value) CountedWrite(index, value)
 #define IoDelay CountedDelay
 #include "Project/CmosClock.cpp"
 #undef LegacyIoIndexRead8
+#undef LegacyIoIndexWrite8
 #undef IoDelay
 
 } // namespace stuck
 
+static void OpenStuckClock() {
+    stuck::polls = stuck::delays = 0;
+    stuck::otherReads.clear();
+    stuck::writes.clear();
+    stuck::BcdData = 1;
+}
+
+typedef std::vector<uint32_t> Registers;
+
 TEST(CmosClock, AnUpdateThatNeverEndsIsGivenUpAfter268435456Polls) {
+    OpenStuckClock();
     bool ended = true;
     EXPECT_EQ(Printed([&] { ended = stuck::WaitInProgress(); }), "RTC wait time out!\n");
     EXPECT_FALSE(ended);
     EXPECT_EQ(stuck::polls, 0x10000000u);
     EXPECT_EQ(stuck::delays, 0x10000000u);
-    EXPECT_EQ(stuck::otherReads, 1u);
+    EXPECT_EQ(stuck::otherReads, Registers{0x0C});
+}
+
+TEST(CmosClock, AfterAnUpdateThatNeverEndsTheClockIsReadAndSetAllTheSame) {
+    OpenStuckClock();
+    EXPECT_EQ(Printed([] { stuck::GetTotalSec(); }), "RTC wait time out!\n");
+    EXPECT_EQ(stuck::otherReads, (Registers{0x0C, 0x04, 0x02, 0x00}));
+    EXPECT_EQ(Printed([] { stuck::SetTotalSec(0); }), "RTC wait time out!\nSetCmos timer:  00:00:00\n");
+    EXPECT_EQ(stuck::writes, (Registers{0x01, 0x03, 0x05, 0x0D, 0x0B}));
 }

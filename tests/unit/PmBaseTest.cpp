@@ -28,6 +28,28 @@ TEST(PmBase, TheFadtSaysWhereThingsAre) {
     ExpectFields(0x0800, 0xCF9, 0x06);
 }
 
+// The FADT's reset register is at 7a2fe3cc, its address 4 bytes behind; the reset value at 7a2fe3d8.
+TEST(PmBase, TheResetComesFromTheFadt) {
+    OpenPlatform("intel", "bytes 7a2fe3d0 92 00\nbytes 7a2fe3d8 81");
+    ExpectFields(0x1800, 0x92, 0x81);
+}
+
+TEST(PmBase, AZeroOfTheFadtStandsAndIsLookedForAgain) {
+    OpenPlatform("intel", "bytes 7a2fe390 00 00 00 00");
+    ExpectFields(0, 0xCF9, 0x06);
+    TakeLog();
+    EXPECT_EQ(GetPMBaseAddress(0), 0);
+    EXPECT_NE(TakeLog(), Log{});
+}
+
+TEST(PmBase, WithoutAFadtWhatIsKnownIsReplacedToo) {
+    OpenPlatform("intel", std::string(NO_FADT) + "pci 00:1f.2\nword 40 0401");
+    PmAddress = {0x600, 0, 0x81};
+    ExpectFields(0x0400, 0xCF9, 0x06);
+    PmAddress = {0, 0x92, 0x81};
+    ExpectFields(0x0400, 0xCF9, 0x06);
+}
+
 TEST(PmBase, AnotherSelectorGivesMinusOne) {
     OpenPlatform("intel");
     EXPECT_EQ(GetPMBaseAddress(3), -1);

@@ -146,6 +146,8 @@ TEST(ShadowRam, EachRangeOfAmdsRegionGetsItsOwnValueBack) {
         for (uint32_t i = 0; i < 4; ++i)
             BoardSetMsr(0, 0x26C + i, values[i]);
         ShadowRamWrite(0x100 + 1);
+        EXPECT_EQ(BoardGetMsr(0, 0x26C), 0x1818181818181818u);
+        EXPECT_EQ(BoardGetMsr(0, 0x26F) >> 32, 0x18181818u);
         ShadowRamWrite(0);
         for (uint32_t i = 0; i < 4; ++i)
             EXPECT_EQ(BoardGetMsr(0, 0x26C + i), values[i]) << i;
