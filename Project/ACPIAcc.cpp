@@ -56,6 +56,16 @@ static uint32_t RootEntry(const RootTable *kind, uint32_t table, const uint8_t *
     return offset + kind->entrySize <= kind->copySize ? Load32(copy + offset) : MemRead32(table + offset);
 }
 
+// What a table's length makes of entries. Above the limit it is a lie, but the first entries may be true; all
+// ones is a table that could not be read.
+static uint32_t EntryCount(const RootTable *kind, uint32_t length) {
+    if (length < SDT_HEADER || length == 0xFFFFFFFF)
+        return 0;
+    if (length > SDT_LENGTH_LIMIT)
+        length = SDT_LENGTH_LIMIT;
+    return (length - SDT_HEADER) / kind->entrySize;
+}
+
 static EFI_STATUS SearchRootTable(const RootTable *kind, const uint8_t *rsdp, uint32_t signature,
                                   uint32_t *address) {
     uint32_t table = Load32(rsdp + kind->addressOffset);
@@ -65,9 +75,7 @@ static EFI_STATUS SearchRootTable(const RootTable *kind, const uint8_t *rsdp, ui
     if (copy == nullptr)
         return EFI_OUT_OF_RESOURCES;
     EFI_STATUS status = EFI_NOT_FOUND;
-    uint32_t length = Load32(copy + SDT_LENGTH);
-    bool sound = length >= SDT_HEADER && length <= SDT_LENGTH_LIMIT;
-    uint32_t count = sound ? (length - SDT_HEADER) / kind->entrySize : 0;
+    uint32_t count = EntryCount(kind, Load32(copy + SDT_LENGTH));
     for (uint32_t i = 0; i < count && status != EFI_SUCCESS; ++i) {
         uint32_t entry = RootEntry(kind, table, copy, i);
         if (MemRead32(entry) == signature) {
@@ -104,6 +112,10 @@ EFI_STATUS AcpiGetPMAddress(PmAddressRecord *record) {
     uint8_t *fadt = CopyPhysical(address, FADT_SIZE);
     if (fadt == nullptr)
         return EFI_OUT_OF_RESOURCES;
+    if (Load32(fadt) != ACPI_SIGNATURE_FADT) { // refused this time: its ones are no port numbers
+        Free(fadt);
+        return EFI_NOT_FOUND;
+    }
     record->pm1EventBlock = static_cast<uint16_t>(Load32(fadt + FADT_PM1A_EVT_BLK));
     record->resetRegister = static_cast<uint16_t>(Load32(fadt + FADT_RESET_ADDRESS));
     record->resetValue = fadt[FADT_RESET_VALUE];
@@ -117,6 +129,8 @@ static EFI_STATUS ShowRsdp() {
     if (status != EFI_SUCCESS)
         return status;
     uint8_t *rsdp = CopyPhysical(address, RSDP_SIZE);
+    if (rsdp == nullptr)
+        return EFI_OUT_OF_RESOURCES;
     DebugMsg(rsdp, RSDP_SIZE);
     Free(rsdp);
     return EFI_SUCCESS;

@@ -35,14 +35,22 @@ struct EntryLayout {
 static const EntryLayout mEntry32 = {32, 0x16, 0x18, 0x06, 0x10};
 static const EntryLayout mEntry64 = {24, 0x0C, 0x10, 0x07, 0};
 
-// End of the last copy that was loaded; only compared with, the copy may have been freed.
+// The last copy that was loaded, from its first byte to behind its last; NULL when the program has none.
+static const uint8_t *mCopy = nullptr;
 static const uint8_t *mCopyEnd = nullptr;
 
 // Copies a table into a block with room for the guard.
 static void CopyTable(uint32_t address, uint32_t length, uint8_t *block) {
     Memset(block, 0, length + SMBIOS_GUARD);
     MemDump(address, length, block);
+    mCopy = block;
     mCopyEnd = block + length;
+}
+
+void ReleaseTable(uint8_t *table) {
+    if (table != nullptr && table == mCopy)
+        mCopy = mCopyEnd = nullptr;
+    Free(table);
 }
 
 // Copies the table that the entry point at an address describes; without the memory device there is none.
@@ -169,8 +177,9 @@ EFI_STATUS LoadLegacySmbiosTypes(uint8_t **table, uint32_t *length) {
     *length = 0;
     uint32_t address;
     uint16_t size;
-    if (LegacySmbiosStructTableAddress(&address, &size) != EFI_SUCCESS)
-        return EFI_ABORTED;
+    EFI_STATUS status = LegacySmbiosStructTableAddress(&address, &size);
+    if (status != EFI_SUCCESS)
+        return status == EFI_OUT_OF_RESOURCES ? status : EFI_ABORTED;
     uint8_t *block = nullptr;
     uint32_t got = 0;
     if (GetMaxAllocMemory(&block, &got, size + SMBIOS_GUARD) != EFI_SUCCESS)
@@ -188,6 +197,10 @@ EFI_STATUS LoadLegacySmbiosTypes(uint8_t **table, uint32_t *length) {
 // True behind the last byte of the copy: a structure that begins inside it can reach into its guard.
 static bool IsBehindCopy(const uint8_t *structure) {
     return mCopyEnd != nullptr && mCopyEnd <= structure && structure <= mCopyEnd + SMBIOS_GUARD;
+}
+
+static bool IsInCopy(const uint8_t *structure) {
+    return mCopy != nullptr && mCopy <= structure && structure < mCopyEnd;
 }
 
 static bool IsTableEnd(const uint8_t *structure) {
@@ -243,9 +256,11 @@ EFI_STATUS ShowSmbiosTargetType(const uint8_t *table, uint8_t type) {
             status = EFI_SUCCESS;
             break;
         }
+        if (structure[0] == TYPE_END && !IsInCopy(structure))
+            break; // nobody knows what lies behind a table of the caller's
         structure += length;
     }
-    Free(loaded);
+    ReleaseTable(loaded);
     return status;
 }
 
@@ -262,7 +277,7 @@ EFI_STATUS ShowSmbiosAllType(const uint8_t *table) {
             break;
         structure += length;
     }
-    Free(loaded);
+    ReleaseTable(loaded);
     return EFI_SUCCESS;
 }
 
@@ -278,7 +293,7 @@ uint32_t GetCPUSpeedSmb() {
     if (processor != nullptr)
         speed = (static_cast<uint32_t>(Load16(processor + currentSpeed)) << 16) |
                 Load16(processor + maximumSpeed);
-    Free(table);
+    ReleaseTable(table);
     return speed;
 }
 
@@ -359,6 +374,6 @@ EFI_STATUS SmbiosEntry() {
         gCmdArg->DispFlags |= DISP_DUMP;
         ShowSmbiosAllType(table);
     }
-    Free(table);
+    ReleaseTable(table);
     return status;
 }

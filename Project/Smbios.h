@@ -11,8 +11,8 @@
 // and so does a dump page that begins inside the table.
 constexpr uint32_t SMBIOS_GUARD = 512;
 
-// Copies the table into a heap block (freed by the caller with Free), length without the guard. 0, or the
-// status of GetFwTableLinux with *table NULL.
+// Copies the table into a heap block (the caller releases it with ReleaseTable), length without the guard. 0,
+// or the status of GetFwTableLinux with *table NULL.
 EFI_STATUS LoadSmbios(uint8_t **table, uint32_t *length);
 
 // The same: through the entry point that the firmware's table file names ("/sys/firmware/efi/systab", then
@@ -31,6 +31,9 @@ EFI_STATUS LegacySmbiosStructTableAddress(uint32_t *address, uint16_t *length);
 // Copies the table of that entry point, from the 64 KiB boundary below its address on, which is intended. 0,
 // 0x80000015 without an entry point, 0x80000009 without memory; the outputs are then 0.
 EFI_STATUS LoadLegacySmbiosTypes(uint8_t **table, uint32_t *length);
+
+// Frees such a copy; the walks no longer take what lies there for one.
+void ReleaseTable(uint8_t *table);
 
 // Bytes of a structure with its strings and their double zero.
 uint32_t GetStructureLength(const uint8_t *structure);

@@ -222,9 +222,9 @@ def find_in(memory, root_table, entry_size, copied, signature):
         return None
     copy = memory.copy(root_table, copied)
     (length,) = struct.unpack_from("<I", copy, 4)
-    if not 36 <= length <= 0x10000:
+    if length == 0xFFFFFFFF:
         return None
-    for at in range(36, 36 + (length - 36) // entry_size * entry_size, entry_size):
+    for at in range(36, min(length, 0x10000) - entry_size + 1, entry_size):
         if at + entry_size <= copied:
             (entry,) = struct.unpack_from("<I", copy, at)
         else:

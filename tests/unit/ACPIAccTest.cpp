@@ -1,5 +1,6 @@
 #include "Project/ACPIAcc.h"
 
+#include <algorithm>
 #include <cstdio>
 #include <cstring>
 
@@ -251,6 +252,41 @@ TEST(ACPIAcc, EntriesBeyondTheCopyAreReadFromTheTable) {
     EXPECT_EQ(TakeLog(), expected);
 }
 
+// Of the RSDT 1060 bytes: the entries up to 255.
+TEST(ACPIAcc, TheFirst256EntriesOfTheRsdtAreInItsCopy) {
+    for (uint32_t at : {255u, 256u}) {
+        OpenMachine();
+        PutRsdt(With(Others(257), at, FADT));
+        BoardLogClear();
+        EXPECT_EQ(FindFadt(ACPI_RSDT_ONLY), FADT);
+        Log log = TakeLog();
+        EXPECT_EQ(std::count(log.begin(), log.end(), Mapped("7a400000", "2000").front()), at == 256 ? 1 : 0);
+    }
+}
+
+TEST(ACPIAcc, WithoutMemoryForATableTheOtherOneIsSearched) {
+    OpenMachine();
+    PutXsdt({FADT});
+    PutRsdt({Other(3)});
+    uint32_t address;
+    FailMalloc(2); // the root pointer has its copy
+    EXPECT_EQ(FindEntryInRsdp(ACPI_XSDT_THEN_RSDT, SIGNATURE_APIC, &address), 0u);
+    EXPECT_EQ(address, Other(3));
+    LimitMalloc(163);
+    EXPECT_EQ(FindEntryInRsdp(ACPI_XSDT_THEN_RSDT, SIGNATURE_APIC, &address), 0x80000009u);
+    LimitMalloc(39);
+    EXPECT_EQ(FindEntryInRsdp(ACPI_XSDT_THEN_RSDT, SIGNATURE_APIC, &address), 0x80000009u);
+}
+
+// It was there when its signature was read.
+TEST(ACPIAcc, AFadtThatCannotBeCopiedLeavesTheRecordAlone) {
+    OpenMachine("sequence 7a440000 50434146 ffffffff");
+    PutXsdt({FADT});
+    PmAddressRecord record = {0x1234, 0x5678, 0x9A};
+    EXPECT_EQ(AcpiGetPMAddress(&record), 0x8000000Eu);
+    EXPECT_EQ(record.pm1EventBlock, 0x1234);
+}
+
 TEST(ACPIAcc, AnAddressOf0IsNoTable) {
     OpenMachine();
     PutTable(0, "XSDT", {FADT}, 8);
@@ -267,19 +303,30 @@ TEST(ACPIAcc, AnAddressOf0IsNoTable) {
     EXPECT_FALSE(WasRead(0));
 }
 
-// The length of an XSDT that begins in the interrupt vectors.
-TEST(ACPIAcc, ALengthAbove64KiBEndsTheSearchOfThatTable) {
+// The third is the length of an XSDT that begins in the interrupt vectors.
+TEST(ACPIAcc, OfATableAbove64KiBTheEntriesWithin64KiBAreSearched) {
     OpenMachine();
-    for (uint32_t length : {0x10001u, 0x10004u, 0xF000FF53u, 0xFFFFFFFFu}) {
-        PutXsdt({FADT});
+    const uint32_t last = (0x10000 - 36) / 8 - 1;
+    for (uint32_t length : {0x10001u, 0x10008u, 0xF000FF53u, 0xFFFFFFFEu}) {
+        PutRsdt({});
+        PutXsdt(With(Others(last + 2), last, FADT));
         SetLength(XSDT, length);
-        PutRsdt({Other(3)});
+        EXPECT_EQ(FindFadt(), FADT) << length;
+        PutXsdt(With(Others(last + 2), last + 1, FADT));
+        SetLength(XSDT, length);
         EXPECT_EQ(FindFadt(), 0u) << length;
-        EXPECT_EQ(Find(SIGNATURE_APIC), Other(3)) << length;
         PutRsdt({FADT});
-        SetLength(RSDT, length);
-        EXPECT_EQ(FindFadt(), 0u) << length;
+        EXPECT_EQ(FindFadt(), FADT) << length; // the search goes on with the RSDT
     }
+}
+
+TEST(ACPIAcc, ATableThatCannotBeReadHasNoEntries) {
+    OpenMachine("refuse 7a420000 1000 EPERM");
+    PutRsdt({FADT});
+    EXPECT_EQ(FindFadt(), FADT); // by the RSDT
+    OpenMachine("refuse 7a420000 1000 EPERM\nrefuse 7a400000 1000 EPERM");
+    EXPECT_EQ(FindFadt(), 0u);
+    EXPECT_FALSE(WasRead(0xFFFFF000));
 }
 
 TEST(ACPIAcc, ATableOf64KiBIsSearchedToItsEnd) {
@@ -290,8 +337,6 @@ TEST(ACPIAcc, ATableOf64KiBIsSearchedToItsEnd) {
     EXPECT_EQ(FindFadt(), FADT);
     PutRsdt(With(Others((0x10000 - 36) / 4), (0x10000 - 36) / 4 - 1, FADT));
     EXPECT_EQ(FindFadt(ACPI_RSDT_ONLY), FADT);
-    SetLength(RSDT, 0x10001);
-    EXPECT_EQ(FindFadt(ACPI_RSDT_ONLY), 0u);
 }
 
 TEST(ACPIAcc, ALengthBelowTheHeadersEndsTheSearchOfThatTable) {
@@ -337,12 +382,34 @@ TEST(ACPIAcc, TablesThatCannotBeMappedHoldNothing) {
     EXPECT_EQ(Find(SIGNATURE_APIC), 0u);
 }
 
-TEST(ACPIAcc, AnEntryThatCannotBeMappedIsNoTableEvenIfItsFailureValueIsAskedFor) {
+// The value is that of a refused dword.
+TEST(ACPIAcc, AnEntryThatCannotBeMappedHasTheSignature0000FFFF) {
     OpenMachine("refuse 7a440000 1000 EPERM");
     PutXsdt({FADT});
     PutRsdt({FADT});
     EXPECT_EQ(FindFadt(), 0u);
     EXPECT_EQ(Find(0xFFFFFFFF), 0u);
+    EXPECT_EQ(Find(0x0000FFFF), FADT);
+}
+
+TEST(ACPIAcc, WithoutMemoryForItsCopyTheRootPointerIsNotShown) {
+    OpenMachine();
+    SetCommand({"hwreg", "/ACPI", "/DUMP", "/LOG"});
+    LimitMalloc(39);
+    EXPECT_EQ(Printed([] { EXPECT_EQ(AcpiEntry(), 0x80000009u); }), "");
+}
+
+TEST(ACPIAcc, NothingIsKeptWhenAnAllocationFails) {
+    OpenMachine();
+    PutXsdt({Other(3)});
+    PutRsdt({Other(3)});
+    long held = BlocksHeld();
+    for (unsigned count = 1; count < 8; ++count) {
+        PmAddressRecord record;
+        FailMalloc(count);
+        AcpiGetPMAddress(&record);
+        EXPECT_EQ(BlocksHeld(), held) << count;
+    }
 }
 
 TEST(ACPIAcc, TablesAtTheTopOfMemoryEndThere) {

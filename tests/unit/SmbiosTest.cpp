@@ -92,12 +92,13 @@ TEST(Smbios, TheVersionOfA64BitEntryPointIsItsMajorVersion) {
         uint8_t major = static_cast<uint8_t>(number);
         OpenLegacy();
         PutEntry64(TABLE, 0x1234, major);
+        Poke(ENTRY + 24, "BEHIND");
         uint8_t *entry = nullptr;
         uint8_t version = 0x5A;
         ASSERT_EQ(GetSmbiosVersion(&entry, &version), 0u);
         EXPECT_EQ(version, major);
-        uint8_t expected[24];
-        BoardPeek(ENTRY, expected, sizeof(expected));
+        uint8_t expected[32] = {}; // what is not copied is 0
+        BoardPeek(ENTRY, expected, 24);
         EXPECT_EQ(memcmp(entry, expected, sizeof(expected)), 0);
         Free(entry);
     }
@@ -108,6 +109,7 @@ TEST(Smbios, TheVersionOfA32BitEntryPointIsNeverAbove2) {
         uint8_t major = static_cast<uint8_t>(number);
         OpenLegacy();
         PutEntry32(TABLE, 0x1234, major);
+        Poke(ENTRY + 31, "L"); // the last byte
         uint8_t *entry = nullptr;
         uint8_t version = 0x5A;
         ASSERT_EQ(GetSmbiosVersion(&entry, &version), 0u);
@@ -184,7 +186,7 @@ TEST(Smbios, TheLegacyCopyIsThatOfThe64KiBBlockInWhichTheTableBegins) {
     uint8_t expected[0x40];
     BoardPeek(0xE0000, expected, sizeof(expected));
     EXPECT_EQ(memcmp(table, expected, sizeof(expected)), 0);
-    Free(table);
+    ReleaseTable(table);
 }
 
 TEST(Smbios, WithoutAnEntryPointTheLegacyCopyIsAbortedAndItsOutputsAreZero) {
@@ -198,8 +200,8 @@ TEST(Smbios, WithoutAnEntryPointTheLegacyCopyIsAbortedAndItsOutputsAreZero) {
 }
 
 TEST(Smbios, WithoutMemoryThereIsNoLegacyCopyAndItsOutputsAreZero) {
-    // Nothing at all, or less than the table needs.
-    for (size_t limit : {100u, 0x4000u}) {
+    // Not even for the entry point, nothing for the table, or less than it needs.
+    for (size_t limit : {31u, 100u, 0x4000u}) {
         OpenLegacy();
         PutEntry32(TABLE, 0x8000);
         uint8_t byte;
@@ -259,7 +261,7 @@ TEST(Smbios, ATableIsLoadedThroughTheFileAndTheFileIsClosed) {
     ASSERT_EQ(LoadSmbios(&table, &length), 0u);
     EXPECT_EQ(length, 3u);
     EXPECT_EQ(memcmp(table, "abc", 3), 0);
-    Free(table);
+    ReleaseTable(table);
     Log log = TakeLog();
     EXPECT_EQ(std::count(log.begin(), log.end(), "close /sys/firmware/efi/systab"), 1);
 }
@@ -297,7 +299,7 @@ TEST(Smbios, TheTotalSizeOfALoadedTableWithoutEndIsThatOfItsStructures) {
     uint32_t length;
     ASSERT_EQ(LoadSmbios(&table, &length), 0u);
     EXPECT_EQ(GetTotalStructureSize(table), SYSTEM.size() + DIMM.size());
-    Free(table);
+    ReleaseTable(table);
 }
 
 TEST(Smbios, ATypeIsFoundAtOrBehindTheStart) {
@@ -323,7 +325,7 @@ TEST(Smbios, AStructureOfFormattedLength0IsWalkedOver) {
     uint32_t length;
     ASSERT_EQ(LoadSmbios(&table, &length), 0u);
     EXPECT_EQ(SearchSmbiosType(table, 17), table + 14);
-    Free(table);
+    ReleaseTable(table);
 }
 
 TEST(Smbios, AWalkEndsWithTheCopy) {
@@ -336,7 +338,7 @@ TEST(Smbios, AWalkEndsWithTheCopy) {
     EXPECT_EQ(SearchSmbiosType(table, 2), nullptr);
     EXPECT_EQ(SearchSmbiosType(table, 0), nullptr);
     EXPECT_EQ(SearchSmbiosType(table, 127), nullptr);
-    Free(table);
+    ReleaseTable(table);
 }
 
 // ---- showing ----
@@ -346,6 +348,48 @@ static size_t Views(const std::string &text) {
     for (size_t at = text.find("\r\n00 "); at != std::string::npos; at = text.find("\r\n00 ", at + 1))
         ++count;
     return count;
+}
+
+TEST(Smbios, AWalkOverAnotherTableEndsAtItsEndStructure) {
+    OpenTable(SYSTEM + END);
+    SetCommand({"hwreg", "/SMBIOS", "/DUMP", "/LOG", "/TEXT"});
+    Printed([] { ShowSmbiosAllType(nullptr); }); // a table was loaded and released before
+    const std::string own = DIMM + END + END;
+    std::vector<uint8_t *> tables(64); // some of them where the released one was
+    for (uint8_t *&table : tables) {
+        table = static_cast<uint8_t *>(Malloc(own.size()));
+        memcpy(table, own.data(), own.size());
+        EXPECT_EQ(SearchSmbiosType(table, 17), table);
+        std::string text = Printed([=] { EXPECT_EQ(ShowSmbiosTargetType(table, 127), 0x8000000Eu); });
+        EXPECT_EQ(Views(text), 1u);
+    }
+    std::for_each(tables.begin(), tables.end(), Free);
+}
+
+TEST(Smbios, WithoutMemoryForItsCapitalsATextIsNotSearched) {
+    OpenTable(SYSTEM + END);
+    SetCommand({"hwreg", "/SMBIOS", "/S", "Maker"});
+    unsigned refused = 0;
+    for (unsigned count = 1; count < 10; ++count) {
+        EFI_STATUS status = EFI_SUCCESS;
+        FailMalloc(count);
+        std::string text = Printed([&] { status = SmbiosEntry(); });
+        refused += status == 0x80000009u && text.empty() ? 1 : 0;
+    }
+    EXPECT_EQ(refused, 1u);
+}
+
+TEST(Smbios, NothingIsKeptWhenAnAllocationFails) {
+    OpenTable(SYSTEM + END);
+    SetCommand({"hwreg", "/SMBIOS", "/LOG", "/TEXT"});
+    FeedInput("");
+    long held = BlocksHeld();
+    for (unsigned count = 1; count < 12; ++count) {
+        FailMalloc(count);
+        Printed([] { SmbiosEntry(); });
+        GetCPUSpeedSmb();
+        EXPECT_EQ(BlocksHeld(), held) << count;
+    }
 }
 
 TEST(Smbios, AllTypesOfTheLoadedTableAreShown) {
