@@ -20,7 +20,7 @@ EFI_STATUS CmdSearchFromBuffer(const char *word, const char *key) {
     if (word[0] == 0 || word[1] != key[0]) // no prefixed form begins like this
         return EFI_NOT_FOUND;
 
-    // Not from the heap: a switch must not go unseen for want of memory, another command would be carried out.
+    // Not from the heap: without memory a switch would go unseen and another command be carried out.
     char prefixed[SWITCH_SCRATCH] = {};
     Memcpy(prefixed + 1, key, length);
     for (const char *prefix = "/-\\"; *prefix != 0; ++prefix) {
