@@ -3,18 +3,18 @@
 import collections
 import os
 import platform
-import statistics
 import subprocess
 import sys
 import tempfile
 import time
 
 import callgrind
+from guest_runs import measure_guest
+from runs import BUILD, HERE, HWREG, TOP, first_line, grouped, medians, say, table, timer_words, write_record
 
-HERE = os.path.dirname(os.path.abspath(__file__))
-TOP = os.path.dirname(HERE)
-BUILD = os.path.join(os.environ["HWREG_BUILD"], "bench")
-HWREG = os.environ["HWREG"]
+sys.path.append(f"{TOP}/tests/command")
+import firmware  # tables as firmware lays them out
+
 LIBRARY = f"{BUILD}/libhwboard.so"
 TIMER = f"{BUILD}/bench_timer"
 EMPTY = [f"{BUILD}/bench_empty"]
@@ -31,9 +31,6 @@ ROUNDS = 15
 # The functions of libc that the board stands in for at a start.
 DOORS = ["iopl", "open", "close", "system"]
 
-# Per command: the medians of its runs. Milliseconds, milliseconds of processor time, MiB.
-Taken = collections.namedtuple("Taken", "wall processor peak")
-
 
 def board(path):
     """The environment in which a program runs on a simulated board."""
@@ -42,24 +39,6 @@ def board(path):
 
 def on_board(path, *commands):
     return [[f"{name}={value}" for name, value in board(path).items()] + list(words) for words in commands]
-
-
-def timer_words(timer, rounds, commands):
-    words = [timer, str(rounds)]
-    for command in commands:
-        words += ["--", *command]
-    return words
-
-
-def medians(text, commands):
-    """What the timer printed, as a list of Taken. A command that did not do its work is not worth a number."""
-    runs = [[] for _ in commands]
-    for line in text.splitlines():
-        number, wall, processor, peak, status = map(int, line.split())
-        if status < 0 or status in (6, 126, 127):  # 6: no access to the hardware
-            sys.exit(f"bench: {' '.join(commands[number])} ended with {status}")
-        runs[number].append((wall / 1e6, processor / 1e3, peak / 1024))
-    return [Taken(*map(statistics.median, zip(*taken))) for taken in runs]
 
 
 def measure(commands, scratch, rounds=ROUNDS):
@@ -75,20 +54,6 @@ def read_log(words, scratch):
     subprocess.run([HWREG, *words], env=environment, cwd=scratch, stdout=subprocess.DEVNULL, check=False)
     with open(log, encoding="ascii") as stream:
         return stream.read().splitlines()
-
-
-def table(title, head, rows):
-    """Prints the rows, the first column to the left and the others to the right."""
-    print(f"\n{title}\n")
-    rows = [head, *rows]
-    widths = [max(len(row[i]) for row in rows) for i in range(len(head))]
-    for row in rows:
-        cells = [text.rjust(width) for text, width in zip(row[1:], widths[1:])]
-        print("  ".join(["   " + row[0].ljust(widths[0]), *cells]).rstrip())
-
-
-def grouped(number):
-    return f"{number:,}"
 
 
 def measure_start(scratch):
@@ -139,7 +104,8 @@ def measure_pci(scratch):
         ["hwreg /PCI /DUMP /NOMSG", f"{ours:.1f}", f"{ours / theirs:.3f}", "<= 1.1"],
         ["the same port accesses in a loop", f"{theirs:.1f}", "1", ""],
     ]
-    table(f"All of configuration space: {grouped(ports)} port accesses, {others} others", ["", "ms", "ratio", "goal"], rows)
+    title = f"All of configuration space: {grouped(ports)} port accesses, {others} others"
+    table(title, ["", "ms", "ratio", "goal"], rows)
 
 
 def measure_pages(commands, scratch):
@@ -199,49 +165,41 @@ def measure_search(scratch):
     table("A search through 64 MiB", ["", "MiB/s", "ratio", "goal"], rows)
 
 
-# In the guest 1 MiB at 18000000 (page 98304) is taken from the kernel, so that both ways of reading reach it.
-GUEST_COPY = "hwreg /MEM /RF COPY 0x18000000 0x100000"
-GUEST_PAIRS = [
-    ("1 MiB to a file", GUEST_COPY, "dd", "dd if=/dev/mem of=DD bs=4k skip=98304 count=256"),
-    ("1 MiB to a file", GUEST_COPY, "page loop", "bench_pages 0x18000000 0x100000 LOOP"),
-    ("memory, dword", "hwreg /MEM /RD 0xF0000", "busybox devmem", "busybox devmem 0xF0000 32"),
-    ("port, byte", "hwreg /IO /RB 0x3FF", "inb", "inb 0x3ff"),
-    ("MSR", "hwreg /MSR /RD 0 0x1B", "rdmsr", "rdmsr -p 0 0x1b"),
-    ("CPUID leaf", "hwreg /CPUID /RD 0", "cpuid", "cpuid -1 -r -l 0"),
-    ("PCI register, byte", "hwreg /PCI /RB 0 0x1F 2 0x3C", "setpci", "setpci -s 00:1f.2 3c.b"),
-    ("SMBIOS, a search", "hwreg /SMBIOS /S x", "dmidecode", "dmidecode -u"),
-    ("SMBus, 256 bytes", "hwreg /SMBUS /DUMP 0xA0 /LOG", "i2cdump", "i2cdump -y 0 0x50 b"),
-]
-GUEST_ROUNDS = 25
-GUEST_PREPARATION = "modprobe -a msr cpuid i2c-dev i2c-i801 && dd if=/dev/urandom of=/dev/mem bs=4k seek=98304 count=256"
-GUEST_PROGRAMS = ["bench_timer", "bench_empty", "bench_pages"]
+# A firmware table of this many memory devices: nearly 64 KiB, long enough to be timed.
+MEMORY_DEVICES = 700
+SMBIOS_ENTRY, SMBIOS_TABLE = 0x50000000, 0x50010000
 
 
-def measure_guest(_scratch):
-    sys.path.insert(0, f"{TOP}/tests/guest")
-    import guest  # finds the build folder and the program in the environment
-
-    pairs = [[ours.split(), theirs.split(), ["bench_empty"]] for _, ours, _, theirs in GUEST_PAIRS]
-    commands = [guest.Command(timer_words("bench_timer", GUEST_ROUNDS, pair), seconds=120) for pair in pairs]
-    machine = guest.Machine(append="iomem=relaxed memmap=1M$0x18000000", seconds=600)
-    boot = guest.run(
-        machine,
-        [GUEST_PREPARATION, "uname -sr", *commands, "cmp COPY DD && cmp COPY LOOP"],
-        {f"/usr/bin/{name}": f"{BUILD}/{name}" for name in GUEST_PROGRAMS},
-    )
-    if any(result.status != 0 for result in boot.results):
-        sys.exit("bench: in the guest: " + "; ".join(f"{r.ending} {r.stderr.strip()}" for r in boot.results))
-    rows = []
-    for (name, _, peer_name, _), pair, result in zip(GUEST_PAIRS, pairs, boot.results[2:]):
-        program, peer, empty = (taken.wall for taken in medians(result.stdout, pair))
-        rows.append([name, peer_name, *(f"{ms:.2f}" for ms in (program, peer, program / peer, empty))])
-    head = ["", "peer", "hwreg ms", "peer ms", "ratio", "empty main ms"]
-    table("Whole runs on a real kernel in an emulated machine", head, rows)
-    print(f"\n{first_line('qemu-system-x86_64', '--version')}; guest's {boot.results[1].stdout.strip()}")
+def write_smbios_board(path, structures):
+    memory = firmware.smbios3(SMBIOS_ENTRY, SMBIOS_TABLE, structures)
+    lines = [f"include {TOP}/tests/board/boards/base.board", *firmware.board_lines(memory)]
+    with open(path, "w", encoding="ascii") as stream:
+        stream.write("\n".join([*lines, f'systab sys "SMBIOS3={SMBIOS_ENTRY:#x}"', ""]))
 
 
-def first_line(*words):
-    return subprocess.run(words, stdout=subprocess.PIPE, text=True, check=True).stdout.splitlines()[0]
+def measure_smbios(scratch):
+    devices = [firmware.memory_device(i, 0, f"DIMM_{i}", f"BANK {i}", 8192, "Memory Works", f"PART-{i}")
+               for i in range(MEMORY_DEVICES)]
+    structures = firmware.table(*devices, firmware.end())
+    board_file, table_file = f"{scratch}/smbios.board", f"{scratch}/table"
+    write_smbios_board(board_file, structures)
+    with open(table_file, "wb") as stream:
+        stream.write(structures)
+    listing, view = [HWREG, "/SMBIOS", "/LOG"], [f"{BUILD}/bench_view", table_file]
+    shown, alone = (subprocess.run(words, env=board(board_file), stdin=subprocess.DEVNULL, stdout=subprocess.PIPE,
+                                   check=False).stdout.splitlines() for words in (listing, view))
+    if [line for line in shown if not line.startswith(b"SMBIOS Type")] != alone:
+        sys.exit("bench: the listing does not show what the hex view alone shows")
+    walk = [HWREG, "/SMBIOS", "/TYPE", "255"]
+    *taken, empty = measure(on_board(board_file, listing, view, walk, EMPTY), scratch)
+    ours, theirs, hidden = (run.processor - empty.processor for run in taken)
+    rows = [
+        ["hwreg /SMBIOS /LOG", f"{ours:.2f}", f"{ours / theirs:.3f}", "<= 1"],
+        ["the hex view alone", f"{theirs:.2f}", "1", ""],
+        ["hwreg /SMBIOS /TYPE 255: start, copy and walk, nothing to show", f"{hidden:.2f}", "", ""],
+    ]
+    title = f"A listing of {MEMORY_DEVICES} structures, {grouped(len(structures))} bytes"
+    table(title, ["", "ms", "ratio", "goal"], rows)
 
 
 SECTIONS = {
@@ -249,19 +207,23 @@ SECTIONS = {
     "pci": measure_pci,
     "memory": measure_memory,
     "search": measure_search,
+    "smbios": measure_smbios,
     "guest": measure_guest,
 }
 
 
 def main():
-    print(time.strftime("%Y-%m-%d"))
-    print(first_line("g++", "--version"))
-    print(first_line("ldd", "--version"))
-    print(platform.system(), platform.release())
-    for section in sys.argv[1:]:
+    record = "--record" in sys.argv
+    say(time.strftime("%Y-%m-%d"))
+    say(first_line("g++", "--version"))
+    say(first_line("ldd", "--version"))
+    say(f"{platform.system()} {platform.release()}")
+    for section in sys.argv[1 + record:]:
         memory = "/dev/shm" if os.access("/dev/shm", os.W_OK) else None
         with tempfile.TemporaryDirectory(prefix="hwreg-bench-", dir=memory) as scratch:
             SECTIONS[section](scratch)
+    if record:
+        write_record()
 
 
 if __name__ == "__main__":

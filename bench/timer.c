@@ -3,8 +3,8 @@
 //   bench_timer ROUNDS -- [NAME=VALUE...] COMMAND WORD... [-- COMMAND...]...
 //
 // One line a run: number of the command, nanoseconds from fork to the end, microseconds of processor time
-// (user and system), peak memory in KiB, exit status (minus the signal if one ended it). A first round is not
-// printed. All runs are bound to one processor, read nothing, and write to /dev/null.
+// (user and system), peak memory in KiB, page faults, exit status (minus the signal if one ended it). A first
+// round is not printed. All runs are bound to one processor, read nothing, and write to /dev/null.
 #define _GNU_SOURCE
 #include <fcntl.h>
 #include <sched.h>
@@ -75,8 +75,8 @@ static void RunOne(int number, char **command, int print) {
     }
     int64_t end = Nanoseconds();
     if (print)
-        printf("%d %lld %ld %ld %d\n", number, (long long)(end - begin), Microseconds(&usage),
-               usage.ru_maxrss, WIFEXITED(status) ? WEXITSTATUS(status) : -WTERMSIG(status));
+        printf("%d %lld %ld %ld %ld %d\n", number, (long long)(end - begin), Microseconds(&usage),
+               usage.ru_maxrss, usage.ru_minflt, WIFEXITED(status) ? WEXITSTATUS(status) : -WTERMSIG(status));
 }
 
 int main(int argc, char **argv) {
