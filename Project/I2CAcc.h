@@ -54,13 +54,15 @@ uint32_t i2c_dw_scl_lcnt(uint32_t ic_clk, uint32_t tLOW, uint32_t tf, int offset
 // when the core does not disable or enable, 0x80000002 when the address does not read back.
 EFI_STATUS I2cSetTarget(uint32_t slave, uint32_t base);
 
-// The transfer that the context describes: a write phase, then a read phase. 0, 0x80000006 for a busy bus or
-// a core that does not enable, 0x80000012 for a FIFO that does not move, 0x80000007 for an error on the bus.
+// The transfer that the context describes: a write phase, then a read phase, each left out when the total
+// count is 0 before it. 0, 0x80000006 for a busy bus or a core that does not enable, 0x80000012 for a FIFO
+// that does not move, 0x80000007 for an error on the bus.
 EFI_STATUS I2cWriteRead(I2cContext *ctx);
 
-// Carries out a request and leaves the core disabled. 0, 0x80000003 for flags or lengths that are not
-// supported, 0x80000002 for another shape than a read, a write, or either followed by a read, 0x80000007
-// without a target, or the transfer's status.
+// Carries out a request: a read, a write, or two operations of which the second is a read (the first is then
+// written). A target that cannot be set ends it at once; after a transfer, failed or not, the core is
+// disabled and the context holds none of the buffers. 0, 0x80000003 for flags or lengths that are not
+// supported, 0x80000002 for another shape, 0x80000007 without a target, or the transfer's status.
 EFI_STATUS I2cAccess(I2cContext *ctx, uint32_t slave, I2cRequest *req);
 
 // The same, under the name that an I2C protocol gives it.

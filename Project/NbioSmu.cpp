@@ -4,6 +4,7 @@
 #include "BasicLib/Cpu.h"
 #include "BasicLib/PciConfig.h"
 #include "Common/ComFunc/CmdLine.h"
+#include "Common/ComFunc/Console.h"
 #include "Common/Global.h"
 #include "Common/Sprint.h"
 #include "Project/AccessForm.h"
@@ -38,8 +39,14 @@ EFI_STATUS InitSmuService() {
 }
 
 static void SelectSmn(uint32_t die, uint32_t reg) {
+    HoldSignals(); // none may leave the die selected
     PciWrite32(0, 0, 0, SMN_DIE, die);
     PciWrite32(0, 0, 0, SMN_ADDRESS, reg);
+}
+
+static void SelectDieZero() {
+    PciWrite32(0, 0, 0, SMN_DIE, 0);
+    ReleaseSignals();
 }
 
 static EFI_STATUS ReadSmnData(uint8_t width, void *out) {
@@ -80,14 +87,14 @@ static EFI_STATUS WriteSmnData(uint8_t width, const void *in) {
 EFI_STATUS AmdSmnRegisterRead(uint8_t width, uint32_t die, uint32_t reg, void *out) {
     SelectSmn(die, reg);
     EFI_STATUS status = ReadSmnData(width, out);
-    PciWrite32(0, 0, 0, SMN_DIE, 0);
+    SelectDieZero();
     return status;
 }
 
 EFI_STATUS AmdSmnRegisterWrite(uint8_t width, uint32_t die, uint32_t reg, const void *in) {
     SelectSmn(die, reg);
     EFI_STATUS status = WriteSmnData(width, in);
-    PciWrite32(0, 0, 0, SMN_DIE, 0);
+    SelectDieZero();
     return status;
 }
 
@@ -163,6 +170,7 @@ static uint32_t SmnDword(uint32_t die, uint32_t reg, uint32_t data) {
 }
 
 // Bits above 31 read 0 and are not written. The read message shows register and bit in each other's format.
+// Intended, and never seen: on a command line /RD chooses the dword variant.
 static uint32_t SmnBit(uint32_t die, uint32_t reg, uint32_t bit, uint32_t data) {
     uint32_t mask = bit < 32 ? 1u << bit : 0;
     uint32_t value = 0;

@@ -90,8 +90,8 @@ static bool WaitTransaction(uint16_t base) {
     return (status & STS_ENDED) != 0 && (status & STS_DEV_ERR) == 0;
 }
 
-// Starts a byte-data transaction whose address and command are set. False after cleaning up a failure.
-static bool RunTransaction(uint16_t base) {
+// Starts a transaction and waits for it. False after cleaning up a failure.
+static bool StartAndWait(uint16_t base) {
     SmbusWrite8(Register(base, HST_STS), STS_CLEAR_ALL);
     SmbusWrite8(Register(base, HST_CNT), CNT_START_BYTE_DATA);
     if (WaitTransaction(base))
@@ -100,6 +100,15 @@ static bool RunTransaction(uint16_t base) {
         SmbusWrite8(Register(base, HST_STS), STS_FAILED);
     SmbusWrite8(Register(base, HST_CNT), CNT_AFTER_FAILURE);
     return false;
+}
+
+// The byte-data transaction whose address and command are set. Reading the status takes Intel's semaphore
+// (INUSE_STS), on which firmware may wait; the status written back gives it up.
+static bool RunTransaction(uint16_t base) {
+    HoldSignals(); // none may leave the host taken
+    bool done = StartAndWait(base);
+    ReleaseSignals();
+    return done;
 }
 
 EFI_STATUS StandardSmbusRead(uint16_t base, uint8_t slave, uint8_t offset, uint8_t *data) {

@@ -66,8 +66,8 @@ static bool keyPushedBack = false;
 // between. Setting it again would drop the key that is pushed back.
 static bool inputUnbuffered = false;
 
-// Between HoldSignals and ReleaseSignals: the mask to go back to.
-static bool signalsHeld = false;
+// Holds that have not been released, and the mask that the last release goes back to.
+static unsigned holdCount = 0;
 static sigset_t maskBeforeHold;
 
 // The signals that end or stop a program from the keyboard or from outside, and at a closed pipe.
@@ -128,7 +128,7 @@ int getch() {
             keyPushedBack = false;
             return key;
         }
-        if (signalsHeld)
+        if (holdCount > 0)
             return KEY_ESC;
     }
 }
@@ -156,14 +156,15 @@ int GetKBKey() {
 }
 
 void HoldSignals() {
+    if (holdCount++ > 0)
+        return;
     sigset_t ending = EndingSignals();
     sigprocmask(SIG_BLOCK, &ending, &maskBeforeHold);
-    signalsHeld = true;
 }
 
 void ReleaseSignals() {
-    signalsHeld = false;
-    sigprocmask(SIG_SETMASK, &maskBeforeHold, nullptr);
+    if (--holdCount == 0)
+        sigprocmask(SIG_SETMASK, &maskBeforeHold, nullptr);
 }
 
 void GotoXY(uint32_t) {

@@ -28,7 +28,8 @@ int isKeyBoardHit();
 int GetKBKey();
 
 // Holds back the signals that end or stop the program while hardware is in a state that must not be left
-// behind; a key wait gives ESC when one has come. ReleaseSignals lets them act. Not to be nested.
+// behind; a key wait gives ESC when one has come. ReleaseSignals lets them act. Pairs may be nested: the
+// outer one counts.
 void HoldSignals();
 void ReleaseSignals();
 

@@ -5,17 +5,21 @@
         assert result.status == 0x86
         assert result.ports() == ["out32 0cf8 80000000", "in8 0cfc -> 86"]
 
-The build folder is $HWREG_BUILD, or build/ at the top of the tree.
+The build folder is $HWREG_BUILD, or build/ at the top of the tree. $HWREG_WRAPPER is a command that runs the program
+with its words (valgrind); what it writes to $HWREG_REPORT.* fails the test.
 """
 
+import contextlib
 import dataclasses
 import fcntl
 import itertools
 import os
 import pathlib
 import pty
+import re
 import select
 import shlex
+import shutil
 import signal
 import struct
 import subprocess
@@ -28,9 +32,18 @@ TOP = pathlib.Path(__file__).resolve().parents[2]
 BUILD = pathlib.Path(os.environ.get("HWREG_BUILD", TOP / "build")).resolve()
 BOARDS = TOP / "tests" / "board" / "boards"
 
+NO_STEP = b"cannot be stepped through"  # the board says so where the processor is emulated
+
 CLOSED = "closed"  # for stdin, stdout, stderr: the descriptor is not open at all
-PAUSE = 0.1  # seconds without further output after which a program on a terminal is taken to wait for a key
-SILENCE = 1.0  # the same when there has been no output at all since the last key (a machine may be busy)
+WRAPPER = shlex.split(os.environ.get("HWREG_WRAPPER", ""))
+SLOWNESS = 10 if WRAPPER else 1  # of the wrapper
+# Seconds without further output after which a program on a terminal is taken to wait for a key, and the same when there
+# has been no output at all since the last key (a machine may be busy).
+PAUSE = 0.5 if WRAPPER else 0.1
+SILENCE = 1.0 * SLOWNESS
+
+# A shell's background jobs ignore the first two, what nohup starts the third, and Python the last.
+DEFAULT_SIGNALS = (signal.SIGINT, signal.SIGQUIT, signal.SIGHUP, signal.SIGTERM, signal.SIGPIPE)
 
 
 @dataclasses.dataclass
@@ -113,6 +126,10 @@ class Run:
         self.words = shlex.split(args) if isinstance(args, str) else [str(word) for word in args]
         self.executable = str(BUILD / program)
         self.command = [self.executable if name is None else name, *self.words]
+        self.wrapped = bool(WRAPPER) and program == "hwreg" and name is None
+        if self.wrapped:
+            self.command = [*WRAPPER, self.executable, *self.words]
+            self.executable = shutil.which(WRAPPER[0])
         self.log_file = folder / "access.log"
         self.memory_file = folder / "memory" if keep_memory else None
         self.sanitizer_log = folder / "sanitizer"
@@ -122,6 +139,9 @@ class Run:
             given = self.environment.get(name, "")
             self.environment[name] = (f"{given}:abort_on_error=1:verify_asan_link_order=0:halt_on_error=1:"
                                       f"print_stacktrace=1:log_path={self.sanitizer_log}").lstrip(":")
+        self.environment["HWREG_REPORT"] = str(self.sanitizer_log)
+        if self.wrapped:
+            self.environment["HWBOARD_NO_STEP"] = "1"
         if board is not None:
             self.environment["HWBOARD"] = str(board_file(folder, board, extra))
             self.environment["HWBOARD_LOG"] = str(self.log_file)
@@ -132,17 +152,27 @@ class Run:
     def result(self, status, out, err, **more):
         log = self.log_file.read_text().splitlines() if self.log_file.exists() else []
         result = Result(self.words, status, out, err, log, self.folder, self.memory_file, **more)
-        complaints = [path.read_text() for path in self.folder.glob("sanitizer.*")]
+        if self.wrapped and NO_STEP in out + err:
+            pytest.skip("the wrapper does not execute single steps, by which device memory is simulated")
+        complaints = list(complaints_in(self.folder))
         assert not complaints, complaints[0]
         assert b"runtime error:" not in err, err
         return result
+
+
+def complaints_in(folder):
+    """What a sanitizer or valgrind has reported; the latter also tells of signals that end the program."""
+    for path in folder.glob("sanitizer.*"):
+        text = path.read_text().split("Process terminating with default action")[0]
+        if re.sub(r"(?m)^==\d+== *$", "", text).strip():
+            yield text
 
 
 def prepare_child(closed, terminal):
     """What the child does before it becomes the program."""
 
     def prepare():
-        for number in (signal.SIGINT, signal.SIGQUIT):  # a shell's background jobs ignore them
+        for number in DEFAULT_SIGNALS:
             signal.signal(number, signal.SIG_DFL)
         if terminal is not None:
             fcntl.ioctl(terminal, termios.TIOCSCTTY, 0)
@@ -153,8 +183,11 @@ def prepare_child(closed, terminal):
 
 
 def run_program(run, cwd, stdin, stdout, stderr, timeout):
+    timeout *= SLOWNESS
     streams = [stdin, stdout, stderr]
     closed = [number for number, stream in enumerate(streams) if stream is CLOSED]
+    if closed and run.wrapped:
+        pytest.skip("the wrapper's report would take the place of a closed descriptor")
     given = stdin if isinstance(stdin, bytes) else None
     child = subprocess.Popen(
         run.command,
@@ -173,6 +206,65 @@ def run_program(run, cwd, stdin, stdout, stderr, timeout):
         out, err = child.communicate()
         raise Timeout(run.result(child.returncode, out or b"", err or b""), timeout) from None
     return run.result(child.returncode, out or b"", err or b"")
+
+
+def pipe_with_room_for(accesses, path):
+    """Makes a named pipe in which the lines of these accesses have room and no other; its descriptor and size."""
+    os.mkfifo(path)
+    pipe = os.open(path, os.O_RDWR | os.O_NONBLOCK)
+    size = fcntl.fcntl(pipe, fcntl.F_SETPIPE_SZ, 1)  # one page, the least there is
+    filling = size - sum(len(line) + 1 for line in accesses)
+    assert filling > 0, "too many accesses for one page: leave ports out with `unlogged`"
+    os.write(pipe, b"#" * filling)
+    return pipe, size
+
+
+def is_full(pipe, size):
+    waiting = bytearray(4)
+    fcntl.ioctl(pipe, termios.FIONREAD, waiting)
+    return struct.unpack("i", waiting)[0] == size
+
+
+def take_log(pipe, child, timeout):
+    """What comes through the pipe until the program has ended."""
+    log = b""
+    deadline = time.monotonic() + timeout
+    while child.poll() is None and time.monotonic() < deadline:
+        if select.select([pipe], [], [], 0.01)[0]:
+            log += os.read(pipe, 65536)
+    while select.select([pipe], [], [], 0)[0]:
+        log += os.read(pipe, 65536)
+    return log.lstrip(b"#")
+
+
+def signal_behind(accesses, number):
+    """A runner (see the fixture `run`) that sends the program a signal right behind the accesses with which the log of
+    an undisturbed run begins. The log is a pipe that has room for no more than these, so the program waits there; on a
+    busy machine one more access may slip through."""
+
+    def go(run, cwd, stdin, stdout, stderr, timeout):
+        pipe, size = pipe_with_room_for(accesses, run.log_file)
+        child = subprocess.Popen(run.command, executable=run.executable, stdin=subprocess.DEVNULL,
+                                 stdout=subprocess.PIPE, stderr=subprocess.PIPE, env=run.environment, cwd=cwd,
+                                 preexec_fn=prepare_child([], None))  # fmt: skip
+        try:
+            deadline = time.monotonic() + timeout
+            while not is_full(pipe, size):
+                assert child.poll() is None and time.monotonic() < deadline, "it did not come there"
+                time.sleep(0.001)
+            child.send_signal(number)
+            with contextlib.suppress(subprocess.TimeoutExpired):
+                child.wait(0.2)  # here it ends, unless it holds the signal back
+            log = take_log(pipe, child, timeout)
+        finally:
+            child.kill()
+            out, err = child.communicate()
+            os.close(pipe)
+        run.log_file.unlink()
+        run.log_file.write_bytes(log)
+        return run.result(child.returncode, out, err)
+
+    return go
 
 
 class Terminal:
@@ -256,7 +348,7 @@ class Terminal:
 
 
 def run_terminal(run, cwd, keys, descriptors, size, timeout, typed):
-    deadline = time.monotonic() + timeout
+    deadline = time.monotonic() + timeout * SLOWNESS
     terminal = Terminal(run, cwd, descriptors, size, typed)
     seen = 0
     for item in keys:
@@ -301,12 +393,13 @@ def run(tmp_path, new_folder):
     cwd          the test's temporary folder unless given
     program      another program of the build folder
     name         what stands before the words in the argument vector instead of the program's path
+    runner       what runs it: run_program or signal_behind(...)
     """
 
     def go(args="", board="intel", extra=(), stdin=None, stdout=None, stderr=None, keep_memory=False, timeout=30,
-           cwd=None, program="hwreg", env=None, name=None):
+           cwd=None, program="hwreg", env=None, name=None, runner=run_program):
         prepared = Run(new_folder(), args, board, extra, keep_memory, program, env, name)
-        return run_program(prepared, cwd or tmp_path, stdin, stdout, stderr, timeout)
+        return runner(prepared, cwd or tmp_path, stdin, stdout, stderr, timeout)
 
     return go
 
@@ -334,4 +427,5 @@ def terminal(tmp_path, new_folder):
     return go
 
 
-__all__ = ["BOARDS", "BUILD", "CLOSED", "Result", "Timeout", "new_folder", "run", "signal", "terminal"]
+__all__ = ["BOARDS", "BUILD", "CLOSED", "Result", "Timeout", "new_folder", "run", "signal", "signal_behind",
+           "terminal"]

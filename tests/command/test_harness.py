@@ -4,7 +4,7 @@ import signal
 import sys
 
 import pytest
-from harness import CLOSED, Timeout
+from harness import CLOSED, DEFAULT_SIGNALS, Timeout, signal_behind
 
 
 def test_a_run_gives_status_output_and_log(run):
@@ -58,6 +58,23 @@ def test_keys_may_wait_for_a_text(terminal):
 def test_a_signal_may_take_the_place_of_a_key(terminal):
     assert terminal("/MEM /DUMP 0x1000", keys=[signal.SIGTERM]).status == -signal.SIGTERM
     assert terminal("/MEM /DUMP 0x1000", keys=[b"\x03"]).status == -signal.SIGINT
+
+
+@pytest.mark.parametrize("number", DEFAULT_SIGNALS)
+def test_signals_end_the_program_also_where_the_tests_are_started_without_them(terminal, number):
+    before = signal.signal(number, signal.SIG_IGN)  # as under nohup
+    try:
+        assert terminal("/MEM /DUMP 0x1000", keys=[number]).status == -number
+    finally:
+        signal.signal(number, before)
+
+
+def test_a_signal_may_come_between_two_accesses(run):
+    whole = run("/PCI /RW 0 0 0 0").log
+    behind = whole[: whole.index("out32 0cf8 80000000") + 1]
+    result = run("/PCI /RW 0 0 0 0", runner=signal_behind(behind, signal.SIGTERM))
+    assert (result.status, result.text) == (-signal.SIGTERM, "")
+    assert result.log in (behind, whole[: len(behind) + 1])
 
 
 def test_only_some_descriptors_may_be_the_terminal(terminal):

@@ -109,7 +109,7 @@ def test_the_64_bit_entry_point_is_read_in_two_fields_and_the_table_page_by_page
 
 
 def test_the_32_bit_entry_point_is_read_in_two_fields(run):
-    # Its length stands in the last bytes of a page's first line, its address 4 bytes from the page's end.
+    # Its length and its address are the last bytes of a page.
     entry = 0x7A5C0FE4
     result = smbios_run(run, extra=board_lines(smbios2(entry, TABLE2, STRUCTURES)) + systab(f"SMBIOS={entry:#x}"))
     assert_shows(result, listing(STRUCTURES))
@@ -373,12 +373,11 @@ def test_a_64_bit_entry_point_of_version_3_and_above_is_read_as_one(run, major):
 
 @pytest.mark.parametrize("major", [0, 2])
 def test_a_64_bit_anchor_with_a_version_below_3_is_read_by_the_other_layout(run, major):
-    # Its length is the u16 at 16h; the address would lie behind the 24 bytes that are copied.
+    # Its length is the u16 at 16h; the address would lie behind the 24 bytes that are copied, and is 0.
     entry = bytearray(entry64(0x0010_0000_7EB7_0000, len(STRUCTURES)))
     entry[7] = major
-    result = smbios_run(run, "/DUMP", legacy(entry))
-    assert result.status == 0
-    assert result.text.count("\r\n") == raw_dump(bytes(0x10)).count("\r\n")
+    result = smbios_run(run, "/DUMP", f_segment((0, b"at the beginning"), (0xF5A00, bytes(entry))))
+    assert_shows(result, raw_dump(b"at the beginning"))
 
 
 @pytest.mark.parametrize("broken", ["anchor sum", "DMI sum"])
@@ -603,7 +602,7 @@ def test_the_views_of_a_type_are_coloured(run):
 
 def test_esc_typed_ahead_ends_the_views_of_a_type(terminal):
     data = table(*(memory_device(i, 0x40, "DIMM", "BANK", 0) for i in range(3)), end())
-    result = terminal("/SMBIOS /TEXT /TYPE 17", board="base", extra=uefi(data), typed=b"\x1b", timeout=3)
+    result = terminal("/SMBIOS /TEXT /TYPE 17", board="base", extra=uefi(data), typed=b"\x1b")
     assert result.out.replace(b"^[", b"") == on_screen(views(next(walk(data))[1]))
     assert result.status == 0
 
@@ -656,6 +655,10 @@ def test_a_text_that_is_nowhere_is_told_as_it_was_typed(run, text):
 
 def test_a_missing_text_is_not_found(run):
     assert_shows(smbios_run(run, "/S", uefi()), "ERROR: Cannot find  in SMBIOS!\n", NOT_FOUND)
+
+
+def test_an_empty_text_is_found_at_the_beginning(run):
+    assert_shows(smbios_run(run, "/S ''", uefi()), "Found  in SMBIOS(Offset(0x0))!\n")
 
 
 @pytest.mark.parametrize("words", ["/s THREE", "-S THREE", "S THREE", "/S THREE Two", "/DUMP /S THREE",

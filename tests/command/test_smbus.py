@@ -9,7 +9,7 @@ import re
 import pytest
 
 from expected import CLEAR, DELAY, SMBUS_USAGE, assert_run, hex_view, legacy, on_screen, place, session
-from harness import signal
+from harness import signal, signal_behind
 
 UNIT = ["out8 00ed 00"]
 INTEL, AMD = 0xEFA0, 0x0B00  # the host's ports on the boards
@@ -243,6 +243,40 @@ def test_a_host_that_reads_as_all_ones_fails_at_once(run, args, line):
               out(INTEL + HOST_CNT, 0x81)]  # fmt: skip
     assert (result.text, result.status) == (line, 0xFF)
     assert result.log[-7:-2] == ending
+
+
+# ---- signals --------------------------------------------------------------------------------------------------------
+
+SHORT = [*QUIET, "unlogged 0cf8 8"]  # the log without delays and the search for the host
+
+
+@pytest.mark.parametrize("number", [signal.SIGINT, signal.SIGTERM, signal.SIGHUP])
+@pytest.mark.parametrize("board, base", [("intel", INTEL), ("amd", AMD)])
+def test_a_signal_in_the_poll_waits_until_the_status_is_written_back(run, board, base, number):
+    # On Intel's host that write gives the semaphore back, too.
+    whole = run("/SMBUS /RB 0xa0 2", board=board, extra=SHORT).log
+    poll, written_back = seen(base, BUSY[base][1]), out(base, DONE | (0x40 if base == INTEL else 0))
+    runner = signal_behind(whole[: whole.index(poll) + 1], number)
+    result = run("/SMBUS /RB 0xa0 2", board=board, extra=SHORT, runner=runner)
+    assert (result.status, result.text) == (-number, "")
+    assert result.log == whole[: whole.index(written_back) + 1]
+
+
+def test_a_signal_in_a_transaction_that_fails_waits_until_the_host_is_cleaned_up(run):
+    whole = run("/SMBUS /RB 0xa6 2", extra=SHORT).log
+    at = whole.index(seen(INTEL, 0x44))
+    result = run("/SMBUS /RB 0xa6 2", extra=SHORT, runner=signal_behind(whole[: at + 1], signal.SIGINT))
+    assert result.status == -signal.SIGINT
+    assert result.log[at + 1 :] == [out(INTEL, 0x44), seen(INTEL + HOST_CNT, 0x08), out(INTEL + HOST_CNT, 0x81)]
+
+
+def test_a_signal_ends_a_scan_behind_the_transaction_in_which_it_came(run):
+    whole = run("/SMBUS /S 0xa0 0xa8", extra=SHORT).log
+    at = whole.index(out(INTEL + SLAVE, 0xA5)) + 3  # cleared and started
+    result = run("/SMBUS /S 0xa0 0xa8", extra=SHORT, runner=signal_behind(whole[: at + 1], signal.SIGINT))
+    assert result.status == -signal.SIGINT
+    assert [slave for slave, _ in transfers(result, INTEL)] == [0xA1, 0xA3, 0xA5]
+    assert result.log[-1] == out(INTEL, DONE | 0x40)
 
 
 # ---- finding the host -----------------------------------------------------------------------------------------------

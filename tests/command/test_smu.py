@@ -160,7 +160,9 @@ def test_a_network_that_reads_as_all_ones_has_answered(smu):
 def until_asserted(child, log_file):
     said = b""
     while said.count(b"\n") < 1000:
-        said += os.read(child.stdout.fileno(), 65536)
+        part = os.read(child.stdout.fileno(), 65536)
+        assert part, "the output has ended"
+        said += part
     return said
 
 

@@ -207,6 +207,23 @@ TEST(Console, HeldSignalsActOnReleaseAndEndAWaitForAKey) {
     signal(SIGINT, SIG_DFL);
 }
 
+TEST(Console, OfNestedHoldsTheLastReleaseLetsSignalsAct) {
+    OpenKeyboard();
+    mSignalsSeen = 0;
+    signal(SIGINT, SeeSignal);
+    HoldSignals();
+    HoldSignals();
+    raise(SIGINT);
+    ReleaseSignals();
+    ASSERT_EQ(mSignalsSeen, 0);
+    EXPECT_EQ(getch(), 27); // still held
+    ReleaseSignals();
+    EXPECT_EQ(mSignalsSeen, 1);
+    raise(SIGINT); // the mask is the one before the first hold
+    EXPECT_EQ(mSignalsSeen, 2);
+    signal(SIGINT, SIG_DFL);
+}
+
 TEST(Console, WithHeldSignalsAKeyIsStillRead) {
     FeedInput("k");
     HoldSignals();

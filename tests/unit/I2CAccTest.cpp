@@ -145,8 +145,7 @@ TEST(I2CAcc, TheSpeedOfACoreThatDoesNotDisableStays) {
     EXPECT_EQ(MemRead32(0xFEDC3000), 0x7Fu);
 }
 
-// ---- waits
-// ----------------------------------------------------------------------------------------------------------
+// ---- waits ----------------------------------------------------------------------------------------------
 
 // Polls of one register, each with the delay behind it.
 static Log Polls(const std::string &read, unsigned count, unsigned delay) {
@@ -200,8 +199,7 @@ TEST(I2CAcc, TheEnabledBitIsWaitedForTenTimes25) {
     EXPECT_EQ(I2cDwWaitI2cEnable(CORE, 1), EFI_SUCCESS);
 }
 
-// ---- errors
-// ---------------------------------------------------------------------------------------------------------
+// ---- errors ---------------------------------------------------------------------------------------------
 
 TEST(I2CAcc, ACoreWithoutAnErrorIsLeftAlone) {
     OpenCore();
@@ -260,8 +258,7 @@ TEST(I2CAcc, AnErrorOfACoreThatDoesNotDisableIsReportedAllTheSame) {
     EXPECT_EQ(log.back(), "mw32 fedc2004 00000000");
 }
 
-// ---- target
-// ---------------------------------------------------------------------------------------------------------
+// ---- target ---------------------------------------------------------------------------------------------
 
 TEST(I2CAcc, ATargetThatIsSetCostsOneRead) {
     OpenCore();
@@ -296,8 +293,7 @@ TEST(I2CAcc, FailuresToSetATargetAreToldApart) {
     }
 }
 
-// ---- requests
-// -------------------------------------------------------------------------------------------------------
+// ---- requests -------------------------------------------------------------------------------------------
 
 TEST(I2CAcc, ARequestIsAReadOrAWriteOrAWriteAndARead) {
     I2cContext ctx = OpenCore();
@@ -328,7 +324,56 @@ TEST(I2CAcc, UnsupportedRequestsTouchNothing) {
     EXPECT_EQ(I2cAccess(&ctx, 0x50, &empty), EFI_UNSUPPORTED);
     I2cRequest twoWrites = {2, {{0, 1, bytes}, {0, 1, bytes}}};
     EXPECT_EQ(I2cAccess(&ctx, 0x50, &twoWrites), EFI_INVALID_PARAMETER);
+    for (uint32_t count : {0u, 3u}) {
+        I2cRequest counted = {count, {{0, 1, bytes}, {I2C_FLAG_READ, 1, bytes}}};
+        EXPECT_EQ(I2cAccess(&ctx, 0x50, &counted), EFI_INVALID_PARAMETER) << count;
+    }
     EXPECT_EQ(TakeLog(), Log{});
+}
+
+TEST(I2CAcc, OfTwoReadsTheFirstIsWritten) {
+    I2cContext ctx = OpenCore();
+    uint8_t number = 1;
+    uint8_t in[2] = {};
+    I2cRequest req = {2, {{I2C_FLAG_READ, 1, &number}, {I2C_FLAG_READ, 2, in}}};
+    EXPECT_EQ(I2cAccess(&ctx, 0x50, &req), EFI_SUCCESS);
+    EXPECT_EQ(TakeCommands(), (std::vector<uint32_t>{1, 0x100, 0x300}));
+    EXPECT_EQ(in[0] | in[1] << 8, 0x5678);
+}
+
+TEST(I2CAcc, AContextHoldsNoBufferOfARequestThatIsOver) {
+    for (const char *lines : {"", "\nsequence fedc2078 1"}) { // the second one ends while bytes are missing
+        ResetEverything();
+        I2cContext ctx = OpenCore(lines);
+        uint8_t out[2];
+        I2CRead(&ctx, 0x50, 1, out);
+        EXPECT_EQ(ctx.writeBuffer, nullptr);
+        EXPECT_EQ(ctx.readBuffer, nullptr);
+        EXPECT_EQ(ctx.writeCount + ctx.readCount + ctx.totalCount, 0u);
+    }
+}
+
+// One byte to write and two to read, in a context of that total.
+static std::vector<uint32_t> CommandsOfTotal(uint32_t total) {
+    I2cContext ctx = OpenCore();
+    EXPECT_EQ(I2cSetTarget(0x50, CORE), EFI_SUCCESS);
+    uint8_t number = 1;
+    uint8_t in[2] = {};
+    ctx.writeBuffer = &number;
+    ctx.writeCount = 1;
+    ctx.readBuffer = in;
+    ctx.readCount = 2;
+    ctx.totalCount = total;
+    EXPECT_EQ(I2cWriteRead(&ctx), EFI_SUCCESS);
+    return TakeCommands();
+}
+
+TEST(I2CAcc, ATransferEndsWithItsTotalWhateverThePhasesHold) {
+    EXPECT_EQ(CommandsOfTotal(3), (std::vector<uint32_t>{1, 0x100, 0x300}));
+    ResetEverything();
+    EXPECT_EQ(CommandsOfTotal(1), (std::vector<uint32_t>{1})); // without a stop: a read was to follow
+    ResetEverything();
+    EXPECT_EQ(CommandsOfTotal(0), (std::vector<uint32_t>{}));
 }
 
 TEST(I2CAcc, ATargetThatCannotBeSetIsADeviceErrorWithoutAStop) {
@@ -377,8 +422,7 @@ TEST(I2CAcc, ACoreThatDoesNotEnableForATransferIsNotReady) {
     EXPECT_EQ(MemRead32(IC_ENABLE), 0u);
 }
 
-// ---- FIFOs of all depths
-// --------------------------------------------------------------------------------------------
+// ---- FIFOs of all depths --------------------------------------------------------------------------------
 
 // Reads count bytes of the device that holds each byte's number, through FIFOs of that depth.
 static std::vector<uint8_t> ReadThrough(unsigned depth, unsigned count) {

@@ -39,7 +39,7 @@ TEST(SMBusAcc, AnotherHostStandsInThePowerManagementRegisters) {
         uint16_t base = 0;
         EXPECT_EQ(GetSMBusBaseAddress(&base), 1);
         EXPECT_EQ(base, 0x0B00);
-        EXPECT_FALSE(BoardGetPci(0x00A0, 4, 2) != 0x0403); // decoding was on already
+        EXPECT_EQ(BoardGetPci(0x00A0, 4, 2), 0x0403u); // decoding was on already
     }
 }
 
