@@ -11,6 +11,7 @@
 #include "Settings.h"
 #include "Trap.h"
 #include "models/AmdPm.h"
+#include "models/Answers.h"
 #include "models/Cmos.h"
 #include "models/DwI2c.h"
 #include "models/PciFunction.h"
@@ -36,6 +37,8 @@ void ForgetBoard() {
     SettingsReset();
     PortsReset();
     SimplePortsReset();
+    AnswersReset();
+    LimitAccesses(UINT64_MAX);
     CmosReset();
     Pm1Reset();
     SuperIoReset();
@@ -130,8 +133,24 @@ EXPORTED uint32_t BoardGetPci(uint16_t function, uint16_t offset, int width) {
     return found ? PciStored(found, offset, unsigned(width)) : 0xFFFFFFFFu >> (32 - 8 * width);
 }
 
+EXPORTED uint32_t BoardPortRead(uint16_t port, unsigned width) {
+    return LoggedPortRead(port, width);
+}
+
+EXPORTED void BoardPortWrite(uint16_t port, unsigned width, uint32_t value) {
+    LoggedPortWrite(port, width, value);
+}
+
 EXPORTED uint64_t BoardMicroseconds() {
     return DelayPortMicroseconds();
+}
+
+EXPORTED void BoardAnswer(unsigned doors, const void *bytes, uint64_t length, uint8_t rest) {
+    AnswersStart(doors, bytes, length, rest);
+}
+
+EXPORTED void BoardLimit(uint64_t accesses) {
+    LimitAccesses(accesses);
 }
 
 EXPORTED int BoardCpuidFaulting() {

@@ -39,8 +39,31 @@ uint64_t BoardGetMsr(int cpu, uint32_t index);
 void BoardSetPci(uint16_t function, uint16_t offset, int width, uint32_t value);
 uint32_t BoardGetPci(uint16_t function, uint16_t offset, int width);
 
+// One port access of 1, 2 or 4 bytes as the instruction makes it, log and all, without the fault: many times
+// as fast.
+uint32_t BoardPortRead(uint16_t port, unsigned width);
+void BoardPortWrite(uint16_t port, unsigned width, uint32_t value);
+
 // Microseconds that have passed on the board: one for each write to the delay port 0xED.
 uint64_t BoardMicroseconds(void);
+
+// What BoardAnswer stands in front of.
+enum {
+    ANSWER_PCI_PORTS = 1,     // configuration mechanism 1
+    ANSWER_OTHER_PORTS = 2,   // all but these and the delay port
+    ANSWER_DEVICE_MEMORY = 4, // from 2 GiB up
+    ANSWER_MSRS = 8,          // those that the board has
+};
+
+// From now on these doors (a set of the bits above) answer from the bytes, whatever they are asked: each read
+// takes as many as it is wide, the lowest first, and `rest` again and again when all are taken. What is
+// written there is lost. The bytes must stay where they are.
+void BoardAnswer(unsigned doors, const void *bytes, uint64_t length, uint8_t rest);
+
+// The process leaves with exit status 0 after so many further accesses: for programs that may run on for
+// ever. An access to a device in memory counts as ten, by the time it takes; port accesses count even when
+// they are not logged.
+void BoardLimit(uint64_t accesses);
 
 // 1 when the board's CPUID leaves are in force, 0 when the processor cannot make CPUID fault or none were
 // given.

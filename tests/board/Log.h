@@ -12,6 +12,11 @@ void LogKeep();
 void LogClear();
 const char *LogText();
 
+// The process leaves, with exit status 0, when more than so many accesses have been counted. A line counts as
+// one.
+void LimitAccesses(uint64_t accesses);
+void CountAccesses(uint64_t count);
+
 struct LogLine {
     char text[512];
     size_t length;

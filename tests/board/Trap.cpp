@@ -8,6 +8,7 @@
 #include "Settings.h"
 
 #include <signal.h>
+#include <stdlib.h>
 #include <string.h>
 #include <sys/mman.h>
 #include <sys/syscall.h>
@@ -20,6 +21,7 @@ constexpr greg_t PAGE_FAULT_WRITE = 2;
 constexpr greg_t EFLAGS_TF = 0x100;
 constexpr int ARCH_CPUID_SET = 0x1012;
 constexpr uint64_t PAGE = 4096;
+constexpr uint64_t MEMORY_COSTS = 10; // port accesses that take the time of one in memory
 
 typedef void (*SignalHandler)(int, siginfo_t *, void *);
 
@@ -35,6 +37,7 @@ constexpr uintptr_t HANDLER_DEFAULT = 0;
 constexpr uintptr_t HANDLER_IGNORE = 1;
 
 bool gArmed;
+bool gNoStep;               // HWBOARD_NO_STEP: an emulated processor that has no trap flag
 KernelSigaction gBefore[2]; // SIGSEGV, SIGTRAP
 
 // The one instruction that runs with its pages open.
@@ -84,8 +87,10 @@ void PassOn(int signal, siginfo_t *info, void *context) {
 }
 
 void LogPort(const char *name, unsigned width, uint16_t port, const char *arrow, uint32_t value) {
-    if (!PortLogged(port))
+    if (!PortLogged(port)) {
+        CountAccesses(1);
         return;
+    }
     LogLine line;
     LogBegin(&line, name);
     LogAdd(&line, width == 1 ? "8 " : width == 2 ? "16 " : "32 ");
@@ -96,8 +101,7 @@ void LogPort(const char *name, unsigned width, uint16_t port, const char *arrow,
 }
 
 void PortIn(const Instruction *instruction, greg_t *rax) {
-    uint32_t value = PortRead(instruction->port, instruction->width);
-    LogPort("in", instruction->width, instruction->port, " -> ", value);
+    uint32_t value = LoggedPortRead(instruction->port, instruction->width);
     // 8 and 16 bits leave the rest of RAX alone, 32 bits clear it.
     uint64_t kept = instruction->width == 1   ? uint64_t(*rax) & ~uint64_t(0xFF)
                     : instruction->width == 2 ? uint64_t(*rax) & ~uint64_t(0xFFFF)
@@ -109,8 +113,7 @@ void PortOut(const Instruction *instruction, greg_t rax) {
     uint32_t value = uint32_t(rax);
     if (instruction->width < 4)
         value &= (1u << (8 * instruction->width)) - 1;
-    LogPort("out", instruction->width, instruction->port, " ", value);
-    PortWrite(instruction->port, instruction->width, value);
+    LoggedPortWrite(instruction->port, instruction->width, value);
 }
 
 void Cpuid(greg_t *registers) {
@@ -163,6 +166,7 @@ void LogMemory(bool string, bool written, uint64_t address, unsigned width) {
     unsigned bits = 8 * width;
     const char digits[4] = {char('0' + bits / 100), char('0' + bits / 10 % 10), char('0' + bits % 10), 0};
     LogLine line;
+    CountAccesses(MEMORY_COSTS - 1);
     LogBegin(&line, string ? "ms" : written ? "mw" : "mr");
     LogAdd(&line, digits + (bits < 10 ? 2 : bits < 100 ? 1 : 0));
     LogAdd(&line, " ");
@@ -225,6 +229,9 @@ bool OnPageFault(ucontext_t *context) {
             code[0], code[1], code[2], code[3], code[4], code[5], code[6], code[7],
             reinterpret_cast<const void *>(code), static_cast<unsigned long>(physical));
 
+    if (gNoStep)
+        BoardFail("device memory at %lx: it cannot be stepped through", static_cast<unsigned long>(physical));
+
     gStep.string = instruction.kind == INSTRUCTION_MEMORY_STRING;
     gStep.operandCount = 0;
     for (int i = 0; i < instruction.operandCount; i++)
@@ -277,10 +284,22 @@ void OnTrap(int signal, siginfo_t *info, void *opaque) {
 
 } // namespace
 
+uint32_t LoggedPortRead(uint16_t port, unsigned width) {
+    uint32_t value = PortRead(port, width);
+    LogPort("in", width, port, " -> ", value);
+    return value;
+}
+
+void LoggedPortWrite(uint16_t port, unsigned width, uint32_t value) {
+    LogPort("out", width, port, " ", value);
+    PortWrite(port, width, value);
+}
+
 void TrapArm() {
     if (gArmed)
         return;
     gArmed = true;
+    gNoStep = getenv("HWBOARD_NO_STEP") != nullptr;
     KernelSigaction action = {reinterpret_cast<uintptr_t>(OnSegmentationFault),
                               SA_SIGINFO | SA_ONSTACK | SA_RESTART | KERNEL_SA_RESTORER, BoardSignalReturn,
                               0};

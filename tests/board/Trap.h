@@ -3,6 +3,12 @@
 // single-stepping.
 #pragma once
 
+#include <stdint.h>
+
+// One access of 1, 2 or 4 bytes, logged.
+uint32_t LoggedPortRead(uint16_t port, unsigned width);
+void LoggedPortWrite(uint16_t port, unsigned width, uint32_t value);
+
 // Takes SIGSEGV and SIGTRAP, once; what is no matter of the board goes to whoever had them before.
 void TrapArm();
 

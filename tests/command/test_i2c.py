@@ -7,6 +7,7 @@ time on the bus unless a test says so, and each wait then ends with its first po
 import pytest
 
 from expected import CLEAR, I2C_USAGE, assert_run, legacy, mapped, session
+from harness import signal, signal_behind
 
 CORES = [0xFEDC2000, 0xFEDC3000, 0xFEDC4000, 0xFEDC5000, 0xFEDC6000, 0xFEDCB000]
 DEPTHS = [(64, 64), (1, 1), (2, 2), (16, 16), (1, 64), (256, 256)]  # receive, transmit
@@ -461,3 +462,21 @@ def test_the_core_is_disabled_at_the_end_of_every_transfer(run):
     for args in ("/RB 0 0x50 1", "/WB 0 0x50 1 2", "/RB 0 0x51 1", "/WB 0 0x51 1 2"):
         result = run(f"/I2C {args}", board="amd")
         assert result.log[-2 - len(disabled(CORES[0])) :] == disabled(CORES[0]) + session()[-2:]
+
+
+# ---- signals --------------------------------------------------------------------------------------------------------
+
+ENABLE = "mw32 fedc206c 00000001"
+DISABLE = "mw32 fedc206c 00000000"
+BUSY = ["i2c-core fedc2000 stays-busy", "unlogged 00ed 1"]
+
+
+@pytest.mark.parametrize("number", [signal.SIGINT, signal.SIGTERM, signal.SIGHUP])
+@pytest.mark.parametrize("args", ["/RB 0 0x50 1", "/WB 0 0x50 1 2"])
+def test_a_signal_while_a_core_is_enabled_acts_after_it_is_disabled(run, args, number):
+    # The core is enabled for its target; then the busy bus is waited for.
+    whole = run(f"/I2C {args}", board="amd", extra=BUSY).log
+    stopped = signal_behind(whole[: whole.index(ENABLE) + 1], number)
+    result = run(f"/I2C {args}", board="amd", extra=BUSY, runner=stopped)
+    enables = [line for line in accesses(result) if line in (ENABLE, DISABLE)]
+    assert (result.status, enables[-2:]) == (-number, [ENABLE, DISABLE])

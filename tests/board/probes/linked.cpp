@@ -7,6 +7,7 @@
 #include <string.h>
 #include <sys/io.h>
 #include <sys/mman.h>
+#include <sys/wait.h>
 #include <unistd.h>
 
 static int gFailures;
@@ -35,6 +36,9 @@ static void PortsAndLog(const char *boards) {
     outb(0x33, 0x72);
     Check(BoardGetPort(0x72) == 0x33, "a written port is seen from outside");
     Check(strcmp(BoardLog(), "iopl 3\nin8 0072 -> 5a\nout8 0072 33\n") == 0, "the log holds the three lines");
+    BoardPortWrite(0x72, 1, 0x77);
+    Check(BoardPortRead(0x72, 1) == 0x77, "a port is reached without an instruction");
+    Check(strstr(BoardLog(), "out8 0072 77\nin8 0072 -> 77\n"), "that leaves the same lines");
     BoardLogClear();
     Check(*BoardLog() == 0, "a cleared log is empty");
     Check(BoardMicroseconds() == 0, "no time has passed");
@@ -92,11 +96,58 @@ static void LoadingAgainStartsAfresh(const char *boards) {
           "an unloaded board is gone");
 }
 
+static void AnswersStandInFrontOfDevices(const char *boards) {
+    char path[4096];
+    const uint8_t bytes[] = {0x86, 0x80, 0x11, 0x22, 0x33, 0x44, 0x55, 0x66, 0x77, 0x88, 0x99, 0xAA, 0xBB};
+    snprintf(path, sizeof path, "%s/intel.board", boards);
+    BoardLoad(path);
+    iopl(3);
+    BoardAnswer(ANSWER_OTHER_PORTS | ANSWER_DEVICE_MEMORY | ANSWER_MSRS, bytes, sizeof bytes, 0x5A);
+    Check(inw(0x70) == 0x8086, "a read takes as many bytes as it is wide");
+    outl(0x80000000, 0xCF8);
+    Check(inw(0xCFC) == 0x8086 && inb(0x80) == 0x11, "doors that were not named keep their devices");
+    int descriptor = open("/dev/cpu/0/msr", O_RDONLY);
+    uint64_t value = 0;
+    Check(pread(descriptor, &value, 8, 0x10) == 8 && value == 0x9988776655443322, "an MSR takes eight");
+    Check(pread(descriptor, &value, 8, 0x12345) == -1, "absent registers stay absent");
+    close(descriptor);
+    descriptor = open("/dev/mem", O_RDWR | O_SYNC);
+    void *mapping = mmap(nullptr, 4096, PROT_READ, MAP_SHARED, descriptor, 0xE0000000);
+    Check(*static_cast<volatile uint32_t *>(mapping) == 0x5A5ABBAA, "behind the last byte is the rest");
+    munmap(mapping, 4096);
+    close(descriptor);
+}
+
+// The exit status of a program that makes so many accesses.
+static int StatusOfLimited(const char *board, uint64_t limit, int accesses) {
+    int status = -1;
+    pid_t child = fork();
+    if (child == 0) {
+        BoardLoad(board);
+        iopl(3);
+        BoardLimit(limit);
+        for (int i = 0; i < accesses; i++)
+            inb(0x80);
+        _exit(3);
+    }
+    waitpid(child, &status, 0);
+    return WEXITSTATUS(status);
+}
+
+static void ALimitedProgramLeaves(const char *boards) {
+    char path[4096];
+    snprintf(path, sizeof path, "%s/intel.board", boards);
+    Check(StatusOfLimited(path, 1000, 1000) == 3, "a program within its limit runs to its end");
+    Check(StatusOfLimited(path, 1000, 1001) == 0, "a program leaves when it has used up its limit");
+}
+
 int main(int, char **argv) {
     UnloadedDoorsLeadToTheKernel();
     PortsAndLog(argv[1]);
     MemoryFromOutside();
     RegistersFromOutside();
     LoadingAgainStartsAfresh(argv[1]);
+    AnswersStandInFrontOfDevices(argv[1]);
+    ALimitedProgramLeaves(argv[1]);
     return gFailures != 0;
 }

@@ -7,9 +7,6 @@
 // and clears the pieces again. PROGRESS holds the number of the case that is running: what is left there when
 // the process dies is the one to look at. A case that takes longer than CASE_SECONDS ends the process with
 // SIGALRM.
-//
-// The first word SPEED stands for GetCPUSpeedSmb, GetTotalStructureSize and the searches and views that load
-// the table themselves, FADT for AcpiGetPMAddress and FindEntryInRsdp.
 #include <fcntl.h>
 #include <stdio.h>
 #include <stdlib.h>
@@ -18,13 +15,9 @@
 
 #include <vector>
 
-#include "Base/Memory.h"
 #include "BasicLib/Driver.h"
 #include "Board.h"
-#include "Common/Global.h"
-#include "Main/Parser.h"
-#include "Project/ACPIAcc.h"
-#include "Project/Smbios.h"
+#include "TableCommand.h"
 
 namespace {
 
@@ -73,42 +66,6 @@ bool ReadCase(FILE *file, Case *into) {
     return true;
 }
 
-void RunTableProcedures() {
-    uint8_t *table;
-    uint32_t length;
-    GetCpuCurrentSpeed();
-    if (LoadSmbios(&table, &length) == EFI_SUCCESS) {
-        GetTotalStructureSize(table);
-        Free(table);
-    }
-    ShowSmbiosTargetType(nullptr, 4);
-    ShowSmbiosAllType(nullptr);
-}
-
-void RunAcpiProcedures() {
-    PmAddressRecord record = {};
-    uint32_t address;
-    AcpiGetPMAddress(&record);
-    FindEntryInRsdp(ACPI_RSDT_ONLY, ACPI_SIGNATURE_FADT, &address);
-}
-
-void RunCase(Case *test) {
-    CmdArg record = {};
-    char **argv = test->words.data();
-    int argc = static_cast<int>(test->words.size()) - 1;
-    argvToUpper(argv);
-    gCmdArg = setTypeCmdArg(&record, TranslateCmd(argv), argc, argv);
-    if (strcmp(argv[1], "SPEED") == 0)
-        RunTableProcedures();
-    else if (strcmp(argv[1], "FADT") == 0)
-        RunAcpiProcedures();
-    else if (CmdHas(Flag::SMBIOS))
-        SmbiosEntry();
-    else
-        AcpiEntry();
-    gCmdArg = nullptr;
-}
-
 void RunCases(FILE *file, int progress) {
     Case test;
     for (uint32_t number = 0; ReadCase(file, &test); number++) {
@@ -118,7 +75,7 @@ void RunCases(FILE *file, int progress) {
             BoardPoke(piece.address, piece.data.data(), piece.data.size());
         BoardLogClear();
         alarm(CASE_SECONDS);
-        RunCase(&test);
+        RunTableCommand(static_cast<int>(test.words.size()) - 1, test.words.data());
         alarm(0);
         for (Piece &piece : test.pieces) {
             std::vector<uint8_t> zeros(piece.data.size());

@@ -1,0 +1,91 @@
+"""Runs a command line with one call of the program failing (tests/board/Faults.cpp), and tells what was left behind."""
+
+import re
+import shutil
+import subprocess
+
+from harness import BUILD, Run, Timeout
+from processor import can_fault, emulate, is_sanitized, EXTENDED_SIGNATURE
+
+SECONDS = 30
+LIBRARIES = f"{BUILD}/libhwfaults.so:{BUILD}/libhwboard.so"
+
+# Further errors to fail with, where the program looks at them.
+ERRORS = {"mmap": ("EPERM", "EAGAIN")}
+
+
+class Bench:
+    """A folder in which a line is run again and again."""
+
+    def __init__(self, folder, line):
+        self.line = line
+        self.folder = folder
+        self.work = folder / "work"
+        extra = list(line.extra)
+        if line.signature and can_fault():
+            extra.append(f"cpuid {EXTENDED_SIGNATURE:x} 0 {line.signature:x} 0 0 0")
+        self.extra = extra
+        self.first = self.prepared()
+
+    def prepared(self):
+        run = Run(self.folder, self.line.words, self.line.board, self.extra, False, "hwreg", None)
+        run.environment["LD_PRELOAD"] = LIBRARIES
+        if self.line.signature and not can_fault():
+            emulate(run, self.line.signature)
+        return run
+
+    def clear(self):
+        shutil.rmtree(self.work, ignore_errors=True)
+        self.work.mkdir()
+        self.first.log_file.unlink(missing_ok=True)
+
+    def run(self, wish, keys=None):
+        """With HWBOARD_FAIL=wish; the files that it leaves are in `files`."""
+        self.clear()
+        environment = {**self.first.environment, "HWBOARD_FAIL": wish}
+        typed = self.folder / "keys"  # a file, not a pipe: the keys are there from the beginning
+        typed.write_bytes(self.line.keys if keys is None else keys)
+        try:
+            with open(typed, "rb") as stdin:
+                done = subprocess.run(self.first.command, executable=self.first.executable, stdin=stdin,
+                                      env=environment, cwd=self.work, capture_output=True, timeout=SECONDS, check=False)
+        except subprocess.TimeoutExpired as late:
+            raise Timeout(self.first.result(None, late.stdout or b"", late.stderr or b""), SECONDS) from None
+        return told(self.first.result(done.returncode, done.stdout, done.stderr), self.work)
+
+
+def told(result, work):
+    """Takes the lines of the failure library out of the log."""
+    theirs = ("failed ", "called ", "held ", "mistaken ")
+    lines = [line for line in result.log if line.startswith(theirs)]
+    result.failed = [line for line in lines if line.startswith("failed ")]
+    result.calls = {name: int(count) for name, count in re.findall(r"called (\w+) (\d+)", "\n".join(lines))}
+    result.held = [line for line in lines if line.startswith(("held ", "mistaken "))]
+    result.whole_log = result.log
+    result.log = [line for line in result.log if not line.startswith(theirs)]
+    result.files = {path.name: path.read_bytes() for path in work.iterdir()} if work.exists() else {}
+    return result
+
+
+def cannot_run(line):
+    """Why this machine cannot run the line, or None."""
+    if not line.signature or can_fault():
+        return None
+    if is_sanitized():
+        return "the address sanitizer does not run emulated"
+    return None if shutil.which("qemu-x86_64") else "the processor cannot make CPUID fault, and there is no qemu-x86_64"
+
+
+def wishes_for_no_memory(line, calls):
+    """Where less memory will do, it is refused from some allocation on for good."""
+    if "/RF" in line.words or line.command == "/SMBIOS":
+        for number in range(1, calls.get("malloc", 0) + 1):
+            yield "malloc", f"malloc {number}+"
+
+
+def wishes(calls):
+    """HWBOARD_FAIL for each call of a run, with its function."""
+    for function, count in calls.items():
+        for error in ERRORS.get(function, ("",)):
+            for number in range(1, count + 1):
+                yield function, f"{function} {number} {error}".strip()

@@ -1,0 +1,61 @@
+"""Every call that can fail does, one in each run: for one command line of each form, each function and each number."""
+
+import pytest
+
+import injection
+import oracles
+from lines import every_line
+
+def complaints(line, usual, result, function, wish):
+    """What is wrong with a run, in words."""
+    if result.status < 0:
+        yield f"killed by signal {-result.status}"
+        return
+    if result.err:
+        yield f"standard error: {result.err}"
+    if len(result.failed) != 1 and not (wish.endswith("+") and result.failed):
+        yield "the call did not come"
+    yield from oracles.complaints_about_the_machine(result, usual)
+    yield from oracles.complaints_about_what_is_held(result, function)
+    if set(result.files) - set(usual.files):
+        yield f"new files: {set(result.files) - set(usual.files)}"
+    if not oracles.only_known_effects(line, result, usual):
+        yield "it changed something that it does not change otherwise"
+    if wish.startswith("iopl 1"):
+        yield from nothing_was_done(result)
+        return
+    if "iopl 0" not in result.log and wish != "iopl 2":
+        yield "the end of the run is missing"
+    if not oracles.status_is_explained(line, result, usual):
+        yield f"status {result.status} is not documented"
+    if not oracles.only_known_text(function, result, usual):
+        yield f"it printed something else: {result.text[-300:]!r}"
+    if function in oracles.WITHOUT_EFFECT and (result.status, result.text) != (usual.status, usual.text):
+        yield f"nothing should be seen of it: {result.status}, {result.text[-300:]!r}"
+
+
+def nothing_was_done(result):
+    if (result.status, result.text, result.log) != (oracles.FAILED_START, "", []):
+        yield f"without privilege: {result.status}, {result.text!r}, {result.log}"
+
+
+def complaints_of_all_runs(bench):
+    usual = bench.run("count")
+    if usual.held or usual.failed or usual.status < 0:
+        yield f"without a failure: {usual.status}, {usual.held}"
+    unbroken = bench.run("count", keys=b"") if oracles.KEYS & set(usual.calls) else usual
+    wishes = [*injection.wishes(usual.calls), *injection.wishes_for_no_memory(bench.line, usual.calls)]
+    for function, wish in wishes:
+        result = bench.run(wish)
+        model = unbroken if function in oracles.KEYS else usual
+        for complaint in complaints(bench.line, model, result, function, wish):
+            yield f"{wish}: {complaint}"
+
+
+@pytest.mark.parametrize("line", every_line(), ids=str)
+def test_whatever_fails_the_run_ends_well(tmp_path, line):
+    reason = injection.cannot_run(line)
+    if reason:
+        pytest.skip(reason)
+    found = list(complaints_of_all_runs(injection.Bench(tmp_path, line)))
+    assert not found, "\n".join(found)

@@ -1,0 +1,69 @@
+"""Commands that look for keys, on a terminal, while what they need of it fails: they end, and leave it as it was."""
+
+import termios
+
+import pytest
+
+import injection
+import oracles
+from harness import run_terminal
+from lines import every_line
+
+FUNCTIONS = {"tcgetattr", "tcsetattr", "signalfd", "poll", "getc", "ungetc", "fcntl", "setvbuf", "close"}
+TYPED = b"\x1b\n" * 20  # ESC, with what a terminal that still takes lines waits for
+
+
+
+def looks_for_keys(line):
+    words = line.words.split()
+    return line.words == "/SMBIOS" or ({"/DUMP", "/T"} & set(words) and "/INDEX" not in words)
+
+
+WATCHING = [line for line in every_line() if looks_for_keys(line)]
+
+
+def on_terminal(bench, wish):
+    bench.clear()
+    run = bench.prepared()
+    run.environment["HWBOARD_FAIL"] = wish
+    result = run_terminal(run, bench.work, [], (0, 1, 2), (25, 80), injection.SECONDS, TYPED)
+    return injection.told(result, bench.work)
+
+
+def restoring_failed(result, function, calls):
+    """True when it was the last of so many calls, which puts back what the first ones changed, that was refused: there is
+    no help for it."""
+    return any(int(line.split()[2]) % calls == 0 for line in result.failed if line.startswith(f"failed {function} "))
+
+
+def modes(settings):
+    """Without the characters, of which tcgetattr gives two as numbers when lines are off."""
+    return settings[:6]
+
+
+def complaints(result, usual):
+    if result.status != usual.status:
+        yield f"status {result.status}"
+    if result.held:
+        yield f"still held at the end: {result.held}"
+    before, after = modes(result.tty_before), modes(result.tty_after)
+    if restoring_failed(result, "tcsetattr", 2):
+        before[3] &= ~(termios.ICANON | termios.ECHO)
+        after[3] &= ~(termios.ICANON | termios.ECHO)
+    if before != after:
+        yield f"the terminal is left with {after}"
+    if result.flags_after != result.flags_before and not restoring_failed(result, "fcntl", 3):
+        yield "the terminal's descriptor is left non-blocking"
+    yield from oracles.complaints_about_the_machine(result, usual)
+
+
+@pytest.mark.parametrize("line", WATCHING, ids=str)
+def test_the_terminal_is_left_as_it_was_whatever_fails(tmp_path, line):
+    bench = injection.Bench(tmp_path, line)
+    usual = on_terminal(bench, "count")
+    assert "tcsetattr" in usual.calls and list(complaints(usual, usual)) == []
+    calls = {function: count for function, count in usual.calls.items() if function in FUNCTIONS}
+    found = []
+    for _, wish in injection.wishes(calls):
+        found += [f"{wish}: {complaint}" for complaint in complaints(on_terminal(bench, wish), usual)]
+    assert not found, "\n".join(found)
