@@ -208,6 +208,12 @@ void PrepareOperand(const MemoryOperand *operand) {
     gStep.operands[gStep.operandCount++] = {physical, operand->width, operand->written};
 }
 
+// The memory goes first: valgrind would search its 4 GiB for pointers to lost blocks, half a minute long.
+void LeaveUnstepped(uint64_t address) {
+    syscall(SYS_munmap, MemoryAt(0, 1), uint64_t(1) << 32);
+    BoardFail("device memory at %lx: it cannot be stepped through", static_cast<unsigned long>(address));
+}
+
 bool OnPageFault(ucontext_t *context) {
     greg_t *registers = Registers(context);
     uintptr_t fault = uintptr_t(registers[REG_CR2]);
@@ -230,7 +236,7 @@ bool OnPageFault(ucontext_t *context) {
             reinterpret_cast<const void *>(code), static_cast<unsigned long>(physical));
 
     if (gNoStep)
-        BoardFail("device memory at %lx: it cannot be stepped through", static_cast<unsigned long>(physical));
+        LeaveUnstepped(physical);
 
     gStep.string = instruction.kind == INSTRUCTION_MEMORY_STRING;
     gStep.operandCount = 0;
@@ -295,11 +301,20 @@ void LoggedPortWrite(uint16_t port, unsigned width, uint32_t value) {
     PortWrite(port, width, value);
 }
 
+// An emulated processor may find no room for a signal below what the program uses of its stack.
+static void TakeStackForSignals() {
+    static char stack[65536];
+    stack_t place = {stack, 0, sizeof stack};
+    syscall(SYS_sigaltstack, &place, nullptr);
+}
+
 void TrapArm() {
     if (gArmed)
         return;
     gArmed = true;
     gNoStep = getenv("HWBOARD_NO_STEP") != nullptr;
+    if (gNoStep)
+        TakeStackForSignals();
     KernelSigaction action = {reinterpret_cast<uintptr_t>(OnSegmentationFault),
                               SA_SIGINFO | SA_ONSTACK | SA_RESTART | KERNEL_SA_RESTORER, BoardSignalReturn,
                               0};

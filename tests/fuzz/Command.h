@@ -14,7 +14,7 @@ struct Words {
 void BeginWords(Words *words);
 // Adds a word; what is too much, and what lies behind a NUL, is left out.
 void AddWord(Words *words, const char *text, size_t length);
-// Adds the parts between separators; empty ones count only between two of them.
+// Adds what stands between separators; empty ones count only between two of them.
 void AddWords(Words *words, const char *text, size_t length, char separator);
 
 // Reads the list NAME.commands of this folder: a board and a command line in each line, comments behind '#'.
