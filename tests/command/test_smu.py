@@ -11,6 +11,7 @@ import subprocess
 import pytest
 
 from expected import assert_run, legacy
+from harness import prepare_child
 from processor import on_processor  # noqa: F401 (fixture)
 
 BRIDGE = "00:00.0"
@@ -124,7 +125,8 @@ def interrupted(on_processor, args, extra, awaited):  # noqa: F811
 
     def run_and_interrupt(run, cwd, stdin, stdout, stderr, timeout):
         child = subprocess.Popen(run.command, executable=run.executable, stdin=subprocess.DEVNULL,
-                                 stdout=subprocess.PIPE, stderr=subprocess.DEVNULL, env=run.environment, cwd=cwd)
+                                 stdout=subprocess.PIPE, stderr=subprocess.DEVNULL, env=run.environment, cwd=cwd,
+                                 preexec_fn=prepare_child([], None))
         try:
             said = awaited(child, run.log_file)
             assert child.poll() is None

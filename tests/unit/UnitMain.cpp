@@ -1,3 +1,4 @@
+#include <signal.h>
 #include <unistd.h>
 
 #include <gtest/gtest.h>
@@ -16,7 +17,14 @@ struct ResetBetweenTests : testing::EmptyTestEventListener {
     }
 };
 
+// What starts the tests may ignore some of these (nohup, a shell's background job).
+static void TakeSignalsAsUsual() {
+    for (int number : {SIGINT, SIGQUIT, SIGHUP, SIGTERM, SIGPIPE})
+        signal(number, SIG_DFL);
+}
+
 int main(int argc, char **argv) {
+    TakeSignalsAsUsual();
     testing::InitGoogleTest(&argc, argv);
     testing::UnitTest::GetInstance()->listeners().Append(new ResetBetweenTests);
     return RUN_ALL_TESTS();
