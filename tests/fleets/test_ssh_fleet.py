@@ -18,7 +18,7 @@ def nodes(tmp_path_factory):
 
 def test_machines_that_answer_the_same_stand_in_one_group(nodes):
     ran = nodes.clush(f"-S {BOTH} 'hwreg /PCI /RD 0 0 0 0; echo \"status $?\"'")
-    groups, _ = page.groups(ran.stdout.splitlines())
+    groups, *_ = page.groups(ran.stdout.splitlines())
     assert groups == {("node[1-2] (2)", "PCI Read DWord BDFO: 0 0 0 0, return data:0x29C08086\nstatus 134")}
     assert (ran.stderr, ran.returncode) == ("", 0)
 
@@ -27,7 +27,7 @@ def test_the_machine_whose_register_differs_stands_out(nodes):
     nodes.clush(f"{BOTH} 'hwreg /MSR /WD 0 {MEMORY_TYPE_BASE} 0 0'")
     nodes.clush(f"-l root -w node2 'hwreg /MSR /WD 0 {MEMORY_TYPE_BASE} 0 0x12345006'")
     ran = nodes.clush(f"-S {BOTH} 'hwreg /MSR /RD 0 {MEMORY_TYPE_BASE}; echo \"status $?\"'")
-    groups, _ = page.groups(ran.stdout.splitlines())
+    groups, *_ = page.groups(ran.stdout.splitlines())
     line = "Cpu[00] Msr read from 0000020E, return MSR: 0x00000000_"
     assert groups == {("node1", f"{line}00000000\nstatus 0"), ("node2", f"{line}12345006\nstatus 6")}
     assert ran.returncode == 0  # that 6 is data
@@ -35,7 +35,7 @@ def test_the_machine_whose_register_differs_stands_out(nodes):
 
 def test_the_command_of_the_page_tells_the_machine_that_is_not_there_from_data(nodes):
     ran = nodes.clush(LAB)
-    groups, _ = page.groups(ran.stdout.splitlines())
+    groups, *_ = page.groups(ran.stdout.splitlines())
     ((header, answer),) = groups
     assert header == "node[1-2] (2)"
     assert answer.startswith("Cpu[00] Msr read from 000001A0, return MSR: 0x") and "\nstatus " in answer
