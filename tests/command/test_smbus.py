@@ -9,7 +9,7 @@ import re
 import pytest
 
 from expected import CLEAR, DELAY, SMBUS_USAGE, assert_run, hex_view, legacy, on_screen, place, session
-from harness import signal, signal_behind
+from harness import WRAPPER, signal, signal_behind
 
 UNIT = ["out8 00ed 00"]
 INTEL, AMD = 0xEFA0, 0x0B00  # the host's ports on the boards
@@ -459,6 +459,7 @@ def test_page_addresses_that_cannot_be_read_get_0(run):
     assert written(result, INTEL) == [(0x6C, 0), (0x6E, 0), (0x6E, 0), (0x6C, 0)]
 
 
+@pytest.mark.skipif(bool(WRAPPER), reason="the signal comes at a time, and the wrapper takes longer to start")
 def test_a_signal_during_a_ddr4_dump_waits_until_page_0_is_back(terminal):
     slow = ["pci 00:1f.4", "smbus-host pci 500", f"unlogged {INTEL:x} 1", *QUIET]
     result = terminal("/SMBUS /DUMP 0xa2 /TEXT", keys=[(0.1, signal.SIGINT)], extra=slow)
