@@ -10,7 +10,7 @@
 struct ResetBetweenTests : testing::EmptyTestEventListener {
     void OnTestStart(const testing::TestInfo &) override {
         ResetEverything();
-        alarm(300); // the longest takes 11 s on an idle machine
+        alarm(60);
     }
     void OnTestEnd(const testing::TestInfo &) override {
         ResetEverything();
