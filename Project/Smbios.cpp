@@ -35,22 +35,51 @@ struct EntryLayout {
 static const EntryLayout mEntry32 = {32, 0x16, 0x18, 0x06, 0x10};
 static const EntryLayout mEntry64 = {24, 0x0C, 0x10, 0x07, 0};
 
-// The last copy that was loaded, from its first byte to behind its last; NULL when the program has none.
-static const uint8_t *mCopy = nullptr;
-static const uint8_t *mCopyEnd = nullptr;
+// A copy that has been loaded and not released. It stands in the copy's own block, behind the guard.
+struct LoadedCopy {
+    SmbiosTable table;
+    LoadedCopy *next;
+};
 
-// Copies a table into a block with room for the guard.
+// All of them: by these alone the procedures that are given a bare pointer know where its table ends.
+static LoadedCopy *mLoadedCopies = nullptr;
+
+static uint32_t CopyRecordOffset(uint32_t length) {
+    constexpr uint32_t alignment = alignof(LoadedCopy);
+    return (length + SMBIOS_GUARD + alignment - 1) / alignment * alignment;
+}
+
+// Bytes of the block for a copy of length bytes, its guard and its record.
+static uint32_t CopyBlockSize(uint32_t length) {
+    return CopyRecordOffset(length) + static_cast<uint32_t>(sizeof(LoadedCopy));
+}
+
+// Copies a table into a block of CopyBlockSize bytes.
 static void CopyTable(uint32_t address, uint32_t length, uint8_t *block) {
-    Memset(block, 0, length + SMBIOS_GUARD);
+    Memset(block, 0, CopyBlockSize(length));
     MemDump(address, length, block);
-    mCopy = block;
-    mCopyEnd = block + length;
+    LoadedCopy *copy = reinterpret_cast<LoadedCopy *>(block + CopyRecordOffset(length));
+    *copy = {{block, block + length}, mLoadedCopies};
+    mLoadedCopies = copy;
 }
 
 void ReleaseTable(uint8_t *table) {
-    if (table != nullptr && table == mCopy)
-        mCopy = mCopyEnd = nullptr;
+    for (LoadedCopy **link = &mLoadedCopies; *link != nullptr; link = &(*link)->next) {
+        if ((*link)->table.begin == table) {
+            *link = (*link)->next;
+            break;
+        }
+    }
     Free(table);
+}
+
+// The loaded copy in which a structure begins, its guard included; any other table is the caller's own.
+static SmbiosTable TableAround(const uint8_t *structure) {
+    for (const LoadedCopy *copy = mLoadedCopies; copy != nullptr; copy = copy->next) {
+        if (copy->table.begin <= structure && structure <= copy->table.end + SMBIOS_GUARD)
+            return copy->table;
+    }
+    return {structure, nullptr};
 }
 
 // Copies the table that the entry point at an address describes; without the memory device there is none.
@@ -60,7 +89,7 @@ static EFI_STATUS CopyByEntryPoint(uint32_t entryPoint, const EntryLayout *layou
         return EFI_NOT_FOUND;
     uint32_t size = MemRead16(entryPoint + layout->lengthOffset) & 0xFFFF;
     uint32_t address = MemRead32(entryPoint + layout->addressOffset);
-    uint8_t *block = static_cast<uint8_t *>(Malloc(size + SMBIOS_GUARD));
+    uint8_t *block = static_cast<uint8_t *>(Malloc(CopyBlockSize(size)));
     if (block == nullptr)
         return EFI_NOT_FOUND;
     CopyTable(address, size, block);
@@ -182,9 +211,9 @@ EFI_STATUS LoadLegacySmbiosTypes(uint8_t **table, uint32_t *length) {
         return status == EFI_OUT_OF_RESOURCES ? status : EFI_ABORTED;
     uint8_t *block = nullptr;
     uint32_t got = 0;
-    if (GetMaxAllocMemory(&block, &got, size + SMBIOS_GUARD) != EFI_SUCCESS)
+    if (GetMaxAllocMemory(&block, &got, CopyBlockSize(size)) != EFI_SUCCESS)
         return EFI_OUT_OF_RESOURCES;
-    if (got < size + SMBIOS_GUARD) {
+    if (got < CopyBlockSize(size)) {
         Free(block);
         return EFI_OUT_OF_RESOURCES;
     }
@@ -194,17 +223,13 @@ EFI_STATUS LoadLegacySmbiosTypes(uint8_t **table, uint32_t *length) {
     return EFI_SUCCESS;
 }
 
-// True behind the last byte of the copy: a structure that begins inside it can reach into its guard.
-static bool IsBehindCopy(const uint8_t *structure) {
-    return mCopyEnd != nullptr && mCopyEnd <= structure && structure <= mCopyEnd + SMBIOS_GUARD;
+// True behind the last byte of a loaded copy: a structure that begins inside it can reach into its guard.
+static bool IsBehind(SmbiosTable table, const uint8_t *structure) {
+    return table.end != nullptr && table.end <= structure;
 }
 
-static bool IsInCopy(const uint8_t *structure) {
-    return mCopy != nullptr && mCopy <= structure && structure < mCopyEnd;
-}
-
-static bool IsTableEnd(const uint8_t *structure) {
-    return IsBehindCopy(structure) || structure[0] == TYPE_END;
+static bool IsTableEnd(SmbiosTable table, const uint8_t *structure) {
+    return IsBehind(table, structure) || structure[0] == TYPE_END;
 }
 
 uint32_t GetStructureLength(const uint8_t *structure) {
@@ -214,69 +239,88 @@ uint32_t GetStructureLength(const uint8_t *structure) {
     return position + 2;
 }
 
-uint16_t GetTotalStructureSize(const uint8_t *table) {
-    uint32_t total = 0;
-    while (!IsTableEnd(table)) {
-        uint32_t length = GetStructureLength(table);
-        total += length;
-        table += length;
-    }
-    if (!IsBehindCopy(table))
-        total += GetStructureLength(table);
-    return static_cast<uint16_t>(total);
+static uint32_t TotalSize(SmbiosTable table) {
+    const uint8_t *structure = table.begin;
+    while (!IsTableEnd(table, structure))
+        structure += GetStructureLength(structure);
+    if (!IsBehind(table, structure))
+        structure += GetStructureLength(structure);
+    return static_cast<uint32_t>(structure - table.begin);
 }
 
-const uint8_t *SearchSmbiosType(const uint8_t *start, uint8_t type) {
-    while (!IsTableEnd(start)) {
+uint16_t GetTotalStructureSize(const uint8_t *table) {
+    return static_cast<uint16_t>(TotalSize({table, TableAround(table).end}));
+}
+
+// The first structure of the type from start on.
+static const uint8_t *FindType(SmbiosTable table, const uint8_t *start, uint8_t type) {
+    while (!IsTableEnd(table, start)) {
         if (start[0] == type)
             return start;
         start += GetStructureLength(start);
     }
-    return type == TYPE_END && !IsBehindCopy(start) ? start : nullptr;
+    return type == TYPE_END && !IsBehind(table, start) ? start : nullptr;
 }
 
-// The caller's table, or a loaded one that *loaded keeps for its release; NULL when there is none.
-static const uint8_t *TableOrLoad(const uint8_t *table, uint8_t **loaded) {
+const uint8_t *SearchSmbiosType(const uint8_t *start, uint8_t type) {
+    return FindType(TableAround(start), start, type);
+}
+
+// The caller's table, or a loaded one that *loaded keeps for its release. False when there is none.
+static bool TableOrLoad(const uint8_t *given, SmbiosTable *table, uint8_t **loaded) {
     *loaded = nullptr;
-    if (table != nullptr)
-        return table;
+    if (given != nullptr) {
+        *table = {given, TableAround(given).end};
+        return true;
+    }
     uint32_t length;
-    return LoadSmbios(loaded, &length) == EFI_SUCCESS ? *loaded : nullptr;
+    if (LoadSmbios(loaded, &length) != EFI_SUCCESS)
+        return false;
+    *table = {*loaded, *loaded + length};
+    return true;
 }
 
-EFI_STATUS ShowSmbiosTargetType(const uint8_t *table, uint8_t type) {
-    uint8_t *loaded;
-    const uint8_t *structure = TableOrLoad(table, &loaded);
-    if (structure == nullptr)
-        return EFI_ACCESS_DENIED;
-    EFI_STATUS status = EFI_NOT_FOUND;
-    while ((structure = SearchSmbiosType(structure, type)) != nullptr) {
+static EFI_STATUS ShowType(SmbiosTable table, uint8_t type) {
+    const uint8_t *structure = table.begin;
+    while ((structure = FindType(table, structure, type)) != nullptr) {
         uint32_t length = GetStructureLength(structure);
-        if (DebugMsg(structure, length) == KEY_ESC) {
-            status = EFI_SUCCESS;
-            break;
-        }
-        if (structure[0] == TYPE_END && !IsInCopy(structure))
+        if (DebugMsg(structure, length) == KEY_ESC)
+            return EFI_SUCCESS;
+        if (structure[0] == TYPE_END && table.end == nullptr)
             break; // nobody knows what lies behind a table of the caller's
         structure += length;
     }
+    return EFI_NOT_FOUND;
+}
+
+EFI_STATUS ShowSmbiosTargetType(const uint8_t *table, uint8_t type) {
+    SmbiosTable shown;
+    uint8_t *loaded;
+    if (!TableOrLoad(table, &shown, &loaded))
+        return EFI_ACCESS_DENIED;
+    EFI_STATUS status = ShowType(shown, type);
     ReleaseTable(loaded);
     return status;
 }
 
-EFI_STATUS ShowSmbiosAllType(const uint8_t *table) {
-    uint8_t *loaded;
-    const uint8_t *structure = TableOrLoad(table, &loaded);
-    if (structure == nullptr)
-        return EFI_ACCESS_DENIED;
-    while (!IsTableEnd(structure)) {
+static void ShowAllTypes(SmbiosTable table) {
+    const uint8_t *structure = table.begin;
+    while (!IsTableEnd(table, structure)) {
         Printf("SMBIOS Type:%03d, Length:%03d, Handle:%03d\n", structure[0], structure[1],
                Load16(structure + 2));
         uint32_t length = GetStructureLength(structure);
         if (DebugMsg(structure, length) == KEY_ESC)
-            break;
+            return;
         structure += length;
     }
+}
+
+EFI_STATUS ShowSmbiosAllType(const uint8_t *table) {
+    SmbiosTable shown;
+    uint8_t *loaded;
+    if (!TableOrLoad(table, &shown, &loaded))
+        return EFI_ACCESS_DENIED;
+    ShowAllTypes(shown);
     ReleaseTable(loaded);
     return EFI_SUCCESS;
 }
@@ -289,7 +333,7 @@ uint32_t GetCPUSpeedSmb() {
     if (LoadSmbios(&table, &length) != EFI_SUCCESS)
         return 0xFFFFFFFF;
     uint32_t speed = 0xFFFFFFFF;
-    const uint8_t *processor = SearchSmbiosType(table, TYPE_PROCESSOR);
+    const uint8_t *processor = FindType({table, table + length}, table, TYPE_PROCESSOR);
     if (processor != nullptr)
         speed = (static_cast<uint32_t>(Load16(processor + currentSpeed)) << 16) |
                 Load16(processor + maximumSpeed);
@@ -349,11 +393,11 @@ static void DumpTable(const uint8_t *table, uint32_t length) {
     }
 }
 
-static void ShowType(const uint8_t *table) {
+static void ShowAskedType(SmbiosTable table) {
     uint16_t pos = 0;
     CmdSearchFromArgv(gCmdArg->Argv, "TYPE", &pos);
     gCmdArg->DispFlags |= DISP_DUMP | DISP_LOG;
-    ShowSmbiosTargetType(table, static_cast<uint8_t>(CmdOperand(pos, 1)));
+    ShowType(table, static_cast<uint8_t>(CmdOperand(pos, 1)));
 }
 
 EFI_STATUS SmbiosEntry() {
@@ -369,10 +413,10 @@ EFI_STATUS SmbiosEntry() {
     } else if (DispHas(DISP_DUMP)) {
         DumpTable(table, length);
     } else if (CmdHas(Flag::TYPE)) {
-        ShowType(table);
+        ShowAskedType({table, table + length});
     } else {
         gCmdArg->DispFlags |= DISP_DUMP;
-        ShowSmbiosAllType(table);
+        ShowAllTypes({table, table + length});
     }
     ReleaseTable(table);
     return status;

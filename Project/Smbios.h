@@ -1,8 +1,9 @@
 // The SMBIOS structure table (DMTF DSP0134): finding it, walking it, and the /SMBIOS command.
 //
-// A copy of the table is followed by SMBIOS_GUARD zero bytes, and a walk over the last copy that was loaded
-// ends where the copy ends, as if an end-of-table structure stood there: no walk and no view leaves the
-// block, whatever the table says. A caller's own table must have its end-of-table structure.
+// A copy of the table is followed by SMBIOS_GUARD zero bytes, and a walk over it ends where the copy ends, as
+// if an end-of-table structure stood there: no walk and no view leaves the block, whatever the table says. A
+// caller's own table must have its end-of-table structure. Procedures that take a bare pointer ask whether it
+// lies in a copy that is loaded.
 #pragma once
 
 #include "Base/Types.h"
@@ -10,6 +11,13 @@
 // A formatted part (255 bytes at most) that runs out of the table, its terminator and the next header fit,
 // and so does a dump page that begins inside the table.
 constexpr uint32_t SMBIOS_GUARD = 512;
+
+// A table in memory, from its first byte to behind its last. end is NULL where only its own end-of-table
+// structure tells it.
+struct SmbiosTable {
+    const uint8_t *begin;
+    const uint8_t *end;
+};
 
 // Copies the table into a heap block (the caller releases it with ReleaseTable), length without the guard. 0,
 // or the status of GetFwTableLinux with *table NULL.

@@ -341,6 +341,43 @@ TEST(Smbios, AWalkEndsWithTheCopy) {
     ReleaseTable(table);
 }
 
+TEST(Smbios, TwoLoadedTablesAreWalkedEachToItsOwnEnd) {
+    OpenTable(SYSTEM + DIMM);
+    uint8_t *first;
+    uint32_t firstLength;
+    ASSERT_EQ(LoadSmbios(&first, &firstLength), 0u);
+    Poke(TABLE, BOARD + DIMM + SYSTEM + DIMM);
+    PutEntry64(TABLE, static_cast<uint16_t>(BOARD.size()));
+    uint8_t *second;
+    uint32_t secondLength;
+    ASSERT_EQ(LoadSmbios(&second, &secondLength), 0u);
+    for (int round = 0; round < 2; ++round) {
+        EXPECT_EQ(SearchSmbiosType(first, 17), first + SYSTEM.size());
+        EXPECT_EQ(SearchSmbiosType(first, 0), nullptr);
+        EXPECT_EQ(GetTotalStructureSize(first), SYSTEM.size() + DIMM.size());
+        if (round == 0) {
+            EXPECT_EQ(SearchSmbiosType(second, 17), nullptr);
+            EXPECT_EQ(GetTotalStructureSize(second), BOARD.size());
+            ReleaseTable(second); // and the first one is walked again
+        }
+    }
+    ReleaseTable(first);
+}
+
+TEST(Smbios, AReleasedTableIsForgottenWhicheverOfThemItWas) {
+    OpenTable(SYSTEM + DIMM);
+    uint8_t *tables[3];
+    uint32_t length;
+    for (uint8_t *&table : tables)
+        ASSERT_EQ(LoadSmbios(&table, &length), 0u);
+    ReleaseTable(tables[1]);
+    EXPECT_EQ(GetTotalStructureSize(tables[0]), length);
+    EXPECT_EQ(GetTotalStructureSize(tables[2]), length);
+    ReleaseTable(tables[0]);
+    EXPECT_EQ(GetTotalStructureSize(tables[2]), length);
+    ReleaseTable(tables[2]);
+}
+
 // ---- showing ----
 
 static size_t Views(const std::string &text) {
