@@ -6,7 +6,7 @@
 #include "Common/ComFunc/HexView.h"
 #include "Common/Global.h"
 #include "Common/Sprint.h"
-#include "Project/MemAcc.h"
+#include "Platform/MemSearch.h"
 
 constexpr uint32_t RSDP_SIZE = 40;
 constexpr uint32_t RSDP_RSDT_ADDRESS = 0x10;

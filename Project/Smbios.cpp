@@ -15,7 +15,7 @@
 #include "Common/FileLib.h"
 #include "Common/Global.h"
 #include "Common/Sprint.h"
-#include "Project/MemAcc.h"
+#include "Platform/MemSearch.h"
 
 constexpr uint32_t DMI_ANCHOR = 0x494D445F; // "_DMI"
 constexpr int SYSTAB_LINE = 63;             // 62 characters and the NUL

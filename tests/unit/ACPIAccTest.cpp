@@ -17,14 +17,6 @@ static constexpr uint32_t FADT = 0x7A440000;
 static constexpr uint32_t OTHERS = 0x7A450000; // tables with other signatures, one a page
 static constexpr uint32_t SIGNATURE_APIC = 0x43495041;
 
-static void Poke32(uint64_t address, uint32_t value) {
-    BoardPoke(address, &value, sizeof(value));
-}
-
-static void PokeText(uint64_t address, const char *text) {
-    BoardPoke(address, text, strlen(text));
-}
-
 // An address in a root table: low half first, the high half of a wide one 0.
 typedef std::vector<uint32_t> Entries;
 

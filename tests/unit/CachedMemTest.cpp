@@ -26,13 +26,9 @@ static void Close() {
     gMemFd = MEM_FD_NONE;
 }
 
-static void PokeDword(uint32_t address, uint32_t value) {
-    BoardPoke(address, &value, sizeof(value));
-}
-
 TEST(CachedMem, EachWidthIsReadThroughTheSecondDescriptor) {
     OpenBoard("base", CACHED);
-    PokeDword(0x200010, 0x89ABCDEF);
+    Poke32(0x200010, 0x89ABCDEF);
     EXPECT_EQ(MemRead32(0x200010), 0x89ABCDEFu);
     EXPECT_EQ(TakeLog(), REFUSED + OPEN_AGAIN + Mapped("00200000", "2000"));
     EXPECT_EQ(MemRead16(0x200010), 0xCDEFu);

@@ -38,28 +38,16 @@ static const std::string SYSTEM = Structure(1, 0x01, "\1\2\3\4", String("Maker")
 static const std::string BOARD = Structure(2, 0x02, std::string(10, '\0'));
 static const std::string DIMM = Structure(17, 0x11, "\1", String("DIMM"));
 
-static void Poke(uint64_t address, const std::string &bytes) {
-    BoardPoke(address, bytes.data(), bytes.size());
-}
-
-static void Poke16(uint64_t address, uint16_t value) {
-    BoardPoke(address, &value, sizeof(value));
-}
-
-static void Poke32(uint64_t address, uint32_t value) {
-    BoardPoke(address, &value, sizeof(value));
-}
-
 static void PutEntry32(uint32_t address, uint16_t length, uint8_t major = 2) {
-    Poke(ENTRY, "_SM_");
+    PokeText(ENTRY, "_SM_");
     BoardPoke(ENTRY + 6, &major, 1);
-    Poke(ENTRY + 0x10, "_DMI_");
+    PokeText(ENTRY + 0x10, "_DMI_");
     Poke16(ENTRY + 0x16, length);
     Poke32(ENTRY + 0x18, address);
 }
 
 static void PutEntry64(uint32_t address, uint16_t length, uint8_t major = 3) {
-    Poke(ENTRY, "_SM3_");
+    PokeText(ENTRY, "_SM3_");
     BoardPoke(ENTRY + 7, &major, 1);
     Poke16(ENTRY + 0x0C, length);
     Poke32(ENTRY + 0x10, address);
@@ -73,7 +61,7 @@ static void OpenLegacy() {
 // The same with this table.
 static void OpenTable(const std::string &table) {
     OpenLegacy();
-    Poke(TABLE, table);
+    PokeText(TABLE, table);
     PutEntry64(TABLE, static_cast<uint16_t>(table.size()));
 }
 
@@ -92,7 +80,7 @@ TEST(Smbios, TheVersionOfA64BitEntryPointIsItsMajorVersion) {
         uint8_t major = static_cast<uint8_t>(number);
         OpenLegacy();
         PutEntry64(TABLE, 0x1234, major);
-        Poke(ENTRY + 24, "BEHIND");
+        PokeText(ENTRY + 24, "BEHIND");
         uint8_t *entry = nullptr;
         uint8_t version = 0x5A;
         ASSERT_EQ(GetSmbiosVersion(&entry, &version), 0u);
@@ -109,7 +97,7 @@ TEST(Smbios, TheVersionOfA32BitEntryPointIsNeverAbove2) {
         uint8_t major = static_cast<uint8_t>(number);
         OpenLegacy();
         PutEntry32(TABLE, 0x1234, major);
-        Poke(ENTRY + 31, "L"); // the last byte
+        PokeText(ENTRY + 31, "L"); // the last byte
         uint8_t *entry = nullptr;
         uint8_t version = 0x5A;
         ASSERT_EQ(GetSmbiosVersion(&entry, &version), 0u);
@@ -176,8 +164,8 @@ TEST(Smbios, AddressAndLengthGiveTheStatusOfTheEntryPoint) {
 
 TEST(Smbios, TheLegacyCopyIsThatOfThe64KiBBlockInWhichTheTableBegins) {
     OpenLegacy();
-    Poke(0xE0000, SYSTEM + END);
-    Poke(0xE1234, DIMM + END);
+    PokeText(0xE0000, SYSTEM + END);
+    PokeText(0xE1234, DIMM + END);
     PutEntry32(0xE1234, 0x40);
     uint8_t *table = nullptr;
     uint32_t length = 0;
@@ -254,8 +242,8 @@ TEST(Smbios, WithoutTheMemoryDeviceLoadingGivesNotFoundAndNothing) {
 
 TEST(Smbios, ATableIsLoadedThroughTheFileAndTheFileIsClosed) {
     OpenBoard("base", "systab sys SMBIOS=0x7eb80010");
-    Poke(0x7EB80010 + 0x16, std::string("\x03\0\x01\x00\xB7\x7E", 6));
-    Poke(TABLE + 1, "abcd");
+    PokeText(0x7EB80010 + 0x16, std::string("\x03\0\x01\x00\xB7\x7E", 6));
+    PokeText(TABLE + 1, "abcd");
     uint8_t *table = nullptr;
     uint32_t length = 0;
     ASSERT_EQ(LoadSmbios(&table, &length), 0u);
@@ -330,7 +318,7 @@ TEST(Smbios, AStructureOfFormattedLength0IsWalkedOver) {
 
 TEST(Smbios, AWalkEndsWithTheCopy) {
     OpenTable(SYSTEM + DIMM);
-    Poke(TABLE + SYSTEM.size() + DIMM.size(), BOARD + END);
+    PokeText(static_cast<uint32_t>(TABLE + SYSTEM.size() + DIMM.size()), BOARD + END);
     uint8_t *table;
     uint32_t length;
     ASSERT_EQ(LoadSmbios(&table, &length), 0u);
@@ -346,7 +334,7 @@ TEST(Smbios, TwoLoadedTablesAreWalkedEachToItsOwnEnd) {
     uint8_t *first;
     uint32_t firstLength;
     ASSERT_EQ(LoadSmbios(&first, &firstLength), 0u);
-    Poke(TABLE, BOARD + DIMM + SYSTEM + DIMM);
+    PokeText(TABLE, BOARD + DIMM + SYSTEM + DIMM);
     PutEntry64(TABLE, static_cast<uint16_t>(BOARD.size()));
     uint8_t *second;
     uint32_t secondLength;

@@ -175,6 +175,18 @@ static void CloseBoard() {
     tempPcieBaseAddr = 0xFFFFFFFF;
 }
 
+void PokeText(uint32_t address, const std::string &text) {
+    BoardPoke(address, text.data(), text.size());
+}
+
+void Poke16(uint32_t address, uint16_t value) {
+    BoardPoke(address, &value, sizeof(value));
+}
+
+void Poke32(uint32_t address, uint32_t value) {
+    BoardPoke(address, &value, sizeof(value));
+}
+
 void LoadBoard(const std::string &name, const std::string &lines) {
     CloseBoard();
     char path[] = "/tmp/hwreg_unit.XXXXXX";

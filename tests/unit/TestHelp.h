@@ -52,6 +52,11 @@ void OpenBoard(const std::string &name, const std::string &lines = "");
 // The same without opening the hardware.
 void LoadBoard(const std::string &name, const std::string &lines = "");
 
+// Puts bytes of the board's memory in place.
+void PokeText(uint32_t address, const std::string &text);
+void Poke16(uint32_t address, uint16_t value);
+void Poke32(uint32_t address, uint32_t value);
+
 // Lines of the board's access log, one an access (tests/board/README.md describes them).
 typedef std::vector<std::string> Log;
 
