@@ -1,7 +1,7 @@
 #include "Project/IntelReg.h"
 
 #include "BasicLib/PciConfig.h"
-#include "Project/PciAcc.h"
+#include "Platform/PciFind.h"
 
 constexpr uint16_t CLASS_POWER_MANAGEMENT = 0x0580;
 constexpr uint16_t ACPI_BASE = 0x40;

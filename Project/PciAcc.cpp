@@ -9,12 +9,10 @@
 #include "Common/ComFunc/HexView.h"
 #include "Common/Global.h"
 #include "Common/Sprint.h"
+#include "Platform/PciFind.h"
 #include "Project/AccessForm.h"
 #include "Project/PciClassCode.h"
 
-constexpr uint16_t BUS_COUNT = 256;
-constexpr uint16_t DEVICE_COUNT = 32;
-constexpr uint16_t FUNCTION_COUNT = 8;
 constexpr uint16_t LINK_CONTROL = 0x10; // from the PCI Express capability
 constexpr uint8_t ASPM_CONTROL = 0x03;
 constexpr uint16_t STATUS_CAP_LIST = 0x10;
@@ -45,26 +43,6 @@ EFI_STATUS ShowPciClassType(uint16_t bus, uint16_t dev, uint16_t fun) {
     }
     Printf("Unknown PCI\n");
     return EFI_SUCCESS;
-}
-
-int SourchPciControllerByClass(uint16_t *bus, uint16_t *dev, uint16_t *fun, uint16_t classCode) {
-    for (uint16_t b = 0; b < BUS_COUNT; ++b) {
-        for (uint16_t d = 0; d < DEVICE_COUNT; ++d) {
-            for (uint16_t f = 0; f < FUNCTION_COUNT; ++f) {
-                if (GetPciClassCode(b, d, f) != classCode)
-                    continue;
-                if (bus != nullptr)
-                    *bus = b;
-                if (dev != nullptr)
-                    *dev = d;
-                if (fun != nullptr)
-                    *fun = f;
-                return 1;
-            }
-        }
-    }
-    Printf("Not found ClaseCode(%04X)\n", classCode);
-    return 0;
 }
 
 uint16_t PcieFindCapId(uint16_t bus, uint16_t dev, uint16_t fun, uint8_t capId) {
@@ -115,11 +93,6 @@ EFI_STATUS ReadPciInterruptPL(uint16_t bus, uint16_t dev, uint16_t fun) {
     return EFI_SUCCESS;
 }
 
-int isPciMultipleFunction(uint16_t bus, uint16_t dev) {
-    uint8_t header = PciRead8(bus, dev, 0, PCI_HEADER_TYPE);
-    return (header & HEADER_MULTI_FUNCTION) != 0 && header != 0xFF;
-}
-
 // Shows a present function: the header line before the first one, its summary line and its first 256 bytes.
 // Returns the key of the hex view; *shown tells whether the function is present.
 static int ShowFunction(uint16_t bus, uint16_t dev, uint16_t fun, bool header, uint8_t *buffer, bool *shown) {
@@ -144,7 +117,7 @@ static int ShowFunction(uint16_t bus, uint16_t dev, uint16_t fun, bool header, u
 // when ESC ends the listing.
 static bool ListDevice(uint16_t bus, uint16_t dev, uint8_t *buffer, bool *header) {
     bool multiple = false;
-    for (uint16_t fun = 0; fun < FUNCTION_COUNT; ++fun) {
+    for (uint16_t fun = 0; fun < PCI_FUNCTION_COUNT; ++fun) {
         if (!multiple)
             multiple = isPciMultipleFunction(bus, dev) != 0;
         if (!multiple && fun != 0)
@@ -161,8 +134,8 @@ static bool ListDevice(uint16_t bus, uint16_t dev, uint8_t *buffer, bool *header
 
 static void ListAll(uint8_t *buffer) {
     bool header = true;
-    for (uint16_t bus = 0; bus < BUS_COUNT; ++bus) {
-        for (uint16_t dev = 0; dev < DEVICE_COUNT; ++dev) {
+    for (uint16_t bus = 0; bus < PCI_BUS_COUNT; ++bus) {
+        for (uint16_t dev = 0; dev < PCI_DEVICE_COUNT; ++dev) {
             if (!ListDevice(bus, dev, buffer, &header))
                 return;
         }

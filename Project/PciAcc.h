@@ -1,5 +1,4 @@
-// The /PCI command: registers, bits, listing and dump of PCI configuration space; and the searches over it
-// that other commands use.
+// The /PCI command: registers, bits, listing and dump of PCI configuration space.
 #pragma once
 
 #include "Base/Types.h"
@@ -10,11 +9,6 @@ uint32_t PciAccess();
 // Prints the class name of the function, "Unknown PCI\n" for a class without a name. Always 0.
 EFI_STATUS ShowPciClassType(uint16_t bus, uint16_t dev, uint16_t fun);
 
-// The first function, in bus, device, function order, with the class code ((base << 8) | sub-class). Every
-// function of all 256 buses is probed. 1 with the outputs filled (each may be NULL); 0 after printing that
-// there is none.
-int SourchPciControllerByClass(uint16_t *bus, uint16_t *dev, uint16_t *fun, uint16_t classCode);
-
 // Offset of a capability (PCI Local Bus 3.0, 6.7) by a walk through the memory-mapped window; 0 without it.
 uint16_t PcieFindCapId(uint16_t bus, uint16_t dev, uint16_t fun, uint8_t capId);
 
@@ -24,6 +18,3 @@ EFI_STATUS ReadPciAspm(uint16_t bus, uint16_t dev, uint16_t fun);
 
 // Prints interrupt line and pin, six characters each. Always 0.
 EFI_STATUS ReadPciInterruptPL(uint16_t bus, uint16_t dev, uint16_t fun);
-
-// 1 when function 0's header type says multi-function (bit 7) and is not all ones, else 0.
-int isPciMultipleFunction(uint16_t bus, uint16_t dev);
