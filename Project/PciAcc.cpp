@@ -9,9 +9,9 @@
 #include "Common/ComFunc/HexView.h"
 #include "Common/Global.h"
 #include "Common/Sprint.h"
+#include "Platform/PciClassCode.h"
 #include "Platform/PciFind.h"
 #include "Project/AccessForm.h"
-#include "Project/PciClassCode.h"
 
 constexpr uint16_t LINK_CONTROL = 0x10; // from the PCI Express capability
 constexpr uint8_t ASPM_CONTROL = 0x03;

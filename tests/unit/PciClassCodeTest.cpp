@@ -1,4 +1,4 @@
-#include "Project/PciClassCode.h"
+#include "Platform/PciClassCode.h"
 
 #include <cstring>
 

@@ -1,4 +1,4 @@
-#include "Project/PciClassCode.h"
+#include "Platform/PciClassCode.h"
 
 const PciClassName PciDeviceClassCode[] = {
     {0x0000, "All devices other than VGA\n"},
