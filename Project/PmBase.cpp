@@ -3,7 +3,7 @@
 #include "BasicLib/PciConfig.h"
 #include "BasicLib/PortIo.h"
 #include "Common/Sprint.h"
-#include "Project/AmdReg.h"
+#include "Platform/AmdReg.h"
 #include "Project/IntelReg.h"
 
 constexpr uint16_t RESET_PORT = 0xCF9;

@@ -8,9 +8,9 @@
 #include "Common/ComFunc/HexView.h"
 #include "Common/Global.h"
 #include "Common/Sprint.h"
+#include "Platform/AmdReg.h"
 #include "Platform/PciFind.h"
 #include "Project/AccessForm.h"
-#include "Project/AmdReg.h"
 
 constexpr uint16_t CLASS_SMBUS = 0x0C05;
 constexpr uint16_t PCI_COMMAND = 0x04;

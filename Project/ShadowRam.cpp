@@ -1,7 +1,7 @@
 #include "Project/ShadowRam.h"
 
 #include "BasicLib/PciConfig.h"
-#include "Project/AmdReg.h"
+#include "Platform/AmdReg.h"
 #include "Project/IntelReg.h"
 
 int ShadowRamWrite(int enable) {

@@ -2,7 +2,7 @@
 
 #include <gtest/gtest.h>
 
-#include "Project/AmdReg.h"
+#include "Platform/AmdReg.h"
 #include "Project/IntelReg.h"
 #include "TestHelp.h"
 #include "tests/board/Board.h"

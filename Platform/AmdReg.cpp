@@ -1,4 +1,4 @@
-#include "Project/AmdReg.h"
+#include "Platform/AmdReg.h"
 
 #include "BasicLib/Cpu.h"
 #include "BasicLib/IndexIo.h"
