@@ -4,7 +4,7 @@
 #include "BasicLib/PortIo.h"
 #include "Common/Sprint.h"
 #include "Platform/AmdReg.h"
-#include "Project/IntelReg.h"
+#include "Platform/IntelReg.h"
 
 constexpr uint16_t RESET_PORT = 0xCF9;
 constexpr uint8_t RESET_CPU_AND_SYSTEM = 0x06;

@@ -2,7 +2,7 @@
 
 #include "BasicLib/PciConfig.h"
 #include "Platform/AmdReg.h"
-#include "Project/IntelReg.h"
+#include "Platform/IntelReg.h"
 
 int ShadowRamWrite(int enable) {
     switch (ChipsetLpcIdentify()) {

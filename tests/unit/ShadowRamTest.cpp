@@ -6,7 +6,7 @@
 #include <gtest/gtest.h>
 
 #include "Platform/AmdReg.h"
-#include "Project/IntelReg.h"
+#include "Platform/IntelReg.h"
 #include "TestHelp.h"
 #include "tests/board/Board.h"
 

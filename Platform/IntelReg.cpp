@@ -1,4 +1,4 @@
-#include "Project/IntelReg.h"
+#include "Platform/IntelReg.h"
 
 #include "BasicLib/PciConfig.h"
 #include "Platform/PciFind.h"
