@@ -1,4 +1,4 @@
-#include "Project/ShadowRam.h"
+#include "Platform/ShadowRam.h"
 
 #include <sys/wait.h>
 #include <unistd.h>

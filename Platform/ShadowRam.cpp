@@ -1,4 +1,4 @@
-#include "Project/ShadowRam.h"
+#include "Platform/ShadowRam.h"
 
 #include "BasicLib/PciConfig.h"
 #include "Platform/AmdReg.h"
