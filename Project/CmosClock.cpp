@@ -5,7 +5,7 @@
 #include "BasicLib/PortIo.h"
 #include "Common/ComFunc/Numeral.h"
 #include "Common/Sprint.h"
-#include "Project/PmBase.h"
+#include "Platform/PmBase.h"
 
 constexpr uint16_t CMOS_INDEX = 0x70;
 constexpr uint16_t CMOS_DATA = 0x71;

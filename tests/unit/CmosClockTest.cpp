@@ -7,7 +7,7 @@
 #include "BasicLib/PortIo.h"
 #include "Common/ComFunc/Numeral.h"
 #include "Common/Sprint.h"
-#include "Project/PmBase.h"
+#include "Platform/PmBase.h"
 #include "TestHelp.h"
 #include "tests/board/Board.h"
 

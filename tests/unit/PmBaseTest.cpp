@@ -1,4 +1,4 @@
-#include "Project/PmBase.h"
+#include "Platform/PmBase.h"
 
 #include <gtest/gtest.h>
 

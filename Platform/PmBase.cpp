@@ -1,4 +1,4 @@
-#include "Project/PmBase.h"
+#include "Platform/PmBase.h"
 
 #include "BasicLib/PciConfig.h"
 #include "BasicLib/PortIo.h"
