@@ -7,8 +7,8 @@
 #include "Common/FileLib.h"
 #include "Common/Global.h"
 #include "Common/Sprint.h"
+#include "Platform/CmosClock.h"
 #include "Platform/PmBase.h"
-#include "Project/CmosClock.h"
 
 constexpr uint32_t LAST_SECOND = 86399;
 constexpr uint32_t DAY_SECONDS = 86400;

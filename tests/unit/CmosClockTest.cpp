@@ -1,4 +1,4 @@
-#include "Project/CmosClock.h"
+#include "Platform/CmosClock.h"
 
 #include <gtest/gtest.h>
 
@@ -172,62 +172,81 @@ TEST(CmosClock, FourteenRegistersAreCopiedInOrder) {
     }
 }
 
-// A second copy of the module on a clock that never leaves its update, made of counters alone: 0x10000000
-// polls of the board would take half an hour.
-namespace stuck {
+// A clock that never leaves its update, made of counters alone: 0x10000000 polls of the board would take half
+// an hour. While there is one it stands in front of the clock's registers and of the delays.
+struct StuckClock {
+    uint32_t polls = 0;
+    uint32_t delays = 0;
+    std::vector<uint32_t> otherReads, writes; // registers
+    StuckClock();
+    ~StuckClock();
+};
 
-static uint32_t polls, delays;
-static std::vector<uint32_t> otherReads, writes; // registers
+static StuckClock *mStuckClock = nullptr;
 
-static uint32_t CountedRead(uint32_t index) {
+StuckClock::StuckClock() {
+    mStuckClock = this;
+    BcdData = 1;
+}
+
+StuckClock::~StuckClock() {
+    mStuckClock = nullptr;
+    BcdData = 0xFF;
+}
+
+// The linker puts these in the way of LegacyIoIndexRead8, LegacyIoIndexWrite8 and IoDelay.
+extern "C" {
+uint32_t __real__Z18LegacyIoIndexRead8jjj(uint32_t indexPort, uint32_t dataPort, uint32_t index);
+uint32_t __wrap__Z18LegacyIoIndexRead8jjj(uint32_t indexPort, uint32_t dataPort, uint32_t index);
+void __real__Z19LegacyIoIndexWrite8jjjj(uint32_t indexPort, uint32_t dataPort, uint32_t index,
+                                        uint32_t value);
+void __wrap__Z19LegacyIoIndexWrite8jjjj(uint32_t indexPort, uint32_t dataPort, uint32_t index,
+                                        uint32_t value);
+void __real__Z7IoDelayj(uint32_t count);
+void __wrap__Z7IoDelayj(uint32_t count);
+}
+
+uint32_t __wrap__Z18LegacyIoIndexRead8jjj(uint32_t indexPort, uint32_t dataPort, uint32_t index) {
+    if (mStuckClock == nullptr)
+        return __real__Z18LegacyIoIndexRead8jjj(indexPort, dataPort, index);
     if (index == 0x0A)
-        ++polls;
+        ++mStuckClock->polls;
     else
-        otherReads.push_back(index);
+        mStuckClock->otherReads.push_back(index);
     return 0x80;
 }
 
-static void CountedWrite(uint32_t index, uint8_t) {
-    writes.push_back(index);
+void __wrap__Z19LegacyIoIndexWrite8jjjj(uint32_t indexPort, uint32_t dataPort, uint32_t index,
+                                        uint32_t value) {
+    if (mStuckClock == nullptr)
+        __real__Z19LegacyIoIndexWrite8jjjj(indexPort, dataPort, index, value);
+    else
+        mStuckClock->writes.push_back(index);
 }
 
-static void CountedDelay(uint32_t count) {
-    delays += count;
-}
-
-#define LegacyIoIndexRead8(indexPort, dataPort, index) CountedRead(index)
-#define LegacyIoIndexWrite8(indexPort, dataPort, index, value) CountedWrite(index, value)
-#define IoDelay CountedDelay
-#include "Project/CmosClock.cpp"
-#undef LegacyIoIndexRead8
-#undef LegacyIoIndexWrite8
-#undef IoDelay
-
-} // namespace stuck
-
-static void OpenStuckClock() {
-    stuck::polls = stuck::delays = 0;
-    stuck::otherReads.clear();
-    stuck::writes.clear();
-    stuck::BcdData = 1;
+void __wrap__Z7IoDelayj(uint32_t count) {
+    if (mStuckClock == nullptr)
+        __real__Z7IoDelayj(count);
+    else
+        mStuckClock->delays += count;
 }
 
 typedef std::vector<uint32_t> Registers;
 
 TEST(CmosClock, AnUpdateThatNeverEndsIsGivenUpAfter268435456Polls) {
-    OpenStuckClock();
+    StuckClock clock;
     bool ended = true;
-    EXPECT_EQ(Printed([&] { ended = stuck::WaitInProgress(); }), "RTC wait time out!\n");
+    EXPECT_EQ(Printed([&] { ended = WaitInProgress(); }), "RTC wait time out!\n");
     EXPECT_FALSE(ended);
-    EXPECT_EQ(stuck::polls, 0x10000000u);
-    EXPECT_EQ(stuck::delays, 0x10000000u);
-    EXPECT_EQ(stuck::otherReads, Registers{0x0C});
+    EXPECT_EQ(clock.polls, 0x10000000u);
+    EXPECT_EQ(clock.delays, 0x10000000u);
+    EXPECT_EQ(clock.otherReads, Registers{0x0C});
 }
 
 TEST(CmosClock, AfterAnUpdateThatNeverEndsTheClockIsReadAndSetAllTheSame) {
-    OpenStuckClock();
-    EXPECT_EQ(Printed([] { stuck::GetTotalSec(); }), "RTC wait time out!\n");
-    EXPECT_EQ(stuck::otherReads, (Registers{0x0C, 0x04, 0x02, 0x00}));
-    EXPECT_EQ(Printed([] { stuck::SetTotalSec(0); }), "RTC wait time out!\nSetCmos timer:  00:00:00\n");
-    EXPECT_EQ(stuck::writes, (Registers{0x01, 0x03, 0x05, 0x0D, 0x0B}));
+    StuckClock clock;
+    EXPECT_EQ(Printed([] { GetTotalSec(); }), "RTC wait time out!\n");
+    EXPECT_EQ(clock.otherReads, (Registers{0x0C, 0x04, 0x02, 0x00}));
+    EXPECT_EQ(Printed([] { SetTotalSec(0); }), "RTC wait time out!\nSetCmos timer:  00:00:00\n");
+    EXPECT_EQ(clock.writes, (Registers{0x01, 0x03, 0x05, 0x0D, 0x0B}));
 }

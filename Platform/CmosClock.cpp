@@ -1,4 +1,4 @@
-#include "Project/CmosClock.h"
+#include "Platform/CmosClock.h"
 
 #include "BasicLib/BitField.h"
 #include "BasicLib/IndexIo.h"
