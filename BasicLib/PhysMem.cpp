@@ -170,3 +170,12 @@ EFI_STATUS MemDump(uint32_t start, uint32_t length, uint8_t *buffer) {
     }
     return EFI_SUCCESS;
 }
+
+uint8_t *CopyPhysical(uint32_t address, uint32_t size) {
+    uint8_t *copy = static_cast<uint8_t *>(Malloc(size));
+    if (copy == nullptr)
+        return nullptr;
+    Memset(copy, 0, size);
+    MemDump(address, size, copy);
+    return copy;
+}

@@ -27,3 +27,6 @@ int Dump_PhysMem(uint32_t address, uint8_t *buffer, uint32_t length);
 // Copies length bytes from start on, cut at 4 GiB, page by page. 0x80000002 for a NULL buffer, else 0:
 // unreadable pages arrive as 0xFF bytes.
 EFI_STATUS MemDump(uint32_t start, uint32_t length, uint8_t *buffer);
+
+// A heap copy of size bytes of physical memory, which the caller frees with Free; NULL without memory.
+uint8_t *CopyPhysical(uint32_t address, uint32_t size);

@@ -2,7 +2,7 @@
 // or reset by them.
 #pragma once
 
-#include "Project/ACPIAcc.h"
+#include "Platform/AcpiTables.h"
 
 // The record of this process; a field of 0 is not known yet. Written by GetPMBaseAddress alone.
 extern PmAddressRecord PmAddress;

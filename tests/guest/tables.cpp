@@ -2,7 +2,7 @@
 #include <cstdio>
 
 #include "BasicLib/Driver.h"
-#include "Project/ACPIAcc.h"
+#include "Platform/AcpiTables.h"
 #include "Project/Smbios.h"
 
 int main() {

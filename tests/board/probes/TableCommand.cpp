@@ -5,6 +5,7 @@
 #include "Base/Memory.h"
 #include "Common/Global.h"
 #include "Main/Parser.h"
+#include "Platform/AcpiTables.h"
 #include "Project/ACPIAcc.h"
 #include "Project/Smbios.h"
 
