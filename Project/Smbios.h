@@ -1,57 +1,7 @@
-// The SMBIOS structure table (DMTF DSP0134): finding it, walking it, and the /SMBIOS command.
-//
-// A copy of the table is followed by SMBIOS_GUARD zero bytes, and a walk over it ends where the copy ends, as
-// if an end-of-table structure stood there: no walk and no view leaves the block, whatever the table says. A
-// caller's own table must have its end-of-table structure. Procedures that take a bare pointer ask whether it
-// lies in a copy that is loaded.
+// The /SMBIOS command.
 #pragma once
 
 #include "Base/Types.h"
-
-// A formatted part (255 bytes at most) that runs out of the table, its terminator and the next header fit,
-// and so does a dump page that begins inside the table.
-constexpr uint32_t SMBIOS_GUARD = 512;
-
-// A table in memory, from its first byte to behind its last. end is NULL where only its own end-of-table
-// structure tells it.
-struct SmbiosTable {
-    const uint8_t *begin;
-    const uint8_t *end;
-};
-
-// Copies the table into a heap block (the caller releases it with ReleaseTable), length without the guard. 0,
-// or the status of GetFwTableLinux with *table NULL.
-EFI_STATUS LoadSmbios(uint8_t **table, uint32_t *length);
-
-// The same: through the entry point that the firmware's table file names ("/sys/firmware/efi/systab", then
-// "/proc/efi/systab"), or, when neither can be opened, by the legacy way. 0, or 0x8000000E.
-EFI_STATUS GetFwTableLinux(uint8_t **table, uint32_t *length);
-
-// Looks for an entry point (DSP0134, 5.2) in 0xF0000-0xFFFFF, "_SM3_" before "_SM_", and copies it into a
-// heap block that the caller frees. version is the major version (a "_SM_" never gives more than 2).
-// Checksums are not verified. 0, 0x80000002 for a NULL output, 0x8000000E without one, 0x80000009 without
-// memory.
-EFI_STATUS GetSmbiosVersion(uint8_t **entryPoint, uint8_t *version);
-
-// Address and length of the table as that entry point says. 0, or its status.
-EFI_STATUS LegacySmbiosStructTableAddress(uint32_t *address, uint16_t *length);
-
-// Copies the table of that entry point, from the 64 KiB boundary below its address on, which is intended. 0,
-// 0x80000015 without an entry point, 0x80000009 without memory; the outputs are then 0.
-EFI_STATUS LoadLegacySmbiosTypes(uint8_t **table, uint32_t *length);
-
-// Frees such a copy; the walks no longer take what lies there for one.
-void ReleaseTable(uint8_t *table);
-
-// Bytes of a structure with its strings and their double zero.
-uint32_t GetStructureLength(const uint8_t *structure);
-
-// Sum of all structures up to the end-of-table structure and with it, modulo 0x10000.
-uint16_t GetTotalStructureSize(const uint8_t *table);
-
-// The first structure of the type from start on; NULL when the end comes first. Type 127 finds the
-// end-of-table structure itself.
-const uint8_t *SearchSmbiosType(const uint8_t *start, uint8_t type);
 
 // Shows each structure of the type in the hex view until ESC. A NULL table is loaded (0x8000000F when that
 // fails). 0 after ESC, 0x8000000E when no structure of the type is left.
@@ -60,13 +10,6 @@ EFI_STATUS ShowSmbiosTargetType(const uint8_t *table, uint8_t type);
 // Shows every structure but the end-of-table one with a line of its own, until ESC. 0, or 0x8000000F when a
 // NULL table cannot be loaded.
 EFI_STATUS ShowSmbiosAllType(const uint8_t *table);
-
-// The first processor structure (type 4; DSP0134, 7.5): the word at 16h, current speed, in the high and the
-// word at 14h, maximum speed, in the low 16 bits, MHz; 0xFFFFFFFF without a table or such a structure.
-uint32_t GetCPUSpeedSmb();
-
-// The high half of GetCPUSpeedSmb, MHz; 0xFFFF when it is not known.
-uint16_t GetCpuCurrentSpeed();
 
 // Handler of /SMBIOS.
 EFI_STATUS SmbiosEntry();

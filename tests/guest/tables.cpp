@@ -3,7 +3,7 @@
 
 #include "BasicLib/Driver.h"
 #include "Platform/AcpiTables.h"
-#include "Project/Smbios.h"
+#include "Platform/SmbiosTable.h"
 
 int main() {
     if (OpenLinuxDriver() != EFI_SUCCESS)

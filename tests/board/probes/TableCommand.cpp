@@ -6,6 +6,7 @@
 #include "Common/Global.h"
 #include "Main/Parser.h"
 #include "Platform/AcpiTables.h"
+#include "Platform/SmbiosTable.h"
 #include "Project/ACPIAcc.h"
 #include "Project/Smbios.h"
 
