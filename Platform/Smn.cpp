@@ -1,0 +1,122 @@
+#include "Platform/Smn.h"
+
+#include "Base/Memory.h"
+#include "BasicLib/Cpu.h"
+#include "BasicLib/PciConfig.h"
+#include "Common/ComFunc/Console.h"
+#include "Common/Sprint.h"
+
+constexpr uint16_t SMN_DIE = 0xC0;
+constexpr uint16_t SMN_ADDRESS = 0xC4;
+constexpr uint16_t SMN_DATA = 0xC8;
+constexpr uint16_t SMU_INDEX = 0xB8;
+constexpr uint16_t SMU_DATA = 0xBC;
+
+constexpr uint32_t SMU_MESSAGE = 0x3B10528;
+constexpr uint32_t SMU_RESPONSE = 0x3B10564;
+constexpr uint32_t SMU_ARGUMENT_0 = 0x3B10598; // the others follow, 4 bytes apart
+constexpr uint32_t SMU_RESERVED_ID = 0xFF;
+constexpr uint32_t SMU_RESPONSE_FATAL = 0xFC;
+
+constexpr uint32_t CPUID_EXTENDED_SIGNATURE = 0x80000001;
+constexpr uint32_t SIGNATURE_MASK = 0x0FFF0F00; // families and extended model
+constexpr uint32_t SIGNATURE_FAMILY_17H = 0x00800F00;
+constexpr uint32_t SIGNATURE_FAMILY_18H = 0x00900F00;
+
+EFI_STATUS InitSmuService() {
+    uint16_t vendor = ChipsetLpcIdentify();
+    if (vendor != VENDOR_AMD && vendor != VENDOR_HYGON)
+        return EFI_ACCESS_DENIED;
+    uint32_t regs[4];
+    GetCpuId(CPUID_EXTENDED_SIGNATURE, regs);
+    uint32_t signature = regs[0] & SIGNATURE_MASK;
+    bool served = signature == SIGNATURE_FAMILY_17H || signature == SIGNATURE_FAMILY_18H;
+    return served ? EFI_SUCCESS : EFI_ACCESS_DENIED;
+}
+
+static void SelectSmn(uint32_t die, uint32_t reg) {
+    HoldSignals(); // none may leave the die selected
+    PciWrite32(0, 0, 0, SMN_DIE, die);
+    PciWrite32(0, 0, 0, SMN_ADDRESS, reg);
+}
+
+static void SelectDieZero() {
+    PciWrite32(0, 0, 0, SMN_DIE, 0);
+    ReleaseSignals();
+}
+
+static EFI_STATUS ReadSmnData(uint8_t width, void *out) {
+    uint32_t value;
+    switch (width) {
+    case PCI_WIDTH_8:
+        value = PciRead8(0, 0, 0, SMN_DATA);
+        break;
+    case PCI_WIDTH_16:
+        value = PciRead16(0, 0, 0, SMN_DATA);
+        break;
+    case PCI_WIDTH_32:
+        value = PciRead32(0, 0, 0, SMN_DATA);
+        break;
+    default:
+        return EFI_INVALID_PARAMETER;
+    }
+    Memcpy(out, &value, 1u << (width - 1));
+    return EFI_SUCCESS;
+}
+
+static EFI_STATUS WriteSmnData(uint8_t width, const void *in) {
+    switch (width) {
+    case PCI_WIDTH_8:
+        PciWrite8(0, 0, 0, SMN_DATA, *static_cast<const uint8_t *>(in));
+        return EFI_SUCCESS;
+    case PCI_WIDTH_16:
+        PciWrite16(0, 0, 0, SMN_DATA, Load16(in));
+        return EFI_SUCCESS;
+    case PCI_WIDTH_32:
+        PciWrite32(0, 0, 0, SMN_DATA, Load32(in));
+        return EFI_SUCCESS;
+    default:
+        return EFI_INVALID_PARAMETER;
+    }
+}
+
+EFI_STATUS AmdSmnRegisterRead(uint8_t width, uint32_t die, uint32_t reg, void *out) {
+    SelectSmn(die, reg);
+    EFI_STATUS status = ReadSmnData(width, out);
+    SelectDieZero();
+    return status;
+}
+
+EFI_STATUS AmdSmnRegisterWrite(uint8_t width, uint32_t die, uint32_t reg, const void *in) {
+    SelectSmn(die, reg);
+    EFI_STATUS status = WriteSmnData(width, in);
+    SelectDieZero();
+    return status;
+}
+
+void SmuRegisterRead(uint16_t bus, uint32_t smnAddress, uint32_t *out) {
+    PciIndirectRead(PCI_WIDTH_32, bus, 0, 0, SMU_INDEX, SMU_DATA, smnAddress & ~0x3u, out);
+}
+
+void SmuRegisterWrite(uint16_t bus, uint32_t smnAddress, const uint32_t *in) {
+    PciIndirectWrite(PCI_WIDTH_32, bus, 0, 0, SMU_INDEX, SMU_DATA, smnAddress, in);
+}
+
+uint32_t NbioSmuServiceRequestV9(uint32_t requestId, uint32_t args[SMU_ARGUMENTS]) {
+    if (requestId == SMU_RESERVED_ID)
+        return 1;
+    uint32_t response;
+    SmuRegisterRead(0, SMU_RESPONSE, &response);
+    response = 0;
+    SmuRegisterWrite(0, SMU_RESPONSE, &response);
+    for (uint32_t k = 0; k < SMU_ARGUMENTS; ++k)
+        SmuRegisterWrite(0, SMU_ARGUMENT_0 + 4 * k, &args[k]);
+    SmuRegisterWrite(0, SMU_MESSAGE, &requestId);
+    while (response == 0)
+        SmuRegisterRead(0, SMU_RESPONSE, &response);
+    while (response == SMU_RESPONSE_FATAL)
+        PrintAssert("./Project/NbioSmu.c", 166, "FALSE");
+    for (uint32_t k = 0; k < SMU_ARGUMENTS; ++k)
+        SmuRegisterRead(0, SMU_ARGUMENT_0 + 4 * k, &args[k]);
+    return response;
+}
