@@ -3,19 +3,13 @@
 #include "Base/Memory.h"
 #include "BasicLib/BitField.h"
 #include "BasicLib/IndexIo.h"
-#include "BasicLib/PortIo.h"
 #include "Common/ComFunc/CmdLine.h"
 #include "Common/ComFunc/Console.h"
 #include "Common/ComFunc/HexView.h"
 #include "Common/Global.h"
 #include "Common/Sprint.h"
+#include "Platform/SioChip.h"
 
-constexpr uint16_t SIO_INDEX = 0x4E;
-constexpr uint16_t SIO_DATA = 0x4F;
-constexpr uint8_t SIO_KEY_ENTER = 0xA5;
-constexpr uint8_t SIO_KEY_EXIT = 0xAA;
-constexpr uint32_t SIO_LDN = 0x07; // selects the logical device whose registers stand from 30h on
-constexpr uint32_t SIO_REGISTERS = 256;
 constexpr uint8_t LDN_END = 0xFF;
 
 static const uint8_t mLogicalDevices[] = {0x02, 0x03, 0x04, 0x05, 0x07, 0x0B, 0x0C, 0x0D, 0x0E, LDN_END};
@@ -25,21 +19,6 @@ struct SioResult {
     uint32_t reg;
     uint32_t value;
 };
-
-void UnlockSIO() {
-    IoWrite8(SIO_INDEX, SIO_KEY_ENTER);
-    IoWrite8(SIO_INDEX, SIO_KEY_ENTER);
-}
-
-void LockSIO() {
-    IoWrite8(SIO_INDEX, SIO_KEY_EXIT);
-}
-
-void GetSIO2Buffer(uint8_t *buffer, uint8_t device) {
-    IoIndexWrite8(SIO_INDEX, SIO_DATA, SIO_LDN, device);
-    for (uint32_t reg = 0; reg < SIO_REGISTERS; ++reg)
-        buffer[reg] = static_cast<uint8_t>(IoIndexRead8(SIO_INDEX, SIO_DATA, reg));
-}
 
 static EFI_STATUS DumpDevices() {
     uint8_t *buffer = static_cast<uint8_t *>(Malloc(SIO_REGISTERS));

@@ -24,25 +24,6 @@ static Log Register(const std::string &index, const std::string &access) {
     return Delays(2) + Log{"out8 004e " + index, access};
 }
 
-TEST(SuperIO, TheKeysGoToTheIndexPort) {
-    OpenPair();
-    UnlockSIO();
-    EXPECT_EQ(TakeLog(), (Log{"out8 004e a5", "out8 004e a5"}));
-    LockSIO();
-    EXPECT_EQ(TakeLog(), (Log{"out8 004e aa"}));
-}
-
-TEST(SuperIO, ADevicesPageIsSelectedAndRead) {
-    OpenPair();
-    uint8_t buffer[256] = {};
-    GetSIO2Buffer(buffer, 0x0B);
-    Log log = TakeAccesses();
-    ASSERT_EQ(log.size(), 257u * 4);
-    EXPECT_EQ(Log(log.begin(), log.begin() + 8), Register("07", "out8 004f 0b") + Register("00", "in8 004f"));
-    EXPECT_EQ(Log(log.end() - 4, log.end()), Register("ff", "in8 004f"));
-    EXPECT_EQ(buffer[255], 0x0B); // the data port keeps what was written
-}
-
 TEST(SuperIO, HelpDoesNotTouchTheChip) {
     OpenPair();
     EXPECT_EQ(RunSio({"hwreg", "/SIO", "/DUMP", "/?"}, 0x80000002), " /SIO /dump: Dump SuperIO Reg\n");
