@@ -1,7 +1,7 @@
 #include "Main/Help.h"
 
 #include "Base/Text.h"
-#include "BasicLib/PciConfig.h"
+#include "BasicLib/Chipset.h"
 #include "Common/ComFunc/Console.h"
 #include "Common/Sprint.h"
 

@@ -1,7 +1,7 @@
 #include "Platform/CmosClock.h"
 
-#include "BasicLib/BitField.h"
 #include "BasicLib/IndexIo.h"
+#include "BasicLib/Place.h"
 #include "BasicLib/PortIo.h"
 #include "Common/ComFunc/Numeral.h"
 #include "Common/Sprint.h"

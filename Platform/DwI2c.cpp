@@ -1,6 +1,6 @@
 #include "Platform/DwI2c.h"
 
-#include "BasicLib/PciConfig.h"
+#include "BasicLib/Chipset.h"
 #include "BasicLib/PhysMem.h"
 #include "BasicLib/PortIo.h"
 

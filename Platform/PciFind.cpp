@@ -3,7 +3,9 @@
 #include "BasicLib/PciConfig.h"
 #include "Common/Sprint.h"
 
-constexpr uint8_t HEADER_MULTI_FUNCTION = 0x80;
+uint16_t GetPciClassCode(uint16_t bus, uint16_t dev, uint16_t fun) {
+    return PciRead16(bus, dev, fun, PCI_CLASS_DEVICE);
+}
 
 int SourchPciControllerByClass(uint16_t *bus, uint16_t *dev, uint16_t *fun, uint16_t classCode) {
     for (uint16_t b = 0; b < PCI_BUS_COUNT; ++b) {

@@ -1,6 +1,6 @@
 #include "Platform/PmBase.h"
 
-#include "BasicLib/PciConfig.h"
+#include "BasicLib/Chipset.h"
 #include "BasicLib/PortIo.h"
 #include "Common/Sprint.h"
 #include "Platform/AmdReg.h"

@@ -1,6 +1,6 @@
 #include "Platform/ShadowRam.h"
 
-#include "BasicLib/PciConfig.h"
+#include "BasicLib/Chipset.h"
 #include "Platform/AmdReg.h"
 #include "Platform/IntelReg.h"
 

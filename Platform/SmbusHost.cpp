@@ -1,5 +1,6 @@
 #include "Platform/SmbusHost.h"
 
+#include "BasicLib/Chipset.h"
 #include "BasicLib/PciConfig.h"
 #include "BasicLib/PortIo.h"
 #include "Common/ComFunc/Console.h"

@@ -1,8 +1,10 @@
 #include "Platform/Smn.h"
 
 #include "Base/Memory.h"
+#include "BasicLib/Chipset.h"
 #include "BasicLib/Cpu.h"
 #include "BasicLib/PciConfig.h"
+#include "BasicLib/PciIndirect.h"
 #include "Common/ComFunc/Console.h"
 #include "Common/Sprint.h"
 

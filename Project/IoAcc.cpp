@@ -2,7 +2,7 @@
 
 #include "Base/Memory.h"
 #include "Base/Types.h"
-#include "BasicLib/BitField.h"
+#include "BasicLib/Place.h"
 #include "BasicLib/PortIo.h"
 #include "Common/ComFunc/CmdLine.h"
 #include "Common/ComFunc/Console.h"

@@ -2,8 +2,8 @@
 
 #include "Base/Memory.h"
 #include "Base/Types.h"
-#include "BasicLib/BitField.h"
 #include "BasicLib/IndexIo.h"
+#include "BasicLib/Place.h"
 #include "Common/ComFunc/CmdLine.h"
 #include "Common/ComFunc/HexView.h"
 #include "Common/Global.h"
@@ -15,18 +15,18 @@ constexpr uint16_t CMOS_INDEX = 0x70;
 constexpr uint16_t CMOS_INDEX_HIGH = 0x72; // the bank above 7Fh
 
 // A register behind a pair of ports.
-struct IndexPlace {
+struct IndexRegister {
     uint16_t indexPort;
     uint16_t dataPort;
     uint32_t reg;
 };
 
 // CMOS registers are bytes: a wider value there is made of consecutive registers.
-static bool IsCmos(const IndexPlace *at) {
+static bool IsCmos(const IndexRegister *at) {
     return at->indexPort == CMOS_INDEX || at->indexPort == CMOS_INDEX_HIGH;
 }
 
-static uint32_t IndexByte(const IndexPlace *at, uint8_t data) {
+static uint32_t IndexByte(const IndexRegister *at, uint8_t data) {
     if (AccessReads(ACCESS_BYTE))
         Printf("IOIndex/Data %X/%X offset %lX Read Byte: ", at->indexPort, at->dataPort, Wide(at->reg));
     else
@@ -37,7 +37,7 @@ static uint32_t IndexByte(const IndexPlace *at, uint8_t data) {
     return ReportData(ACCESS_BYTE, IoIndexRead8(at->indexPort, at->dataPort, at->reg));
 }
 
-static uint32_t IndexWord(const IndexPlace *at, uint16_t data) {
+static uint32_t IndexWord(const IndexRegister *at, uint16_t data) {
     auto *write = IsCmos(at) ? LegacyIoIndexWrite16 : IoIndexWrite16;
     auto *read = IsCmos(at) ? LegacyIoIndexRead16 : IoIndexRead16;
     if (AccessReads(ACCESS_WORD))
@@ -50,7 +50,7 @@ static uint32_t IndexWord(const IndexPlace *at, uint16_t data) {
     return ReportData(ACCESS_WORD, read(at->indexPort, at->dataPort, at->reg));
 }
 
-static uint32_t IndexDword(const IndexPlace *at, uint32_t data) {
+static uint32_t IndexDword(const IndexRegister *at, uint32_t data) {
     auto *write = IsCmos(at) ? LegacyIoIndexWrite32 : IoIndexWrite32;
     auto *read = IsCmos(at) ? LegacyIoIndexRead32 : IoIndexRead32;
     if (AccessReads(ACCESS_DWORD))
@@ -63,7 +63,7 @@ static uint32_t IndexDword(const IndexPlace *at, uint32_t data) {
     return ReportData(ACCESS_DWORD, read(at->indexPort, at->dataPort, at->reg));
 }
 
-static uint32_t IndexBit(const IndexPlace *at, uint32_t bit, uint8_t value) {
+static uint32_t IndexBit(const IndexRegister *at, uint32_t bit, uint8_t value) {
     if (AccessReads(ACCESS_BIT))
         Printf("IOIndex/Data Read %X/%X offset %lX Bit%d: ", at->indexPort, at->dataPort, Wide(at->reg), bit);
     if (AccessWrites(ACCESS_BIT)) {
@@ -75,7 +75,7 @@ static uint32_t IndexBit(const IndexPlace *at, uint32_t bit, uint8_t value) {
 }
 
 // Always registers 0 to 255, on one page without a pause, whatever the prompt says.
-static uint32_t IndexDump(const IndexPlace *at) {
+static uint32_t IndexDump(const IndexRegister *at) {
     uint8_t *buffer = static_cast<uint8_t *>(Malloc(REGISTER_COUNT));
     if (buffer == nullptr)
         return EFI_BUFFER_TOO_SMALL;
@@ -109,8 +109,8 @@ uint32_t IoIndexAccess() {
     uint16_t pos;
     if (!FindIndexForm(&width, &pos))
         return EFI_INVALID_PARAMETER;
-    IndexPlace at = {static_cast<uint16_t>(CmdOperand(pos, 1)), static_cast<uint16_t>(CmdOperand(pos, 2)),
-                     static_cast<uint32_t>(CmdOperand(pos, 3))};
+    IndexRegister at = {static_cast<uint16_t>(CmdOperand(pos, 1)), static_cast<uint16_t>(CmdOperand(pos, 2)),
+                        static_cast<uint32_t>(CmdOperand(pos, 3))};
     if (at.dataPort == 0 && at.indexPort != 0)
         at.dataPort = static_cast<uint16_t>(at.indexPort + 1);
     uint32_t data = static_cast<uint32_t>(CmdOperand(pos, 4));

@@ -2,8 +2,8 @@
 
 #include "Base/Memory.h"
 #include "Base/Text.h"
-#include "BasicLib/BitField.h"
 #include "BasicLib/PhysMem.h"
+#include "BasicLib/Place.h"
 #include "Common/ComFunc/CmdLine.h"
 #include "Common/ComFunc/Console.h"
 #include "Common/ComFunc/HexView.h"

@@ -1,27 +1,24 @@
 #include "Project/PciAcc.h"
 
 #include "Base/Memory.h"
-#include "BasicLib/BitField.h"
 #include "BasicLib/PciConfig.h"
-#include "BasicLib/PhysMem.h"
+#include "BasicLib/Place.h"
 #include "Common/ComFunc/CmdLine.h"
 #include "Common/ComFunc/Console.h"
 #include "Common/ComFunc/HexView.h"
 #include "Common/Global.h"
 #include "Common/Sprint.h"
+#include "Platform/PciCaps.h"
 #include "Platform/PciClassCode.h"
 #include "Platform/PciFind.h"
 #include "Project/AccessForm.h"
 
 constexpr uint16_t LINK_CONTROL = 0x10; // from the PCI Express capability
 constexpr uint8_t ASPM_CONTROL = 0x03;
-constexpr uint16_t STATUS_CAP_LIST = 0x10;
-constexpr uint8_t HEADER_MULTI_FUNCTION = 0x80;
-constexpr uint8_t HEADER_CARDBUS = 0x02;
 constexpr uint8_t SCAN_ARGC = 5; // a dump with more words than this names one function
 
 // Operands of a register access.
-struct PciPlace {
+struct PciOperands {
     uint16_t bus, dev, fun, offset;
 };
 
@@ -43,22 +40,6 @@ EFI_STATUS ShowPciClassType(uint16_t bus, uint16_t dev, uint16_t fun) {
     }
     Printf("Unknown PCI\n");
     return EFI_SUCCESS;
-}
-
-uint16_t PcieFindCapId(uint16_t bus, uint16_t dev, uint16_t fun, uint8_t capId) {
-    uint32_t page = MemPciBase(bus, dev, fun);
-    if ((MemRead8(page + PCI_STATUS) & STATUS_CAP_LIST) == 0)
-        return 0;
-    bool cardBus = (MemRead8(page + PCI_HEADER_TYPE) & ~HEADER_MULTI_FUNCTION & 0xFF) == HEADER_CARDBUS;
-    uint32_t pointer = MemRead8(page + (cardBus ? PCI_CB_CAPABILITY_LIST : PCI_CAPABILITY_LIST)) & 0xFC;
-    uint8_t id = 0;
-    for (unsigned i = 0; pointer != 0 && id < 0xFF && i < PCI_CAP_LIMIT; ++i) {
-        id = static_cast<uint8_t>(MemRead8(page + pointer));
-        if (id == capId)
-            return static_cast<uint16_t>(pointer);
-        pointer = MemRead8(page + pointer + 1) & 0xFC;
-    }
-    return 0;
 }
 
 EFI_STATUS ReadPciAspm(uint16_t bus, uint16_t dev, uint16_t fun) {
@@ -160,7 +141,7 @@ static EFI_STATUS PciDump() {
     return EFI_SUCCESS;
 }
 
-static uint32_t PciBit(const PciPlace *at, uint16_t pos) {
+static uint32_t PciBit(const PciOperands *at, uint16_t pos) {
     uint8_t bit = static_cast<uint8_t>(CmdOperand(pos, 5));
     uint8_t value = static_cast<uint8_t>(CmdOperand(pos, 6));
     if (AccessReads(ACCESS_BIT))
@@ -173,7 +154,7 @@ static uint32_t PciBit(const PciPlace *at, uint16_t pos) {
     return ReportData(ACCESS_BIT, PciReadBit(at->bus, at->dev, at->fun, at->offset, bit));
 }
 
-static uint32_t PciByte(const PciPlace *at, uint8_t data) {
+static uint32_t PciByte(const PciOperands *at, uint8_t data) {
     if (AccessReads(ACCESS_BYTE))
         Printf("PCI Read Byte BDFO: %X %X %X %X, ", at->bus, at->dev, at->fun, at->offset);
     else
@@ -183,7 +164,7 @@ static uint32_t PciByte(const PciPlace *at, uint8_t data) {
     return ReportData(ACCESS_BYTE, PciRead8(at->bus, at->dev, at->fun, at->offset));
 }
 
-static uint32_t PciWord(const PciPlace *at, uint16_t data) {
+static uint32_t PciWord(const PciOperands *at, uint16_t data) {
     if (AccessReads(ACCESS_WORD))
         Printf("PCI Read Word BDFO: %X %X %X %X, ", at->bus, at->dev, at->fun, at->offset);
     else
@@ -193,7 +174,7 @@ static uint32_t PciWord(const PciPlace *at, uint16_t data) {
     return ReportData(ACCESS_WORD, PciRead16(at->bus, at->dev, at->fun, at->offset));
 }
 
-static uint32_t PciDword(const PciPlace *at, uint32_t data) {
+static uint32_t PciDword(const PciOperands *at, uint32_t data) {
     if (AccessReads(ACCESS_DWORD))
         Printf("PCI Read DWord BDFO: %X %X %X %X, ", at->bus, at->dev, at->fun, at->offset);
     else
@@ -209,8 +190,8 @@ static uint32_t PciRegister() {
     AccessWidth width = FindAccess(&pos);
     if (width == ACCESS_NONE)
         return EFI_INVALID_PARAMETER;
-    PciPlace at = {static_cast<uint16_t>(CmdOperand(pos, 1)), static_cast<uint16_t>(CmdOperand(pos, 2)),
-                   static_cast<uint16_t>(CmdOperand(pos, 3)), static_cast<uint16_t>(CmdOperand(pos, 4))};
+    PciOperands at = {static_cast<uint16_t>(CmdOperand(pos, 1)), static_cast<uint16_t>(CmdOperand(pos, 2)),
+                      static_cast<uint16_t>(CmdOperand(pos, 3)), static_cast<uint16_t>(CmdOperand(pos, 4))};
     uint64_t data = CmdOperand(pos, 5);
     switch (width) {
     case ACCESS_BIT:

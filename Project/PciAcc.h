@@ -9,9 +9,6 @@ uint32_t PciAccess();
 // Prints the class name of the function, "Unknown PCI\n" for a class without a name. Always 0.
 EFI_STATUS ShowPciClassType(uint16_t bus, uint16_t dev, uint16_t fun);
 
-// Offset of a capability (PCI Local Bus 3.0, 6.7) by a walk through the memory-mapped window; 0 without it.
-uint16_t PcieFindCapId(uint16_t bus, uint16_t dev, uint16_t fun, uint8_t capId);
-
 // Prints the ASPM state of the Link Control register (PCI Express Base 3.0, 7.8.7) in four characters: "DIS
 // ", "L0S ", "L1  ", "L01 ", or "NA  " for a conventional function. Always 0x8000000E.
 EFI_STATUS ReadPciAspm(uint16_t bus, uint16_t dev, uint16_t fun);

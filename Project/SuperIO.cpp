@@ -1,8 +1,8 @@
 #include "Project/SuperIO.h"
 
 #include "Base/Memory.h"
-#include "BasicLib/BitField.h"
 #include "BasicLib/IndexIo.h"
+#include "BasicLib/Place.h"
 #include "Common/ComFunc/CmdLine.h"
 #include "Common/ComFunc/Console.h"
 #include "Common/ComFunc/HexView.h"

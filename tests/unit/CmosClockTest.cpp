@@ -2,8 +2,8 @@
 
 #include <gtest/gtest.h>
 
-#include "BasicLib/BitField.h"
 #include "BasicLib/IndexIo.h"
+#include "BasicLib/Place.h"
 #include "BasicLib/PortIo.h"
 #include "Common/ComFunc/Numeral.h"
 #include "Common/Sprint.h"

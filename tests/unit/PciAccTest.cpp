@@ -8,10 +8,6 @@
 #include "TestHelp.h"
 #include "tests/board/Board.h"
 
-static uint16_t Function(unsigned bus, unsigned dev, unsigned fun) {
-    return static_cast<uint16_t>(bus << 8 | dev << 3 | fun);
-}
-
 // Runs the command and gives what it prints; its result is compared.
 static std::string RunPci(std::initializer_list<const char *> words, uint32_t status) {
     SetCommand(words);
@@ -323,60 +319,4 @@ TEST(PciAcc, TheDumpReleasesItsBuffer) {
     SetCommand({"hwreg", "/PCI", "/NOMSG", "/DUMP", "9", "0", "0"}); // absent
     Printed([] { PciAccess(); });
     EXPECT_EQ(BlocksHeld(), held);
-}
-
-TEST(PciAcc, ACapabilityIsFoundInTheMemoryMappedPage) {
-    OpenBoard("intel");
-    EXPECT_EQ(PcieFindCapId(1, 0, 0, 0x10), 0x70);
-    EXPECT_EQ(PcieFindCapId(1, 0, 0, 0x01), 0x40);
-    EXPECT_EQ(PcieFindCapId(1, 0, 0, 0x11), 0xB0);
-    EXPECT_EQ(PcieFindCapId(1, 0, 0, 0x09), 0);
-}
-
-TEST(PciAcc, TheCapabilitySearchReadsBytes) {
-    OpenBoard("intel");
-    PcieFindCapId(0, 0, 0, 0xFF); // looks the window up
-    TakeLog();
-    EXPECT_EQ(PcieFindCapId(1, 0, 0, 0x05), 0x50);
-    const Log reads[] = {{"mr8 e0100006 -> 10"}, {"mr8 e010000e -> 00"}, {"mr8 e0100034 -> 40"},
-                         {"mr8 e0100040 -> 01"}, {"mr8 e0100041 -> 50"}, {"mr8 e0100050 -> 05"}};
-    Log expected;
-    for (const Log &read : reads)
-        expected = expected + Mapped("e0100000", "2000", read);
-    EXPECT_EQ(TakeLog(), expected);
-}
-
-TEST(PciAcc, WithoutTheStatusBitThereIsNoCapabilityList) {
-    OpenBoard("intel");
-    BoardSetPci(Function(1, 0, 0), 0x06, 2, 0);
-    EXPECT_EQ(PcieFindCapId(1, 0, 0, 0x10), 0);
-}
-
-TEST(PciAcc, TheListOfACardBusBridgeBeginsAt14) {
-    OpenBoard("intel");
-    EXPECT_EQ(PcieFindCapId(5, 0, 0, 0x01), 0xA0);
-    BoardSetPci(Function(5, 0, 0), 0x0E, 1, 0x82); // a multi-function one too
-    EXPECT_EQ(PcieFindCapId(5, 0, 0, 0x01), 0xA0);
-}
-
-TEST(PciAcc, TheLowBitsOfCapabilityPointersAreCleared) {
-    OpenBoard("intel");
-    const uint16_t drive = Function(1, 0, 0);
-    BoardSetPci(drive, 0x34, 1, 0x43);
-    BoardSetPci(drive, 0x41, 1, 0x51);
-    EXPECT_EQ(PcieFindCapId(1, 0, 0, 0x01), 0x40);
-    EXPECT_EQ(PcieFindCapId(1, 0, 0, 0x05), 0x50);
-}
-
-TEST(PciAcc, AnIdOfAllOnesEndsTheCapabilitySearch) {
-    OpenBoard("intel");
-    BoardSetPci(Function(1, 0, 0), 0x40, 2, 0x50FF);
-    EXPECT_EQ(PcieFindCapId(1, 0, 0, 0x05), 0);
-}
-
-TEST(PciAcc, ACapabilitySearchInACircleComesToAnEnd) {
-    OpenBoard("caploop");
-    EXPECT_EQ(PcieFindCapId(0, 0x14, 0, 0x10), 0);
-    EXPECT_EQ(PcieFindCapId(1, 0, 0, 0x10), 0);
-    EXPECT_EQ(PcieFindCapId(9, 0, 0, 0x10), 0); // absent: all ones
 }

@@ -51,3 +51,11 @@ TEST(PciFind, AClassThatIsNotThereIsReported) {
     EXPECT_EQ(bus, 99);
     EXPECT_EQ(TakeLog().size(), 65536u * 4);
 }
+
+TEST(PciFind, TheClassCodeIsTheWordAt0A) {
+    OpenBoard("intel");
+    EXPECT_EQ(GetPciClassCode(0, 0x1F, 4), 0x0C05);
+    EXPECT_EQ(TakeAccesses(), LegacyPci("8000fc0a", "in16 0cfe"));
+    EXPECT_EQ(GetPciClassCode(0, 0, 0), 0x0600);
+    EXPECT_EQ(GetPciClassCode(1, 0, 0), 0x0108); // the programming interface is no part of it
+}

@@ -14,8 +14,9 @@
 
 #include <gtest/gtest.h>
 
+#include "BasicLib/Chipset.h"
 #include "BasicLib/Driver.h"
-#include "BasicLib/PciConfig.h"
+#include "BasicLib/PciWindow.h"
 #include "Common/ComFunc/Console.h"
 #include "Main/Parser.h"
 #include "tests/board/Board.h"
@@ -185,6 +186,10 @@ void Poke16(uint32_t address, uint16_t value) {
 
 void Poke32(uint32_t address, uint32_t value) {
     BoardPoke(address, &value, sizeof(value));
+}
+
+uint16_t Function(unsigned bus, unsigned dev, unsigned fun) {
+    return static_cast<uint16_t>(bus << 8 | dev << 3 | fun);
 }
 
 void LoadBoard(const std::string &name, const std::string &lines) {

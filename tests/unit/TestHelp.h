@@ -57,6 +57,9 @@ void PokeText(uint32_t address, const std::string &text);
 void Poke16(uint32_t address, uint16_t value);
 void Poke32(uint32_t address, uint32_t value);
 
+// Number of a PCI function as the board counts them.
+uint16_t Function(unsigned bus, unsigned dev, unsigned fun);
+
 // Lines of the board's access log, one an access (tests/board/README.md describes them).
 typedef std::vector<std::string> Log;
 

@@ -1,4 +1,4 @@
-#include "BasicLib/BitField.h"
+#include "BasicLib/Place.h"
 
 #include <gtest/gtest.h>
 
@@ -13,13 +13,13 @@ static void OpenPorts() {
         BoardSetPort(static_cast<uint16_t>(0x61 + i), bytes[i]);
 }
 
-TEST(BitField, IoReadBitFindsEveryBitOfADword) {
+TEST(Place, IoReadBitFindsEveryBitOfADword) {
     OpenPorts();
     for (uint32_t bit = 0; bit < 32; ++bit)
         EXPECT_EQ(IoReadBit(0x61, bit), (0x88442211u >> bit) & 1) << bit;
 }
 
-TEST(BitField, TheBitNumberChoosesTheWidthAtTheSamePort) {
+TEST(Place, TheBitNumberChoosesTheWidthAtTheSamePort) {
     OpenPorts();
     for (uint32_t bit : {0u, 7u, 8u, 15u, 16u, 31u})
         IoReadBit(0x61, bit);
@@ -27,7 +27,7 @@ TEST(BitField, TheBitNumberChoosesTheWidthAtTheSamePort) {
                               "in32 0061 -> 88442211", "in32 0061 -> 88442211"}));
 }
 
-TEST(BitField, ABitNumberFrom32OnMakesNoAccess) {
+TEST(Place, ABitNumberFrom32OnMakesNoAccess) {
     OpenPorts();
     for (uint32_t bit : {32u, 40u, 64u, 0xFFFFFFFFu}) {
         EXPECT_EQ(IoReadBit(0x61, bit), 0u);
@@ -42,7 +42,7 @@ TEST(BitField, ABitNumberFrom32OnMakesNoAccess) {
     EXPECT_EQ(TakeLog(), Log{});
 }
 
-TEST(BitField, IoWriteBitReadsChangesAndWritesInOneWidth) {
+TEST(Place, IoWriteBitReadsChangesAndWritesInOneWidth) {
     OpenPorts();
     IoWriteBit(0x61, 3, 1);
     EXPECT_EQ(TakeLog(), (Log{"in8 0061 -> 11", "out8 0061 19"}));
@@ -52,14 +52,14 @@ TEST(BitField, IoWriteBitReadsChangesAndWritesInOneWidth) {
     EXPECT_EQ(TakeLog(), (Log{"in32 0061 -> 88443219", "out32 0061 08443219"}));
 }
 
-TEST(BitField, IoWriteBitClearsABit) {
+TEST(Place, IoWriteBitClearsABit) {
     OpenBoard("intel");
     BoardSetPort(0x80, 0xFF);
     IoWriteBit(0x80, 3, 0);
     EXPECT_EQ(TakeLog(), (Log{"in8 0080 -> ff", "out8 0080 f7"}));
 }
 
-TEST(BitField, OnlyTheLow8BitsOfAPortBitsValueCount) {
+TEST(Place, OnlyTheLow8BitsOfAPortBitsValueCount) {
     OpenBoard("intel");
     BoardSetPort(0x80, 0x00);
     IoWriteBit(0x80, 0, 0x80);
@@ -69,7 +69,7 @@ TEST(BitField, OnlyTheLow8BitsOfAPortBitsValueCount) {
     EXPECT_EQ(BoardGetPort(0x80), 0x00);
 }
 
-TEST(BitField, IoIndexReadBitUsesTheDataPortInTheBitsWidth) {
+TEST(Place, IoIndexReadBitUsesTheDataPortInTheBitsWidth) {
     OpenBoard("intel", "latch 0070 8\nconstant 0074 11 22 44 88");
     EXPECT_EQ(IoIndexReadBit(0x70, 0x74, 0x0B, 4), 1u);
     EXPECT_EQ(IoIndexReadBit(0x70, 0x74, 0x0B, 13), 1u);
@@ -79,7 +79,7 @@ TEST(BitField, IoIndexReadBitUsesTheDataPortInTheBitsWidth) {
                                   Log({"out16 0070 010b", "in32 0074"}));
 }
 
-TEST(BitField, IoIndexWriteBitMakesTwoIndexSequences) {
+TEST(Place, IoIndexWriteBitMakesTwoIndexSequences) {
     OpenBoard("intel", "latch 0070 8");
     BoardSetPort(0x71, 0x02);
     IoIndexWriteBit(0x70, 0x71, 0x0B, 7, 1);
@@ -96,7 +96,7 @@ TEST(BitField, IoIndexWriteBitMakesTwoIndexSequences) {
                              Log({"out8 0070 0b", "out32 0074 80000000"}));
 }
 
-TEST(BitField, All32BitsOfAnIndexBitsValueCount) {
+TEST(Place, All32BitsOfAnIndexBitsValueCount) {
     OpenBoard("intel", "latch 0070 8");
     BoardSetPort(0x71, 0x00);
     IoIndexWriteBit(0x70, 0x71, 0x0B, 0, 0x100);
@@ -107,7 +107,7 @@ TEST(BitField, All32BitsOfAnIndexBitsValueCount) {
     EXPECT_EQ(BoardGetPort(0x71), 0x00);
 }
 
-TEST(BitField, MemoryBitsUseTheBitsWidthAtTheSameAddress) {
+TEST(Place, MemoryBitsUseTheBitsWidthAtTheSameAddress) {
     OpenBoard("intel", "watch 00001000 00001000\nbytes 00001000 11 22 44 88");
     EXPECT_EQ(MemReadBit(0x1000, 4), 1u);
     EXPECT_EQ(MemReadBit(0x1000, 8), 0u);
@@ -117,7 +117,7 @@ TEST(BitField, MemoryBitsUseTheBitsWidthAtTheSameAddress) {
                              Mapped("00001000", "2000", {"mr32 00001000 -> 88442211"}));
 }
 
-TEST(BitField, AMemoryBitIsWrittenWithTwoMappings) {
+TEST(Place, AMemoryBitIsWrittenWithTwoMappings) {
     OpenBoard("intel", "watch 00001000 00001000\nbytes 00001000 11 22 44 88");
     MemWriteBit(0x1000, 1, 1);
     EXPECT_EQ(TakeLog(), Mapped("00001000", "2000", {"mr8 00001000 -> 11"}) +
@@ -130,7 +130,7 @@ TEST(BitField, AMemoryBitIsWrittenWithTwoMappings) {
                              Mapped("00001000", "2000", {"mw32 00001000 88452013"}));
 }
 
-TEST(BitField, ABitOfMemoryThatCannotBeMappedReadsOneInTheLow16) {
+TEST(Place, ABitOfMemoryThatCannotBeMappedReadsOneInTheLow16) {
     OpenBoard("refusedmap");
     EXPECT_EQ(MemReadBit(0xE0000000, 0), 1u);
     EXPECT_EQ(MemReadBit(0xE0000000, 15), 1u);
@@ -138,7 +138,7 @@ TEST(BitField, ABitOfMemoryThatCannotBeMappedReadsOneInTheLow16) {
     MemWriteBit(0xE0000000, 0, 0);
 }
 
-TEST(BitField, PciBitsUseTheBitsWidthAtTheSameOffset) {
+TEST(Place, PciBitsUseTheBitsWidthAtTheSameOffset) {
     OpenBoard("intel");
     EXPECT_EQ(PciReadBit(0, 0, 0, 0, 1), 1u); // vendor 8086
     EXPECT_EQ(PciReadBit(0, 0, 0, 0, 15), 1u);
@@ -148,7 +148,7 @@ TEST(BitField, PciBitsUseTheBitsWidthAtTheSameOffset) {
                              LegacyPci("80000000", "in32 0cfc -> 3e308086"));
 }
 
-TEST(BitField, APciBitIsReadChangedAndWritten) {
+TEST(Place, APciBitIsReadChangedAndWritten) {
     OpenBoard("intel");
     PciWriteBit(0, 0, 0, 0xDC, 0, 1);
     EXPECT_EQ(TakeLog(), LegacyPci("800000dc", "in8 0cfc -> 5a") + LegacyPci("800000dc", "out8 0cfc 5b"));
@@ -162,7 +162,7 @@ TEST(BitField, APciBitIsReadChangedAndWritten) {
               LegacyPci("800113dc", "in32 0cfc -> ffffffff") + LegacyPci("800113dc", "out32 0cfc 7fffffff"));
 }
 
-TEST(BitField, PciBitsReachExtendedSpace) {
+TEST(Place, PciBitsReachExtendedSpace) {
     OpenBoard("intel");
     EXPECT_EQ(PciReadBit(1, 0, 0, 0x14C, 28), 1u); // serial number 12345678
     PciWriteBit(1, 0, 0, 0x10C, 12, 1);
