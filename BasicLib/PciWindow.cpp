@@ -18,13 +18,12 @@ int GetPcieBaseAddress(uint32_t *base) {
     }
     uint32_t found = 0;
     uint32_t high = 0;
-    switch (ChipsetLpcIdentify()) {
-    case VENDOR_INTEL:
+    switch (ThisChipset()->configWindow) {
+    case HOME_PCI:
         if (!LegacyIoPciRead(PCI_WIDTH_32, 0, 0, 0, INTEL_PCIEXBAR, reinterpret_cast<uint8_t *>(&found)))
             return 0;
         break;
-    case VENDOR_AMD:
-    case VENDOR_HYGON:
+    case HOME_MSR:
         ReadMsr(0, AMD_MMIO_CFG_BASE_ADDR, &high, &found);
         break;
     default:

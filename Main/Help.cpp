@@ -38,23 +38,10 @@ void showlogo() {
     Printf(mBanner);
 }
 
-static const char *VendorName(uint16_t vendor) {
-    switch (vendor) {
-    case VENDOR_INTEL:
-        return "Intel";
-    case VENDOR_AMD:
-        return "AMD";
-    case VENDOR_HYGON:
-        return "Higon";
-    default:
-        return "Unknown";
-    }
-}
-
 EFI_STATUS showHelp() {
-    uint16_t vendor = ChipsetLpcIdentify();
+    const char *maker = ThisChipset()->name; // looked up before anything is printed
     showlogo();
-    Printf("  Help list(%s):\n", VendorName(vendor));
+    Printf("  Help list(%s):\n", maker);
     for (size_t i = 0; HelpList[i] != nullptr; ++i) {
         Printf("%s", HelpList[i]);
         if (i != 0 && i % HELP_PAGE == 0) {

@@ -188,8 +188,7 @@ EFI_STATUS SetBusFrequency(I2cContext *ctx, uint64_t *hz) {
 }
 
 EFI_STATUS I2cInit(uint32_t busNo, I2cContext *ctx) {
-    uint16_t vendor = ChipsetLpcIdentify();
-    if (vendor != VENDOR_AMD && vendor != VENDOR_HYGON)
+    if (!ThisChipset()->dwI2c)
         return EFI_UNSUPPORTED;
     if (busNo >= I2C_BUS_COUNT)
         return EFI_INVALID_PARAMETER;

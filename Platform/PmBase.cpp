@@ -12,18 +12,15 @@ constexpr uint32_t RESET_FULL = 0x08; // power cycle
 constexpr uint16_t INTEL_USUAL_PM_BASE = 0x1800;
 constexpr uint32_t NO_PM_BASE = 0xFFFF;
 
-constexpr uint32_t PM1_CONTROL_HIGH = 5;  // second byte of PM1 control, from the event block
-constexpr uint32_t AMD_SLEEP_S5 = 0x34;   // SLP_TYP 5, SLP_EN
-constexpr uint32_t INTEL_SLEEP_S5 = 0x3C; // SLP_TYP 7, SLP_EN
+constexpr uint32_t PM1_CONTROL_HIGH = 5; // second byte of PM1 control, from the event block
 
 PmAddressRecord PmAddress = {0, 0, 0};
 
 uint16_t GetPMBaseAddressByPmio() {
-    switch (ChipsetLpcIdentify()) {
-    case VENDOR_AMD:
-    case VENDOR_HYGON:
+    switch (ThisChipset()->pmBlock) {
+    case HOME_PM:
         return static_cast<uint16_t>(AmdGetPMBaseAddress());
-    case VENDOR_INTEL: {
+    case HOME_PCI: {
         int base = IntelGetPMBaseAddress();
         if (static_cast<uint32_t>(base) < NO_PM_BASE)
             return static_cast<uint16_t>(base);
@@ -58,17 +55,9 @@ int GetPMBaseAddress(int which) {
 }
 
 static void PowerOff(uint32_t base) {
-    switch (ChipsetLpcIdentify()) {
-    case VENDOR_AMD:
-    case VENDOR_HYGON:
-        IoWrite8(base + PM1_CONTROL_HIGH, AMD_SLEEP_S5);
-        break;
-    case VENDOR_INTEL:
-        IoWrite8(base + PM1_CONTROL_HIGH, INTEL_SLEEP_S5);
-        break;
-    default:
-        break;
-    }
+    uint8_t sleep = ThisChipset()->sleepS5;
+    if (sleep != 0)
+        IoWrite8(base + PM1_CONTROL_HIGH, sleep);
 }
 
 int ForcedShutdownByPMIO(uint32_t kind) {

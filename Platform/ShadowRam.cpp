@@ -5,12 +5,11 @@
 #include "Platform/IntelReg.h"
 
 int ShadowRamWrite(int enable) {
-    switch (ChipsetLpcIdentify()) {
-    case VENDOR_AMD:
-    case VENDOR_HYGON:
+    switch (ThisChipset()->shadow) {
+    case HOME_MSR:
         AmdRuntimeShadowRamWrite(static_cast<uint8_t>(enable & 0xFF));
         break;
-    case VENDOR_INTEL:
+    case HOME_PCI:
         IntelRuntimeShadowRamWrite(static_cast<uint8_t>(enable & 0xFF));
         break;
     default:

@@ -32,7 +32,7 @@ constexpr uint8_t CNT_AFTER_FAILURE = 0x81;
 constexpr uint32_t POLL_LIMIT = 0xFFFFF;
 
 int GetSMBusBaseAddress(uint16_t *base) {
-    uint16_t vendor = ChipsetLpcIdentify();
+    const Chipset *chipset = ThisChipset();
     uint16_t bus;
     uint16_t dev;
     uint16_t fun;
@@ -41,7 +41,7 @@ int GetSMBusBaseAddress(uint16_t *base) {
     uint32_t command = PciRead32(bus, dev, fun, PCI_COMMAND);
     if ((command & COMMAND_IO) == 0)
         PciWrite32(bus, dev, fun, PCI_COMMAND, command | COMMAND_IO);
-    if (vendor == VENDOR_INTEL)
+    if (chipset->smbusBlock == HOME_PCI)
         *base = static_cast<uint16_t>(PciRead32(bus, dev, fun, INTEL_SMB_BASE) & INTEL_SMB_BASE_MASK);
     else
         *base = AmdPMxRead16(AMD_PM_SMBUS_BASE) & AMD_SMBUS_BASE_MASK;

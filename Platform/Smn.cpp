@@ -26,8 +26,7 @@ constexpr uint32_t SIGNATURE_FAMILY_17H = 0x00800F00;
 constexpr uint32_t SIGNATURE_FAMILY_18H = 0x00900F00;
 
 EFI_STATUS InitSmuService() {
-    uint16_t vendor = ChipsetLpcIdentify();
-    if (vendor != VENDOR_AMD && vendor != VENDOR_HYGON)
+    if (!ThisChipset()->smn)
         return EFI_ACCESS_DENIED;
     uint32_t regs[4];
     GetCpuId(CPUID_EXTENDED_SIGNATURE, regs);
