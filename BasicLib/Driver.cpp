@@ -4,10 +4,10 @@
 #include <sys/io.h>
 #include <unistd.h>
 
-#include "Common/ComFunc/Console.h"
+#include "Common/ComFunc/Shell.h"
 
 int16_t gMemFd = MEM_FD_NONE;
-static int16_t cachedMemFd = MEM_FD_NONE;
+static int16_t mCachedMemFd = MEM_FD_NONE;
 
 // Close-on-exec: a command run through the shell must not inherit the memory device.
 static int16_t OpenPhysicalMemory(int caching) {
@@ -29,9 +29,9 @@ static bool ProbeMsrNode() {
 }
 
 int16_t CachedMemFd() {
-    if (cachedMemFd == MEM_FD_NONE)
-        cachedMemFd = OpenPhysicalMemory(0);
-    return cachedMemFd;
+    if (mCachedMemFd == MEM_FD_NONE)
+        mCachedMemFd = OpenPhysicalMemory(0);
+    return mCachedMemFd;
 }
 
 EFI_STATUS OpenLinuxDriver() {
@@ -49,8 +49,8 @@ EFI_STATUS CloseLinuxDriver() {
     iopl(0);
     if (gMemFd != MEM_FD_NONE)
         close(gMemFd);
-    if (cachedMemFd != MEM_FD_NONE)
-        close(cachedMemFd);
-    cachedMemFd = MEM_FD_NONE;
+    if (mCachedMemFd != MEM_FD_NONE)
+        close(mCachedMemFd);
+    mCachedMemFd = MEM_FD_NONE;
     return EFI_SUCCESS;
 }

@@ -20,3 +20,8 @@ bool CmdHas(CmdType flags) {
 bool DispHas(uint8_t flags) {
     return gCmdArg != nullptr && (gCmdArg->DispFlags & flags) != 0;
 }
+
+void DispSet(uint8_t flags) {
+    if (gCmdArg != nullptr)
+        gCmdArg->DispFlags = static_cast<uint8_t>(gCmdArg->DispFlags | flags);
+}

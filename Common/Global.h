@@ -94,3 +94,6 @@ bool CmdHas(CmdType flags);
 
 // True when any of the DispFlag bits is set in gCmdArg; false before it is set.
 bool DispHas(uint8_t flags);
+
+// Sets these DispFlag bits in gCmdArg from now on; does nothing before it is set.
+void DispSet(uint8_t flags);

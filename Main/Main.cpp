@@ -4,7 +4,7 @@
 #include <unistd.h>
 
 #include "BasicLib/Driver.h"
-#include "Common/ComFunc/Console.h"
+#include "Common/ComFunc/Shell.h"
 #include "Common/Global.h"
 #include "Main/Help.h"
 #include "Main/Parser.h"

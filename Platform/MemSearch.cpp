@@ -6,6 +6,9 @@
 
 constexpr uint32_t SEARCH_PAGE = 0x1000;
 
+// Pages that searches have loaded since one was restarted.
+static uint32_t mPagesLoaded = 0;
+
 // Bytes from pos on, up to the end of the page or of the range, that cannot begin a match.
 static uint32_t SkipMismatches(const uint8_t *page, uint32_t pos, uint32_t length, char first) {
     uint32_t offset = pos % SEARCH_PAGE;
@@ -20,18 +23,17 @@ static uint32_t SkipMismatches(const uint8_t *page, uint32_t pos, uint32_t lengt
 
 EFI_STATUS SearchFromMemReadByte(uint32_t start, uint32_t length, const char *pattern, uint32_t *position,
                                  uint32_t restart) {
-    static uint32_t pageCounter = 0;
     if (restart == 1)
-        pageCounter = 0;
+        mPagesLoaded = 0;
     if (pattern == nullptr)
         return EFI_INVALID_PARAMETER;
     uint32_t pos = restart != 0 ? 0 : *position;
     const char *p = pattern;
     uint8_t page[SEARCH_PAGE] = {};
     while (pos < length && *p != 0) {
-        if (pageCounter == 0 || pos % SEARCH_PAGE == 0) {
-            MemDump(start + pageCounter * SEARCH_PAGE, SEARCH_PAGE, page);
-            ++pageCounter;
+        if (mPagesLoaded == 0 || pos % SEARCH_PAGE == 0) {
+            MemDump(start + mPagesLoaded * SEARCH_PAGE, SEARCH_PAGE, page);
+            ++mPagesLoaded;
         }
         uint32_t skip = p == pattern ? SkipMismatches(page, pos, length, *p) : 0;
         if (skip != 0) {

@@ -3,7 +3,7 @@
 #include "BasicLib/Chipset.h"
 #include "BasicLib/PciConfig.h"
 #include "BasicLib/PortIo.h"
-#include "Common/ComFunc/Console.h"
+#include "Common/ComFunc/Signals.h"
 #include "Platform/AmdReg.h"
 #include "Platform/PciFind.h"
 

@@ -5,7 +5,7 @@
 #include "BasicLib/Cpu.h"
 #include "BasicLib/PciConfig.h"
 #include "BasicLib/PciIndirect.h"
-#include "Common/ComFunc/Console.h"
+#include "Common/ComFunc/Signals.h"
 #include "Common/Sprint.h"
 
 constexpr uint16_t SMN_DIE = 0xC0;

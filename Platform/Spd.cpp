@@ -1,6 +1,6 @@
 #include "Platform/Spd.h"
 
-#include "Common/ComFunc/Console.h"
+#include "Common/ComFunc/Signals.h"
 #include "Platform/SmbusHost.h"
 
 constexpr uint8_t SPD_PAGE0 = 0x6C; // SPA0

@@ -20,7 +20,7 @@ EFI_STATUS EdidEntry() {
     uint32_t length = 0;
     EFI_STATUS status = GetEdidByLinux(&buffer, &length);
     if ((status & ERROR_BIT) == 0) {
-        gCmdArg->DispFlags |= DISP_DUMP | DISP_LOG;
+        DispSet(DISP_DUMP | DISP_LOG);
         DebugMsg(buffer, length);
     }
     Free(buffer);

@@ -2,7 +2,7 @@
 
 #include "Base/Types.h"
 #include "Common/ComFunc/CmdLine.h"
-#include "Common/ComFunc/Console.h"
+#include "Common/ComFunc/Signals.h"
 #include "Common/Global.h"
 #include "Common/Sprint.h"
 #include "Platform/DwI2c.h"

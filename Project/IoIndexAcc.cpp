@@ -84,7 +84,7 @@ static uint32_t IndexDump(const IndexRegister *at) {
         buffer[reg] = static_cast<uint8_t>(IoIndexRead8(at->indexPort, at->dataPort, reg));
     if (DispHas(DISP_DUMP)) {
         Printf("ESC: quite, Enter: continue IOIndex/Data %X/%X\n", at->indexPort, at->dataPort);
-        gCmdArg->DispFlags |= DISP_LOG;
+        DispSet(DISP_LOG);
         DebugMsgTxt(buffer, REGISTER_COUNT);
     }
     Free(buffer);

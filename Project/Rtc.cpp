@@ -4,6 +4,7 @@
 
 #include "Common/ComFunc/CmdLine.h"
 #include "Common/ComFunc/Console.h"
+#include "Common/ComFunc/Shell.h"
 #include "Common/FileLib.h"
 #include "Common/Global.h"
 #include "Common/Sprint.h"

@@ -58,7 +58,7 @@ static bool DumpDdr4(uint16_t base, uint8_t slave, uint8_t *buffer) {
         return false;
     }
     Printf("Dump SMBus(DDR4) from slave address 0x%02X:\n", slave);
-    gCmdArg->DispFlags |= DISP_LOG;
+    DispSet(DISP_LOG);
     DebugMsg(buffer, DDR4_SPD_BYTES);
     return true;
 }

@@ -122,7 +122,7 @@ static void DumpTable(const uint8_t *table, uint32_t length) {
 static void ShowAskedType(SmbiosTable table) {
     uint16_t pos = 0;
     CmdSearchFromArgv(gCmdArg->Argv, "TYPE", &pos);
-    gCmdArg->DispFlags |= DISP_DUMP | DISP_LOG;
+    DispSet(DISP_DUMP | DISP_LOG);
     ShowType(table, static_cast<uint8_t>(CmdOperand(pos, 1)));
 }
 
@@ -141,7 +141,7 @@ EFI_STATUS SmbiosEntry() {
     } else if (CmdHas(Flag::TYPE)) {
         ShowAskedType({table, table + length});
     } else {
-        gCmdArg->DispFlags |= DISP_DUMP;
+        DispSet(DISP_DUMP);
         ShowAllTypes({table, table + length});
     }
     ReleaseTable(table);

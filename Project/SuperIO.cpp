@@ -6,6 +6,7 @@
 #include "Common/ComFunc/CmdLine.h"
 #include "Common/ComFunc/Console.h"
 #include "Common/ComFunc/HexView.h"
+#include "Common/ComFunc/Signals.h"
 #include "Common/Global.h"
 #include "Common/Sprint.h"
 #include "Platform/SioChip.h"

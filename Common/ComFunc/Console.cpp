@@ -9,8 +9,8 @@
 
 #include <cerrno>
 #include <cstdio>
-#include <cstdlib>
 
+#include "Common/ComFunc/Signals.h"
 #include "Common/Global.h"
 #include "Common/Sprint.h"
 
@@ -60,26 +60,11 @@ struct KeyMode {
 };
 
 // The byte that isKeyBoardHit has seen is in the stream's push-back and not on the descriptor.
-static bool keyPushedBack = false;
+static bool mKeyPushedBack = false;
 
 // True once standard input hands out single bytes: a key is then on the descriptor or pushed back, never in
 // between. Setting it again would drop the key that is pushed back.
-static bool inputUnbuffered = false;
-
-// Holds that have not been released, and the mask that the last release goes back to.
-static unsigned holdCount = 0;
-static sigset_t maskBeforeHold;
-
-// The signals that end or stop a program from the keyboard or from outside, and at a closed pipe.
-static const int mEndingSignals[] = {SIGINT, SIGQUIT, SIGTERM, SIGHUP, SIGTSTP, SIGPIPE};
-
-static sigset_t EndingSignals() {
-    sigset_t set;
-    sigemptyset(&set);
-    for (int number : mEndingSignals)
-        sigaddset(&set, number);
-    return set;
-}
+static bool mInputUnbuffered = false;
 
 // Non-canonical mode without echo, if descriptor 0 is a terminal. From here to LeaveKeyMode the ending
 // signals are held back, so that none of them can leave the terminal in this mode.
@@ -87,9 +72,9 @@ static KeyMode EnterKeyMode() {
     KeyMode mode = {};
     sigset_t ending = EndingSignals();
     sigprocmask(SIG_BLOCK, &ending, &mode.signals);
-    if (!inputUnbuffered)
+    if (!mInputUnbuffered)
         setvbuf(stdin, nullptr, _IONBF, 0);
-    inputUnbuffered = true;
+    mInputUnbuffered = true;
     mode.isTerminal = tcgetattr(STDIN_FILENO, &mode.modes) == 0;
     if (mode.isTerminal) {
         termios key = mode.modes;
@@ -121,14 +106,14 @@ static bool WaitForKey() {
 int getch() {
     for (;;) {
         KeyMode mode = EnterKeyMode();
-        bool ready = keyPushedBack || WaitForKey();
+        bool ready = mKeyPushedBack || WaitForKey();
         int key = ready ? getchar() : EOF;
         LeaveKeyMode(&mode);
         if (ready) {
-            keyPushedBack = false;
+            mKeyPushedBack = false;
             return key;
         }
-        if (holdCount > 0)
+        if (SignalsAreHeld())
             return KEY_ESC;
     }
 }
@@ -147,24 +132,12 @@ int isKeyBoardHit() {
         return 0;
     }
     ungetc(key, stdin);
-    keyPushedBack = true;
+    mKeyPushedBack = true;
     return 1;
 }
 
 int GetKBKey() {
     return isKeyBoardHit() ? getch() : 0;
-}
-
-void HoldSignals() {
-    if (holdCount++ > 0)
-        return;
-    sigset_t ending = EndingSignals();
-    sigprocmask(SIG_BLOCK, &ending, &maskBeforeHold);
-}
-
-void ReleaseSignals() {
-    if (--holdCount == 0)
-        sigprocmask(SIG_SETMASK, &maskBeforeHold, nullptr);
 }
 
 void GotoXY(uint32_t) {
@@ -178,20 +151,6 @@ void DisplayPositionXY(uint32_t x, uint32_t y, const char *format, ...) {
     va_end(args);
     GotoXY((y << 16) | (x & 0xFFFF));
     Printf("%s", text);
-}
-
-void ClearScreen() {
-    ExecuteSystemCmd("clear");
-}
-
-void ExecuteSystemCmd(const char *command) {
-    if (system(command) == -1) {
-        // A shell that cannot be started leaves everything as it was.
-    }
-}
-
-EFI_STATUS ExecuteWithSystem32(const char *) {
-    return EFI_UNSUPPORTED;
 }
 
 int ShowTitle() {

@@ -1,4 +1,4 @@
-// The terminal: colours, single keys, screen, shell commands.
+// The terminal: colours, single keys, screen.
 #pragma once
 
 #include "Base/Types.h"
@@ -27,26 +27,11 @@ int isKeyBoardHit();
 // The waiting key, 0 without one.
 int GetKBKey();
 
-// Holds back the signals that end or stop the program while hardware is in a state that must not be left
-// behind; a key wait gives ESC when one has come. ReleaseSignals lets them act. Pairs may be nested: the
-// outer one counts.
-void HoldSignals();
-void ReleaseSignals();
-
 // Cursor positioning is not supported on this platform: does nothing.
 void GotoXY(uint32_t position);
 
 // Prints the formatted text, cut to 255 bytes, at the place that GotoXY would move to.
 void DisplayPositionXY(uint32_t x, uint32_t y, const char *format, ...);
-
-// Clears the screen with the shell command "clear".
-void ClearScreen();
-
-// Runs a shell command; its result is ignored.
-void ExecuteSystemCmd(const char *command);
-
-// There is no such shell on this platform: runs nothing, always 0x80000003.
-EFI_STATUS ExecuteWithSystem32(const char *command);
 
 // Asks for a key and prints gTitle unless it is ESC. Returns the key.
 int ShowTitle();

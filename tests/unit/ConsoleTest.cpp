@@ -188,49 +188,6 @@ TEST(Console, ASignalDuringTheWaitEndsTheProgramWithTheTerminalAsItWas) {
     EXPECT_TRUE(SameModes(TerminalModes(), before));
 }
 
-static int mSignalsSeen = 0;
-
-static void SeeSignal(int) {
-    ++mSignalsSeen;
-}
-
-TEST(Console, HeldSignalsActOnReleaseAndEndAWaitForAKey) {
-    OpenKeyboard();
-    mSignalsSeen = 0;
-    signal(SIGINT, SeeSignal);
-    HoldSignals();
-    raise(SIGINT);
-    EXPECT_EQ(getch(), 27);
-    EXPECT_EQ(mSignalsSeen, 0);
-    ReleaseSignals();
-    EXPECT_EQ(mSignalsSeen, 1);
-    signal(SIGINT, SIG_DFL);
-}
-
-TEST(Console, OfNestedHoldsTheLastReleaseLetsSignalsAct) {
-    OpenKeyboard();
-    mSignalsSeen = 0;
-    signal(SIGINT, SeeSignal);
-    HoldSignals();
-    HoldSignals();
-    raise(SIGINT);
-    ReleaseSignals();
-    ASSERT_EQ(mSignalsSeen, 0);
-    EXPECT_EQ(getch(), 27); // still held
-    ReleaseSignals();
-    EXPECT_EQ(mSignalsSeen, 1);
-    raise(SIGINT); // the mask is the one before the first hold
-    EXPECT_EQ(mSignalsSeen, 2);
-    signal(SIGINT, SIG_DFL);
-}
-
-TEST(Console, WithHeldSignalsAKeyIsStillRead) {
-    FeedInput("k");
-    HoldSignals();
-    EXPECT_EQ(getch(), 'k');
-    ReleaseSignals();
-}
-
 TEST(Console, DisplayPositionXYPrintsItsTextWhereverThatIs) {
     EXPECT_EQ(Printed([] { DisplayPositionXY(10, 20, "%s: %02X %%", "status", 5); }), "status: 05 %");
     EXPECT_EQ(Printed([] { GotoXY(0x00140010); }), "");
@@ -239,16 +196,6 @@ TEST(Console, DisplayPositionXYPrintsItsTextWhereverThatIs) {
 TEST(Console, DisplayPositionXYKeepsToItsBuffer) {
     const std::string text(100000, 'x');
     EXPECT_EQ(Printed([&] { DisplayPositionXY(0, 0, "%s", text.c_str()); }), std::string(255, 'x'));
-}
-
-TEST(Console, ExecuteSystemCmdRunsTheShellAndIgnoresItsResult) {
-    EXPECT_EQ(Printed([] { ExecuteSystemCmd("echo one; echo two; exit 3"); }), "one\ntwo\n");
-}
-
-TEST(Console, ExecuteWithSystem32RunsNothing) {
-    EFI_STATUS status = 0;
-    EXPECT_EQ(Printed([&] { status = ExecuteWithSystem32("echo one"); }), "");
-    EXPECT_EQ(status, 0x80000003u);
 }
 
 TEST(Console, ShowTitlePrintsTheHeadingAfterAKey) {

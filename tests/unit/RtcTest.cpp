@@ -9,7 +9,6 @@
 #include <gtest/gtest.h>
 
 #include "Common/ComFunc/CmdLine.h"
-#include "Common/ComFunc/Console.h"
 #include "Common/FileLib.h"
 #include "Common/Global.h"
 #include "Common/Sprint.h"
