@@ -5,6 +5,11 @@
 
 #include <cstdint>
 
+// The CMOS registers of a PC, and the bank above 7Fh.
+constexpr uint16_t CMOS_INDEX = 0x70;
+constexpr uint16_t CMOS_DATA = 0x71;
+constexpr uint16_t CMOS_INDEX_HIGH = 0x72;
+
 // The data port in 8, 16 or 32 bits. Ports are 16 bits wide; values are cut to the width.
 uint32_t IoIndexRead8(uint32_t indexPort, uint32_t dataPort, uint32_t index);
 uint32_t IoIndexRead16(uint32_t indexPort, uint32_t dataPort, uint32_t index);

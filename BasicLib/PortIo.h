@@ -5,6 +5,8 @@
 
 #include <cstdint>
 
+constexpr uint32_t LAST_PORT = 0xFFFF;
+
 // The instructions themselves; the value comes before the port. Reads are zero-extended. outb returns the
 // value masked to 8 bits, outl the value.
 uint32_t inb(uint32_t port);

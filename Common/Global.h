@@ -80,6 +80,11 @@ struct __attribute__((packed)) CmdArg {
 // The record of this run; set once by main before a handler is called, NULL until then.
 extern CmdArg *gCmdArg;
 
+// True when any of the flags is set in the command word cmd.
+constexpr bool HasFlag(CmdType cmd, CmdType flags) {
+    return (cmd & flags) != 0;
+}
+
 // Separator between the byte columns and the character columns of a hex view: six spaces.
 extern const char *const gBlankSpace;
 

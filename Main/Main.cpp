@@ -78,7 +78,7 @@ int main(int argc, char **argv) {
         return static_cast<int>(EFI_NOT_READY);
     argvToUpper(argv);
     CmdType cmd = TranslateCmd(argv);
-    if ((cmd & Flag::HELP) != 0 || !isCmdTypeNotNULL(cmd))
+    if (HasFlag(cmd, Flag::HELP) || !isCmdTypeNotNULL(cmd))
         ClearScreen();
     gCmdArg = setTypeCmdArg(&record, cmd, argc, argv);
     if (gCmdArg == nullptr)

@@ -95,20 +95,20 @@ CmdArg *setTypeCmdArg(CmdArg *record, CmdType cmd, int argc, char **argv) {
         record->Cmd[i] = static_cast<uint8_t>(cmd >> (i * 8));
 
     unsigned flags = 0;
-    if ((cmd & Flag::DUMP) != 0)
+    if (HasFlag(cmd, Flag::DUMP))
         flags |= DISP_DUMP;
-    if ((cmd & Flag::NOMSG) != 0)
+    if (HasFlag(cmd, Flag::NOMSG))
         flags &= ~static_cast<unsigned>(DISP_DUMP);
-    if ((cmd & Flag::DEBUG) != 0)
+    if (HasFlag(cmd, Flag::DEBUG))
         flags |= DISP_DEBUG;
-    if ((cmd & Flag::LOG) != 0)
+    if (HasFlag(cmd, Flag::LOG))
         flags |= DISP_LOG;
-    if ((cmd & Flag::TEXT) != 0)
+    if (HasFlag(cmd, Flag::TEXT))
         flags |= DISP_TEXT;
     record->DispFlags = static_cast<uint8_t>(flags);
     return record;
 }
 
 int isCmdTypeNotNULL(CmdType cmd) {
-    return (cmd & 0xFFFFFFFFFFFF) != 0;
+    return HasFlag(cmd, 0xFFFFFFFFFFFF);
 }

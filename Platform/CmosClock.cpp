@@ -7,9 +7,6 @@
 #include "Common/Sprint.h"
 #include "Platform/PmBase.h"
 
-constexpr uint16_t CMOS_INDEX = 0x70;
-constexpr uint16_t CMOS_DATA = 0x71;
-
 constexpr uint8_t RTC_SECONDS = 0x00;
 constexpr uint8_t RTC_SECONDS_ALARM = 0x01;
 constexpr uint8_t RTC_MINUTES = 0x02;

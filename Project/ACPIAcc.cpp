@@ -22,11 +22,11 @@ static EFI_STATUS ShowRsdp() {
 }
 
 EFI_STATUS AcpiEntry() {
-    if (CmdHas(Flag::HELP)) {
+    if (HasFlag(CmdWord(), Flag::HELP)) {
         Printf(" /ACPI /dump: Dump Rsdp\n");
         return EFI_INVALID_PARAMETER;
     }
-    if (CmdSearchFromArgv(gCmdArg->Argv, "ACPI", nullptr) == EFI_SUCCESS)
+    if (CmdFind({"ACPI"}, nullptr))
         return ShowRsdp();
     return EFI_SUCCESS;
 }

@@ -1,72 +1,149 @@
 #include "Project/AccessForm.h"
 
+#include "Base/Memory.h"
+#include "BasicLib/PhysMem.h"
+#include "BasicLib/PortIo.h"
 #include "Common/ComFunc/CmdLine.h"
-#include "Common/Global.h"
+#include "Common/ComFunc/Console.h"
+#include "Common/ComFunc/HexView.h"
 #include "Common/Sprint.h"
 
-struct AccessWord {
+// A width: its switch words with their flags, its size and the format of its report.
+struct WidthRow {
     const char *write;
     const char *read;
     CmdType writeFlag;
     CmdType readFlag;
+    uint32_t bytes;
+    uint32_t mask;
+    const char *report;
 };
 
-// Indexed by AccessWidth.
-static const AccessWord mAccessWords[] = {
-    {nullptr, nullptr, 0, 0},         // ACCESS_NONE
-    {"WI", "RI", Flag::WI, Flag::RI}, // ACCESS_BIT
-    {"WB", "RB", Flag::WB, Flag::RB}, // ACCESS_BYTE
-    {"WW", "RW", Flag::WW, Flag::RW}, // ACCESS_WORD
-    {"WD", "RD", Flag::WD, Flag::RD}, // ACCESS_DWORD
+// Indexed by AccessWidth. A bit has no size: its number chooses one.
+static const WidthRow mWidths[ACCESS_WIDTHS] = {
+    {nullptr, nullptr, 0, 0, 0, 0, nullptr},
+    {"WI", "RI", Flag::WI, Flag::RI, 0, 0xFFFFFFFF, "return data:%d\n"},
+    {"WB", "RB", Flag::WB, Flag::RB, 1, 0xFF, "return data:0x%02X\n"},
+    {"WW", "RW", Flag::WW, Flag::RW, 2, 0xFFFF, "return data:0x%04X\n"},
+    {"WD", "RD", Flag::WD, Flag::RD, 4, 0xFFFFFFFF, "return data:0x%08X\n"},
 };
 
-AccessWidth FindAccess(uint16_t *pos) {
+static AccessForm FormOf(AccessWidth width, CmdType cmd, uint16_t pos) {
+    const WidthRow *row = &mWidths[width];
+    return {width, HasFlag(cmd, row->readFlag), HasFlag(cmd, row->writeFlag), pos};
+}
+
+AccessForm FindAccess(CmdType cmd) {
     for (int width = ACCESS_BIT; width <= ACCESS_DWORD; ++width) {
-        if (CmdSearchFromArgv(gCmdArg->Argv, mAccessWords[width].write, pos) == EFI_SUCCESS ||
-            CmdSearchFromArgv(gCmdArg->Argv, mAccessWords[width].read, pos) == EFI_SUCCESS)
-            return static_cast<AccessWidth>(width);
+        uint16_t pos;
+        if (CmdFind({mWidths[width].write, mWidths[width].read}, &pos))
+            return FormOf(static_cast<AccessWidth>(width), cmd, pos);
     }
-    return ACCESS_NONE;
+    return FormOf(ACCESS_NONE, cmd, 0);
 }
 
-bool FindOneOf(const char *first, const char *second, const char *third, uint16_t *pos) {
-    return CmdSearchFromArgv(gCmdArg->Argv, first, pos) == EFI_SUCCESS ||
-           CmdSearchFromArgv(gCmdArg->Argv, second, pos) == EFI_SUCCESS ||
-           CmdSearchFromArgv(gCmdArg->Argv, third, pos) == EFI_SUCCESS;
-}
-
-AccessWidth AccessOfWord(const char *word) {
+AccessForm AccessOfWord(CmdType cmd, const char *word, uint16_t pos) {
     for (int width = ACCESS_BIT; width <= ACCESS_DWORD; ++width) {
-        if (CmdSearchFromBuffer(word, mAccessWords[width].write) == EFI_SUCCESS ||
-            CmdSearchFromBuffer(word, mAccessWords[width].read) == EFI_SUCCESS)
-            return static_cast<AccessWidth>(width);
+        if (CmdSearchFromBuffer(word, mWidths[width].write) == EFI_SUCCESS ||
+            CmdSearchFromBuffer(word, mWidths[width].read) == EFI_SUCCESS)
+            return FormOf(static_cast<AccessWidth>(width), cmd, pos);
     }
-    return ACCESS_NONE;
+    return FormOf(ACCESS_NONE, cmd, pos);
 }
 
-bool AccessReads(AccessWidth width) {
-    return CmdHas(mAccessWords[width].readFlag);
+uint32_t AccessBytes(AccessWidth width) {
+    return mWidths[width].bytes;
 }
 
-bool AccessWrites(AccessWidth width) {
-    return CmdHas(mAccessWords[width].writeFlag);
+uint32_t CutToWidth(AccessWidth width, uint32_t value) {
+    return value & mWidths[width].mask;
+}
+
+// Prints the wording with the numbers of the place and the last number behind them.
+static void Announce(const char *text, const Place *at, uint32_t last) {
+    switch (at->space) {
+    case SPACE_INDEX:
+    case SPACE_BYTES:
+        Printf(text, at->address, at->dataPort, at->index, last);
+        break;
+    case SPACE_PCI:
+        Printf(text, at->bus, at->dev, at->fun, at->offset, last);
+        break;
+    default:
+        Printf(text, at->address, last);
+        break;
+    }
+}
+
+uint32_t AccessData(const AccessForm *form, const AccessText *texts, const Place *at, uint32_t data) {
+    const AccessText *text = &texts[form->width];
+    uint32_t bytes = AccessBytes(form->width);
+    data = CutToWidth(form->width, data);
+    Announce(form->reads ? text->read : text->write, at, data);
+    if (form->writes)
+        WritePlace(at, bytes, data);
+    return ReportData(form->width, ReadPlace(at, bytes));
+}
+
+uint32_t AccessBit(const AccessForm *form, const AccessText *texts, const Place *at, uint32_t bit,
+                   uint8_t value) {
+    const AccessText *text = &texts[ACCESS_BIT];
+    if (form->reads)
+        Announce(text->read, at, bit);
+    if (form->writes) {
+        Announce(text->write, at, bit);
+        Printf("wValue:%d, ", value);
+        WritePlaceBit(at, bit, value != 0);
+    }
+    return ReportData(ACCESS_BIT, ReadPlaceBit(at, bit));
 }
 
 uint32_t ReportData(AccessWidth width, uint32_t value) {
-    switch (width) {
-    case ACCESS_BIT:
-        Printf("return data:%d\n", value);
-        return value;
-    case ACCESS_BYTE:
-        value &= 0xFF;
-        Printf("return data:0x%02X\n", value);
-        return value;
-    case ACCESS_WORD:
-        value &= 0xFFFF;
-        Printf("return data:0x%04X\n", value);
-        return value;
-    default:
-        Printf("return data:0x%08lX\n", Wide(value));
-        return value;
+    value = CutToWidth(width, value);
+    Printf(mWidths[width].report, value);
+    return value;
+}
+
+// Reads up to 256 ports from base on and returns how many count. Port 0xFFFF is read and sets *end, but its
+// byte is never shown: intended, the page ends before it.
+static uint32_t ReadPortPage(uint32_t base, uint8_t *buffer, bool *end) {
+    for (uint32_t j = 0; j < VIEW_PAGE_BYTES; ++j) {
+        uint32_t port = base + j;
+        buffer[j] = static_cast<uint8_t>(IoRead8(port));
+        *end = port == LAST_PORT;
+        if (*end)
+            return j;
     }
+    return VIEW_PAGE_BYTES;
+}
+
+// The same with memory, whose last page ends at 4 GiB.
+static uint32_t ReadMemoryPage(uint32_t base, uint8_t *buffer, bool *end) {
+    *end = base > UINT32_MAX - VIEW_PAGE_BYTES;
+    uint32_t count = *end ? 0 - base : VIEW_PAGE_BYTES;
+    MemDump(base, count, buffer);
+    return count;
+}
+
+EFI_STATUS DumpPages(Space space, const char *prompt) {
+    uint16_t pos;
+    if (!CmdFind({"DUMP"}, &pos))
+        return EFI_INVALID_PARAMETER;
+    uint32_t base = space == SPACE_IO ? OperandWord(pos, 1) : OperandDword(pos, 1);
+    uint8_t *buffer = static_cast<uint8_t *>(Malloc(VIEW_PAGE_BYTES));
+    if (buffer == nullptr)
+        return EFI_BUFFER_TOO_SMALL;
+    int key = DEBUG_MSG_NO_KEY;
+    bool end = false;
+    for (; key != KEY_ESC && !end; base += VIEW_PAGE_BYTES) {
+        Memset(buffer, 0, VIEW_PAGE_BYTES);
+        uint32_t count =
+            space == SPACE_IO ? ReadPortPage(base, buffer, &end) : ReadMemoryPage(base, buffer, &end);
+        if (!DispHas(DISP_DUMP))
+            break; // silent: one page is read
+        Printf(prompt, base);
+        key = DebugMsg(buffer, count);
+    }
+    Free(buffer);
+    return EFI_SUCCESS;
 }

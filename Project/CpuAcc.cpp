@@ -11,13 +11,9 @@ static EFI_STATUS ShowCpuHelp() {
     return EFI_INVALID_PARAMETER;
 }
 
-static bool HasWord(const CmdArg *record, const char *key, uint16_t *pos) {
-    return CmdSearchFromArgv(record->Argv, key, pos) == EFI_SUCCESS;
-}
-
-static void AccessOneMsr(int16_t cpu, uint32_t index, uint32_t *high, uint32_t *low) {
+static void AccessOneMsr(bool writes, int16_t cpu, uint32_t index, uint32_t *high, uint32_t *low) {
     uint32_t number = static_cast<uint32_t>(cpu);
-    if (CmdHas(Flag::WRITE)) {
+    if (writes) {
         Printf("Cpu[%02d] Msr write to %08lX, ", number, Wide(index));
         WriteMsr(number, index, *high, *low);
     } else {
@@ -31,38 +27,38 @@ EFI_STATUS MsrAccess(const CmdArg *record, uint8_t all, int16_t cpu, uint32_t in
                      uint32_t *low) {
     if (record == nullptr || high == nullptr || low == nullptr)
         return EFI_INVALID_PARAMETER;
+    bool writes = HasFlag(CmdWord(), Flag::WRITE);
     if (!all) {
-        AccessOneMsr(cpu, index, high, low);
+        AccessOneMsr(writes, cpu, index, high, low);
         return EFI_SUCCESS;
     }
     for (int16_t i = 0; i < cpu; ++i)
-        AccessOneMsr(i, index, high, low);
+        AccessOneMsr(writes, i, index, high, low);
     return EFI_SUCCESS;
 }
 
 uint32_t RWMsr64(const CmdArg *record) {
     uint16_t pos;
-    if (!HasWord(record, "WD", &pos) && !HasWord(record, "RD", &pos) && !HasWord(record, "WQ", &pos) &&
-        !HasWord(record, "RQ", &pos))
+    if (!CmdFind({"WD", "RD", "WQ", "RQ"}, &pos))
         return EFI_INVALID_PARAMETER;
-    bool all = HasWord(record, "ALL", nullptr) || HasWord(record, "A", nullptr);
+    bool all = CmdFind({"ALL", "A"}, nullptr);
     int16_t cpu = static_cast<int16_t>(all ? GetCpuCount() : static_cast<int64_t>(CmdOperand(pos, 1)));
-    uint32_t index = static_cast<uint32_t>(CmdOperand(pos, 2));
+    uint32_t index = OperandDword(pos, 2);
     uint32_t high = 0;
     uint32_t low = 0;
-    if (CmdHas(Flag::WRITE)) {
-        high = static_cast<uint32_t>(CmdOperand(pos, 3));
-        low = static_cast<uint32_t>(CmdOperand(pos, 4));
+    if (HasFlag(CmdWord(), Flag::WRITE)) {
+        high = OperandDword(pos, 3);
+        low = OperandDword(pos, 4);
     }
     MsrAccess(record, all ? 1 : 0, cpu, index, &high, &low);
     return low;
 }
 
-uint32_t CpuId(const CmdArg *record) {
+uint32_t CpuId(const CmdArg *) {
     uint16_t pos;
-    if (!HasWord(record, "RD", &pos) && !HasWord(record, "RQ", &pos))
+    if (!CmdFind({"RD", "RQ"}, &pos))
         return EFI_INVALID_PARAMETER;
-    uint32_t leaf = static_cast<uint32_t>(CmdOperand(pos, 1));
+    uint32_t leaf = OperandDword(pos, 1);
     uint32_t regs[4];
     GetCpuId(leaf, regs);
     Printf("CPUID read from %08lX: Eax:%08lX, Ebx:%08lX, Ecx:%08lX, Edx:%08lX\n", Wide(leaf), Wide(regs[0]),
@@ -71,11 +67,12 @@ uint32_t CpuId(const CmdArg *record) {
 }
 
 EFI_STATUS CpuAccEntry() {
-    if (CmdHas(Flag::HELP))
+    CmdType cmd = CmdWord();
+    if (HasFlag(cmd, Flag::HELP))
         return ShowCpuHelp();
-    if (CmdHas(Flag::MSR))
+    if (HasFlag(cmd, Flag::MSR))
         return RWMsr64(gCmdArg);
-    if (CmdHas(Flag::CPUID))
+    if (HasFlag(cmd, Flag::CPUID))
         return CpuId(gCmdArg);
     return EFI_SUCCESS;
 }

@@ -12,7 +12,7 @@ EFI_STATUS GetEdidByLinux(uint8_t **, uint32_t *) {
 }
 
 EFI_STATUS EdidEntry() {
-    if (CmdHas(Flag::HELP)) {
+    if (HasFlag(CmdWord(), Flag::HELP)) {
         Printf(" /EDID: Dump Edid(Only support EFI)\n");
         return EFI_INVALID_PARAMETER;
     }

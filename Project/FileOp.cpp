@@ -11,11 +11,19 @@
 
 constexpr uint32_t MIB = 0x100000;
 
+// Where the bytes come from. With neither word they are zeros.
+enum DumpSource { FROM_NOWHERE, FROM_MEMORY, FROM_PORTS };
+
 // What is left to be copied.
 struct DumpRange {
+    DumpSource source;
     uint32_t address;
     uint32_t remaining;
 };
+
+static DumpSource SourceOf(CmdType cmd) {
+    return HasFlag(cmd, Flag::MEM) ? FROM_MEMORY : HasFlag(cmd, Flag::IO) ? FROM_PORTS : FROM_NOWHERE;
+}
 
 static uint32_t ShowFileHelp() {
     Printf(" /MEM /RF SMBIOS.bin 0xFF550 0x100: Dump 256 bytes to SMBIOS.bin\n");
@@ -28,12 +36,11 @@ static void ReportChunk(const char *format, const DumpRange *range) {
         Printf(format, Wide(range->address), Wide(range->remaining));
 }
 
-// Without /MEM and /IO the buffer stays as it is: zeros.
 static void ReadChunk(const DumpRange *range, uint8_t *buffer, uint32_t count) {
-    if (CmdHas(Flag::MEM)) {
+    if (range->source == FROM_MEMORY) {
         ReportChunk("R_MEM Start:0x%lX, Size:0x%lX\n", range);
         MemDump(range->address, count, buffer);
-    } else if (CmdHas(Flag::IO)) {
+    } else if (range->source == FROM_PORTS) {
         ReportChunk("R_IO Start:0x%lX, Size:0x%lX\n", range);
         for (uint32_t k = 0; k < count; ++k)
             buffer[k] = static_cast<uint8_t>(IoRead8((range->address + k) & 0xFFFF));
@@ -89,11 +96,12 @@ static uint32_t DumpToFile(DumpRange range, const char *path) {
 }
 
 uint32_t FileOptEntry() {
-    if (CmdHas(Flag::HELP))
+    CmdType cmd = CmdWord();
+    if (HasFlag(cmd, Flag::HELP))
         return ShowFileHelp();
     uint16_t pos;
-    if (CmdSearchFromArgv(gCmdArg->Argv, "RF", &pos) != EFI_SUCCESS)
+    if (!CmdFind({"RF"}, &pos))
         return EFI_UNSUPPORTED;
-    DumpRange range = {static_cast<uint32_t>(CmdOperand(pos, 2)), static_cast<uint32_t>(CmdOperand(pos, 3))};
+    DumpRange range = {SourceOf(cmd), OperandDword(pos, 2), OperandDword(pos, 3)};
     return DumpToFile(range, CmdArgText(pos, 1));
 }

@@ -6,7 +6,6 @@
 #include "Common/Global.h"
 #include "Common/Sprint.h"
 #include "Platform/DwI2c.h"
-#include "Project/AccessForm.h"
 
 static int ShowI2cHelp() {
     Printf(" /I2C /rb [I2cNo] [SlaveAddr] [Offset]: Read BYTE from I2cNo SlaveAddr Offset\n");
@@ -24,7 +23,7 @@ static EFI_STATUS ReadRegister(I2cContext *ctx, uint8_t slave, uint8_t offset, u
 
 // Readies the bus that the first operand names.
 static bool InitBus(uint16_t pos, I2cContext *ctx) {
-    if (I2cInit(static_cast<uint32_t>(CmdOperand(pos, 1)), ctx) == EFI_SUCCESS)
+    if (I2cInit(OperandDword(pos, 1), ctx) == EFI_SUCCESS)
         return true;
     Printf("I2C init error\n");
     return false;
@@ -34,8 +33,8 @@ static int I2cReadCommand(uint16_t pos) {
     I2cContext ctx;
     if (!InitBus(pos, &ctx))
         return -1;
-    uint8_t slave = static_cast<uint8_t>(CmdOperand(pos, 2));
-    uint8_t offset = static_cast<uint8_t>(CmdOperand(pos, 3));
+    uint8_t slave = OperandByte(pos, 2);
+    uint8_t offset = OperandByte(pos, 3);
     uint16_t value;
     if (ReadRegister(&ctx, slave, offset, &value) != EFI_SUCCESS) {
         Printf("Read addr 0x%02X offset 0x%02X error!\n", slave, offset);
@@ -49,9 +48,9 @@ static int I2cWriteCommand(uint16_t pos) {
     I2cContext ctx;
     if (!InitBus(pos, &ctx))
         return -1;
-    uint8_t slave = static_cast<uint8_t>(CmdOperand(pos, 2));
-    uint8_t offset = static_cast<uint8_t>(CmdOperand(pos, 3));
-    uint16_t data = static_cast<uint16_t>(CmdOperand(pos, 4));
+    uint8_t slave = OperandByte(pos, 2);
+    uint8_t offset = OperandByte(pos, 3);
+    uint16_t data = OperandWord(pos, 4);
     if (I2CWrite(&ctx, slave, offset, data) != EFI_SUCCESS) {
         Printf("Write addr 0x%02X offset 0x%02X error!\n", slave, offset);
         return -1;
@@ -61,21 +60,22 @@ static int I2cWriteCommand(uint16_t pos) {
     return data;
 }
 
-static int AccessBus() {
+static int AccessBus(CmdType cmd) {
     constexpr int nothingRead = 0xFFFF;
     uint16_t pos;
-    if (CmdHas(Flag::READ))
-        return FindOneOf("RB", "RW", "RD", &pos) ? I2cReadCommand(pos) : nothingRead;
-    if (CmdHas(Flag::WRITE))
-        return FindOneOf("WB", "WW", "WD", &pos) ? I2cWriteCommand(pos) : nothingRead;
+    if (HasFlag(cmd, Flag::READ))
+        return CmdFind({"RB", "RW", "RD"}, &pos) ? I2cReadCommand(pos) : nothingRead;
+    if (HasFlag(cmd, Flag::WRITE))
+        return CmdFind({"WB", "WW", "WD"}, &pos) ? I2cWriteCommand(pos) : nothingRead;
     return nothingRead;
 }
 
 int I2CEntryPoint() {
-    if (CmdHas(Flag::HELP))
+    CmdType cmd = CmdWord();
+    if (HasFlag(cmd, Flag::HELP))
         return ShowI2cHelp();
     HoldSignals(); // none may leave a core enabled in the middle of a transfer
-    int result = AccessBus();
+    int result = AccessBus(cmd);
     ReleaseSignals();
     return result;
 }

@@ -1,8 +1,7 @@
 #include "Project/NbioSmu.h"
 
-#include "BasicLib/PciConfig.h"
+#include "BasicLib/PciPorts.h"
 #include "Common/ComFunc/CmdLine.h"
-#include "Common/Global.h"
 #include "Common/Sprint.h"
 #include "Platform/Smn.h"
 #include "Project/AccessForm.h"
@@ -18,51 +17,53 @@ static EFI_STATUS ShowNbioHelp() {
     return EFI_INVALID_PARAMETER;
 }
 
+// Indexed by AccessWidth. The read message of a bit shows register and bit in each other's format: intended,
+// and never seen, since on a command line /RD chooses the dword variant.
+static const AccessText mTexts[ACCESS_WIDTHS] = {
+    {nullptr, nullptr},
+    {"SMN Read Dword Die:%X, Regester, Bit %d:%X, ",
+     "SMN Write Dword Die:%X, Regester:%X, Bit %d, Data:%X, "},
+    {"SMN Read Byte Die:%X, Regester:%X, ", "SMN Write Byte Die:%X, Regester:%X, Data:%02X, "},
+    {"SMN Read Word Die:%X, Regester:%X, ", "SMN Write Word Die:%X, Regester:%X, Data:%04X, "},
+    {"SMN Read Dword Die:%X, Regester:%X, ", "SMN Write Dword Die:%X, Regester:%X, Data:%08X, "},
+};
+
+// The variants in the order in which they are looked for, bytes first and bits last: another one than that of
+// FindAccess.
+struct SmnVariant {
+    AccessWidth width;
+    const char *write;
+    const char *read;
+    uint8_t pciWidth;
+};
+
+static const SmnVariant mVariants[] = {
+    {ACCESS_BYTE, "WB", "RB", PCI_WIDTH_8},
+    {ACCESS_WORD, "WW", "RW", PCI_WIDTH_16},
+    {ACCESS_DWORD, "WD", "RD", PCI_WIDTH_32},
+    {ACCESS_BIT, "WI", "RI", PCI_WIDTH_32},
+};
+
 // In the byte and word forms too the dword switches choose the message and whether anything is written; a
 // plain byte write only reads. Intended.
-static uint32_t SmnByte(uint32_t die, uint32_t reg, uint8_t data) {
-    if (CmdHas(Flag::RD))
-        Printf("SMN Read Byte Die:%X, Regester:%X, ", die, reg);
-    else
-        Printf("SMN Write Byte Die:%X, Regester:%X, Data:%02X, ", die, reg, data);
-    if (CmdHas(Flag::WD))
-        AmdSmnRegisterWrite(PCI_WIDTH_8, die, reg, &data);
-    AmdSmnRegisterRead(PCI_WIDTH_8, die, reg, &data);
-    return ReportData(ACCESS_BYTE, data);
+static uint32_t SmnRegister(CmdType cmd, const SmnVariant *variant, uint32_t die, uint32_t reg,
+                            uint32_t data) {
+    const AccessText *text = &mTexts[variant->width];
+    data = CutToWidth(variant->width, data);
+    Printf(HasFlag(cmd, Flag::RD) ? text->read : text->write, die, reg, data);
+    if (HasFlag(cmd, Flag::WD))
+        AmdSmnRegisterWrite(variant->pciWidth, die, reg, &data);
+    AmdSmnRegisterRead(variant->pciWidth, die, reg, &data);
+    return ReportData(variant->width, data);
 }
 
-static uint32_t SmnWord(uint32_t die, uint32_t reg, uint16_t data) {
-    if (CmdHas(Flag::RD))
-        Printf("SMN Read Word Die:%X, Regester:%X, ", die, reg);
-    else
-        Printf("SMN Write Word Die:%X, Regester:%X, Data:%04X, ", die, reg, data);
-    if (CmdHas(Flag::WD))
-        AmdSmnRegisterWrite(PCI_WIDTH_16, die, reg, &data);
-    AmdSmnRegisterRead(PCI_WIDTH_16, die, reg, &data);
-    return ReportData(ACCESS_WORD, data);
-}
-
-static uint32_t SmnDword(uint32_t die, uint32_t reg, uint32_t data) {
-    if (CmdHas(Flag::RD))
-        Printf("SMN Read Dword Die:%X, Regester:%X, ", die, reg);
-    else
-        Printf("SMN Write Dword Die:%X, Regester:%X, Data:%08lX, ", die, reg, Wide(data));
-    if (CmdHas(Flag::WD))
-        AmdSmnRegisterWrite(PCI_WIDTH_32, die, reg, &data);
-    AmdSmnRegisterRead(PCI_WIDTH_32, die, reg, &data);
-    return ReportData(ACCESS_DWORD, data);
-}
-
-// Bits above 31 read 0 and are not written. The read message shows register and bit in each other's format.
-// Intended, and never seen: on a command line /RD chooses the dword variant.
-static uint32_t SmnBit(uint32_t die, uint32_t reg, uint32_t bit, uint32_t data) {
+// Bits above 31 read 0 and are not written.
+static uint32_t SmnBit(CmdType cmd, uint32_t die, uint32_t reg, uint32_t bit, uint32_t data) {
+    const AccessText *text = &mTexts[ACCESS_BIT];
     uint32_t mask = bit < 32 ? 1u << bit : 0;
     uint32_t value = 0;
-    if (CmdHas(Flag::RD))
-        Printf("SMN Read Dword Die:%X, Regester, Bit %d:%X, ", die, reg, bit);
-    else
-        Printf("SMN Write Dword Die:%X, Regester:%X, Bit %d, Data:%X, ", die, reg, bit, data);
-    if (CmdHas(Flag::WI) && mask != 0) {
+    Printf(HasFlag(cmd, Flag::RD) ? text->read : text->write, die, reg, bit, data);
+    if (HasFlag(cmd, Flag::WI) && mask != 0) {
         AmdSmnRegisterRead(PCI_WIDTH_32, die, reg, &value);
         value = data != 0 ? value | mask : value & ~mask;
         AmdSmnRegisterWrite(PCI_WIDTH_32, die, reg, &value);
@@ -72,54 +73,40 @@ static uint32_t SmnBit(uint32_t die, uint32_t reg, uint32_t bit, uint32_t data) 
     return value;
 }
 
-static bool FindEither(const char *write, const char *read, uint16_t *pos) {
-    return CmdSearchFromArgv(gCmdArg->Argv, write, pos) == EFI_SUCCESS ||
-           CmdSearchFromArgv(gCmdArg->Argv, read, pos) == EFI_SUCCESS;
+// NULL without one.
+static const SmnVariant *FindVariant(uint16_t *pos) {
+    for (const SmnVariant &variant : mVariants) {
+        if (CmdFind({variant.write, variant.read}, pos))
+            return &variant;
+    }
+    return nullptr;
 }
 
-// The variant, bytes first and bits last: another order than FindAccess has.
-static AccessWidth FindSmnVariant(uint16_t *pos) {
-    if (FindEither("WB", "RB", pos))
-        return ACCESS_BYTE;
-    if (FindEither("WW", "RW", pos))
-        return ACCESS_WORD;
-    if (FindEither("WD", "RD", pos))
-        return ACCESS_DWORD;
-    return FindEither("WI", "RI", pos) ? ACCESS_BIT : ACCESS_NONE;
-}
-
-static EFI_STATUS SmnCommand() {
+static EFI_STATUS SmnCommand(CmdType cmd) {
     uint16_t pos;
-    AccessWidth variant = FindSmnVariant(&pos);
-    if (variant == ACCESS_NONE)
+    const SmnVariant *variant = FindVariant(&pos);
+    if (variant == nullptr)
         return EFI_SUCCESS;
-    uint32_t die = static_cast<uint32_t>(CmdOperand(pos, 1));
-    uint32_t reg = static_cast<uint32_t>(CmdOperand(pos, 2));
-    uint32_t data = static_cast<uint32_t>(CmdOperand(pos, 3));
+    uint32_t die = OperandDword(pos, 1);
+    uint32_t reg = OperandDword(pos, 2);
+    uint32_t data = OperandDword(pos, 3);
     if (die > LAST_DIE) {
         Printf("%s", "Invalid parameter\n");
         return EFI_INVALID_PARAMETER;
     }
-    switch (variant) {
-    case ACCESS_BYTE:
-        return SmnByte(die, reg, static_cast<uint8_t>(data));
-    case ACCESS_WORD:
-        return SmnWord(die, reg, static_cast<uint16_t>(data));
-    case ACCESS_DWORD:
-        return SmnDword(die, reg, data);
-    default:
-        return SmnBit(die, reg, data, static_cast<uint32_t>(CmdOperand(pos, 4)));
-    }
+    if (variant->width == ACCESS_BIT)
+        return SmnBit(cmd, die, reg, data, OperandDword(pos, 4));
+    return SmnRegister(cmd, variant, die, reg, data);
 }
 
 static EFI_STATUS SmuCommand() {
     uint16_t pos;
-    if (!FindEither("WD", "RD", &pos))
+    if (!CmdFind({"WD", "RD"}, &pos))
         return EFI_SUCCESS;
-    uint32_t requestId = static_cast<uint32_t>(CmdOperand(pos, 1));
+    uint32_t requestId = OperandDword(pos, 1);
     uint32_t args[SMU_ARGUMENTS];
     for (uint32_t k = 0; k < SMU_ARGUMENTS; ++k)
-        args[k] = static_cast<uint32_t>(CmdOperand(pos, 2 + k));
+        args[k] = OperandDword(pos, 2 + k);
     uint32_t response = NbioSmuServiceRequestV9(requestId, args);
     Printf("RequestId=%X\n", requestId);
     for (uint32_t k = 0; k < SMU_ARGUMENTS; ++k)
@@ -129,16 +116,17 @@ static EFI_STATUS SmuCommand() {
 }
 
 EFI_STATUS NbioEntry() {
-    if (CmdHas(Flag::HELP))
+    CmdType cmd = CmdWord();
+    if (HasFlag(cmd, Flag::HELP))
         return ShowNbioHelp();
     EFI_STATUS status = InitSmuService();
     if (status != EFI_SUCCESS) {
         Printf("InitSmuService error: %X\n", static_cast<uint32_t>(status));
         return status;
     }
-    if (CmdHas(Flag::SMN))
-        return SmnCommand();
-    if (CmdHas(Flag::SMU))
+    if (HasFlag(cmd, Flag::SMN))
+        return SmnCommand(cmd);
+    if (HasFlag(cmd, Flag::SMU))
         return SmuCommand();
     return EFI_SUCCESS;
 }

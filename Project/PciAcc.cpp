@@ -2,11 +2,9 @@
 
 #include "Base/Memory.h"
 #include "BasicLib/PciConfig.h"
-#include "BasicLib/Place.h"
 #include "Common/ComFunc/CmdLine.h"
 #include "Common/ComFunc/Console.h"
 #include "Common/ComFunc/HexView.h"
-#include "Common/Global.h"
 #include "Common/Sprint.h"
 #include "Platform/PciCaps.h"
 #include "Platform/PciClassCode.h"
@@ -16,11 +14,6 @@
 constexpr uint16_t LINK_CONTROL = 0x10; // from the PCI Express capability
 constexpr uint8_t ASPM_CONTROL = 0x03;
 constexpr uint8_t SCAN_ARGC = 5; // a dump with more words than this names one function
-
-// Operands of a register access.
-struct PciOperands {
-    uint16_t bus, dev, fun, offset;
-};
 
 static EFI_STATUS ShowPciHelp() {
     Printf(" /PCI /RB 0 0x1f 0 0: Read 1-BYTE from PCI B0D1FF0 offset 0\n");
@@ -125,7 +118,7 @@ static void ListAll(uint8_t *buffer) {
 
 static EFI_STATUS PciDump() {
     uint16_t pos;
-    if (CmdSearchFromArgv(gCmdArg->Argv, "DUMP", &pos) != EFI_SUCCESS)
+    if (!CmdFind({"DUMP"}, &pos))
         return EFI_SUCCESS;
     uint8_t *buffer = static_cast<uint8_t *>(Malloc(PCI_CONFIG_BYTES));
     if (buffer == nullptr)
@@ -134,83 +127,39 @@ static EFI_STATUS PciDump() {
         ListAll(buffer);
     } else {
         bool shown;
-        ShowFunction(static_cast<uint16_t>(CmdOperand(pos, 1)), static_cast<uint16_t>(CmdOperand(pos, 2)),
-                     static_cast<uint16_t>(CmdOperand(pos, 3)), true, buffer, &shown);
+        ShowFunction(OperandWord(pos, 1), OperandWord(pos, 2), OperandWord(pos, 3), true, buffer, &shown);
     }
     Free(buffer);
     return EFI_SUCCESS;
 }
 
-static uint32_t PciBit(const PciOperands *at, uint16_t pos) {
-    uint8_t bit = static_cast<uint8_t>(CmdOperand(pos, 5));
-    uint8_t value = static_cast<uint8_t>(CmdOperand(pos, 6));
-    if (AccessReads(ACCESS_BIT))
-        Printf("PCI Read BDFO: %X %X %X %X Bit%d, ", at->bus, at->dev, at->fun, at->offset, bit);
-    if (AccessWrites(ACCESS_BIT)) {
-        Printf("PCI Write BDFO: %X %X %X %X Bit%d, ", at->bus, at->dev, at->fun, at->offset, bit);
-        Printf("wValue:%d, ", value);
-        PciWriteBit(at->bus, at->dev, at->fun, at->offset, bit, value);
-    }
-    return ReportData(ACCESS_BIT, PciReadBit(at->bus, at->dev, at->fun, at->offset, bit));
-}
+// Indexed by AccessWidth.
+static const AccessText mTexts[ACCESS_WIDTHS] = {
+    {nullptr, nullptr},
+    {"PCI Read BDFO: %X %X %X %X Bit%d, ", "PCI Write BDFO: %X %X %X %X Bit%d, "},
+    {"PCI Read Byte BDFO: %X %X %X %X, ", "PCI Write Byte BDFO: %X %X %X %X, Data:%02X, "},
+    {"PCI Read Word BDFO: %X %X %X %X, ", "PCI Write Word BDFO: %X %X %X %X, Data:%04X, "},
+    {"PCI Read DWord BDFO: %X %X %X %X, ", "PCI Write Dword BDFO: %X %X %X %X, Data:%08X, "},
+};
 
-static uint32_t PciByte(const PciOperands *at, uint8_t data) {
-    if (AccessReads(ACCESS_BYTE))
-        Printf("PCI Read Byte BDFO: %X %X %X %X, ", at->bus, at->dev, at->fun, at->offset);
-    else
-        Printf("PCI Write Byte BDFO: %X %X %X %X, Data:%02X, ", at->bus, at->dev, at->fun, at->offset, data);
-    if (AccessWrites(ACCESS_BYTE))
-        PciWrite8(at->bus, at->dev, at->fun, at->offset, data);
-    return ReportData(ACCESS_BYTE, PciRead8(at->bus, at->dev, at->fun, at->offset));
-}
-
-static uint32_t PciWord(const PciOperands *at, uint16_t data) {
-    if (AccessReads(ACCESS_WORD))
-        Printf("PCI Read Word BDFO: %X %X %X %X, ", at->bus, at->dev, at->fun, at->offset);
-    else
-        Printf("PCI Write Word BDFO: %X %X %X %X, Data:%04X, ", at->bus, at->dev, at->fun, at->offset, data);
-    if (AccessWrites(ACCESS_WORD))
-        PciWrite16(at->bus, at->dev, at->fun, at->offset, data);
-    return ReportData(ACCESS_WORD, PciRead16(at->bus, at->dev, at->fun, at->offset));
-}
-
-static uint32_t PciDword(const PciOperands *at, uint32_t data) {
-    if (AccessReads(ACCESS_DWORD))
-        Printf("PCI Read DWord BDFO: %X %X %X %X, ", at->bus, at->dev, at->fun, at->offset);
-    else
-        Printf("PCI Write Dword BDFO: %X %X %X %X, Data:%08lX, ", at->bus, at->dev, at->fun, at->offset,
-               Wide(data));
-    if (AccessWrites(ACCESS_DWORD))
-        PciWrite32(at->bus, at->dev, at->fun, at->offset, data);
-    return ReportData(ACCESS_DWORD, PciRead32(at->bus, at->dev, at->fun, at->offset));
-}
-
-static uint32_t PciRegister() {
-    uint16_t pos;
-    AccessWidth width = FindAccess(&pos);
-    if (width == ACCESS_NONE)
+static uint32_t PciRegister(CmdType cmd) {
+    AccessForm form = FindAccess(cmd);
+    if (form.width == ACCESS_NONE)
         return EFI_INVALID_PARAMETER;
-    PciOperands at = {static_cast<uint16_t>(CmdOperand(pos, 1)), static_cast<uint16_t>(CmdOperand(pos, 2)),
-                      static_cast<uint16_t>(CmdOperand(pos, 3)), static_cast<uint16_t>(CmdOperand(pos, 4))};
-    uint64_t data = CmdOperand(pos, 5);
-    switch (width) {
-    case ACCESS_BIT:
-        return PciBit(&at, pos);
-    case ACCESS_BYTE:
-        return PciByte(&at, static_cast<uint8_t>(data));
-    case ACCESS_WORD:
-        return PciWord(&at, static_cast<uint16_t>(data));
-    default:
-        return PciDword(&at, static_cast<uint32_t>(data));
-    }
+    Place at = PciPlace(OperandWord(form.pos, 1), OperandWord(form.pos, 2), OperandWord(form.pos, 3),
+                        OperandWord(form.pos, 4));
+    if (form.width == ACCESS_BIT)
+        return AccessBit(&form, mTexts, &at, OperandByte(form.pos, 5), OperandByte(form.pos, 6));
+    return AccessData(&form, mTexts, &at, OperandDword(form.pos, 5));
 }
 
 uint32_t PciAccess() {
-    if (CmdHas(Flag::HELP))
+    CmdType cmd = CmdWord();
+    if (HasFlag(cmd, Flag::HELP))
         return static_cast<uint32_t>(ShowPciHelp());
-    if (CmdHas(Flag::DUMP))
+    if (HasFlag(cmd, Flag::DUMP))
         return static_cast<uint32_t>(PciDump());
-    if (!CmdHas(Flag::READ | Flag::WRITE))
+    if (!HasFlag(cmd, Flag::READ | Flag::WRITE))
         return EFI_INVALID_PARAMETER;
-    return PciRegister();
+    return PciRegister(cmd);
 }

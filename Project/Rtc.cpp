@@ -131,9 +131,9 @@ static EFI_STATUS ShowRtcHelp() {
 // Finds a switch word and reads the operand behind it.
 static bool FindNumber(const char *key, uint32_t *value) {
     uint16_t pos;
-    if (CmdSearchFromArgv(gCmdArg->Argv, key, &pos) != EFI_SUCCESS)
+    if (!CmdFind({key}, &pos))
         return false;
-    *value = static_cast<uint32_t>(CmdOperand(pos, 1));
+    *value = OperandDword(pos, 1);
     return true;
 }
 
@@ -149,14 +149,14 @@ static bool CountCycle(const char *log) {
     return true;
 }
 
-static EFI_STATUS RebootCycle() {
+static EFI_STATUS RebootCycle(bool global) {
     if (CountCycle(mRebootLog))
-        OsShutdown(CmdHas(Flag::GRESET) ? SHUTDOWN_GLOBAL_RESET : SHUTDOWN_RESTART);
+        OsShutdown(global ? SHUTDOWN_GLOBAL_RESET : SHUTDOWN_RESTART);
     return EFI_ABORTED;
 }
 
-static EFI_STATUS TimerCycle(uint32_t seconds) {
-    if (!CmdHas(Flag::F) && seconds < SHORTEST_TIMER) {
+static EFI_STATUS TimerCycle(uint32_t seconds, bool forced) {
+    if (!forced && seconds < SHORTEST_TIMER) {
         Printf("Warnning, set wakeup timer 0(0 is reset) or more than %d seconds!\n\n", SHORTEST_TIMER);
         return EFI_INVALID_PARAMETER;
     }
@@ -174,21 +174,22 @@ static bool Delay() {
 }
 
 EFI_STATUS RtcAndShutdownEntry() {
-    if (CmdHas(Flag::HELP))
+    CmdType cmd = CmdWord();
+    if (HasFlag(cmd, Flag::HELP))
         return ShowRtcHelp();
     uint32_t seconds;
     if (FindNumber("RTC", &seconds)) {
-        if (CmdHas(Flag::RESET) || seconds == 0)
-            return RebootCycle();
-        EFI_STATUS status = TimerCycle(seconds);
+        if (HasFlag(cmd, Flag::RESET) || seconds == 0)
+            return RebootCycle(HasFlag(cmd, Flag::GRESET));
+        EFI_STATUS status = TimerCycle(seconds, HasFlag(cmd, Flag::F));
         if (status != EFI_SUCCESS)
             return status;
     }
-    if (CmdSearchFromArgv(gCmdArg->Argv, "SHUTDOWN", nullptr) == EFI_SUCCESS) {
+    if (CmdFind({"SHUTDOWN"}, nullptr)) {
         if (!Delay() || OsShutdown(SHUTDOWN_POWER_OFF) == 0)
             return EFI_ABORTED;
     }
-    if (CmdSearchFromArgv(gCmdArg->Argv, "TIMEOUT", nullptr) == EFI_SUCCESS && !Delay())
+    if (CmdFind({"TIMEOUT"}, nullptr) && !Delay())
         return EFI_ABORTED;
     return EFI_SUCCESS;
 }

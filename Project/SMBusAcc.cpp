@@ -8,7 +8,6 @@
 #include "Common/Sprint.h"
 #include "Platform/SmbusHost.h"
 #include "Platform/Spd.h"
-#include "Project/AccessForm.h"
 
 constexpr uint8_t SPD_DEVICE_TYPE = 2;
 constexpr uint8_t SPD_DDR4_SDRAM = 0x0C;
@@ -24,10 +23,10 @@ static int ShowSmbusHelp() {
 
 static int SmbusReadCommand(uint16_t base, uint8_t result) {
     uint16_t pos;
-    if (!FindOneOf("RB", "RW", "RD", &pos))
+    if (!CmdFind({"RB", "RW", "RD"}, &pos))
         return result;
-    uint8_t slave = static_cast<uint8_t>(CmdOperand(pos, 1));
-    uint8_t offset = static_cast<uint8_t>(CmdOperand(pos, 2));
+    uint8_t slave = OperandByte(pos, 1);
+    uint8_t offset = OperandByte(pos, 2);
     if (StandardSmbusRead(base, slave, offset, &result) != EFI_SUCCESS) {
         Printf("Read addr 0x%02X offset 0x%02X error!\n", slave, offset);
         return -1;
@@ -38,11 +37,11 @@ static int SmbusReadCommand(uint16_t base, uint8_t result) {
 
 static int SmbusWriteCommand(uint16_t base, uint8_t result) {
     uint16_t pos;
-    if (!FindOneOf("WB", "WW", "WD", &pos))
+    if (!CmdFind({"WB", "WW", "WD"}, &pos))
         return result;
-    uint8_t slave = static_cast<uint8_t>(CmdOperand(pos, 1));
-    uint8_t offset = static_cast<uint8_t>(CmdOperand(pos, 2));
-    uint8_t data = static_cast<uint8_t>(CmdOperand(pos, 3));
+    uint8_t slave = OperandByte(pos, 1);
+    uint8_t offset = OperandByte(pos, 2);
+    uint8_t data = OperandByte(pos, 3);
     if (StandardSmbusWrite(base, slave, offset, data) != EFI_SUCCESS) {
         Printf("Write addr 0x%02X offset 0x%02X error!\n", slave, offset);
         return -1;
@@ -75,9 +74,9 @@ static bool DumpDevice(uint16_t base, uint8_t slave, uint8_t *buffer) {
 
 static int SmbusDumpCommand(uint16_t base, uint8_t result) {
     uint16_t pos;
-    if (CmdSearchFromArgv(gCmdArg->Argv, "DUMP", &pos) != EFI_SUCCESS)
+    if (!CmdFind({"DUMP"}, &pos))
         return result;
-    uint8_t slave = static_cast<uint8_t>(CmdOperand(pos, 1));
+    uint8_t slave = OperandByte(pos, 1);
     bool isDdr4 = IsSpdAddress(slave) &&
                   StandardSmbusRead(base, slave, SPD_DEVICE_TYPE, &result) == EFI_SUCCESS &&
                   result == SPD_DDR4_SDRAM;
@@ -91,12 +90,12 @@ static int SmbusDumpCommand(uint16_t base, uint8_t result) {
 
 static int SmbusScanCommand(uint16_t base, uint8_t result) {
     uint16_t pos;
-    if (CmdSearchFromArgv(gCmdArg->Argv, "S", &pos) != EFI_SUCCESS)
+    if (!CmdFind({"S"}, &pos))
         return result;
     if (CmdArgText(pos, 2) == nullptr)
         return -1;
-    uint8_t to = static_cast<uint8_t>(CmdOperand(pos, 2));
-    for (uint32_t address = static_cast<uint8_t>(CmdOperand(pos, 1)); address <= to; address += 2) {
+    uint8_t to = OperandByte(pos, 2);
+    for (uint32_t address = OperandByte(pos, 1); address <= to; address += 2) {
         IoDelay(SCAN_DELAY);
         if (StandardSmbusRead(base, static_cast<uint8_t>(address), 0, &result) == EFI_SUCCESS)
             Printf("Valid SMBus slave address 0x%02X(data:%02X).\n", address, result);
@@ -106,18 +105,19 @@ static int SmbusScanCommand(uint16_t base, uint8_t result) {
 
 int SMBusEntryPoint() {
     constexpr uint8_t nothingRead = 0xFF;
-    if (CmdHas(Flag::HELP))
+    CmdType cmd = CmdWord();
+    if (HasFlag(cmd, Flag::HELP))
         return ShowSmbusHelp();
     uint16_t base;
     if (!GetSMBusBaseAddress(&base))
         return -1;
-    if (CmdHas(Flag::READ))
+    if (HasFlag(cmd, Flag::READ))
         return SmbusReadCommand(base, nothingRead);
-    if (CmdHas(Flag::WRITE))
+    if (HasFlag(cmd, Flag::WRITE))
         return SmbusWriteCommand(base, nothingRead);
-    if (CmdHas(Flag::DUMP))
+    if (HasFlag(cmd, Flag::DUMP))
         return SmbusDumpCommand(base, nothingRead);
-    if (CmdHas(Flag::S))
+    if (HasFlag(cmd, Flag::S))
         return SmbusScanCommand(base, nothingRead);
     return nothingRead;
 }

@@ -88,7 +88,7 @@ static EFI_STATUS FindText(const uint8_t *table, uint32_t length, const char *te
 // Firmware texts are mostly in capitals: the text is looked for in capitals first, then as it was typed.
 static EFI_STATUS SearchTable(const uint8_t *table, uint32_t length) {
     uint16_t pos = 0;
-    CmdSearchFromArgv(gCmdArg->Argv, "S", &pos);
+    CmdFind({"S"}, &pos);
     const char *text = CmdArgText(pos, 1);
     if (text != nullptr) {
         char *upper = static_cast<char *>(Malloc(Strlen(text) + 1));
@@ -121,24 +121,25 @@ static void DumpTable(const uint8_t *table, uint32_t length) {
 
 static void ShowAskedType(SmbiosTable table) {
     uint16_t pos = 0;
-    CmdSearchFromArgv(gCmdArg->Argv, "TYPE", &pos);
+    CmdFind({"TYPE"}, &pos);
     DispSet(DISP_DUMP | DISP_LOG);
-    ShowType(table, static_cast<uint8_t>(CmdOperand(pos, 1)));
+    ShowType(table, OperandByte(pos, 1));
 }
 
 EFI_STATUS SmbiosEntry() {
-    if (CmdHas(Flag::HELP))
+    CmdType cmd = CmdWord();
+    if (HasFlag(cmd, Flag::HELP))
         return ShowSmbiosHelp();
     uint8_t *table;
     uint32_t length;
     if (LoadSmbios(&table, &length) != EFI_SUCCESS || table == nullptr)
         return EFI_DEVICE_ERROR;
     EFI_STATUS status = EFI_SUCCESS;
-    if (CmdHas(Flag::S)) {
+    if (HasFlag(cmd, Flag::S)) {
         status = SearchTable(table, length);
     } else if (DispHas(DISP_DUMP)) {
         DumpTable(table, length);
-    } else if (CmdHas(Flag::TYPE)) {
+    } else if (HasFlag(cmd, Flag::TYPE)) {
         ShowAskedType({table, table + length});
     } else {
         DispSet(DISP_DUMP);

@@ -36,9 +36,9 @@ static EFI_STATUS DumpDevices() {
 
 // Finds a switch word and takes the register behind it.
 static bool TakeRegister(const char *key, uint16_t *pos, SioResult *result) {
-    if (CmdSearchFromArgv(gCmdArg->Argv, key, pos) != EFI_SUCCESS)
+    if (!CmdFind({key}, pos))
         return false;
-    result->reg = static_cast<uint32_t>(CmdOperand(*pos, 1));
+    result->reg = OperandDword(*pos, 1);
     return true;
 }
 
@@ -55,40 +55,41 @@ static SioResult AccessRegisters() {
     SioResult result = {0, 0};
     uint16_t pos;
     if (TakeRegister("WB", &pos, &result)) {
-        IoIndexWrite8(SIO_INDEX, SIO_DATA, result.reg, static_cast<uint32_t>(CmdOperand(pos, 2)));
+        IoIndexWrite8(SIO_INDEX, SIO_DATA, result.reg, OperandDword(pos, 2));
         ReadByte(&result);
     }
     if (TakeRegister("WI", &pos, &result)) {
-        uint32_t bit = static_cast<uint32_t>(CmdOperand(pos, 2));
-        IoIndexWriteBit(SIO_INDEX, SIO_DATA, result.reg, bit, static_cast<uint32_t>(CmdOperand(pos, 3)));
+        uint32_t bit = OperandDword(pos, 2);
+        IoIndexWriteBit(SIO_INDEX, SIO_DATA, result.reg, bit, OperandDword(pos, 3));
         ReadBit(&result, bit);
     }
     if (TakeRegister("RB", &pos, &result))
         ReadByte(&result);
     if (TakeRegister("RI", &pos, &result))
-        ReadBit(&result, static_cast<uint32_t>(CmdOperand(pos, 2)));
+        ReadBit(&result, OperandDword(pos, 2));
     return result;
 }
 
-static void ReportAccess(SioResult result) {
+static void ReportAccess(SioResult result, bool dwordRead) {
     // The dword-read switch chooses the wording: a byte read reports as a write. Intended, scripts match it.
-    if (CmdHas(Flag::RD))
+    if (dwordRead)
         Printf("SIO Read from 0x%X, data = 0x%X, ", result.reg, result.value & 0xFF);
     else
         Printf("SIO Write Data to 0x%X, data = 0x%X\n", result.reg, result.value & 0xFF);
 }
 
 EFI_STATUS SioListReg() {
-    if (CmdHas(Flag::HELP)) {
+    CmdType cmd = CmdWord();
+    if (HasFlag(cmd, Flag::HELP)) {
         Printf(" /SIO /dump: Dump SuperIO Reg\n");
         return EFI_INVALID_PARAMETER;
     }
     HoldSignals(); // none may leave the chip in its configuration mode
     UnlockSIO();
     EFI_STATUS status = EFI_SUCCESS;
-    if (CmdHas(Flag::READ | Flag::WRITE))
-        ReportAccess(AccessRegisters());
-    else if (CmdHas(Flag::DUMP))
+    if (HasFlag(cmd, Flag::READ | Flag::WRITE))
+        ReportAccess(AccessRegisters(), HasFlag(cmd, Flag::RD));
+    else if (HasFlag(cmd, Flag::DUMP))
         status = DumpDevices();
     LockSIO();
     ReleaseSignals();

@@ -44,6 +44,14 @@ EFI_STATUS CmdSearchFromArgv(char **argv, const char *key, uint16_t *pos) {
     return EFI_NOT_FOUND;
 }
 
+bool CmdFind(std::initializer_list<const char *> keys, uint16_t *pos) {
+    for (const char *key : keys) {
+        if (CmdSearchFromArgv(gCmdArg->Argv, key, pos) == EFI_SUCCESS)
+            return true;
+    }
+    return false;
+}
+
 const char *CmdArgText(uint16_t pos, unsigned count) {
     char **word = gCmdArg->Argv + pos;
     for (; count > 0 && *word != nullptr; --count)
@@ -53,4 +61,16 @@ const char *CmdArgText(uint16_t pos, unsigned count) {
 
 uint64_t CmdOperand(uint16_t pos, unsigned count) {
     return str2Numeral(CmdArgText(pos, count));
+}
+
+uint8_t OperandByte(uint16_t pos, unsigned count) {
+    return static_cast<uint8_t>(CmdOperand(pos, count));
+}
+
+uint16_t OperandWord(uint16_t pos, unsigned count) {
+    return static_cast<uint16_t>(CmdOperand(pos, count));
+}
+
+uint32_t OperandDword(uint16_t pos, unsigned count) {
+    return static_cast<uint32_t>(CmdOperand(pos, count));
 }

@@ -7,7 +7,6 @@
 #include "Common/Sprint.h"
 
 constexpr uint32_t ROW_BYTES = 16;
-constexpr uint32_t PAGE_BYTES = 256;
 constexpr int NO_DATA = 31;
 
 // How a view writes: the paged one straight to standard output and in colours, the plain one by Printf.
@@ -112,11 +111,11 @@ static int ShowBytes(ViewKind kind, const uint8_t *data, uint32_t length) {
             RowLabel(kind, offset);
         uint64_t left = length - offset;
         Row(kind, data + offset, left < ROW_BYTES ? static_cast<uint32_t>(left) : ROW_BYTES);
-        if ((offset + ROW_BYTES) % PAGE_BYTES == 0)
+        if ((offset + ROW_BYTES) % VIEW_PAGE_BYTES == 0)
             key = PageEnd(kind);
     }
     // A last row of 241 to 255 bytes has ended a page already and ends the view too: two pauses.
-    if (length % PAGE_BYTES != 0)
+    if (length % VIEW_PAGE_BYTES != 0)
         key = PageEnd(kind);
     return key;
 }

@@ -4,6 +4,9 @@
 
 #include <cstdint>
 
+// Bytes of a page: the views pause behind each, and commands read as much at a time.
+constexpr uint32_t VIEW_PAGE_BYTES = 256;
+
 // DebugMsg's result when nothing was shown or no key was read.
 constexpr int DEBUG_MSG_NO_KEY = 255;
 

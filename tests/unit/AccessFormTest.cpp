@@ -6,7 +6,9 @@
 
 static AccessWidth Find(std::initializer_list<const char *> words, uint16_t *pos) {
     SetCommand(words);
-    return FindAccess(pos);
+    AccessForm form = FindAccess(CmdWord());
+    *pos = form.pos;
+    return form.width;
 }
 
 TEST(AccessForm, TheAccessWordAndItsPositionAreFound) {
@@ -28,23 +30,30 @@ TEST(AccessForm, TheNarrowerWidthWinsAndTheWriteWordIsFoundFirst) {
     EXPECT_EQ(pos, 2);
 }
 
+static AccessWidth OfWord(const char *word) {
+    return AccessOfWord(0, word, 0).width;
+}
+
 TEST(AccessForm, AWordNamesTheWidthOfItsReadOrWrite) {
-    EXPECT_EQ(AccessOfWord("/RI"), ACCESS_BIT);
-    EXPECT_EQ(AccessOfWord("WB"), ACCESS_BYTE);
-    EXPECT_EQ(AccessOfWord("-RW"), ACCESS_WORD);
-    EXPECT_EQ(AccessOfWord("\\WD"), ACCESS_DWORD);
-    EXPECT_EQ(AccessOfWord("/RQ"), ACCESS_NONE);
-    EXPECT_EQ(AccessOfWord("/DUMP"), ACCESS_NONE);
+    EXPECT_EQ(OfWord("/RI"), ACCESS_BIT);
+    EXPECT_EQ(OfWord("WB"), ACCESS_BYTE);
+    EXPECT_EQ(OfWord("-RW"), ACCESS_WORD);
+    EXPECT_EQ(OfWord("\\WD"), ACCESS_DWORD);
+    EXPECT_EQ(OfWord("/RQ"), ACCESS_NONE);
+    EXPECT_EQ(OfWord("/DUMP"), ACCESS_NONE);
 }
 
 TEST(AccessForm, ReadAndWriteFlagsAreThoseOfTheWidth) {
     SetCommand({"hwreg", "/IO", "/RB", "/WD"});
-    EXPECT_TRUE(AccessReads(ACCESS_BYTE));
-    EXPECT_FALSE(AccessWrites(ACCESS_BYTE));
-    EXPECT_TRUE(AccessWrites(ACCESS_DWORD));
-    EXPECT_FALSE(AccessReads(ACCESS_DWORD));
-    EXPECT_FALSE(AccessReads(ACCESS_BIT));
-    EXPECT_FALSE(AccessWrites(ACCESS_WORD));
+    AccessForm byte = FindAccess(CmdWord());
+    EXPECT_TRUE(byte.reads);
+    EXPECT_FALSE(byte.writes);
+    AccessForm dword = AccessOfWord(CmdWord(), "/WD", 3);
+    EXPECT_TRUE(dword.writes);
+    EXPECT_FALSE(dword.reads);
+    EXPECT_EQ(dword.pos, 3);
+    EXPECT_FALSE(AccessOfWord(CmdWord(), "/RI", 3).reads);
+    EXPECT_FALSE(AccessOfWord(CmdWord(), "/WW", 3).writes);
 }
 
 // What is printed for the value; the value returned is compared.
