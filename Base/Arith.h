@@ -1,4 +1,6 @@
 // 64-bit arithmetic in the named form that firmware code uses.
+//
+// No command reaches: LShiftU64, RShiftU64, MultU64x32.
 #pragma once
 
 #include <cstdint>

@@ -1,4 +1,6 @@
 // Heap blocks and byte runs.
+//
+// No command reaches: RTMalloc.
 #pragma once
 
 #include <cstddef>

@@ -1,4 +1,6 @@
 // Strings of 8-bit and of 16-bit units, NUL-terminated. No locale: letters are ASCII letters.
+//
+// No command reaches: Wcslen, Strcat, UStrCpy, UStrCat, Char8ToChar16, Char16ToChar8, upperToLower.
 #pragma once
 
 #include <cstddef>

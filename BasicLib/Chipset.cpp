@@ -9,7 +9,8 @@ constexpr uint8_t AMD_SLEEP_S5 = 0x34;
 constexpr uint8_t INTEL_SLEEP_S5 = 0x3C;
 
 // Ended by the row of an unknown vendor. It has SMBus registers all the same: intended, a host that is found
-// is taken for one of AMD's. "Higon" is the spelling that the help screen has always had.
+// is taken for one of AMD's, whose register block the others present too. "Higon" is the spelling that the
+// help screen has always had.
 // clang-format off
 static const Chipset mChipsets[] = {
     // vendor        name      window     PM1        SMBus     shadow     S5              I2C    SMN

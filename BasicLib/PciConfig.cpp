@@ -5,12 +5,10 @@
 #include "BasicLib/PhysMem.h"
 #include "Common/Sprint.h"
 
-constexpr uint16_t EXTENDED_END = 0x1000;
-
 // Physical address of a register in the window. False for one that is not there.
 static bool WindowAddress(uint16_t bus, uint16_t dev, uint16_t fun, uint16_t offset, uint32_t *address) {
     uint32_t base;
-    if (offset >= EXTENDED_END || !GetPcieBaseAddress(&base))
+    if (offset >= PCI_EXTENDED_BYTES || !GetPcieBaseAddress(&base))
         return false;
     *address = MemPciBase(bus, dev, fun) + offset;
     return true;
@@ -111,7 +109,7 @@ static void ReadStep(PciCursor *at, uint8_t width) {
 
 uint64_t PciReadBuffer(uint16_t bus, uint16_t dev, uint16_t fun, uint64_t start, uint64_t size,
                        void *buffer) {
-    if (size > 0x1000 - (start & 0xFFF))
+    if (size > PCI_EXTENDED_BYTES - (start % PCI_EXTENDED_BYTES))
         PrintAssert(BASIC_LIB_SOURCE, 1132, "((StartAddress & 0xFFF) + Size) <= 0x1000");
     if (size == 0)
         return 0;

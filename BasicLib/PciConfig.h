@@ -3,6 +3,8 @@
 // from the chipset. An address is bus, device, function and offset, 16 bits each and never checked: numbers
 // out of range spill into the neighbouring bits. Absent and failing look alike: all ones, but
 // for a window that cannot be mapped, where the dword read gives the 0xFFFF of MemRead32.
+//
+// No command reaches: EfiWriteUnaligned16, EfiWriteUnaligned32, PciReadBuffer.
 #pragma once
 
 #include "BasicLib/PciPorts.h"

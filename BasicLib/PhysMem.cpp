@@ -9,7 +9,6 @@
 #include "BasicLib/Driver.h"
 #include "Common/Sprint.h"
 
-constexpr uint32_t PAGE_4KB = 0x1000;
 constexpr uint32_t PAGE_MASK = 0xFFFFF000;
 constexpr uint32_t ACCESS_MAP_SIZE = 2 * PAGE_4KB; // an access may cross into the next page
 
@@ -94,7 +93,7 @@ uint32_t MemRead16(uint32_t address) {
 }
 
 uint32_t MemRead32(uint32_t address) {
-    return ReadMapped(address, 4, 0xFFFF); // 16 bits on purpose: callers know a refused dword by it
+    return ReadMapped(address, 4, 0xFFFF); // 16 bits on purpose, see the header
 }
 
 void MemWrite8(uint32_t address, uint32_t value) {

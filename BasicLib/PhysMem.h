@@ -4,11 +4,14 @@
 
 #include "Base/Types.h"
 
+// What is mapped and copied at a time.
+constexpr uint32_t PAGE_4KB = 0x1000;
+
 // Where the assertions of this layer say they stand.
 constexpr const char *BASIC_LIB_SOURCE = "./BasicLib/BasicLib";
 
 // One access of the width, also across a page border. A read gives 0xFFFFFFFF without the memory device,
-// and 0xFF, 0xFFFF and 0xFFFF (for the dword too, which is intended) when the map is refused.
+// and 0xFF, 0xFFFF and 0xFFFF (for the dword too: callers know a refused one by it) when the map is refused.
 uint32_t MemRead8(uint32_t address);
 uint32_t MemRead16(uint32_t address);
 uint32_t MemRead32(uint32_t address);

@@ -1,5 +1,7 @@
 // A little-endian register wherever it stands, read and written in a width of 1, 2 or 4 bytes, and single
 // bits of it. Which width an access has is data here; each is still one call of that width's primitive.
+//
+// No command reaches: IoReadBit, MemReadBit, PciReadBit, MemWriteBit, PciWriteBit.
 #pragma once
 
 #include <cstdint>

@@ -1,4 +1,7 @@
 // File streams, and whole files as heap buffers.
+//
+// No command reaches: Fseek, Ftell, GetFileSize, Buffer2File, File2Buffer, File2RTBuffer,
+// ReplaceFileContent.
 #pragma once
 
 #include <cstdio>

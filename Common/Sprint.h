@@ -3,6 +3,8 @@
 // Conversions: d D x X i(hexadecimal) o O, each with 'l' for 64 bits; s a (8-bit text), S (16-bit text),
 // c, g G (GUID), r R (64-bit status). Widths are 0..9, written with a leading zero and before d D x X l
 // alone. Everything else, `%5d` or `%-4s` for example, is printed as it stands.
+//
+// No command reaches: OutputIntDigit.
 #pragma once
 
 #include <cstdarg>

@@ -72,14 +72,20 @@ static EFI_STATUS SearchRootTable(const RootTable *kind, const uint8_t *rsdp, ui
     return status;
 }
 
-EFI_STATUS FindEntryInRsdp(uint32_t mode, uint32_t signature, uint32_t *address) {
-    uint32_t rsdpAddress;
-    EFI_STATUS status = GetRSDPAddress(&rsdpAddress);
+EFI_STATUS CopyRsdp(uint8_t **rsdp) {
+    uint32_t address;
+    EFI_STATUS status = GetRSDPAddress(&address);
     if (status != EFI_SUCCESS)
         return status;
-    uint8_t *rsdp = CopyPhysical(rsdpAddress, RSDP_SIZE);
-    if (rsdp == nullptr)
-        return EFI_OUT_OF_RESOURCES;
+    *rsdp = CopyPhysical(address, RSDP_SIZE);
+    return *rsdp == nullptr ? EFI_OUT_OF_RESOURCES : EFI_SUCCESS;
+}
+
+EFI_STATUS FindEntryInRsdp(uint32_t mode, uint32_t signature, uint32_t *address) {
+    uint8_t *rsdp;
+    EFI_STATUS status = CopyRsdp(&rsdp);
+    if (status != EFI_SUCCESS)
+        return status;
     status = EFI_NOT_FOUND;
     if (mode == ACPI_XSDT_THEN_RSDT)
         status = SearchRootTable(&mXsdt, rsdp, signature, address);

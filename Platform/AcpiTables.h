@@ -22,6 +22,10 @@ constexpr uint32_t RSDP_SIZE = 40;
 // checksum not tested. 0, 0x80000002 for a NULL output, 0x8000000E without one.
 EFI_STATUS GetRSDPAddress(uint32_t *address);
 
+// A heap copy of RSDP_SIZE bytes of the root pointer, which the caller frees with Free. 0, 0x80000009 without
+// memory, or the status of GetRSDPAddress.
+EFI_STATUS CopyRsdp(uint8_t **rsdp);
+
 // Address of the first table with a signature (four characters in memory order). Where the root pointer holds
 // the address 0 there is no XSDT or RSDT; one with a length below 36 bytes or of all ones has no entries, and
 // of one with more than 64 KiB those within the 64 KiB count. 0 when found, 0x8000000E when not or for

@@ -46,7 +46,8 @@ static void OpenShadow() {
         WriteMsr(0, MSR_SYSCFG, edx, eax | SYSCFG_MTRR_FIX_DRAM_MOD_EN);
     ReadMsr(0, MTRR_FIX4K_F0000, &MsrF000SaveEdx, &MsrF000SaveEax);
     WriteMsr(0, MTRR_FIX4K_F0000, MTRR_DRAM_UNCACHED, MTRR_DRAM_UNCACHED);
-    // The low half, 0xF8000-0xFBFFF, keeps its mapping. Intended.
+    // The low half, 0xF8000-0xFBFFF, keeps its mapping. Intended: what firmware runs from there goes on
+    // running.
     ReadMsr(0, MTRR_FIX4K_F8000, &MsrF800SaveEdx, &MsrF800SaveEax);
     WriteMsr(0, MTRR_FIX4K_F8000, MTRR_DRAM_UNCACHED, MsrF800SaveEax);
     ReadMsr(0, MTRR_FIX4K_E0000, &MsrE000SaveEdx, &MsrE000SaveEax);

@@ -1,4 +1,6 @@
 // Registers of AMD and Hygon platforms: the power-management index registers and the BIOS shadow region.
+//
+// No command reaches: AmdPMxRead8, AmdPMxRead32, AmdRuntimeShadowRamWrite.
 #pragma once
 
 #include <cstdint>

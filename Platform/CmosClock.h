@@ -1,5 +1,7 @@
 // The battery-backed clock behind ports 70h/71h (MC146818A): time of day, alarm, wake-up. Times are seconds
 // since midnight; the 12-hour mode is not considered.
+//
+// No command reaches: getRTCData.
 #pragma once
 
 #include <cstdint>
@@ -30,7 +32,7 @@ uint32_t GetTotalSec();
 
 // Programs the alarm for a time of day and enables its interrupt. Past midnight (86,400 and more) the hour is
 // wrapped as its stored byte, in BCD modulo 24 of the BCD byte and in binary only from 36 on. Intended: an
-// alarm past the next midnight may name an hour that the clock never shows.
+// alarm past the next midnight may name an hour that the clock never shows, and the machine then stays off.
 void SetTotalSec(uint32_t seconds);
 
 // Clears RTC_STS and sets RTC_EN in the PM1 block (ACPI 6.4, 4.8.3.1), then programs the alarm.

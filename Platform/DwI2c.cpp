@@ -52,6 +52,19 @@ constexpr uint32_t FS_LOW_TIME = 13;
 constexpr uint64_t STANDARD_HZ = 100000;
 constexpr uint64_t FAST_HZ = 400000;
 
+// How often a register is looked at, and the delay units (of about a microsecond) between two looks.
+struct PollLimit {
+    uint32_t polls;
+    uint32_t delay;
+};
+
+constexpr PollLimit BUS_LIMIT = {20, 1000};
+constexpr PollLimit FIFO_LIMIT = {100, 25}; // a byte takes 90 us at 100 kHz
+constexpr PollLimit ENABLE_LIMIT = {10, 25};
+
+// The clock in kHz times a time in 0.1 us gives counts times this.
+constexpr uint32_t COUNT_DIVISOR = 10000;
+
 const uint32_t I2cSdpAddressList[I2C_BUS_COUNT] = {0xFEDC2000, 0xFEDC3000, 0xFEDC4000,
                                                    0xFEDC5000, 0xFEDC6000, 0xFEDCB000};
 
@@ -63,46 +76,44 @@ static void Set(uint32_t base, uint32_t reg, uint32_t value) {
     MemWrite32(base + reg, value);
 }
 
-EFI_STATUS I2cDwWaitBusNotBusy(uint32_t base) {
-    for (int i = 0; i < 20; ++i) {
-        if ((Get(base, IC_STATUS) & STATUS_MASTER_ACTIVITY) == 0)
-            return EFI_SUCCESS;
-        IoDelay(1000);
+// Polls a register until its masked bits are others than the unwanted ones. False when the polls are used up.
+static bool WaitWhile(uint32_t base, uint32_t reg, uint32_t mask, uint32_t unwanted, PollLimit limit) {
+    for (uint32_t i = 0; i < limit.polls; ++i) {
+        if ((Get(base, reg) & mask) != unwanted)
+            return true;
+        IoDelay(limit.delay);
     }
-    return 1;
+    return false;
+}
+
+EFI_STATUS I2cDwWaitBusNotBusy(uint32_t base) {
+    bool idle = WaitWhile(base, IC_STATUS, STATUS_MASTER_ACTIVITY, STATUS_MASTER_ACTIVITY, BUS_LIMIT);
+    return idle ? EFI_SUCCESS : I2C_BUS_BUSY;
 }
 
 EFI_STATUS I2cDwWaitTxData(uint32_t base) {
-    for (int i = 0; i < 100; ++i) {
-        if ((Get(base, IC_STATUS) & STATUS_TX_FIFO_EMPTY) != 0)
-            return EFI_SUCCESS;
-        IoDelay(25);
-    }
-    return EFI_TIMEOUT;
+    return WaitWhile(base, IC_STATUS, STATUS_TX_FIFO_EMPTY, 0, FIFO_LIMIT) ? EFI_SUCCESS : EFI_TIMEOUT;
 }
 
 EFI_STATUS I2cDwWaitRxData(uint32_t base, uint32_t count) {
-    for (int i = 0; i < 100; ++i) {
+    for (uint32_t i = 0; i < FIFO_LIMIT.polls; ++i) {
         if (Get(base, IC_RXFLR) >= count)
             return EFI_SUCCESS;
-        IoDelay(25);
+        IoDelay(FIFO_LIMIT.delay);
     }
     return EFI_TIMEOUT;
 }
 
 EFI_STATUS I2cDwWaitI2cEnable(uint32_t base, uint32_t state) {
-    for (int i = 0; i < 10; ++i) {
-        if ((Get(base, IC_ENABLE_STATUS) & ENABLE_STATUS_EN) != state)
-            return EFI_SUCCESS;
-        IoDelay(25);
-    }
-    return EFI_TIMEOUT;
+    bool changed = WaitWhile(base, IC_ENABLE_STATUS, ENABLE_STATUS_EN, state, ENABLE_LIMIT);
+    return changed ? EFI_SUCCESS : EFI_TIMEOUT;
 }
 
-// Up to ten polls, the delay before each, until the enabled bit is as wanted.
+// The same with the delay before each poll, until the enabled bit is as wanted: a core that was just told
+// needs a moment before its status means anything.
 static bool PollEnabled(uint32_t base, uint32_t wanted) {
-    for (int i = 0; i < 10; ++i) {
-        IoDelay(25);
+    for (uint32_t i = 0; i < ENABLE_LIMIT.polls; ++i) {
+        IoDelay(ENABLE_LIMIT.delay);
         if ((Get(base, IC_ENABLE_STATUS) & ENABLE_STATUS_EN) == wanted)
             return true;
     }
@@ -131,7 +142,8 @@ uint32_t I2cDwCheckErrors(uint32_t base) {
         Get(base, IC_CLR_TX_ABRT);
     }
     // The mask falls on the abort source too and keeps its address bits: data without an acknowledge is no
-    // error here. Intended.
+    // error here. Intended: devices that do not acknowledge the last byte of a write are written all the
+    // same.
     uint32_t error = value & (INTR_RX_UNDER | INTR_RX_OVER | INTR_TX_ABRT);
     if (error == 0)
         return 0;
@@ -141,18 +153,25 @@ uint32_t I2cDwCheckErrors(uint32_t base) {
     return error;
 }
 
+static uint32_t ToCount(uint32_t clockKhz, uint32_t time) {
+    return (clockKhz * time + COUNT_DIVISOR / 2) / COUNT_DIVISOR;
+}
+
+// The core itself adds 8 clocks to the high count, or 3 where it waits for the line to have risen, and 1 to
+// the low count (DW_apb_i2c databook, IC_CLK frequency configuration).
 uint32_t i2c_dw_scl_hcnt(uint32_t ic_clk, uint32_t tSYMBOL, uint32_t tf, int cond, int offset) {
     uint32_t symbol = cond != 0 ? tSYMBOL : tSYMBOL + tf;
     uint32_t overhead = cond != 0 ? 8 : 3;
-    return (ic_clk * symbol + 5000) / 10000 - overhead + static_cast<uint32_t>(offset);
+    return ToCount(ic_clk, symbol) - overhead + static_cast<uint32_t>(offset);
 }
 
 uint32_t i2c_dw_scl_lcnt(uint32_t ic_clk, uint32_t tLOW, uint32_t tf, int offset) {
-    return (ic_clk * (tLOW + tf) + 5000) / 10000 - 1 + static_cast<uint32_t>(offset);
+    return ToCount(ic_clk, tLOW + tf) - 1 + static_cast<uint32_t>(offset);
 }
 
 // The value of IC_CON for a speed, which is cut to the one that the counts serve. A request above 400 kHz
-// leaves the speed field at high speed with the fast counts. Intended.
+// leaves the speed field at high speed with the fast counts. Intended: high-speed counts are the fast ones
+// too, so such a core runs at 400 kHz.
 static uint32_t ChooseSpeed(uint64_t *hz) {
     uint32_t con = CON_MASTER;
     if (*hz > FAST_HZ) {
@@ -302,7 +321,8 @@ static void SetPhases(I2cContext *ctx, const I2cOperation *write, const I2cOpera
 
 static EFI_STATUS RunTransfer(I2cContext *ctx, uint32_t slave) {
     if (I2cSetTarget(slave, ctx->base) != EFI_SUCCESS)
-        return EFI_DEVICE_ERROR; // the core stays as that left it, perhaps enabled: intended
+        return EFI_DEVICE_ERROR; // the core stays as that left it, for whoever asks why: the next I2cInit
+                                 // disables it
     EFI_STATUS status = I2cWriteRead(ctx);
     Disable(ctx->base);
     return status;

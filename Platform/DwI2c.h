@@ -72,8 +72,11 @@ EFI_STATUS StartRequest(I2cContext *ctx, uint32_t slave, I2cRequest *req);
 EFI_STATUS I2CWrite(I2cContext *ctx, uint32_t slave, uint8_t offset, uint16_t data);
 EFI_STATUS I2CRead(I2cContext *ctx, uint32_t slave, uint8_t offset, uint8_t *out);
 
-// Waits, each with a bound; 0 when the condition came true. Master idle: else 1. Transmit FIFO empty, count
-// bytes received, enabled bit different from state (1 waits for disabled): else 0x80000012.
+// What the wait for an idle master gives in place of a status.
+constexpr EFI_STATUS I2C_BUS_BUSY = 1;
+
+// Waits, each with a bound; 0 when the condition came true. Master idle: else I2C_BUS_BUSY. Transmit FIFO
+// empty, count bytes received, enabled bit different from state (1 waits for disabled): else 0x80000012.
 EFI_STATUS I2cDwWaitBusNotBusy(uint32_t base);
 EFI_STATUS I2cDwWaitTxData(uint32_t base);
 EFI_STATUS I2cDwWaitRxData(uint32_t base, uint32_t count);

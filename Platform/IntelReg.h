@@ -1,4 +1,6 @@
 // Registers of Intel platforms: the power-management function and the BIOS shadow region.
+//
+// No command reaches: IntelRuntimeShadowRamWrite.
 #pragma once
 
 #include <cstdint>

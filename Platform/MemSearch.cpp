@@ -4,15 +4,13 @@
 
 #include "BasicLib/PhysMem.h"
 
-constexpr uint32_t SEARCH_PAGE = 0x1000;
-
 // Pages that searches have loaded since one was restarted.
 static uint32_t mPagesLoaded = 0;
 
 // Bytes from pos on, up to the end of the page or of the range, that cannot begin a match.
 static uint32_t SkipMismatches(const uint8_t *page, uint32_t pos, uint32_t length, char first) {
-    uint32_t offset = pos % SEARCH_PAGE;
-    uint32_t left = SEARCH_PAGE - offset;
+    uint32_t offset = pos % PAGE_4KB;
+    uint32_t left = PAGE_4KB - offset;
     if (left > length - pos)
         left = length - pos;
     const void *found = memchr(page + offset, first, left);
@@ -29,10 +27,10 @@ EFI_STATUS SearchFromMemReadByte(uint32_t start, uint32_t length, const char *pa
         return EFI_INVALID_PARAMETER;
     uint32_t pos = restart != 0 ? 0 : *position;
     const char *p = pattern;
-    uint8_t page[SEARCH_PAGE] = {};
+    uint8_t page[PAGE_4KB] = {};
     while (pos < length && *p != 0) {
-        if (mPagesLoaded == 0 || pos % SEARCH_PAGE == 0) {
-            MemDump(start + mPagesLoaded * SEARCH_PAGE, SEARCH_PAGE, page);
+        if (mPagesLoaded == 0 || pos % PAGE_4KB == 0) {
+            MemDump(start + mPagesLoaded * PAGE_4KB, PAGE_4KB, page);
             ++mPagesLoaded;
         }
         uint32_t skip = p == pattern ? SkipMismatches(page, pos, length, *p) : 0;
@@ -40,7 +38,7 @@ EFI_STATUS SearchFromMemReadByte(uint32_t start, uint32_t length, const char *pa
             pos += skip;
             continue;
         }
-        bool equal = page[pos % SEARCH_PAGE] == static_cast<uint8_t>(*p);
+        bool equal = page[pos % PAGE_4KB] == static_cast<uint8_t>(*p);
         p = equal ? p + 1 : pattern;
         ++pos;
     }

@@ -12,7 +12,8 @@ constexpr uint32_t BIOS_AREA_SIZE = 0x10000;
 // ends with the range; 0x8000000E with *position = 0xFFFFFFFF without a match; 0x80000002 for a NULL pattern.
 //
 // Two things are intended. The pages loaded are counted by the process and only restart = 1 sets the count
-// back, while the page itself belongs to one call: going on after a match sees nothing more of that page. And
-// a byte that breaks a partial match is not compared with the pattern's first byte again.
+// back, while the page itself belongs to one call: going on after a match sees nothing more of that page, so
+// that a text which fills memory is listed once a page. And a byte that breaks a partial match is not
+// compared with the pattern's first byte again.
 EFI_STATUS SearchFromMemReadByte(uint32_t start, uint32_t length, const char *pattern, uint32_t *position,
                                  uint32_t restart);

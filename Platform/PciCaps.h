@@ -1,5 +1,7 @@
 // Capability lists of PCI functions (PCI Local Bus 3.0, 6.7). They are firmware's and hostile: no walk takes
 // more steps than a list can have entries.
+//
+// No command reaches: isPcieController, PcieFindCapId.
 #pragma once
 
 #include <cstdint>

@@ -1,5 +1,7 @@
 // Where the platform's power management is (ACPI 6.4, 4.8.3): PM1 event block, reset register; and power-off
 // or reset by them.
+//
+// No command reaches: ForcedShutdownByPMIO.
 #pragma once
 
 #include "Platform/AcpiTables.h"

@@ -1,4 +1,6 @@
 // The BIOS shadow region, 0xE0000-0xFFFFF: read-only after boot, and what opens it for writing.
+//
+// No command reaches: ShadowRamWrite.
 #pragma once
 
 // Makes the DRAM behind the region readable and writable (enable non-zero) or puts the previous mapping back,

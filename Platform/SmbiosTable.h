@@ -4,6 +4,9 @@
 // if an end-of-table structure stood there: no walk and no view leaves the block, whatever the table says. A
 // caller's own table must have its end-of-table structure. Procedures that take a bare pointer ask whether it
 // lies in a copy that is loaded.
+//
+// No command reaches: SmbiosTableAround, GetTotalStructureSize, SearchSmbiosType, GetCPUSpeedSmb,
+// GetCpuCurrentSpeed.
 #pragma once
 
 #include "Base/Types.h"
@@ -38,7 +41,8 @@ EFI_STATUS GetSmbiosVersion(uint8_t **entryPoint, uint8_t *version);
 // Address and length of the table as that entry point says. 0, or its status.
 EFI_STATUS LegacySmbiosStructTableAddress(uint32_t *address, uint16_t *length);
 
-// Copies the table of that entry point, from the 64 KiB boundary below its address on, which is intended. 0,
+// Copies the table of that entry point, from the 64 KiB boundary below its address on, which is intended: the
+// offsets that /SMBIOS /S prints count from there. 0,
 // 0x80000015 without an entry point, 0x80000009 without memory; the outputs are then 0.
 EFI_STATUS LoadLegacySmbiosTypes(uint8_t **table, uint32_t *length);
 

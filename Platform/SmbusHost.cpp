@@ -8,7 +8,6 @@
 #include "Platform/PciFind.h"
 
 constexpr uint16_t CLASS_SMBUS = 0x0C05;
-constexpr uint16_t PCI_COMMAND = 0x04;
 constexpr uint32_t COMMAND_IO = 0x01;
 constexpr uint16_t INTEL_SMB_BASE = 0x20;
 constexpr uint32_t INTEL_SMB_BASE_MASK = ~0x1Fu;
@@ -63,7 +62,8 @@ static uint16_t Register(uint16_t base, uint16_t offset) {
 }
 
 // Polls until the transaction has ended and clears what it left in the status. False after a time-out or a
-// device error; a bus error ends the wait and counts as no failure, which is intended.
+// device error; a bus error ends the wait and counts as no failure. Intended: a scan
+// lists such an address with the byte that the host holds, and does not hide it.
 static bool WaitTransaction(uint16_t base) {
     uint8_t status = 0;
     uint32_t tries = 0;

@@ -1,7 +1,6 @@
 #include "Project/ACPIAcc.h"
 
 #include "Base/Memory.h"
-#include "BasicLib/PhysMem.h"
 #include "Common/ComFunc/CmdLine.h"
 #include "Common/ComFunc/HexView.h"
 #include "Common/Global.h"
@@ -9,13 +8,10 @@
 #include "Platform/AcpiTables.h"
 
 static EFI_STATUS ShowRsdp() {
-    uint32_t address;
-    EFI_STATUS status = GetRSDPAddress(&address);
+    uint8_t *rsdp;
+    EFI_STATUS status = CopyRsdp(&rsdp);
     if (status != EFI_SUCCESS)
         return status;
-    uint8_t *rsdp = CopyPhysical(address, RSDP_SIZE);
-    if (rsdp == nullptr)
-        return EFI_OUT_OF_RESOURCES;
     DebugMsg(rsdp, RSDP_SIZE);
     Free(rsdp);
     return EFI_SUCCESS;

@@ -1,4 +1,6 @@
 // The display's EDID block. This platform has no source for it, and no switch word leads here.
+//
+// No command reaches: GetEdidByLinux, EdidEntry.
 #pragma once
 
 #include "Base/Types.h"

@@ -13,50 +13,56 @@ static int ShowI2cHelp() {
     return 2;
 }
 
-static EFI_STATUS ReadRegister(I2cContext *ctx, uint8_t slave, uint8_t offset, uint16_t *value) {
-    uint8_t bytes[2];
-    EFI_STATUS status = I2CRead(ctx, slave, offset, bytes);
-    if (status == EFI_SUCCESS)
-        *value = static_cast<uint16_t>(bytes[0] | (bytes[1] << 8));
-    return status;
-}
+// A register of a device: its core, readied, and the operands behind it.
+struct I2cRegister {
+    I2cContext core;
+    uint8_t slave;
+    uint8_t offset;
+};
 
-// Readies the bus that the first operand names.
-static bool InitBus(uint16_t pos, I2cContext *ctx) {
-    if (I2cInit(OperandDword(pos, 1), ctx) == EFI_SUCCESS)
+// Takes the operands behind the switch word and readies the core.
+static bool OpenRegister(uint16_t pos, I2cRegister *at) {
+    at->slave = OperandByte(pos, 2);
+    at->offset = OperandByte(pos, 3);
+    if (I2cInit(OperandDword(pos, 1), &at->core) == EFI_SUCCESS)
         return true;
     Printf("I2C init error\n");
     return false;
 }
 
+// Leaves the value as it is when the register cannot be read.
+static EFI_STATUS ReadRegister(I2cRegister *at, uint16_t *value) {
+    uint8_t bytes[2];
+    EFI_STATUS status = I2CRead(&at->core, at->slave, at->offset, bytes);
+    if (status == EFI_SUCCESS)
+        *value = static_cast<uint16_t>(bytes[0] | (bytes[1] << 8));
+    return status;
+}
+
 static int I2cReadCommand(uint16_t pos) {
-    I2cContext ctx;
-    if (!InitBus(pos, &ctx))
-        return -1;
-    uint8_t slave = OperandByte(pos, 2);
-    uint8_t offset = OperandByte(pos, 3);
+    I2cRegister at;
     uint16_t value;
-    if (ReadRegister(&ctx, slave, offset, &value) != EFI_SUCCESS) {
-        Printf("Read addr 0x%02X offset 0x%02X error!\n", slave, offset);
+    if (!OpenRegister(pos, &at))
+        return -1;
+    if (ReadRegister(&at, &value) != EFI_SUCCESS) {
+        Printf("Read addr 0x%02X offset 0x%02X error!\n", at.slave, at.offset);
         return -1;
     }
-    Printf("I2C read slave addr 0x%02X offset 0x%02X: 0x%04X\n", slave, offset, value);
+    Printf("I2C read slave addr 0x%02X offset 0x%02X: 0x%04X\n", at.slave, at.offset, value);
     return value;
 }
 
 static int I2cWriteCommand(uint16_t pos) {
-    I2cContext ctx;
-    if (!InitBus(pos, &ctx))
-        return -1;
-    uint8_t slave = OperandByte(pos, 2);
-    uint8_t offset = OperandByte(pos, 3);
+    I2cRegister at;
     uint16_t data = OperandWord(pos, 4);
-    if (I2CWrite(&ctx, slave, offset, data) != EFI_SUCCESS) {
-        Printf("Write addr 0x%02X offset 0x%02X error!\n", slave, offset);
+    if (!OpenRegister(pos, &at))
+        return -1;
+    if (I2CWrite(&at.core, at.slave, at.offset, data) != EFI_SUCCESS) {
+        Printf("Write addr 0x%02X offset 0x%02X error!\n", at.slave, at.offset);
         return -1;
     }
-    ReadRegister(&ctx, slave, offset, &data); // what was typed is shown when it cannot be read back
-    Printf("I2C write slave addr 0x%02X offset 0x%02X: 0x%04X\n", slave, offset, data);
+    ReadRegister(&at, &data); // what was typed is shown when it cannot be read back
+    Printf("I2C write slave addr 0x%02X offset 0x%02X: 0x%04X\n", at.slave, at.offset, data);
     return data;
 }
 

@@ -3,7 +3,8 @@
 
 #include "Base/Types.h"
 
-// Handler of /PCI. The value read, 0 after a listing, or an error status.
+// Handler of /PCI. The value read, 0 after a listing; 0x80000002 after the help or without an access,
+// 0x80000005 without a buffer for the listing.
 uint32_t PciAccess();
 
 // Prints the class name of the function, "Unknown PCI\n" for a class without a name. Always 0.

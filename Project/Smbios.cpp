@@ -10,8 +10,6 @@
 #include "Common/Sprint.h"
 #include "Platform/SmbiosTable.h"
 
-constexpr uint32_t PAGE_BYTES = 256;
-
 // The caller's table, or a loaded one that *loaded keeps for its release. False when there is none.
 static bool TableOrLoad(const uint8_t *given, SmbiosTable *table, uint8_t **loaded) {
     *loaded = nullptr;
@@ -108,13 +106,14 @@ static EFI_STATUS SearchTable(const uint8_t *table, uint32_t length) {
 }
 
 // The last partial page is shown twice, as a full page with zeros behind the table and then with its own
-// length. Intended.
+// length. Intended: saved
+// dumps, which are compared with new ones, have both.
 static void DumpTable(const uint8_t *table, uint32_t length) {
-    for (uint32_t offset = 0; offset < length; offset += PAGE_BYTES) {
-        if (DebugMsg(table + offset, PAGE_BYTES) == KEY_ESC)
+    for (uint32_t offset = 0; offset < length; offset += VIEW_PAGE_BYTES) {
+        if (DebugMsg(table + offset, VIEW_PAGE_BYTES) == KEY_ESC)
             return;
         uint32_t left = length - offset;
-        if (left < PAGE_BYTES)
+        if (left < VIEW_PAGE_BYTES)
             DebugMsg(table + offset, left);
     }
 }

@@ -1,4 +1,6 @@
 // The /SMBIOS command.
+//
+// No command reaches: ShowSmbiosTargetType, ShowSmbiosAllType.
 #pragma once
 
 #include "Base/Types.h"
@@ -11,5 +13,7 @@ EFI_STATUS ShowSmbiosTargetType(const uint8_t *table, uint8_t type);
 // NULL table cannot be loaded.
 EFI_STATUS ShowSmbiosAllType(const uint8_t *table);
 
-// Handler of /SMBIOS.
+// Handler of /SMBIOS: lists, shows, dumps or searches the structures. 0; 0x80000002 after the help,
+// 0x80000007 without a table, 0x8000000E for a text that is not there, 0x80000009 without memory for the
+// search.
 EFI_STATUS SmbiosEntry();

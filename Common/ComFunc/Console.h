@@ -1,4 +1,6 @@
 // The terminal: colours, single keys, screen.
+//
+// No command reaches: GotoXY, DisplayPositionXY, ShowTitle.
 #pragma once
 
 #include "Base/Types.h"

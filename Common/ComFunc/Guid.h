@@ -1,4 +1,6 @@
 // Comparing and copying identifiers.
+//
+// No command reaches: EFI_CmpGuid, EFI_SetGuid.
 #pragma once
 
 #include "Base/Types.h"

@@ -1,4 +1,6 @@
 // Numbers from text, text from numbers, packed BCD.
+//
+// No command reaches: HexToDecimal, DecimalToHex.
 #pragma once
 
 #include <cstdint>

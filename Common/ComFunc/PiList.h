@@ -1,4 +1,7 @@
 // A small list of interfaces by identifier.
+//
+// No command reaches: InstallPiList, UninstallPiList, LocatePiList, InstallMutiplePiList,
+// UninstallMutiplePiList.
 #pragma once
 
 #include "Base/Types.h"

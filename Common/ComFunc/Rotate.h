@@ -1,4 +1,6 @@
 // Rotation of a value in place.
+//
+// No command reaches: LoopShiftRight, LoopShiftLeft.
 #pragma once
 
 #include <cstdint>

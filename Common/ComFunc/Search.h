@@ -1,8 +1,10 @@
 // Forward search for a pattern in a buffer, and replacement of a match.
 //
 // The search is one pass without backtracking: a byte that breaks a partial match is not compared with
-// the pattern's first byte again, so `aab` is not found in `aaab`. This is intended; the search over
-// physical memory follows the same rule.
+// the pattern's first byte again, so `aab` is not found in `aaab`. Intended: the search over
+// physical memory follows the same rule, and both give the same places.
+//
+// No command reaches: SearchFromBuffer, WSearchFromBuffer, ReplaceBufferContent.
 #pragma once
 
 #include "Base/Types.h"

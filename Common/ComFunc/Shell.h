@@ -1,4 +1,6 @@
 // Commands run through the shell.
+//
+// No command reaches: ExecuteWithSystem32.
 #pragma once
 
 #include "Base/Types.h"
