@@ -6,43 +6,37 @@
 #include "BasicLib/Place.h"
 #include "Common/Sprint.h"
 
-static bool IsWidth(uint8_t width) {
-    return width >= PCI_WIDTH_8 && width <= PCI_WIDTH_32;
-}
-
-// Writes the index and returns the width in bytes.
-static uint32_t WriteIndex(uint8_t width, uint16_t bus, uint16_t dev, uint16_t fun, uint16_t offset,
-                           uint32_t index) {
+// Writes the index of a pair in its width and returns that in bytes; 0 after an assertion for another width.
+static uint32_t SelectIndex(uint8_t width, const Place *at, uint32_t index, unsigned assertLine) {
+    if (width < PCI_WIDTH_8 || width > PCI_WIDTH_32) {
+        PrintAssert(BASIC_LIB_SOURCE, assertLine, "FALSE");
+        return 0;
+    }
     uint32_t bytes = 1u << (width - 1);
-    Place at = PciPlace(bus, dev, fun, offset);
-    WritePlace(&at, bytes, index);
+    WritePlace(at, bytes, index);
     return bytes;
 }
 
 void PciIndirectRead(uint8_t width, uint16_t bus, uint16_t dev, uint16_t fun, uint16_t indexOffset,
                      uint16_t dataOffset, uint32_t index, void *buffer) {
-    if (!IsWidth(width)) {
-        PrintAssert(BASIC_LIB_SOURCE, 1046, "FALSE");
+    Place at = PciPlace(bus, dev, fun, indexOffset);
+    uint32_t bytes = SelectIndex(width, &at, index, 1046);
+    if (bytes == 0)
         return;
-    }
-    uint32_t bytes = WriteIndex(width, bus, dev, fun, indexOffset, index);
-    Place data = PciPlace(bus, dev, fun, dataOffset);
-    uint32_t value = ReadPlace(&data, bytes);
+    at.offset = dataOffset;
+    uint32_t value = ReadPlace(&at, bytes);
     if (buffer != nullptr)
         Memcpy(buffer, &value, bytes);
 }
 
 void PciIndirectWrite(uint8_t width, uint16_t bus, uint16_t dev, uint16_t fun, uint16_t indexOffset,
                       uint16_t dataOffset, uint32_t index, const void *buffer) {
-    if (!IsWidth(width)) {
-        PrintAssert(BASIC_LIB_SOURCE, 1080, "FALSE");
-        return;
-    }
-    uint32_t bytes = WriteIndex(width, bus, dev, fun, indexOffset, index);
-    if (buffer == nullptr)
+    Place at = PciPlace(bus, dev, fun, indexOffset);
+    uint32_t bytes = SelectIndex(width, &at, index, 1080);
+    if (bytes == 0 || buffer == nullptr)
         return;
     uint32_t value = 0;
     Memcpy(&value, buffer, bytes);
-    Place data = PciPlace(bus, dev, fun, dataOffset);
-    WritePlace(&data, bytes, value);
+    at.offset = dataOffset;
+    WritePlace(&at, bytes, value);
 }

@@ -23,18 +23,17 @@ struct Place {
     uint16_t bus, dev, fun, offset;
 };
 
+// A register at a port, behind a pair of ports, at a physical address, in configuration space. Numbers are
+// taken as they are.
 constexpr Place IoPlace(uint32_t port) {
     return {SPACE_IO, port, 0, 0, 0, 0, 0, 0};
 }
-
 constexpr Place IndexPlace(uint32_t indexPort, uint32_t dataPort, uint32_t index) {
     return {SPACE_INDEX, indexPort, dataPort, index, 0, 0, 0, 0};
 }
-
 constexpr Place MemPlace(uint32_t address) {
     return {SPACE_MEMORY, address, 0, 0, 0, 0, 0, 0};
 }
-
 constexpr Place PciPlace(uint16_t bus, uint16_t dev, uint16_t fun, uint16_t offset) {
     return {SPACE_PCI, 0, 0, 0, bus, dev, fun, offset};
 }

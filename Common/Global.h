@@ -9,6 +9,7 @@ typedef uint64_t CmdType;
 
 constexpr size_t CMD_BYTES = 6;
 
+// The flag that stands in a bit (0..7) of a byte (0..5) of the command word.
 constexpr CmdType CmdBit(unsigned byte, unsigned bit) {
     return static_cast<CmdType>(1) << (byte * 8 + bit);
 }

@@ -3,6 +3,7 @@
 #include "BasicLib/Chipset.h"
 #include "BasicLib/PhysMem.h"
 #include "BasicLib/PortIo.h"
+#include "Platform/DwI2cTiming.h"
 
 // Registers, as offsets from a core's base; all 32 bits wide.
 constexpr uint32_t IC_CON = 0x00;
@@ -61,9 +62,6 @@ struct PollLimit {
 constexpr PollLimit BUS_LIMIT = {20, 1000};
 constexpr PollLimit FIFO_LIMIT = {100, 25}; // a byte takes 90 us at 100 kHz
 constexpr PollLimit ENABLE_LIMIT = {10, 25};
-
-// The clock in kHz times a time in 0.1 us gives counts times this.
-constexpr uint32_t COUNT_DIVISOR = 10000;
 
 const uint32_t I2cSdpAddressList[I2C_BUS_COUNT] = {0xFEDC2000, 0xFEDC3000, 0xFEDC4000,
                                                    0xFEDC5000, 0xFEDC6000, 0xFEDCB000};
@@ -151,22 +149,6 @@ uint32_t I2cDwCheckErrors(uint32_t base) {
     PollEnabled(base, 0);
     Set(base, IC_TAR, 0);
     return error;
-}
-
-static uint32_t ToCount(uint32_t clockKhz, uint32_t time) {
-    return (clockKhz * time + COUNT_DIVISOR / 2) / COUNT_DIVISOR;
-}
-
-// The core itself adds 8 clocks to the high count, or 3 where it waits for the line to have risen, and 1 to
-// the low count (DW_apb_i2c databook, IC_CLK frequency configuration).
-uint32_t i2c_dw_scl_hcnt(uint32_t ic_clk, uint32_t tSYMBOL, uint32_t tf, int cond, int offset) {
-    uint32_t symbol = cond != 0 ? tSYMBOL : tSYMBOL + tf;
-    uint32_t overhead = cond != 0 ? 8 : 3;
-    return ToCount(ic_clk, symbol) - overhead + static_cast<uint32_t>(offset);
-}
-
-uint32_t i2c_dw_scl_lcnt(uint32_t ic_clk, uint32_t tLOW, uint32_t tf, int offset) {
-    return ToCount(ic_clk, tLOW + tf) - 1 + static_cast<uint32_t>(offset);
 }
 
 // The value of IC_CON for a speed, which is cut to the one that the counts serve. A request above 400 kHz

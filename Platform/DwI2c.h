@@ -45,11 +45,6 @@ EFI_STATUS I2cInit(uint32_t busNo, I2cContext *ctx);
 // 0x80000006 when the core does not disable.
 EFI_STATUS SetBusFrequency(I2cContext *ctx, uint64_t *hz);
 
-// Counts of the high and low period: the clock in kHz, times in units of 0.1 us. cond chooses the formula
-// without the fall time.
-uint32_t i2c_dw_scl_hcnt(uint32_t ic_clk, uint32_t tSYMBOL, uint32_t tf, int cond, int offset);
-uint32_t i2c_dw_scl_lcnt(uint32_t ic_clk, uint32_t tLOW, uint32_t tf, int offset);
-
 // Sets the 7-bit target address and enables the core, unless it is set already. 0, 0x80000006 or 0x80000007
 // when the core does not disable or enable, 0x80000002 when the address does not read back.
 EFI_STATUS I2cSetTarget(uint32_t slave, uint32_t base);

@@ -31,17 +31,17 @@ static const AccessText mTexts[ACCESS_WIDTHS] = {
 // The variants in the order in which they are looked for, bytes first and bits last: another one than that of
 // FindAccess.
 struct SmnVariant {
-    AccessWidth width;
     const char *write;
     const char *read;
-    uint8_t pciWidth;
+    AccessWidth width;
+    PciWidth pciWidth;
 };
 
 static const SmnVariant mVariants[] = {
-    {ACCESS_BYTE, "WB", "RB", PCI_WIDTH_8},
-    {ACCESS_WORD, "WW", "RW", PCI_WIDTH_16},
-    {ACCESS_DWORD, "WD", "RD", PCI_WIDTH_32},
-    {ACCESS_BIT, "WI", "RI", PCI_WIDTH_32},
+    {"WB", "RB", ACCESS_BYTE, PCI_WIDTH_8},
+    {"WW", "RW", ACCESS_WORD, PCI_WIDTH_16},
+    {"WD", "RD", ACCESS_DWORD, PCI_WIDTH_32},
+    {"WI", "RI", ACCESS_BIT, PCI_WIDTH_32},
 };
 
 // In the byte and word forms too the dword switches choose the message and whether anything is written; a
