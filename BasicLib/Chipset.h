@@ -22,7 +22,7 @@ enum RegisterHome : uint8_t {
 
 struct Chipset {
     uint16_t vendor;           // PCI vendor ID
-    const char *name;          // on the help screen
+    char name[8];              // on the help screen
     RegisterHome configWindow; // base of the memory-mapped configuration window
     RegisterHome pmBlock;      // base of the PM1 event block
     RegisterHome smbusBlock;   // base of the SMBus host's registers

@@ -8,7 +8,7 @@
 #include "Common/ComFunc/Numeral.h"
 
 // The program's own numbering: error code k at index k + 4, and not the UEFI names from code 28 on.
-static const char *const mEfiStatusString[] = {
+static const char mEfiStatusString[][28] = {
     "EFI_SUCCESS",
     "EFI_WARN_UNKNOWN_GLYPH",
     "EFI_WARN_DELETE_FAILURE",

@@ -3,8 +3,9 @@
 #include "Base/Text.h"
 #include "Common/ComFunc/CmdLine.h"
 
+// The words stand in the table itself: a pointer in it would be one more relocation at each start.
 struct SwitchWord {
-    const char *word;
+    char word[12];
     CmdType flags; // the word's own flag and the one it implies
 };
 

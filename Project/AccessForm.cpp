@@ -10,18 +10,18 @@
 
 // A width: its switch words with their flags, its size and the format of its report.
 struct WidthRow {
-    const char *write;
-    const char *read;
+    char write[4];
+    char read[4];
     CmdType writeFlag;
     CmdType readFlag;
     uint32_t bytes;
     uint32_t mask;
-    const char *report;
+    char report[24];
 };
 
 // Indexed by AccessWidth. A bit has no size: its number chooses one.
 static const WidthRow mWidths[ACCESS_WIDTHS] = {
-    {nullptr, nullptr, 0, 0, 0, 0, nullptr},
+    {"", "", 0, 0, 0, 0, ""},
     {"WI", "RI", Flag::WI, Flag::RI, 0, 0xFFFFFFFF, "return data:%d\n"},
     {"WB", "RB", Flag::WB, Flag::RB, 1, 0xFF, "return data:0x%02X\n"},
     {"WW", "RW", Flag::WW, Flag::RW, 2, 0xFFFF, "return data:0x%04X\n"},

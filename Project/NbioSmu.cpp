@@ -31,8 +31,8 @@ static const AccessText mTexts[ACCESS_WIDTHS] = {
 // The variants in the order in which they are looked for, bytes first and bits last: another one than that of
 // FindAccess.
 struct SmnVariant {
-    const char *write;
-    const char *read;
+    char write[4];
+    char read[4];
     AccessWidth width;
     PciWidth pciWidth;
 };

@@ -7,7 +7,7 @@
 
 #include "Common/ComFunc/HexView.h"
 #include "Common/Global.h"
-#include "Project/Smbios.h"
+#include "Platform/SmbiosTable.h"
 
 constexpr size_t ROOM = 0x10000;
 constexpr uint8_t END_OF_TABLE = 127; // DSP0134, 7.45
