@@ -93,7 +93,7 @@ struct PciCursor {
 static void ReadStep(PciCursor *at, uint8_t width) {
     uint16_t offset = static_cast<uint16_t>(at->offset);
     uint32_t value = PciRead(width, at->bus, at->dev, at->fun, offset);
-    uint32_t bytes = 1u << (width - 1);
+    uint32_t bytes = PciWidthBytes(width);
     if (at->out != nullptr) {
         if (width == PCI_WIDTH_8)
             *at->out = static_cast<uint8_t>(value);

@@ -8,12 +8,11 @@
 
 // Writes the index of a pair in its width and returns that in bytes; 0 after an assertion for another width.
 static uint32_t SelectIndex(uint8_t width, const Place *at, uint32_t index, unsigned assertLine) {
-    if (width < PCI_WIDTH_8 || width > PCI_WIDTH_32) {
+    uint32_t bytes = PciWidthBytes(width);
+    if (bytes == 0)
         PrintAssert(BASIC_LIB_SOURCE, assertLine, "FALSE");
-        return 0;
-    }
-    uint32_t bytes = 1u << (width - 1);
-    WritePlace(at, bytes, index);
+    else
+        WritePlace(at, bytes, index);
     return bytes;
 }
 

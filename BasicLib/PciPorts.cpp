@@ -7,7 +7,8 @@ constexpr uint32_t CONFIG_ADDRESS = 0xCF8;
 constexpr uint32_t CONFIG_DATA = 0xCFC;
 constexpr uint32_t CONFIG_ENABLE = 0x80000000;
 
-// The offset is added whole: its two low bits stay in the address, the lane follows from the data port.
+// Two delays before each address: bridges that forward it are given time. The offset is added whole: its two
+// low bits stay in the address, the lane follows from the data port.
 static void SelectLegacy(uint16_t bus, uint16_t dev, uint16_t fun, uint16_t offset) {
     uint32_t address = CONFIG_ENABLE + (static_cast<uint32_t>(bus) << 16) +
                        (static_cast<uint32_t>(dev) << 11) + (static_cast<uint32_t>(fun) << 8) + offset;
@@ -35,7 +36,7 @@ int LegacyIoPciRead(uint8_t width, uint16_t bus, uint16_t dev, uint16_t fun, uin
     default:
         return 0;
     }
-    Memcpy(buffer, &value, 1u << (width - 1));
+    Memcpy(buffer, &value, PciWidthBytes(width));
     return 1;
 }
 
@@ -44,11 +45,11 @@ int LegacyIoPciWrite(uint8_t width, uint16_t bus, uint16_t dev, uint16_t fun, ui
     if (offset > PCI_CONFIG_BYTES || buffer == nullptr)
         return 0;
     SelectLegacy(bus, dev, fun, offset);
-    if (width < PCI_WIDTH_8 || width > PCI_WIDTH_32)
+    if (PciWidthBytes(width) == 0)
         return 0;
     uint32_t lane = CONFIG_DATA + (offset & 3u);
     uint32_t value = 0;
-    Memcpy(&value, buffer, 1u << (width - 1));
+    Memcpy(&value, buffer, PciWidthBytes(width));
     switch (width) {
     case PCI_WIDTH_8:
         IoWrite8(lane, value);

@@ -6,6 +6,11 @@
 
 enum PciWidth : uint8_t { PCI_WIDTH_8 = 1, PCI_WIDTH_16 = 2, PCI_WIDTH_32 = 3 };
 
+// Bytes of a PciWidth: 1, 2 or 4; 0 for any other number.
+constexpr uint32_t PciWidthBytes(uint8_t width) {
+    return width >= PCI_WIDTH_8 && width <= PCI_WIDTH_32 ? 1u << (width - 1) : 0;
+}
+
 constexpr uint16_t PCI_VENDOR_ID = 0x00;
 constexpr uint16_t PCI_DEVICE_ID = 0x02;
 constexpr uint16_t PCI_COMMAND = 0x04;

@@ -38,6 +38,8 @@ int AmdGetPMBaseAddress() {
     return AmdPMxRead16(PM_ACPI_PM1_EVT_BLK) & ~0x3;
 }
 
+// The RdMem and WrMem bits of a fixed MTRR say whether an access goes to DRAM or to the bus; they show and
+// can be changed only under the modification enable.
 static void OpenShadow() {
     uint32_t edx;
     uint32_t eax;

@@ -17,12 +17,12 @@ constexpr uint8_t RTC_REG_A = 0x0A;
 constexpr uint8_t RTC_REG_B = 0x0B;
 constexpr uint8_t RTC_REG_C = 0x0C;
 constexpr uint8_t RTC_REG_D = 0x0D;
-constexpr uint8_t REG_A_UIP = 0x80;
-constexpr uint8_t REG_B_DM_BINARY = 0x04;
+constexpr uint8_t REG_A_UIP = 0x80;       // the time may be half old and half new
+constexpr uint8_t REG_B_DM_BINARY = 0x04; // else BCD
 constexpr uint8_t REG_B_AIE = 0x20;
-constexpr uint8_t REG_D_VRT = 0x80;
+constexpr uint8_t REG_D_VRT = 0x80; // the battery is good; later chips keep the alarm's day in the bits below
 constexpr int RTC_REGISTERS = 14;
-constexpr uint32_t UPDATE_POLLS = 0x10000000;
+constexpr uint32_t UPDATE_POLLS = 0x10000000; // half an hour on real ports; an update takes 2 ms
 
 constexpr uint8_t FORMAT_UNKNOWN = 0xFF;
 constexpr uint32_t PM1_RTC_BIT = 10; // RTC_STS and RTC_EN
@@ -45,7 +45,8 @@ uint8_t isCmosInBCD() {
 }
 
 bool WaitInProgress() {
-    Get8IO7071(RTC_REG_C);
+    Get8IO7071(
+        RTC_REG_C); // a read clears the interrupt flags: an alarm of yesterday must not look like today's
     for (uint32_t i = 0; i < UPDATE_POLLS; ++i) {
         if ((Get8IO7071(RTC_REG_A) & REG_A_UIP) == 0)
             return true;
@@ -102,7 +103,7 @@ void SetTotalSec(uint32_t seconds) {
     Set8IO7071(RTC_SECONDS_ALARM, alarm.seconds);
     Set8IO7071(RTC_MINUTES_ALARM, alarm.minutes);
     Set8IO7071(RTC_HOURS_ALARM, alarm.hours);
-    Set8IO7071(RTC_REG_D, Get8IO7071(RTC_REG_D) & REG_D_VRT);
+    Set8IO7071(RTC_REG_D, Get8IO7071(RTC_REG_D) & REG_D_VRT); // on whatever day comes next
     Set8IO7071(RTC_REG_B, Get8IO7071(RTC_REG_B) | REG_B_AIE);
     const char *format = bcd ? "SetCmos timer:  %02x:%02x:%02x\n" : "SetCmos timer:  %02d:%02d:%02d\n";
     Printf(format, alarm.hours, alarm.minutes, alarm.seconds);

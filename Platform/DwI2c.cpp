@@ -5,7 +5,10 @@
 #include "BasicLib/PortIo.h"
 #include "Platform/DwI2cTiming.h"
 
-// Registers, as offsets from a core's base; all 32 bits wide.
+// Registers, as offsets from a core's base; all 32 bits wide, and a narrower access is not allowed. IC_CON,
+// IC_TAR, the counts and the spike length can be written only while the core is disabled; a core that is told
+// to be disabled finishes its byte first, so IC_ENABLE_STATUS has to be asked. An IC_CLR_ register clears by
+// being read.
 constexpr uint32_t IC_CON = 0x00;
 constexpr uint32_t IC_TAR = 0x04;
 constexpr uint32_t IC_DATA_CMD = 0x10;
@@ -34,8 +37,8 @@ constexpr uint32_t CON_SPEED_STANDARD = 0x02;
 constexpr uint32_t CON_SPEED_FAST = 0x04;
 constexpr uint32_t CON_SPEED_HIGH = 0x06;
 constexpr uint32_t CON_RESTART_EN = 0x20;
-constexpr uint32_t DATA_CMD_READ = 0x100;
-constexpr uint32_t DATA_CMD_STOP = 0x200;
+constexpr uint32_t DATA_CMD_READ = 0x100; // asks for a byte; without it the low 8 bits are sent
+constexpr uint32_t DATA_CMD_STOP = 0x200; // behind this byte; without it the bus stays taken
 constexpr uint32_t INTR_RX_UNDER = 0x01;
 constexpr uint32_t INTR_RX_OVER = 0x02;
 constexpr uint32_t INTR_TX_ABRT = 0x40;

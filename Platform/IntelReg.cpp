@@ -3,10 +3,13 @@
 #include "BasicLib/PciConfig.h"
 #include "Platform/PciFind.h"
 
+// The power-management function calls itself another memory controller.
 constexpr uint16_t CLASS_POWER_MANAGEMENT = 0x0580;
 constexpr uint16_t ACPI_BASE = 0x40;
 constexpr int ACPI_BASE_MASK = ~0x7F;
 
+// Programmable attribute maps of the host bridge: two bits a region, read from DRAM and write to DRAM; clear
+// they send the access to the flash.
 constexpr uint16_t PAM0 = 0x80; // 0xF0000-0xFFFFF in bits 5:4
 constexpr uint16_t PAM5 = 0x85; // 0xE0000-0xE7FFF
 constexpr uint16_t PAM6 = 0x86; // 0xE8000-0xEFFFF

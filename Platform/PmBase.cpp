@@ -6,10 +6,12 @@
 #include "Platform/AmdReg.h"
 #include "Platform/IntelReg.h"
 
+// The reset control register of PCI chipsets. The reset comes when RST_CPU (bit 2) is written; SYS_RST (bit
+// 1) makes it a hard one.
 constexpr uint16_t RESET_PORT = 0xCF9;
 constexpr uint8_t RESET_CPU_AND_SYSTEM = 0x06;
-constexpr uint32_t RESET_FULL = 0x08; // power cycle
-constexpr uint16_t INTEL_USUAL_PM_BASE = 0x1800;
+constexpr uint32_t RESET_FULL = 0x08;            // power cycle
+constexpr uint16_t INTEL_USUAL_PM_BASE = 0x1800; // where firmware puts it when the function is hidden
 constexpr uint32_t NO_PM_BASE = 0xFFFF;
 
 constexpr uint32_t PM1_CONTROL_HIGH = 5; // second byte of PM1 control, from the event block

@@ -9,12 +9,17 @@
 
 constexpr uint16_t CLASS_SMBUS = 0x0C05;
 constexpr uint32_t COMMAND_IO = 0x01;
+
+// Where the block stands: Intel's in the function's fifth base address register, AMD's in the first two of
+// the power-management registers, whose low byte holds other things.
 constexpr uint16_t INTEL_SMB_BASE = 0x20;
 constexpr uint32_t INTEL_SMB_BASE_MASK = ~0x1Fu;
 constexpr uint8_t AMD_PM_SMBUS_BASE = 0x00;
 constexpr uint16_t AMD_SMBUS_BASE_MASK = 0xFF00;
 
-// Registers, as offsets from the block's base.
+// Registers, as offsets from the block's base. Status bits are cleared by writing ones; they must be clear
+// before a transaction starts, or its end is not seen. Address, command and data keep their values, so a
+// transaction is these and then the start bit.
 constexpr uint16_t HST_STS = 0x00;
 constexpr uint16_t HST_CNT = 0x02;
 constexpr uint16_t HST_CMD = 0x03;
@@ -25,10 +30,10 @@ constexpr uint8_t STS_CLEAR_ALL = 0xFF;
 constexpr uint8_t STS_DEV_ERR = 0x04;
 constexpr uint8_t STS_ENDED = 0x0E; // done, device error or bus error
 constexpr uint8_t STS_FAILED = 0x10;
-constexpr uint8_t CNT_START_BYTE_DATA = 0x48;
+constexpr uint8_t CNT_START_BYTE_DATA = 0x48; // START, and byte data as the protocol
 constexpr uint8_t CNT_KILL = 0x02;
-constexpr uint8_t CNT_AFTER_FAILURE = 0x81;
-constexpr uint32_t POLL_LIMIT = 0xFFFFF;
+constexpr uint8_t CNT_AFTER_FAILURE = 0x81; // PEC_EN and INTREN, without KILL: the host is free again
+constexpr uint32_t POLL_LIMIT = 0xFFFFF; // two delay units each: some seconds; a slave may stretch the clock
 
 int GetSMBusBaseAddress(uint16_t *base) {
     const Chipset *chipset = ThisChipset();
@@ -62,8 +67,8 @@ static uint16_t Register(uint16_t base, uint16_t offset) {
 }
 
 // Polls until the transaction has ended and clears what it left in the status. False after a time-out or a
-// device error; a bus error ends the wait and counts as no failure. Intended: a scan
-// lists such an address with the byte that the host holds, and does not hide it.
+// device error; a bus error ends the wait and counts as no failure. Intended: a scan lists such an address
+// with the byte that the host holds, and does not hide it.
 static bool WaitTransaction(uint16_t base) {
     uint8_t status = 0;
     uint32_t tries = 0;

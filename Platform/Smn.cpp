@@ -5,15 +5,22 @@
 #include "BasicLib/Cpu.h"
 #include "BasicLib/PciConfig.h"
 #include "BasicLib/PciIndirect.h"
+#include "BasicLib/Place.h"
 #include "Common/ComFunc/Signals.h"
 #include "Common/Sprint.h"
 
+// In the host bridge's configuration space. Every processor of a package answers through the one bridge: the
+// die register chooses which, and whoever comes next (firmware, the kernel) takes die 0 for granted.
 constexpr uint16_t SMN_DIE = 0xC0;
 constexpr uint16_t SMN_ADDRESS = 0xC4;
-constexpr uint16_t SMN_DATA = 0xC8;
+constexpr Place SMN_DATA_PLACE = PciPlace(0, 0, 0, 0xC8);
+
+// A second pair there, which always means die 0.
 constexpr uint16_t SMU_INDEX = 0xB8;
 constexpr uint16_t SMU_DATA = 0xBC;
 
+// The mailbox: arguments first, then the message, which starts the SMU; a response of 0 means that it is
+// still busy. It writes its results over the arguments.
 constexpr uint32_t SMU_MESSAGE = 0x3B10528;
 constexpr uint32_t SMU_RESPONSE = 0x3B10564;
 constexpr uint32_t SMU_ARGUMENT_0 = 0x3B10598; // the others follow, 4 bytes apart
@@ -46,53 +53,27 @@ static void SelectDieZero() {
     ReleaseSignals();
 }
 
-static EFI_STATUS ReadSmnData(uint8_t width, void *out) {
-    uint32_t value;
-    switch (width) {
-    case PCI_WIDTH_8:
-        value = PciRead8(0, 0, 0, SMN_DATA);
-        break;
-    case PCI_WIDTH_16:
-        value = PciRead16(0, 0, 0, SMN_DATA);
-        break;
-    case PCI_WIDTH_32:
-        value = PciRead32(0, 0, 0, SMN_DATA);
-        break;
-    default:
-        return EFI_INVALID_PARAMETER;
-    }
-    Memcpy(out, &value, 1u << (width - 1));
-    return EFI_SUCCESS;
-}
-
-static EFI_STATUS WriteSmnData(uint8_t width, const void *in) {
-    switch (width) {
-    case PCI_WIDTH_8:
-        PciWrite8(0, 0, 0, SMN_DATA, *static_cast<const uint8_t *>(in));
-        return EFI_SUCCESS;
-    case PCI_WIDTH_16:
-        PciWrite16(0, 0, 0, SMN_DATA, Load16(in));
-        return EFI_SUCCESS;
-    case PCI_WIDTH_32:
-        PciWrite32(0, 0, 0, SMN_DATA, Load32(in));
-        return EFI_SUCCESS;
-    default:
-        return EFI_INVALID_PARAMETER;
-    }
-}
-
 EFI_STATUS AmdSmnRegisterRead(uint8_t width, uint32_t die, uint32_t reg, void *out) {
+    uint32_t bytes = PciWidthBytes(width);
     SelectSmn(die, reg);
-    EFI_STATUS status = ReadSmnData(width, out);
+    if (bytes != 0) {
+        uint32_t value = ReadPlace(&SMN_DATA_PLACE, bytes);
+        Memcpy(out, &value, bytes);
+    }
     SelectDieZero();
-    return status;
+    return bytes != 0 ? EFI_SUCCESS : EFI_INVALID_PARAMETER;
 }
 
 EFI_STATUS AmdSmnRegisterWrite(uint8_t width, uint32_t die, uint32_t reg, const void *in) {
+    uint32_t bytes = PciWidthBytes(width);
     SelectSmn(die, reg);
-    EFI_STATUS status = WriteSmnData(width, in);
+    if (bytes != 0) {
+        uint32_t value = 0;
+        Memcpy(&value, in, bytes);
+        WritePlace(&SMN_DATA_PLACE, bytes, value);
+    }
     SelectDieZero();
-    return status;
+    return bytes != 0 ? EFI_SUCCESS : EFI_INVALID_PARAMETER;
 }
 
 void SmuRegisterRead(uint16_t bus, uint32_t smnAddress, uint32_t *out) {
