@@ -11,7 +11,7 @@ Run as a program it writes the firmware of the boards that have one, boards/firm
 import pathlib
 import struct
 
-BOARD_FIRMWARE = pathlib.Path(__file__).resolve().parents[1] / "board" / "boards" / "firmware"
+BOARD_FIRMWARE = pathlib.Path(__file__).resolve().parents[2] / "sim" / "boards" / "firmware"
 
 
 def board_lines(memory):

@@ -30,7 +30,7 @@ import pytest
 
 TOP = pathlib.Path(__file__).resolve().parents[2]
 BUILD = pathlib.Path(os.environ.get("HWREG_BUILD", TOP / "build")).resolve()
-BOARDS = TOP / "tests" / "board" / "boards"
+BOARDS = TOP / "sim" / "boards"
 
 NO_STEP = b"cannot be stepped through"  # the board says so where the processor is emulated
 
@@ -385,7 +385,7 @@ def run(tmp_path, new_folder):
     """run(args, board="intel", ...) -> Result
 
     args         one text, split as a shell does, or a list of words
-    board        name of a file in tests/board/boards, a path of one, or None for the machine itself
+    board        name of a file in sim/boards, a path of one, or None for the machine itself
     extra        line or lines to add to the board
     stdin        bytes (a pipe that ends behind them), None (/dev/null), CLOSED, or a file
     stdout, stderr  None (taken into the result), CLOSED, or a file

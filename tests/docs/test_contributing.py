@@ -51,12 +51,12 @@ def run_tests(tree, *which):
 
 def test_page_has_the_pieces_of_a_change():
     assert [name for name, _ in NEW_FILES] == [
-        "Project/Lpt.h", "Project/Lpt.cpp", "tests/board/models/Printer.h", "tests/board/models/Printer.cpp",
-        "tests/board/boards/printer.board", "tests/command/test_lpt.py",
+        "Project/Lpt.h", "Project/Lpt.cpp", "sim/models/Printer.h", "sim/models/Printer.cpp",
+        "sim/boards/printer.board", "tests/command/test_lpt.py",
     ]  # fmt: skip
     changed = re.findall(r"^\+\+\+ b/(.*)$", CHANGES, re.MULTILINE)
-    assert changed == ["Common/Global.h", "Main/Parser.cpp", "Main/Main.cpp", "tests/board/Keywords.cpp",
-                       "tests/board/CMakeLists.txt"]
+    assert changed == ["Common/Global.h", "Main/Parser.cpp", "Main/Main.cpp", "sim/Keywords.cpp",
+                       "sim/CMakeLists.txt"]
 
 
 def test_new_test_of_the_page_passes(tree):

@@ -150,7 +150,7 @@ def record(program, number):
     with tempfile.TemporaryDirectory() as folder:
         file, log = (pathlib.Path(folder) / name for name in ("input", "log"))
         file.write_bytes(one_byte([number, 0]))
-        board = TOP / "tests" / "board" / "boards" / "base.board"  # with one, the board library keeps a log
+        board = TOP / "sim" / "boards" / "base.board"  # with one, the board library keeps a log
         environment = {**os.environ, "HWBOARD": str(board), "HWBOARD_LOG": str(log)}
         subprocess.run([program, "devices", file], env=environment, check=True, timeout=60)
         return [read for read in map(read_of, log.read_text("latin-1").splitlines()) if read]

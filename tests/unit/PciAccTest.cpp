@@ -6,7 +6,7 @@
 #include <gtest/gtest.h>
 
 #include "TestHelp.h"
-#include "tests/board/Board.h"
+#include "sim/Board.h"
 
 static uint16_t Function(unsigned bus, unsigned dev, unsigned fun) {
     return static_cast<uint16_t>(bus << 8 | dev << 3 | fun);

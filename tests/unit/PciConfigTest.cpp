@@ -5,7 +5,7 @@
 #include <gtest/gtest.h>
 
 #include "TestHelp.h"
-#include "tests/board/Board.h"
+#include "sim/Board.h"
 
 // Number of a function as the board counts them.
 static uint16_t Function(unsigned bus, unsigned dev, unsigned fun) {

@@ -15,7 +15,7 @@
 #include "Common/Sprint.h"
 #include "Project/CmosClock.h"
 #include "TestHelp.h"
-#include "tests/board/Board.h"
+#include "sim/Board.h"
 
 TEST(Rtc, TheOperatingSystemsShutdown) {
     OpenBoard("intel");

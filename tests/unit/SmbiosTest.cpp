@@ -7,7 +7,7 @@
 
 #include "Base/Memory.h"
 #include "TestHelp.h"
-#include "tests/board/Board.h"
+#include "sim/Board.h"
 
 static constexpr uint32_t ENTRY = 0xF5A00;
 static constexpr uint32_t TABLE = 0x7EB70000;

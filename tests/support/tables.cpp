@@ -16,8 +16,8 @@
 #include <vector>
 
 #include "BasicLib/Driver.h"
-#include "Board.h"
-#include "TableCommand.h"
+#include "sim/Board.h"
+#include "tests/support/TableCommand.h"
 
 namespace {
 

@@ -1,5 +1,5 @@
 // The library linked into a program instead of preloaded, as the unit tests have it.
-#include "Board.h"
+#include "sim/Board.h"
 
 #include <errno.h>
 #include <fcntl.h>
