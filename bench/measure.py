@@ -12,7 +12,7 @@ import callgrind
 from guest_runs import measure_guest
 from runs import BUILD, HERE, HWREG, TOP, first_line, grouped, medians, say, table, timer_words, write_record
 
-sys.path.append(f"{TOP}/tests/command")
+sys.path.append(f"{TOP}/tests/support")
 import firmware  # tables as firmware lays them out
 
 LIBRARY = f"{BUILD}/libhwboard.so"

@@ -4,7 +4,7 @@
     tests/fuzz/make_seeds.py [FUZZ_PROGRAM]     build/fuzz/hwreg_fuzz, which records what the boards' devices answer
 
 words: the forms and the examples of docs/commands.txt. tables: the boards' firmware with each command line, and a
-number of the corrupt ones that tests/command makes. devices: for each command line what the board's own devices have
+number of the corrupt ones that tests/support makes. devices: for each command line what the board's own devices have
 answered. keys: for each command line some keys. The formats are described in Fuzzers.h.
 """
 
@@ -22,7 +22,7 @@ import tempfile
 FUZZ = pathlib.Path(__file__).resolve().parent
 TOP = FUZZ.parents[1]
 SEEDS = FUZZ / "seeds"
-sys.path.insert(0, str(TOP / "tests" / "command"))
+sys.path.insert(0, str(TOP / "tests" / "support"))
 
 import corrupt_firmware  # noqa: E402
 import firmware  # noqa: E402

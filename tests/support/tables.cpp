@@ -2,7 +2,7 @@
 //
 //   hwboard_tables BOARD CASES PROGRESS
 //
-// loads the board once and then, for each case of the file (tests/command/corrupt_firmware.py writes it),
+// loads the board once and then, for each case of the file (corrupt_firmware.py writes it),
 // puts the pieces into the board's memory, runs the words as the program does between its start and its end,
 // and clears the pieces again. PROGRESS holds the number of the case that is running: what is left there when
 // the process dies is the one to look at. A case that takes longer than CASE_SECONDS ends the process with

@@ -21,7 +21,7 @@ import cpio
 import image
 
 HERE = os.path.dirname(os.path.abspath(__file__))
-BUILD = os.path.abspath(os.environ.get("HWREG_BUILD", f"{HERE}/../../build"))
+BUILD = os.path.abspath(os.environ.get("HWREG_BUILD", f"{HERE}/../../../build"))
 GUEST = f"{BUILD}/guest"
 PROGRAM = os.path.abspath(os.environ.get("HWREG", f"{BUILD}/hwreg"))
 
@@ -97,7 +97,7 @@ def prepare():
     environment = dict(os.environ, HWREG_BUILD=BUILD)
     done = subprocess.run([f"{HERE}/prepare"], env=environment, stdout=subprocess.DEVNULL, check=False)
     if done.returncode:
-        raise GuestError("tests/guest/prepare failed, see above")
+        raise GuestError("tests/support/qemu/prepare failed, see above")
 
 
 def run(machine, commands, files=None, fetch=(), ends_itself=False):

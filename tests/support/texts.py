@@ -6,7 +6,7 @@ A form is a line such as "/PCI /RB|/RW|/RD bus device function offset": switch w
 import re
 import subprocess
 
-from examples import TOP
+from harness import TOP
 
 REFERENCE = TOP / "docs" / "commands.txt"
 MANUAL = TOP / "docs" / "hwreg.8"

@@ -160,7 +160,7 @@ def acpi_pieces(rng):
 
 
 def write_cases(path, cases):
-    """The cases as tests/support/tables.cpp reads them: for each the count and length of its words and the count of
+    """The cases as tables.cpp reads them: for each the count and length of its words and the count of
     its pieces; the words with a NUL each; for each piece address, length and bytes."""
     with open(path, "wb") as file:
         for case in cases:

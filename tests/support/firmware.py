@@ -253,7 +253,7 @@ def amd_memory():
 
 
 def board_text(title, systab, memory):
-    lines = [f"# {title} Made by tests/command/firmware.py."]
+    lines = [f"# {title} Made by tests/support/firmware.py."]
     lines += [f'systab sys "{line}"' for line in systab]
     for address, data in memory:
         lines += ["", *bytes_lines(address, data, 32)]

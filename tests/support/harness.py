@@ -34,6 +34,7 @@ BOARDS = TOP / "sim" / "boards"
 
 NO_STEP = b"cannot be stepped through"  # the board says so where the processor is emulated
 
+NAMES = ["stdin", "stdout", "stderr"]
 CLOSED = "closed"  # for stdin, stdout, stderr: the descriptor is not open at all
 WRAPPER = shlex.split(os.environ.get("HWREG_WRAPPER", ""))
 SLOWNESS = 10 if WRAPPER else 1  # of the wrapper
@@ -95,6 +96,24 @@ class Result:
         with open(self.memory_file, "rb") as file:
             file.seek(address)
             return file.read(length)
+
+
+def contents(path):
+    """The pages of a sparse file that hold anything but zeros."""
+    pages = {}
+    with open(path, "rb") as file:
+        end, at = os.fstat(file.fileno()).st_size, 0
+        while at < end:
+            try:
+                start = os.lseek(file.fileno(), at, os.SEEK_DATA)
+            except OSError:  # no data behind this place
+                break
+            at = os.lseek(file.fileno(), start, os.SEEK_HOLE)
+            for page in range(start & ~0xFFF, at, 0x1000):
+                data = os.pread(file.fileno(), 0x1000, page)
+                if any(data):
+                    pages[page] = data
+    return pages
 
 
 class Timeout(AssertionError):
