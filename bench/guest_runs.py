@@ -7,7 +7,7 @@ import sys
 
 from runs import BUILD, TOP, first_line, grouped, medians, say, table, timer_words
 
-sys.path.append(f"{TOP}/tests/guest")
+sys.path += [f"{TOP}/tests/guest", f"{TOP}/tests/support/qemu"]
 import boots
 import guest
 

@@ -12,13 +12,13 @@ import callgrind
 from guest_runs import measure_guest
 from runs import BUILD, HERE, HWREG, TOP, first_line, grouped, medians, say, table, timer_words, write_record
 
-sys.path.append(f"{TOP}/tests/command")
+sys.path.append(f"{TOP}/tests/support")
 import firmware  # tables as firmware lays them out
 
 LIBRARY = f"{BUILD}/libhwboard.so"
 TIMER = f"{BUILD}/bench_timer"
 EMPTY = [f"{BUILD}/bench_empty"]
-INTEL = f"{TOP}/tests/board/boards/intel.board"
+INTEL = f"{TOP}/sim/boards/intel.board"
 FILLED = f"{HERE}/filled.board"
 
 START = 0x10000000  # of the memory that is copied and searched
@@ -172,7 +172,7 @@ SMBIOS_ENTRY, SMBIOS_TABLE = 0x50000000, 0x50010000
 
 def write_smbios_board(path, structures):
     memory = firmware.smbios3(SMBIOS_ENTRY, SMBIOS_TABLE, structures)
-    lines = [f"include {TOP}/tests/board/boards/base.board", *firmware.board_lines(memory)]
+    lines = [f"include {TOP}/sim/boards/base.board", *firmware.board_lines(memory)]
     with open(path, "w", encoding="ascii") as stream:
         stream.write("\n".join([*lines, f'systab sys "SMBIOS3={SMBIOS_ENTRY:#x}"', ""]))
 

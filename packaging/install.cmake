@@ -18,23 +18,14 @@ install(FILES completion/hwreg ${made}/hwreg-sim DESTINATION share/bash-completi
 compressed(${CMAKE_SOURCE_DIR}/docs/hwreg.8 hwreg.8 share/man/man8)
 
 # hwreg-sim finds the rest from where it lies itself.
-install(PROGRAMS tests/board/hwreg-sim DESTINATION bin)
+install(PROGRAMS sim/hwreg-sim DESTINATION bin)
 install(TARGETS hwboard LIBRARY DESTINATION lib/x86_64-linux-gnu/hwreg)
-install(DIRECTORY tests/board/boards/ DESTINATION share/hwreg/boards)
+install(DIRECTORY sim/boards/ DESTINATION share/hwreg/boards)
 compressed(${CMAKE_SOURCE_DIR}/docs/hwreg-sim.1 hwreg-sim.1 share/man/man1)
 
 # The help screen sends its readers to ReadMe.doc.
 install(FILES docs/commands.txt DESTINATION ${documents} RENAME ReadMe.doc)
 install(DIRECTORY docs/ DESTINATION ${documents} FILES_MATCHING PATTERN "*.md")
-
-# The page on board files: how to begin, then what the board's own page says on the log, the lines and the machines.
-set(board_page ${CMAKE_SOURCE_DIR}/tests/board/README.md)
-add_custom_command(OUTPUT ${made}/boards.md
-  COMMAND cp ${CMAKE_CURRENT_LIST_DIR}/boards.md boards.md
-  COMMAND sh -c "sed -n '/^## The log/,/^## Adding/{/^## Adding/!p}' '${board_page}' >>boards.md"
-  DEPENDS ${CMAKE_CURRENT_LIST_DIR}/boards.md ${board_page} WORKING_DIRECTORY ${made} VERBATIM)
-set_property(GLOBAL APPEND PROPERTY installed_files ${made}/boards.md)
-install(FILES ${made}/boards.md DESTINATION ${documents})
 
 install(FILES packaging/copyright DESTINATION ${documents})
 install(FILES packaging/lintian-overrides DESTINATION share/lintian/overrides RENAME hwreg)

@@ -1,4 +1,10 @@
 # Sourced by the scripts: makes sure that Debian packages are there.
+packages_lock=${BASH_SOURCE[0]}
+
+# apt-get for one at a time: rings run side by side, and updating the lists does not wait by itself.
+apt_get() {
+    DEBIAN_FRONTEND=noninteractive flock --close "$packages_lock" apt-get -q -o DPkg::Lock::Timeout=300 "$@" </dev/null
+}
 
 # need_packages PACKAGE... installs those that are missing, as root; otherwise says what to install and fails.
 need_packages() {
@@ -27,8 +33,7 @@ install_packages() {
     echo "installing $*" >&2
     local log
     log=$(mktemp)
-    if ! { apt-get update && DEBIAN_FRONTEND=noninteractive apt-get install -y --no-install-recommends "$@"; } \
-        >"$log" 2>&1 </dev/null; then
+    if ! { apt_get update && apt_get install -y --no-install-recommends "$@"; } >"$log" 2>&1; then
         cat "$log" >&2
         rm -f "$log"
         return 1

@@ -11,10 +11,9 @@ import re
 
 import pytest
 
-from harness import CLOSED, WRAPPER
+from harness import CLOSED, NAMES, WRAPPER, contents
 
 CLOSED_SETS = [set(which) for count in range(4) for which in itertools.combinations((0, 1, 2), count)]
-NAMES = ["stdin", "stdout", "stderr"]
 COMMANDS = {
     "/PCI /RB 0 0 0 0": (0x86, b"return data:0x86\n"),
     "/PCI /RW 1 0 0 0x10c": (0x30, b"return data:0x2030\n"),
@@ -33,24 +32,6 @@ def ids(which):
 
 def closed_arguments(which):
     return {NAMES[number]: CLOSED for number in which}
-
-
-def contents(path):
-    """The pages of a sparse file that hold anything but zeros."""
-    pages = {}
-    with open(path, "rb") as file:
-        end, at = os.fstat(file.fileno()).st_size, 0
-        while at < end:
-            try:
-                start = os.lseek(file.fileno(), at, os.SEEK_DATA)
-            except OSError:  # no data behind this place
-                break
-            at = os.lseek(file.fileno(), start, os.SEEK_HOLE)
-            for page in range(start & ~0xFFF, at, 0x1000):
-                data = os.pread(file.fileno(), 0x1000, page)
-                if any(data):
-                    pages[page] = data
-    return pages
 
 
 def test_contents_of_a_sparse_file_are_found(tmp_path):

@@ -12,8 +12,8 @@ import pytest
 
 from harness import BOARDS, BUILD, TOP
 
-SIM = TOP / "tests" / "board" / "hwreg-sim"
-PAGE = TOP / "packaging" / "boards.md"
+SIM = TOP / "sim" / "hwreg-sim"
+PAGE = TOP / "docs" / "boards.md"
 READ_HOST = "PCI Read Byte BDFO: 0 0 0 0, return data:0x86\n"
 READ_HOST_LOG = ["iopl 3", "open /dev/mem rdwr sync cloexec -> ok", "open /dev/cpu/0/msr rdonly cloexec -> ok",
                  "close /dev/cpu/0/msr", "out8 00ed 00", "out8 00ed 00", "out32 0cf8 80000000", "in8 0cfc -> 86",

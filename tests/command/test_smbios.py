@@ -794,7 +794,7 @@ def test_a_walk_ends_at_the_end_of_the_copy(run, name, words):
 
 @pytest.mark.parametrize("name", firmware.board_texts())
 def test_the_firmware_of_a_board_is_the_generated_one(name):
-    # After a change: /usr/bin/python3 tests/command/firmware.py
+    # After a change: /usr/bin/python3 tests/support/firmware.py
     assert (firmware.BOARD_FIRMWARE / name).read_text() == firmware.board_texts()[name]
 
 

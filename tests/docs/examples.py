@@ -5,9 +5,10 @@
     tests/docs/examples.py --update FILE...   writes what is really printed into the files
 
 A session is a run of indented lines (in a manual page: the lines between .EX and .EE) that begins with a command
-behind "$ ". The commands of one session share a shell and a folder. They are real shell lines: pipes, $? and files
-work. hwreg-sim and scripts/run are the ones of this tree, with the program of the build folder ($HWREG_BUILD, or
-build/). Lines end without carriage returns and blanks.
+behind "$ ". The commands of one session share a shell and a folder, in which lie the files that the document shows: the
+indented lines below "A file `NAME`:". They are real shell lines: pipes, $? and files work. hwreg-sim and scripts/run are
+the ones of this tree, with the program of the build folder ($HWREG_BUILD, or build/). Lines end without carriage
+returns and blanks.
 """
 
 import argparse
@@ -18,16 +19,19 @@ import re
 import subprocess
 import sys
 import tempfile
+import textwrap
 
 TOP = pathlib.Path(__file__).resolve().parents[2]
 BUILD = pathlib.Path(os.environ.get("HWREG_BUILD", TOP / "build")).resolve()
 SECONDS = 60
 MARK = "\x1e"  # printed before each command: no program prints it
 
+
 class Session:
     """Commands and the output shown behind each, with the place in the document."""
 
     def __init__(self, first, indent, lines):
+        self.files = {}  # contents by name
         self.first = first  # index of the first line
         self.count = len(lines)
         self.indent = indent
@@ -77,14 +81,23 @@ def is_manual(path):
     return path.suffix in (".1", ".8")
 
 
+def files_shown(text):
+    shown_files = re.findall(r"^A file `([^`/]+)`:\n\n((?:(?: {4}.*)?\n)+)", text, re.MULTILINE)
+    return {name: textwrap.dedent(body) for name, body in shown_files}
+
+
 def sessions(path):
-    lines = path.read_text().split("\n")
-    return list(manual_sessions(lines) if is_manual(path) else plain_sessions(lines))
+    text = path.read_text()
+    lines = text.split("\n")
+    found = list(manual_sessions(lines) if is_manual(path) else plain_sessions(lines))
+    for session in found:
+        session.files = files_shown(text)
+    return found
 
 
 def make_launchers(folder):
     """Makes bin/hwreg-sim, to be found in the path, and scripts/run."""
-    for name, program in (("bin/hwreg-sim", "tests/board/hwreg-sim"), ("scripts/run", "scripts/run")):
+    for name, program in (("bin/hwreg-sim", "sim/hwreg-sim"), ("scripts/run", "scripts/run")):
         path = folder / name
         path.parent.mkdir()
         path.write_text(f"#!/bin/sh\nexec '{TOP / program}' \"$@\"\n")
@@ -98,6 +111,8 @@ def perform(session):
         script += f"printf '{MARK}'\n(exit $status)\n{command}\nstatus=$?\n"
     with tempfile.TemporaryDirectory() as name:
         make_launchers(pathlib.Path(name))
+        for file, text in session.files.items():
+            (pathlib.Path(name) / file).write_text(text)
         environment = {**os.environ, "HWREG_BUILD": str(BUILD), "PATH": f"{name}/bin:{os.environ['PATH']}"}
         ran = subprocess.run(["bash", "-c", script], cwd=name, env=environment, stdin=subprocess.DEVNULL,
                              stdout=subprocess.PIPE, stderr=subprocess.STDOUT, timeout=SECONDS, check=False)

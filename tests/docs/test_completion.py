@@ -12,7 +12,7 @@ import pytest
 from examples import TOP
 from texts import COMPLETION, completion_forms, words_of
 
-SIMULATOR = str(TOP / "tests" / "board" / "hwreg-sim")
+SIMULATOR = str(TOP / "sim" / "hwreg-sim")
 
 # What the kernel of some machine tells.
 MACHINE = r"""

@@ -35,7 +35,10 @@ def tree(tmp_path_factory):
     tree = tmp_path_factory.mktemp("tree")
     shutil.copytree(TOP, tree, ignore=LEFT_OUT, dirs_exist_ok=True)
     for name, text in NEW_FILES:
+        (tree / name).parent.mkdir(exist_ok=True)
         (tree / name).write_text(text)
+    for words in re.findall(r"^    (chmod .*)$", PAGE, re.MULTILINE):
+        assert sh("sh", "-c", f"cd '{tree}' && {words}").returncode == 0
     patched = sh("patch", "-p1", "--no-backup-if-mismatch", "-d", tree, given=CHANGES)
     assert patched.returncode == 0 and "fuzz" not in patched.stdout, patched.stdout
     configured = sh("cmake", "-S", tree, "-B", tree / "build", "-DCMAKE_BUILD_TYPE=Debug")
@@ -51,12 +54,13 @@ def run_tests(tree, *which):
 
 def test_page_has_the_pieces_of_a_change():
     assert [name for name, _ in NEW_FILES] == [
-        "Project/Lpt.h", "Project/Lpt.cpp", "tests/board/models/Printer.h", "tests/board/models/Printer.cpp",
-        "tests/board/boards/printer.board", "tests/command/test_lpt.py",
+        "Project/Lpt.h", "Project/Lpt.cpp", "sim/models/Printer.h", "sim/models/Printer.cpp",
+        "sim/boards/printer.board", "tests/command/test_lpt.py", "tests/libraries/ring",
+        "tests/libraries/test_libraries.py",
     ]  # fmt: skip
     changed = re.findall(r"^\+\+\+ b/(.*)$", CHANGES, re.MULTILINE)
-    assert changed == ["Common/Global.h", "Main/Parser.cpp", "Main/Main.cpp", "tests/board/Keywords.cpp",
-                       "tests/board/CMakeLists.txt"]
+    assert changed == ["Common/Global.h", "Main/Parser.cpp", "Main/Main.cpp", "sim/Keywords.cpp",
+                       "sim/CMakeLists.txt"]
 
 
 def test_new_test_of_the_page_passes(tree):
@@ -68,6 +72,31 @@ def test_documents_are_missed(tree):
     ran = run_tests(tree, tree / "tests/docs/test_words.py")
     assert ran.returncode == 1 and "'LPT'" in ran.stdout
     assert "FAILED" in ran.stdout and "test_every_switch_word_is_in_a_form" in ran.stdout
+
+
+def run_ring(tree):
+    return sh(tree / "scripts" / "test", "libraries", env={"HWREG_BUILD": str(tree / "build")})
+
+
+def test_ring_of_the_page_is_found_and_passes(tree):
+    assert "\n    scripts/test libraries\n" in PAGE
+    ran = run_ring(tree)
+    assert ran.returncode == 0 and ran.stdout.endswith("\n1 passed, 0 failed\n"), ran.stdout
+
+
+def test_ring_of_the_page_fails_when_the_program_asks_for_more(tree):
+    path = tree / "CMakeLists.txt"
+    text = path.read_text()
+    path.write_text(text.replace("-static-libstdc++ -static-libgcc -Wl,--as-needed", "-Wl,--no-as-needed"))
+    ran = run_ring(tree)
+    path.write_text(text)
+    assert ran.returncode == 1 and ran.stdout.endswith("\n0 passed, 1 failed\n"), ran.stdout
+    build(tree)
+
+
+def test_row_of_the_ring_is_missed(tree):
+    ran = run_tests(tree, tree / "tests/docs/test_rings.py")
+    assert ran.returncode == 1 and "FAILED" in ran.stdout and "test_readme_has_a_row_for_each_ring" in ran.stdout
 
 
 @pytest.mark.parametrize("good, bad", [(STROBE, SWAPPED), (WAIT, "    if (WaitNotBusy(), false) {")],

@@ -61,6 +61,12 @@ def test_commands_of_a_session_share_their_folder(tmp_path):
     assert examples.differences(examples.sessions(path)[0]) == []
 
 
+def test_a_file_that_the_document_shows_lies_in_the_folder(tmp_path):
+    path = tmp_path / "page.md"
+    path.write_text("A file `a.txt`:\n\n    one\n\n      two\n\nText\n\n    $ cat a.txt\n    one\n\n      two\n")
+    assert examples.differences(examples.sessions(path)[0]) == []
+
+
 def test_an_empty_line_in_the_output_belongs_to_the_session(tmp_path):
     path = tmp_path / "page.txt"
     path.write_text("    $ printf 'a\\n\\nb\\n'\n    a\n\n    b\n\nText\n")

@@ -1,4 +1,4 @@
-"""Runs a command line with one call of the program failing (tests/board/Faults.cpp), and tells what was left behind."""
+"""Runs a command line with one call of the program failing (Faults.cpp), and tells what was left behind."""
 
 import re
 import shutil

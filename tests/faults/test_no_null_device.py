@@ -5,8 +5,7 @@ import itertools
 import pytest
 
 import injection
-from harness import CLOSED, Run, run_program
-from test_descriptors import NAMES, contents
+from harness import CLOSED, NAMES, Run, contents, run_program
 
 CLOSED_SETS = [which for count in (1, 2, 3) for which in itertools.combinations(range(3), count)]
 

@@ -3,7 +3,7 @@
     with Nodes(folder, ["node1", "node2"]) as nodes:
         nodes.clush("-w @lab -b uptime")
 
-The guests are those of tests/guest, with dropbear and an emulated network card; each has its port 22 at a port of
+The guests are those of tests/support/qemu, with dropbear and an emulated network card; each has its port 22 at a port of
 127.0.0.1. Besides them the group @lab has `gone`, whose port nobody listens at.
 """
 
@@ -12,14 +12,10 @@ import os
 import pathlib
 import socket
 import subprocess
-import sys
 import time
 
-TESTS = pathlib.Path(__file__).resolve().parents[1]
-sys.path.insert(0, str(TESTS / "guest"))
-
-import guest  # noqa: E402
-import image  # noqa: E402
+import guest
+import image
 
 DROPBEAR = "/usr/sbin/dropbear"
 SERVE = """

@@ -14,8 +14,8 @@ SCREEN = (24, 80)
 
 def perform(command, folder, status=0):
     """What a command of the page prints, in a folder, with the machines of the source tree."""
-    command = command.replace("/usr/share/hwreg/boards", str(page.TOP / "tests/board/boards"))
-    tools = f"{page.TOP}/tests/board:{os.environ['PATH']}"
+    command = command.replace("/usr/share/hwreg/boards", str(page.TOP / "sim/boards"))
+    tools = f"{page.TOP}/sim:{os.environ['PATH']}"
     environment = {**os.environ, "PATH": tools, "HWREG_BUILD": str(BUILD), "LC_ALL": "C.UTF-8"}
     return subprocess.run(["bash", "-c", f"(exit {status})\n{command}"], cwd=folder, env=environment, text=True,
                           stdin=subprocess.DEVNULL, stdout=subprocess.PIPE, stderr=subprocess.PIPE, timeout=120,
@@ -63,7 +63,7 @@ def test_three_of_two_hundred_are_seen_in_one_screen(performed):
 def intel(tmp_path):
     for node in ("a1", "a2"):
         (tmp_path / f"{node}.board").write_text("include /usr/share/hwreg/boards/intel.board\n".replace(
-            "/usr/share/hwreg/boards", str(page.TOP / "tests/board/boards")))
+            "/usr/share/hwreg/boards", str(page.TOP / "sim/boards")))
     return tmp_path
 
 

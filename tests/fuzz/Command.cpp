@@ -1,7 +1,7 @@
 #include "Command.h"
 
-#include "Board.h"
 #include "Sandbox.h"
+#include "sim/Board.h"
 
 #include <fcntl.h>
 #include <signal.h>

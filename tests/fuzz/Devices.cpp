@@ -1,5 +1,5 @@
-#include "Board.h"
 #include "Command.h"
+#include "sim/Board.h"
 
 constexpr uint32_t EXTENDED_SIGNATURE = 0x80000001;
 constexpr uint32_t FAMILY_17H_SIGNATURE = 0x00870F10;

@@ -1,6 +1,6 @@
 // The program's port accesses go to the board straight away: an instruction that faults takes many times as
 // long.
-#include "Board.h"
+#include "sim/Board.h"
 
 constexpr uint16_t DELAY_PORT = 0xED;
 

@@ -1,6 +1,6 @@
 #include "Sandbox.h"
 
-#include "Board.h"
+#include "sim/Board.h"
 
 #include <dlfcn.h>
 #include <errno.h>

@@ -1,8 +1,8 @@
 #include "BasicLib/Driver.h"
-#include "Board.h"
 #include "Command.h"
 #include "Sandbox.h"
-#include "probes/TableCommand.h"
+#include "sim/Board.h"
+#include "tests/support/TableCommand.h"
 
 constexpr uint64_t MEMORY_END = uint64_t(1) << 32;
 

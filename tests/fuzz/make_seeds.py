@@ -1,28 +1,31 @@
 #!/usr/bin/python3
 """Writes the fuzzers' first inputs (seeds/) and their dictionaries, from real cases.
 
-    tests/fuzz/make_seeds.py [FUZZ_PROGRAM]     build/fuzz/hwreg_fuzz, which records what the boards' devices answer
+    tests/fuzz/make_seeds.py                           makes them; builds the fuzzers, which record what devices answer
+    tests/fuzz/make_seeds.py --found FUZZER FILE WHAT  keeps an input that has found a fault, under the name found-WHAT
 
 words: the forms and the examples of docs/commands.txt. tables: the boards' firmware with each command line, and a
-number of the corrupt ones that tests/command makes. devices: for each command line what the board's own devices have
+number of the corrupt ones that tests/support makes. devices: for each command line what the board's own devices have
 answered. keys: for each command line some keys. The formats are described in Fuzzers.h.
 """
 
+import argparse
 import itertools
 import os
 import pathlib
 import re
 import shlex
-import shutil
 import struct
 import subprocess
 import sys
 import tempfile
 
+import archive
+
 FUZZ = pathlib.Path(__file__).resolve().parent
 TOP = FUZZ.parents[1]
-SEEDS = FUZZ / "seeds"
-sys.path.insert(0, str(TOP / "tests" / "command"))
+BUILD = pathlib.Path(os.environ.get("HWREG_BUILD", TOP / "build")).resolve()
+sys.path.insert(0, str(TOP / "tests" / "support"))
 
 import corrupt_firmware  # noqa: E402
 import firmware  # noqa: E402
@@ -40,17 +43,12 @@ MAX_ANSWERS = 1024
 REST = 0xFF
 PCI_PORTS, OTHER_PORTS, DEVICE_MEMORY, MSRS = 1, 2, 4, 8  # the doors of Board.h
 CONFIGURATION_WINDOWS = (range(0xE0000000, 0xF0000000), range(0xF8000000, 0xFC000000))
+FOUND = "found-"
 KEYS = {"none": b"", "lines": b"\n\n\n\n\n\n", "esc": b" \x1b", "others": b"q\x03\x1a\xff\x00\x1b[A\n"}
 
 
 def slug(text):
     return re.sub(r"[^A-Za-z0-9]+", "-", text).strip("-").lower()[:60]
-
-
-def write(fuzzer, name, data):
-    folder = SEEDS / fuzzer
-    folder.mkdir(parents=True, exist_ok=True)
-    (folder / name).write_bytes(data)
 
 
 def command_lines(name):
@@ -87,10 +85,10 @@ def examples():
             yield words
 
 
-def make_words():
+def words_seeds():
     for words in [*forms(), *examples(), ["/?"], ["/IO", "/?"], []]:
         board = "amd" if words and words[0].startswith(AMD_ONLY) else "intel"
-        write("words", slug("-".join([board, *words])), board[:1].encode() + "".join(f"{w}\n" for w in words).encode())
+        yield slug("-".join([board, *words])), board[:1].encode() + "".join(f"{w}\n" for w in words).encode()
 
 
 def table_input(line, word, systab, pieces):
@@ -110,18 +108,18 @@ def line_of(words, lines):
     raise ValueError(words)
 
 
-def make_tables():
+def tables_seeds():
     lines = command_lines("tables")
     sound = {"intel": (firmware.INTEL_SYSTAB, firmware.intel_memory()), "amd": ([], firmware.amd_memory())}
     for number, (_, words) in enumerate(lines):
         word = {"/TYPE": "4", "/S": "Simulated"}.get(words[-1], "")
         for board, (systab, memory) in sound.items():
-            write("tables", slug("-".join([board, *words, word])), table_input(number, word, systab, memory))
+            yield slug("-".join([board, *words, word])), table_input(number, word, systab, memory)
     for number in range(CORRUPT_TABLES):
         case = corrupt_firmware.make_case(f"seed:{number}")
         if max((len(data) for _, data in case.pieces), default=0) < 2000:
             made = table_input(*line_of(case.words, lines), case.systab, case.pieces)
-            write("tables", slug("-".join([f"corrupt-{number:02}", *case.words])), made)
+            yield slug("-".join([f"corrupt-{number:02}", *case.words])), made
 
 
 def read_of(line):
@@ -145,20 +143,20 @@ def answers(reads, doors):
     return taken[:MAX_ANSWERS]
 
 
-def record(program, number):
+def record(number):
     """What the devices answer when they are left alone."""
     with tempfile.TemporaryDirectory() as folder:
         file, log = (pathlib.Path(folder) / name for name in ("input", "log"))
         file.write_bytes(one_byte([number, 0]))
-        board = TOP / "tests" / "board" / "boards" / "base.board"  # with one, the board library keeps a log
+        board = TOP / "sim" / "boards" / "base.board"  # with one, the board library keeps a log
         environment = {**os.environ, "HWBOARD": str(board), "HWBOARD_LOG": str(log)}
-        subprocess.run([program, "devices", file], env=environment, check=True, timeout=60)
+        subprocess.run([BUILD / "fuzz" / "hwreg_fuzz", "devices", file], env=environment, check=True, timeout=60)
         return [read for read in map(read_of, log.read_text("latin-1").splitlines()) if read]
 
 
-def make_devices(program):
+def devices_seeds():
     for number, (board, words) in enumerate(command_lines("devices")):
-        reads = record(program, number)
+        reads = record(number)
         beside_pci = 0
         for door, _, _, configuration in reads:
             if door != PCI_PORTS and not configuration:
@@ -167,15 +165,15 @@ def make_devices(program):
         for name, doors in {"all": every, "device": beside_pci}.items():
             if doors:
                 made = one_byte([number, doors, REST]) + answers(reads, doors)
-                write("devices", slug("-".join([name, board, *words])), made)
+                yield slug("-".join([name, board, *words])), made
 
 
-def make_keys():
+def keys_seeds():
     for number, (board, words) in enumerate(command_lines("keys")):
         for index, (name, keys) in enumerate(KEYS.items()):
             terminal = (number + index) % 2
             kind = "terminal" if terminal else "pipe"
-            write("keys", slug("-".join([kind, name, board, *words])), one_byte([number, terminal]) + keys)
+            yield slug("-".join([kind, name, board, *words])), one_byte([number, terminal]) + keys
 
 
 def write_dictionary(name, tokens):
@@ -192,14 +190,28 @@ def make_dictionaries():
     write_dictionary("tables", names)
 
 
-def main():
-    program = pathlib.Path(sys.argv[1] if len(sys.argv) > 1 else TOP / "build" / "fuzz" / "hwreg_fuzz").resolve()
-    shutil.rmtree(SEEDS, ignore_errors=True)
-    make_words()
-    make_tables()
-    make_devices(program)
-    make_keys()
+MAKERS = {"words": words_seeds, "tables": tables_seeds, "devices": devices_seeds, "keys": keys_seeds}
+
+
+def make_all():
+    subprocess.run([FUZZ / "build"], check=True)
+    for fuzzer, made in MAKERS.items():
+        found = {name: data for name, data in archive.read(fuzzer).items() if name.startswith(FOUND)}
+        archive.write(fuzzer, {**dict(made()), **found})
     make_dictionaries()
+
+
+def main():
+    parser = argparse.ArgumentParser(description=__doc__, formatter_class=argparse.RawDescriptionHelpFormatter)
+    parser.add_argument("--found", nargs=3, metavar=("FUZZER", "FILE", "WHAT"))
+    given = parser.parse_args()
+    if given.found is None:
+        make_all()
+    else:
+        fuzzer, file, what = given.found
+        if fuzzer not in MAKERS:
+            parser.error(f"no such fuzzer: {fuzzer}")
+        archive.write(fuzzer, {**archive.read(fuzzer), FOUND + slug(what): pathlib.Path(file).read_bytes()})
 
 
 if __name__ == "__main__":

@@ -15,6 +15,8 @@ import subprocess
 import sys
 import xml.etree.ElementTree as tree
 
+import archive
+
 FUZZ = pathlib.Path(__file__).resolve().parent
 NAMES = ("words", "tables", "devices", "keys")
 SECONDS = int(os.environ.get("FUZZ_SECONDS", "60"))
@@ -29,10 +31,17 @@ ENVIRONMENT = {
 }
 
 
-def failing_seeds(program, name):
+def unpack_seeds(name, folder):
+    shutil.rmtree(folder, ignore_errors=True)
+    folder.mkdir(parents=True)
+    for seed, data in archive.read(name).items():
+        (folder / seed).write_bytes(data)
+
+
+def failing_seeds(program, name, seeds):
     """The seeds that the program does not survive, each with how it ended."""
     failed = []
-    for seed in sorted((FUZZ / "seeds" / name).iterdir()):
+    for seed in sorted(seeds.iterdir()):
         try:
             done = subprocess.run([program, name, seed], stdout=subprocess.DEVNULL, stderr=subprocess.PIPE,
                                   env=ENVIRONMENT, timeout=REALLY_SLOW / 1000)
@@ -44,12 +53,12 @@ def failing_seeds(program, name):
     return failed
 
 
-def fuzz(program, name, out):
+def fuzz(program, name, seeds, out):
     """Runs AFL++; gives its figures, or None and its last words when it could not run."""
     shutil.rmtree(out, ignore_errors=True)
     out.mkdir(parents=True)
     dictionary = FUZZ / f"{name}.dict"
-    command = ["afl-fuzz", "-V", str(SECONDS), "-t", str(SLOWEST), "-m", "none", "-i", FUZZ / "seeds" / name, "-o", out]
+    command = ["afl-fuzz", "-V", str(SECONDS), "-t", str(SLOWEST), "-m", "none", "-i", seeds, "-o", out]
     command += ["-x", dictionary] if dictionary.exists() else []
     done = subprocess.run([*command, "--", program, name, "@@"], env=ENVIRONMENT, stdin=subprocess.DEVNULL,
                           stdout=subprocess.PIPE, stderr=subprocess.STDOUT)
@@ -66,9 +75,10 @@ def findings(out, kind):
 
 
 def run(build, results, name):
-    program, out = build / "hwreg_fuzz", build / "out" / name
-    checks = {"seeds_run_cleanly": failing_seeds(program, name)}
-    figures, complaint = fuzz(program, name, out)
+    program, seeds, out = build / "hwreg_fuzz", build / "seeds" / name, build / "out" / name
+    unpack_seeds(name, seeds)
+    checks = {"seeds_run_cleanly": failing_seeds(program, name, seeds)}
+    figures, complaint = fuzz(program, name, seeds, out)
     if figures is None:
         checks["the_fuzzer_runs"] = [complaint]
         report = [f"{name}: the fuzzer did not run, see {out / 'log'}"]

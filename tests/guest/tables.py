@@ -3,16 +3,11 @@ read back into bytes."""
 
 import os
 import subprocess
-import sys
 
 import guest
 
 HERE = os.path.dirname(os.path.abspath(__file__))
 TOP = os.path.abspath(f"{HERE}/../..")
-sys.path.append(f"{HERE}/../command")
-
-import firmware_model  # noqa: E402, F401 (for the test modules)
-
 PROBE = "/usr/bin/hwreg-tables"
 
 

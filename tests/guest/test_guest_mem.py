@@ -1,15 +1,11 @@
 """Physical memory, compared with dd of /dev/mem and busybox's devmem."""
 
-import os
 import re
-import sys
 
 import pytest
 
 from boots import Q35, SCRATCH, STRICT
-
-sys.path.append(f"{os.path.dirname(os.path.abspath(__file__))}/../command")
-from search_rule import hits_by_the_rule, report  # noqa: E402
+from search_rule import hits_by_the_rule, report
 
 SIZES = {"B": 1, "W": 2, "D": 4}
 NAMES = {"B": "Byte", "W": "Word", "D": "Dword"}

@@ -211,7 +211,7 @@ def test_the_help_screen_sends_to_a_reference_that_is_there(root):
 
 def test_the_page_on_boards_explains_every_keyword(root):
     page = root.must("cat /usr/share/doc/hwreg/boards.md")
-    keywords = re.findall(r'^ *\{"([a-z0-9-]+)",', (TOP / "tests/board/Keywords.cpp").read_text(), re.MULTILINE)
+    keywords = re.findall(r'^ *\{"([a-z0-9-]+)",', (TOP / "sim/Keywords.cpp").read_text(), re.MULTILINE)
     assert len(keywords) > 20
     assert [word for word in keywords if not re.search(rf"(?<![\w-]){word}(?![\w-])", page)] == []
     assert page.startswith("# Board files") and "## The log" in page and "Adding a device model" not in page

@@ -23,7 +23,7 @@ NO_CODE = re.compile(r"""//[^\n]*|/\*.*?\*/|"(?:\\.|[^"\\\n])*"|(?<!\w)'(?:\\.|[
 
 def simulator(top):
     """The simulated machine's folder."""
-    return "sim" if (top / "sim").is_dir() else "tests/board"
+    return "sim"
 
 
 def files(top, *folders):

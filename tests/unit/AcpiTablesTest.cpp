@@ -7,7 +7,7 @@
 #include <gtest/gtest.h>
 
 #include "TestHelp.h"
-#include "tests/board/Board.h"
+#include "sim/Board.h"
 
 // Places of the tables: each in pages of its own.
 static constexpr uint32_t ROOT = 0xF5A00;

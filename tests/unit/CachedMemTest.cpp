@@ -9,7 +9,7 @@
 #include "BasicLib/Driver.h"
 #include "BasicLib/PhysMem.h"
 #include "TestHelp.h"
-#include "tests/board/Board.h"
+#include "sim/Board.h"
 
 static const std::string CACHED = "refuse 200000 1000 EAGAIN sync\n";
 static const Log OPEN_AGAIN = {"open /dev/mem rdwr cloexec -> ok"};

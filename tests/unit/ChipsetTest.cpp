@@ -5,7 +5,7 @@
 #include <gtest/gtest.h>
 
 #include "TestHelp.h"
-#include "tests/board/Board.h"
+#include "sim/Board.h"
 
 static uint16_t VendorOf(const char *board) {
     OpenBoard(board);

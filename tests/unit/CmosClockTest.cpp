@@ -9,7 +9,7 @@
 #include "Common/Sprint.h"
 #include "Platform/PmBase.h"
 #include "TestHelp.h"
-#include "tests/board/Board.h"
+#include "sim/Board.h"
 
 // A board whose clock shows a time in the form of register B. Nothing is known of it yet.
 static void OpenClock(const std::string &time, const std::string &registerB, const std::string &lines = "") {

@@ -7,7 +7,7 @@
 #include <gtest/gtest.h>
 
 #include "TestHelp.h"
-#include "tests/board/Board.h"
+#include "sim/Board.h"
 
 // Runs the command and gives what it prints; its result is compared.
 static std::string RunCpu(std::initializer_list<const char *> words, EFI_STATUS status) {

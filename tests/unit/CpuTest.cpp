@@ -5,7 +5,7 @@
 #include <gtest/gtest.h>
 
 #include "TestHelp.h"
-#include "tests/board/Board.h"
+#include "sim/Board.h"
 
 TEST(Cpu, CpusAreCountedByTheirMsrNodes) {
     OpenBoard("intel", "cpus 0-1");

@@ -6,7 +6,7 @@
 
 #include "BasicLib/PhysMem.h"
 #include "TestHelp.h"
-#include "tests/board/Board.h"
+#include "sim/Board.h"
 
 // The first core of the amd board: FIFOs of 64, device 50h with the words 1234h, 5678h and ABh.
 constexpr uint32_t CORE = 0xFEDC2000;

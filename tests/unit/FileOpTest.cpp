@@ -8,7 +8,7 @@
 #include <gtest/gtest.h>
 
 #include "TestHelp.h"
-#include "tests/board/Board.h"
+#include "sim/Board.h"
 
 // Runs the command in a folder of its own and gives what it prints; its result is compared.
 static std::string RunFile(std::initializer_list<const char *> words, uint32_t status) {

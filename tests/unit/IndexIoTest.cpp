@@ -3,7 +3,7 @@
 #include <gtest/gtest.h>
 
 #include "TestHelp.h"
-#include "tests/board/Board.h"
+#include "sim/Board.h"
 
 // Ports 0x70 to 0x77 that keep what is written to them.
 static void OpenPairs() {

@@ -5,7 +5,7 @@
 #include "Common/Global.h"
 #include "Project/IoAcc.h"
 #include "TestHelp.h"
-#include "tests/board/Board.h"
+#include "sim/Board.h"
 
 // Runs the command and gives what it prints; its result is compared.
 static std::string RunIndex(std::initializer_list<const char *> words, uint32_t status) {

@@ -6,7 +6,7 @@
 #include <gtest/gtest.h>
 
 #include "TestHelp.h"
-#include "tests/board/Board.h"
+#include "sim/Board.h"
 
 // Runs the command and gives what it prints; its result is compared.
 static std::string RunPci(std::initializer_list<const char *> words, uint32_t status) {

@@ -6,7 +6,7 @@
 
 #include "BasicLib/PciWindow.h"
 #include "TestHelp.h"
-#include "tests/board/Board.h"
+#include "sim/Board.h"
 
 TEST(PciConfig, ReadsBelow100GoThroughTheLegacyPorts) {
     OpenBoard("intel");

@@ -3,7 +3,7 @@
 #include <gtest/gtest.h>
 
 #include "TestHelp.h"
-#include "tests/board/Board.h"
+#include "sim/Board.h"
 
 TEST(PciFind, AFunctionIsMultipleByItsHeaderType) {
     OpenBoard("intel");

@@ -5,7 +5,7 @@
 #include <gtest/gtest.h>
 
 #include "TestHelp.h"
-#include "tests/board/Board.h"
+#include "sim/Board.h"
 
 TEST(PciPorts, ALegacyReadIsTwoDelaysTheAddressAndTheData) {
     OpenBoard("intel");

@@ -8,7 +8,7 @@
 
 #include "BasicLib/Driver.h"
 #include "TestHelp.h"
-#include "tests/board/Board.h"
+#include "sim/Board.h"
 
 // Memory from 0x500 on holds the address of each dword; these pages log every access.
 static void OpenWatchedMemory() {

@@ -3,7 +3,7 @@
 #include <gtest/gtest.h>
 
 #include "TestHelp.h"
-#include "tests/board/Board.h"
+#include "sim/Board.h"
 
 // Four ports from 0x61 on that hold 0x88442211.
 static void OpenPorts() {

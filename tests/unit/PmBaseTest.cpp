@@ -5,7 +5,7 @@
 #include "Platform/AmdReg.h"
 #include "Platform/IntelReg.h"
 #include "TestHelp.h"
-#include "tests/board/Board.h"
+#include "sim/Board.h"
 
 // Without root pointers there is no FADT.
 static const char *const NO_FADT = "bytes f5a00 00\nbytes f5a10 00\n";

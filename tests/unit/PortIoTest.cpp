@@ -3,7 +3,7 @@
 #include <gtest/gtest.h>
 
 #include "TestHelp.h"
-#include "tests/board/Board.h"
+#include "sim/Board.h"
 
 // Eight ports from 0x1000 on that keep what is written to them.
 static void OpenScratchPorts() {

@@ -14,7 +14,7 @@
 #include "Common/Sprint.h"
 #include "Platform/CmosClock.h"
 #include "TestHelp.h"
-#include "tests/board/Board.h"
+#include "sim/Board.h"
 
 TEST(Rtc, TheOperatingSystemsShutdown) {
     OpenBoard("intel");

@@ -8,7 +8,7 @@
 #include "Platform/AmdReg.h"
 #include "Platform/IntelReg.h"
 #include "TestHelp.h"
-#include "tests/board/Board.h"
+#include "sim/Board.h"
 
 // What was saved lasts as long as the process: each test has one of its own.
 static void InOwnProcess(void (*body)()) {

@@ -8,7 +8,7 @@
 #include "Base/Memory.h"
 #include "SmbiosTables.h"
 #include "TestHelp.h"
-#include "tests/board/Board.h"
+#include "sim/Board.h"
 
 // Maximum speed at 14h and current speed at 16h (DSP0134, 7.5).
 static std::string Processor(uint16_t maximum, uint16_t current) {

@@ -3,7 +3,7 @@
 #include <cstring>
 
 #include "TestHelp.h"
-#include "tests/board/Board.h"
+#include "sim/Board.h"
 
 std::string Structure(uint8_t type, uint16_t handle, const std::string &body, const std::string &strings) {
     std::string text = {static_cast<char>(type), static_cast<char>(4 + body.size()),

@@ -5,7 +5,7 @@
 #include <gtest/gtest.h>
 
 #include "TestHelp.h"
-#include "tests/board/Board.h"
+#include "sim/Board.h"
 
 constexpr uint16_t INTEL_BASE = 0xEFA0; // of the intel board
 constexpr uint32_t POLLS = 0xFFFFF;     // of one wait

@@ -9,7 +9,7 @@
 #include "BasicLib/Cpu.h"
 #include "BasicLib/PciConfig.h"
 #include "TestHelp.h"
-#include "tests/board/Board.h"
+#include "sim/Board.h"
 
 constexpr uint32_t SMN_ON_TWO_DIES = 0x18000; // 11223344h on die 0, 55667788h on die 1
 constexpr uint16_t HOST_BRIDGE = 0;

@@ -19,7 +19,7 @@
 #include "BasicLib/PciWindow.h"
 #include "Common/ComFunc/Console.h"
 #include "Main/Parser.h"
-#include "tests/board/Board.h"
+#include "sim/Board.h"
 
 static CmdArg mRecord;
 static std::vector<std::vector<char *>> mVectors;

@@ -45,7 +45,7 @@ void LimitMalloc(size_t bytes);
 // Heap blocks that the program has taken and not released, over the whole run: compare two of them.
 long BlocksHeld();
 
-// Loads tests/board/boards/<name>.board with these lines of board description behind it, opens the hardware
+// Loads sim/boards/<name>.board with these lines of board description behind it, opens the hardware
 // and clears the log.
 void OpenBoard(const std::string &name, const std::string &lines = "");
 
@@ -60,7 +60,7 @@ void Poke32(uint32_t address, uint32_t value);
 // Number of a PCI function as the board counts them.
 uint16_t Function(unsigned bus, unsigned dev, unsigned fun);
 
-// Lines of the board's access log, one an access (tests/board/README.md describes them).
+// Lines of the board's access log, one an access (docs/boards.md describes them).
 typedef std::vector<std::string> Log;
 
 // The log since it was cleared; it is cleared again.

@@ -1,0 +1,1 @@
+from harness import new_folder, run, terminal  # noqa: F401 (fixtures)

@@ -1,6 +1,0 @@
-import pathlib
-import sys
-
-sys.path.insert(0, str(pathlib.Path(__file__).resolve().parents[1] / "command"))
-
-from harness import new_folder, run, terminal  # noqa: E402, F401 (fixtures)

@@ -1,0 +1,450 @@
+"""Runs the program on a simulated board and tells what it did.
+
+    def test_read_byte(run):
+        result = run("/PCI /RB 0 0 0 0", board="intel")
+        assert result.status == 0x86
+        assert result.ports() == ["out32 0cf8 80000000", "in8 0cfc -> 86"]
+
+The build folder is $HWREG_BUILD, or build/ at the top of the tree. $HWREG_WRAPPER is a command that runs the program
+with its words (valgrind); what it writes to $HWREG_REPORT.* fails the test.
+"""
+
+import contextlib
+import dataclasses
+import fcntl
+import itertools
+import os
+import pathlib
+import pty
+import re
+import select
+import shlex
+import shutil
+import signal
+import struct
+import subprocess
+import termios
+import time
+
+import pytest
+
+TOP = pathlib.Path(__file__).resolve().parents[2]
+BUILD = pathlib.Path(os.environ.get("HWREG_BUILD", TOP / "build")).resolve()
+BOARDS = TOP / "sim" / "boards"
+
+NO_STEP = b"cannot be stepped through"  # the board says so where the processor is emulated
+
+NAMES = ["stdin", "stdout", "stderr"]
+CLOSED = "closed"  # for stdin, stdout, stderr: the descriptor is not open at all
+WRAPPER = shlex.split(os.environ.get("HWREG_WRAPPER", ""))
+SLOWNESS = 10 if WRAPPER else 1  # of the wrapper
+# Seconds without further output after which a program on a terminal is taken to wait for a key, and the same when there
+# has been no output at all since the last key (a machine may be busy).
+PAUSE = 0.5 if WRAPPER else 0.1
+SILENCE = 1.0 * SLOWNESS
+
+# A shell's background jobs ignore the first two, what nohup starts the third, and Python the last.
+DEFAULT_SIGNALS = (signal.SIGINT, signal.SIGQUIT, signal.SIGHUP, signal.SIGTERM, signal.SIGPIPE)
+
+
+@dataclasses.dataclass
+class Result:
+    """What one run left behind. `status` is the exit code, or minus the signal that ended the process."""
+
+    args: list
+    status: int
+    out: bytes
+    err: bytes
+    log: list
+    folder: pathlib.Path
+    memory_file: pathlib.Path = None
+    # on a terminal: settings (as tcgetattr gives them) and status flags (F_GETFL) before and after
+    tty_before: list = None
+    tty_after: list = None
+    flags_before: int = None
+    flags_after: int = None
+    keys_sent: int = 0  # of those that the terminal fixture was given
+
+    @property
+    def text(self):
+        return self.out.decode("latin-1")
+
+    def lines(self, *starts):
+        """The log lines that begin with one of the words."""
+        return [line for line in self.log if line.split(" ", 1)[0].rstrip("0123456789") in starts]
+
+    def ports(self, delays=False):
+        """The port accesses, without the writes to the delay port unless asked for."""
+        return [line for line in self.lines("in", "out") if delays or not line.startswith("out8 00ed ")]
+
+    def memory_accesses(self):
+        """Loads and stores to devices and watched memory."""
+        return self.lines("mr", "mw", "ms")
+
+    def maps(self):
+        return self.lines("mmap", "munmap")
+
+    def msrs(self):
+        return self.lines("pread", "pwrite")
+
+    def systems(self):
+        """The shell commands."""
+        return [line.removeprefix("system ") for line in self.lines("system")]
+
+    def memory(self, address, length):
+        """The board's memory after the run, which was given keep_memory=True."""
+        with open(self.memory_file, "rb") as file:
+            file.seek(address)
+            return file.read(length)
+
+
+def contents(path):
+    """The pages of a sparse file that hold anything but zeros."""
+    pages = {}
+    with open(path, "rb") as file:
+        end, at = os.fstat(file.fileno()).st_size, 0
+        while at < end:
+            try:
+                start = os.lseek(file.fileno(), at, os.SEEK_DATA)
+            except OSError:  # no data behind this place
+                break
+            at = os.lseek(file.fileno(), start, os.SEEK_HOLE)
+            for page in range(start & ~0xFFF, at, 0x1000):
+                data = os.pread(file.fileno(), 0x1000, page)
+                if any(data):
+                    pages[page] = data
+    return pages
+
+
+class Timeout(AssertionError):
+    """The program did not end in time. `result` holds what it had done by then."""
+
+    def __init__(self, result, seconds):
+        super().__init__(f"{result.args} did not end within {seconds} s; output so far: {result.out[-500:]!r}")
+        self.result = result
+
+
+def board_file(folder, board, extra):
+    """The path of a board, with further lines in a file of its own that includes it."""
+    path = pathlib.Path(board)
+    if path.suffix != ".board":
+        path = BOARDS / f"{board}.board"
+    if not extra:
+        return path
+    lines = [extra] if isinstance(extra, str) else list(extra)
+    made = folder / "extended.board"
+    made.write_text("\n".join([f'include "{path}"', *lines, ""]))
+    return made
+
+
+class Run:
+    """The files and the environment of one run, in a folder of its own."""
+
+    def __init__(self, folder, args, board, extra, keep_memory, program, env, name=None):
+        self.folder = folder
+        self.words = shlex.split(args) if isinstance(args, str) else [str(word) for word in args]
+        self.executable = str(BUILD / program)
+        self.command = [self.executable if name is None else name, *self.words]
+        self.wrapped = bool(WRAPPER) and program == "hwreg" and name is None
+        if self.wrapped:
+            self.command = [*WRAPPER, self.executable, *self.words]
+            self.executable = shutil.which(WRAPPER[0])
+        self.log_file = folder / "access.log"
+        self.memory_file = folder / "memory" if keep_memory else None
+        self.sanitizer_log = folder / "sanitizer"
+        self.environment = {**os.environ, **(env or {})}
+        # The board comes before the sanitizer's library; what that one reports goes to a file, not to descriptor 2.
+        for name in ("ASAN_OPTIONS", "UBSAN_OPTIONS"):
+            given = self.environment.get(name, "")
+            self.environment[name] = (f"{given}:abort_on_error=1:verify_asan_link_order=0:halt_on_error=1:"
+                                      f"print_stacktrace=1:log_path={self.sanitizer_log}").lstrip(":")
+        self.environment["HWREG_REPORT"] = str(self.sanitizer_log)
+        if self.wrapped:
+            self.environment["HWBOARD_NO_STEP"] = "1"
+        if board is not None:
+            self.environment["HWBOARD"] = str(board_file(folder, board, extra))
+            self.environment["HWBOARD_LOG"] = str(self.log_file)
+            self.environment["LD_PRELOAD"] = str(BUILD / "libhwboard.so")
+        if keep_memory:
+            self.environment["HWBOARD_MEMFILE"] = str(self.memory_file)
+
+    def result(self, status, out, err, **more):
+        log = self.log_file.read_text().splitlines() if self.log_file.exists() else []
+        result = Result(self.words, status, out, err, log, self.folder, self.memory_file, **more)
+        if self.wrapped and NO_STEP in out + err:
+            pytest.skip("the wrapper does not execute single steps, by which device memory is simulated")
+        complaints = list(complaints_in(self.folder))
+        assert not complaints, complaints[0]
+        assert b"runtime error:" not in err, err
+        return result
+
+
+def complaints_in(folder):
+    """What a sanitizer or valgrind has reported; the latter also tells of signals that end the program."""
+    for path in folder.glob("sanitizer.*"):
+        text = path.read_text().split("Process terminating with default action")[0]
+        if re.sub(r"(?m)^==\d+== *$", "", text).strip():
+            yield text
+
+
+def prepare_child(closed, terminal):
+    """What the child does before it becomes the program."""
+
+    def prepare():
+        for number in DEFAULT_SIGNALS:
+            signal.signal(number, signal.SIG_DFL)
+        if terminal is not None:
+            fcntl.ioctl(terminal, termios.TIOCSCTTY, 0)
+        for descriptor in closed:
+            os.close(descriptor)
+
+    return prepare
+
+
+def run_program(run, cwd, stdin, stdout, stderr, timeout):
+    timeout *= SLOWNESS
+    streams = [stdin, stdout, stderr]
+    closed = [number for number, stream in enumerate(streams) if stream is CLOSED]
+    if closed and run.wrapped:
+        pytest.skip("the wrapper's report would take the place of a closed descriptor")
+    given = stdin if isinstance(stdin, bytes) else None
+    child = subprocess.Popen(
+        run.command,
+        executable=run.executable,
+        stdin=subprocess.PIPE if given is not None else subprocess.DEVNULL if stdin in (None, CLOSED) else stdin,
+        stdout=subprocess.PIPE if stdout is None else subprocess.DEVNULL if stdout is CLOSED else stdout,
+        stderr=subprocess.PIPE if stderr is None else subprocess.DEVNULL if stderr is CLOSED else stderr,
+        env=run.environment,
+        cwd=cwd,
+        preexec_fn=prepare_child(closed, None),
+    )
+    try:
+        out, err = child.communicate(given, timeout=timeout)
+    except subprocess.TimeoutExpired:
+        child.kill()
+        out, err = child.communicate()
+        raise Timeout(run.result(child.returncode, out or b"", err or b""), timeout) from None
+    return run.result(child.returncode, out or b"", err or b"")
+
+
+def pipe_with_room_for(accesses, path):
+    """Makes a named pipe in which the lines of these accesses have room and no other; its descriptor and size."""
+    os.mkfifo(path)
+    pipe = os.open(path, os.O_RDWR | os.O_NONBLOCK)
+    size = fcntl.fcntl(pipe, fcntl.F_SETPIPE_SZ, 1)  # one page, the least there is
+    filling = size - sum(len(line) + 1 for line in accesses)
+    assert filling > 0, "too many accesses for one page: leave ports out with `unlogged`"
+    os.write(pipe, b"#" * filling)
+    return pipe, size
+
+
+def is_full(pipe, size):
+    waiting = bytearray(4)
+    fcntl.ioctl(pipe, termios.FIONREAD, waiting)
+    return struct.unpack("i", waiting)[0] == size
+
+
+def take_log(pipe, child, timeout):
+    """What comes through the pipe until the program has ended."""
+    log = b""
+    deadline = time.monotonic() + timeout
+    while child.poll() is None and time.monotonic() < deadline:
+        if select.select([pipe], [], [], 0.01)[0]:
+            log += os.read(pipe, 65536)
+    while select.select([pipe], [], [], 0)[0]:
+        log += os.read(pipe, 65536)
+    return log.lstrip(b"#")
+
+
+def signal_behind(accesses, number):
+    """A runner (see the fixture `run`) that sends the program a signal right behind the accesses with which the log of
+    an undisturbed run begins. The log is a pipe that has room for no more than these, so the program waits there; on a
+    busy machine one more access may slip through."""
+
+    def go(run, cwd, stdin, stdout, stderr, timeout):
+        pipe, size = pipe_with_room_for(accesses, run.log_file)
+        child = subprocess.Popen(run.command, executable=run.executable, stdin=subprocess.DEVNULL,
+                                 stdout=subprocess.PIPE, stderr=subprocess.PIPE, env=run.environment, cwd=cwd,
+                                 preexec_fn=prepare_child([], None))  # fmt: skip
+        try:
+            deadline = time.monotonic() + timeout
+            while not is_full(pipe, size):
+                assert child.poll() is None and time.monotonic() < deadline, "it did not come there"
+                time.sleep(0.001)
+            child.send_signal(number)
+            with contextlib.suppress(subprocess.TimeoutExpired):
+                child.wait(0.2)  # here it ends, unless it holds the signal back
+            log = take_log(pipe, child, timeout)
+        finally:
+            child.kill()
+            out, err = child.communicate()
+            os.close(pipe)
+        run.log_file.unlink()
+        run.log_file.write_bytes(log)
+        return run.result(child.returncode, out, err)
+
+    return go
+
+
+class Terminal:
+    """A pseudo-terminal with the program on it."""
+
+    def __init__(self, run, cwd, descriptors, size, typed):
+        self.master, self.slave = pty.openpty()
+        fcntl.ioctl(self.slave, termios.TIOCSWINSZ, struct.pack("HHHH", *size, 0, 0))
+        self.before = termios.tcgetattr(self.slave)
+        self.flags_before = fcntl.fcntl(self.slave, fcntl.F_GETFL)
+        self.screen = b""
+        self.keys_sent = 0
+        if typed:
+            os.write(self.master, typed)
+        self.run = run
+        self.files = {number: run.folder / f"descriptor-{number}" for number in (1, 2) if number not in descriptors}
+        opened = {number: open(path, "wb") for number, path in self.files.items()}
+        self.child = subprocess.Popen(
+            run.command,
+            executable=run.executable,
+            stdin=self.slave if 0 in descriptors else subprocess.DEVNULL,
+            stdout=opened.get(1, self.slave),
+            stderr=opened.get(2, self.slave),
+            env=run.environment,
+            cwd=cwd,
+            start_new_session=True,
+            # The slave is passed on for the controlling terminal and closed again with the rest.
+            preexec_fn=prepare_child([], self.slave),
+        )
+        for file in opened.values():
+            file.close()
+
+    def read(self, seconds):
+        """Takes output for at most so long; False when there was none."""
+        if not select.select([self.master], [], [], seconds)[0]:
+            return False
+        self.screen += os.read(self.master, 65536)
+        return True
+
+    def wait(self, expected, seen, deadline):
+        """Until the text has come behind position `seen`, or (a number instead of a text) until output pauses for so
+        many seconds. False when the program has ended before."""
+        is_text = isinstance(expected, bytes)
+        began = time.monotonic()
+        while time.monotonic() < deadline:
+            if is_text and expected in self.screen[seen:]:
+                return True
+            came = self.read(0.02 if is_text else expected)
+            if not came and self.child.poll() is not None:
+                return False
+            if not came and not is_text and (len(self.screen) > seen or time.monotonic() - began > SILENCE):
+                return True
+        return False
+
+    def finish(self, deadline):
+        while self.child.poll() is None and time.monotonic() < deadline:
+            self.read(0.01)
+        late = self.child.poll() is None
+        if late:
+            self.child.kill()
+            self.child.wait()
+        while self.read(0):
+            pass
+        after = termios.tcgetattr(self.slave)
+        flags_after = fcntl.fcntl(self.slave, fcntl.F_GETFL)
+        os.close(self.slave)
+        os.close(self.master)
+        out = self.files[1].read_bytes() if 1 in self.files else self.screen
+        err = self.files[2].read_bytes() if 2 in self.files else b""
+        result = self.run.result(
+            self.child.returncode,
+            out,
+            err,
+            tty_before=self.before,
+            tty_after=after,
+            flags_before=self.flags_before,
+            flags_after=flags_after,
+            keys_sent=self.keys_sent,
+        )
+        return result, late
+
+
+def run_terminal(run, cwd, keys, descriptors, size, timeout, typed):
+    deadline = time.monotonic() + timeout * SLOWNESS
+    terminal = Terminal(run, cwd, descriptors, size, typed)
+    seen = 0
+    for item in keys:
+        expected, key = item if isinstance(item, tuple) else (PAUSE, item)
+        if not terminal.wait(expected, seen, deadline):
+            break
+        seen = len(terminal.screen)
+        if isinstance(key, bytes):
+            os.write(terminal.master, key)
+        else:
+            terminal.child.send_signal(key)
+        terminal.keys_sent += 1
+    result, late = terminal.finish(deadline)
+    if late:
+        raise Timeout(result, timeout)
+    return result
+
+
+@pytest.fixture
+def new_folder(tmp_path):
+    """Gives each run a folder of its own for its log and its like."""
+    numbers = itertools.count(1)
+
+    def make():
+        folder = tmp_path / f"run-{next(numbers)}"
+        folder.mkdir()
+        return folder
+
+    return make
+
+
+@pytest.fixture
+def run(tmp_path, new_folder):
+    """run(args, board="intel", ...) -> Result
+
+    args         one text, split as a shell does, or a list of words
+    board        name of a file in sim/boards, a path of one, or None for the machine itself
+    extra        line or lines to add to the board
+    stdin        bytes (a pipe that ends behind them), None (/dev/null), CLOSED, or a file
+    stdout, stderr  None (taken into the result), CLOSED, or a file
+    keep_memory  leaves the board's memory for result.memory(address, length)
+    cwd          the test's temporary folder unless given
+    program      another program of the build folder
+    name         what stands before the words in the argument vector instead of the program's path
+    runner       what runs it: run_program or signal_behind(...)
+    """
+
+    def go(args="", board="intel", extra=(), stdin=None, stdout=None, stderr=None, keep_memory=False, timeout=30,
+           cwd=None, program="hwreg", env=None, name=None, runner=run_program):
+        prepared = Run(new_folder(), args, board, extra, keep_memory, program, env, name)
+        return runner(prepared, cwd or tmp_path, stdin, stdout, stderr, timeout)
+
+    return go
+
+
+@pytest.fixture
+def terminal(tmp_path, new_folder):
+    """terminal(args, keys=[...], board="intel", ...) -> Result, the program being on a pseudo-terminal
+
+    keys         sent one after the other: bytes or a signal number, each when output pauses, or a pair of the text
+                 (bytes) or the length of the pause (seconds) to wait for and what to send then. What is left when
+                 the program has ended is not sent.
+    descriptors  those of 0, 1, 2 that are the terminal; the others are /dev/null and files
+    size         lines and columns
+    typed        what was typed before the program was started
+
+    `out` of the result is what came to the screen (with the terminal's "\\r\\n"), or what descriptor 1 got elsewhere;
+    `keys_sent` counts the keys that were asked for.
+    """
+
+    def go(args="", keys=(), board="intel", extra=(), descriptors=(0, 1, 2), size=(25, 80), keep_memory=False,
+           timeout=30, cwd=None, program="hwreg", env=None, typed=b""):
+        prepared = Run(new_folder(), args, board, extra, keep_memory, program, env)
+        return run_terminal(prepared, cwd or tmp_path, keys, descriptors, size, timeout, typed)
+
+    return go
+
+
+__all__ = ["BOARDS", "BUILD", "CLOSED", "Result", "Timeout", "new_folder", "run", "signal", "signal_behind",
+           "terminal"]
