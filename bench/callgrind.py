@@ -25,7 +25,8 @@ def count(words, environment, scratch, toggles=()):
     path = f"{scratch}/callgrind.out"
     command = ["valgrind", "--quiet", "--tool=callgrind", f"--callgrind-out-file={path}"]
     command += [f"--toggle-collect={function}" for function in toggles]
-    subprocess.run([*command, *words], env=dict(environment, PATH=os.environ["PATH"]), stdout=subprocess.DEVNULL, check=False)
+    subprocess.run([*command, *words], env=dict(environment, PATH=os.environ["PATH"]),
+                   stdout=subprocess.DEVNULL, check=False)
     with open(path, encoding="utf-8") as stream:
         profile = parse(stream)
     os.remove(path)  # the next run's must not be taken for it

@@ -11,8 +11,8 @@
 
 #include "marks.h"
 
-// QEMU's plugin interface, version 1 (QEMU 7.2 documentation, "QEMU TCG Plugins"); Debian 12 has no package of its
-// header.
+// QEMU's plugin interface, version 1 (QEMU 7.2 documentation, "QEMU TCG Plugins"); Debian 12 has no package
+// of its header.
 struct qemu_plugin_tb;
 struct qemu_plugin_insn;
 typedef uint64_t qemu_plugin_id_t;

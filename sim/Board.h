@@ -18,7 +18,8 @@ void BoardLoad(const char *path);
 // Forgets the board; all doors lead to the kernel again.
 void BoardUnload(void);
 
-// The log as text, one line an access (the format is described in docs/boards.md). Valid until the next access.
+// The log as text, one line an access (the format is described in docs/boards.md). Valid until the next
+// access.
 const char *BoardLog(void);
 void BoardLogClear(void);
 

@@ -90,7 +90,8 @@ def test_ports_of_nobody_read_all_ones(probe):
 
 
 def test_a_wide_access_combines_the_bytes_of_its_ports(probe):
-    result = probe("iopl 3 out32 100 44332211 in8 100 in8 102 in32 100", "latch 100 1", "constant 101 77", "latch 102 1")
+    result = probe("iopl 3 out32 100 44332211 in8 100 in8 102 in32 100",
+                   "latch 100 1", "constant 101 77", "latch 102 1")
     assert said(result)[1:] == ["in 11", "in 33", "in ff337711"]
 
 
@@ -156,7 +157,8 @@ def test_writes_change_writable_bits_only(probe):
 
 
 def test_written_ones_clear(probe):
-    result = probe(f"iopl 3 out32 cf8 {config(0, 5, 0, 0x48)} out16 cfc 00f0 in16 cfc out16 cfc 0000 in16 cfc", *REGISTERS)
+    result = probe(f"iopl 3 out32 cf8 {config(0, 5, 0, 0x48)} out16 cfc 00f0 in16 cfc out16 cfc 0000 in16 cfc",
+                   *REGISTERS)
     assert said(result)[1:] == ["in ff0f", "in ff0f"]
 
 
@@ -252,7 +254,8 @@ def test_mappings_are_logged(probe):
 
 
 def test_plain_memory_is_mapped_as_it_is_and_leaves_no_line(probe):
-    result = probe("open /dev/mem rw map 3 1000 1000 rw load mov32 10 store mov32 10 cafe load mov64 10", keep_memory=True)
+    result = probe("open /dev/mem rw map 3 1000 1000 rw load mov32 10 store mov32 10 cafe load mov64 10",
+                   keep_memory=True)
     assert said(result)[2:] == ["load 1010", "load 10140000cafe"]
     assert result.memory_accesses() == []
     assert result.memory(0x1010, 4) == bytes.fromhex("feca0000")
@@ -344,7 +347,8 @@ def test_vector_loads_show_their_width(probe, form, bits, flag):
     ("imm8", "mw8 e00000dc 5a", 0x5A),
 ])
 def test_a_byte_store_is_one_access(probe, form, line, after):
-    result = probe(f"open /dev/mem rw map 3 e0000000 1000 rw store {form} dc 5566778811223388 load mov8 dc", board="intel")
+    result = probe(f"open /dev/mem rw map 3 e0000000 1000 rw store {form} dc 5566778811223388 load mov8 dc",
+                   board="intel")
     assert said(result)[2:] == [f"load {after:x}"]
     assert result.memory_accesses()[0] == line
 
@@ -428,7 +432,8 @@ def test_a_load_from_a_write_only_or_unmapped_page_still_kills(probe):
 
 
 def test_the_rest_of_a_mapping_cut_in_two_is_still_the_boards(probe):
-    result = probe("open /dev/mem rw map 3 e0000000 3000 rw unmapat 1000 1000 load mov32 0 load mov32 2000", board="intel")
+    result = probe("open /dev/mem rw map 3 e0000000 3000 rw unmapat 1000 1000 load mov32 0 load mov32 2000",
+                   board="intel")
     assert said(result)[2:] == ["unmap 0", "load 3e308086", "load ffffffff"]
     assert result.maps()[-1] == "munmap e0001000 1000"
 
@@ -447,7 +452,8 @@ def test_a_second_operand_that_is_no_memory_kills_as_ever(probe):
 def test_memory_can_be_read_and_written_through_the_descriptor(probe):
     result = probe("open /dev/mem rw pread 3 1000 8 pwrite 3 2000 1122334455667788 pread 3 2000 8", keep_memory=True)
     assert said(result)[1:] == ["pread 8", "value 100400001000", "pwrite 8", "pread 8", "value 1122334455667788"]
-    assert result.log[1:] == ["pread /dev/mem 1000 8 -> ok", "pwrite /dev/mem 2000 8 -> ok", "pread /dev/mem 2000 8 -> ok"]
+    assert result.log[1:] == ["pread /dev/mem 1000 8 -> ok", "pwrite /dev/mem 2000 8 -> ok",
+                              "pread /dev/mem 2000 8 -> ok"]
     assert result.memory(0x2000, 8) == bytes.fromhex("8877665544332211")
 
 

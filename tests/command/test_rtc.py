@@ -1,4 +1,4 @@
-"""/RTC: the wake-timer cycle and the reboot cycle. The boards' clocks show 04:05:06 in BCD and stand still unless said."""
+"""/RTC: the wake-timer cycle and the reboot cycle. The boards' clocks show 04:05:06 in BCD and stand, unless said."""
 
 import pytest
 from expected import CLEAR, assert_run, session
@@ -140,7 +140,8 @@ def test_zero_seconds_restart_at_once(run, tmp_path):
 
 
 @pytest.mark.parametrize("args", ["/RTC", "/RTC /F", "/RTC 60 /RESET", "/RTC 3 /RESET", "/RESET /RTC 60",
-                                  "/RTC 0 /SHUTDOWN", "/RTC 0 /TIMEOUT", "/RTC 60 /RESET /SHUTDOWN", "/RTC 0x100000000"])
+                                  "/RTC 0 /SHUTDOWN", "/RTC 0 /TIMEOUT", "/RTC 60 /RESET /SHUTDOWN",
+                                  "/RTC 0x100000000"])
 def test_a_restart_is_all_that_a_reboot_cycle_does(run, args):
     assert_run(run(args), "", ABORTED, [RESTART])
 

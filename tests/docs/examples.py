@@ -6,8 +6,8 @@
 
 A session is a run of indented lines (in a manual page: the lines between .EX and .EE) that begins with a command
 behind "$ ". The commands of one session share a shell and a folder, in which lie the files that the document shows: the
-indented lines below "A file `NAME`:". They are real shell lines: pipes, $? and files work. hwreg-sim and scripts/run are
-the ones of this tree, with the program of the build folder ($HWREG_BUILD, or build/). Lines end without carriage
+indented lines below "A file `NAME`:". They are real shell lines: pipes, $? and files work. hwreg-sim and scripts/run
+are the ones of this tree, with the program of the build folder ($HWREG_BUILD, or build/). Lines end without carriage
 returns and blanks.
 """
 

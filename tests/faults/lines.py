@@ -94,8 +94,8 @@ def longest(table, form):
 
 
 def alternatives(form, all_of_them):
-    """A form with each choice made, or the first ones, with and without what may be left out. A second name of a command
-    is the parser's matter."""
+    """A form with each choice made, or the first ones, with and without what may be left out. A second name of a
+    command is the parser's matter."""
     for text in {re.sub(r"[\[\].]", "", form), re.sub(r" \[[^\]]*\](\.\.\.)?", "", form)}:
         name, *rest = [word.split("|") for word in text.split()]
         for words in itertools.product(name[:1], *(choice if all_of_them else choice[:1] for choice in rest)):

@@ -1,4 +1,4 @@
-"""A machine without /dev/null: descriptors that were closed at the start are given something else that takes no data."""
+"""A machine without /dev/null: descriptors that were closed at the start get something else that takes no data."""
 
 import itertools
 

@@ -31,8 +31,8 @@ def on_terminal(bench, wish):
 
 
 def restoring_failed(result, function, calls):
-    """True when it was the last of so many calls, which puts back what the first ones changed, that was refused: there is
-    no help for it."""
+    """True when it was the last of so many calls, which puts back what the first ones changed, that was refused: there
+    is no help for it."""
     return any(int(line.split()[2]) % calls == 0 for line in result.failed if line.startswith(f"failed {function} "))
 
 

@@ -3,8 +3,8 @@
     with Nodes(folder, ["node1", "node2"]) as nodes:
         nodes.clush("-w @lab -b uptime")
 
-The guests are those of tests/support/qemu, with dropbear and an emulated network card; each has its port 22 at a port of
-127.0.0.1. Besides them the group @lab has `gone`, whose port nobody listens at.
+The guests are those of tests/support/qemu, with dropbear and an emulated network card; each has its port 22 at a port
+of 127.0.0.1. Besides them the group @lab has `gone`, whose port nobody listens at.
 """
 
 import concurrent.futures

@@ -29,8 +29,8 @@ def steps():
 
 
 def groups(lines):
-    """What clush -b printed: for each group its header and its lines, what came before the first, and how nodes ended. In
-    no order: groups of one size come as they finish, and the ends come on standard error, before or behind them."""
+    """What clush -b printed: for each group its header and its lines, what came before the first, and how nodes ended.
+    In no order: groups of one size come as they finish, and the ends come on standard error, before or behind them."""
     ends = [line for line in lines if re.search(r": exited with exit code \d+$", line)]
     text = "\n".join(line for line in lines if line not in ends)
     first, *rest = re.split(r"^-{15}\n", text, flags=re.MULTILINE)

@@ -33,7 +33,8 @@ import firmware  # noqa: E402
 OPERANDS = {
     "port": "0x80", "data": "0x12", "bit": "3", "value": "1", "index-port": "0x70", "data-port": "0x71",
     "register": "0x20", "address": "0xF0000", "length": "0x40", "text": "text", "file": "DUMP.BIN", "bus": "0",
-    "device": "0x1F", "function": "4", "offset": "0x10", "cpu": "0", "msr": "0x10", "high": "0", "low": "1", "leaf": "1",
+    "device": "0x1F", "function": "4", "offset": "0x10", "cpu": "0", "msr": "0x10", "high": "0", "low": "1",
+    "leaf": "1",
     "slave": "0xA0", "from": "0xA0", "to": "0xAE", "controller": "0", "die": "0", "message": "2", "argument": "1",
     "type": "17", "seconds": "60", "delay": "2",
 }
@@ -177,16 +178,18 @@ def keys_seeds():
 
 
 def write_dictionary(name, tokens):
-    lines = [f'"{re.sub(r"[^ !#-[^-~]", lambda c: f"x{ord(c[0]):02x}".join((chr(92), "")), token)}"' for token in tokens]
+    lines = [f'"{re.sub(r"[^ !#-[^-~]", lambda c: f"x{ord(c[0]):02x}".join((chr(92), "")), token)}"' for token in
+             tokens]
     (FUZZ / f"{name}.dict").write_text("".join(f"{line}\n" for line in lines))
 
 
 def make_dictionaries():
     switches = re.findall(r'^    \{"([^"]+)", Flag::', (TOP / "Main" / "Parser.cpp").read_text(), re.M)
     values = ["0x", "0xE0000000", "0xFFFFFFFF", "0xF0000", "0xCF8", "0xA0", "4294967295"]
-    write_dictionary("words", [f"/{word}\n" for word in switches] + ["/ALL\n", "/A\n", "/T\n"] + [f"{v}\n" for v in values])
-    names = ["_SM_", "_SM3_", "_DMI_", "RSD PTR ", "RSDT", "XSDT", "FACP", "SMBIOS=0x", "SMBIOS3=0x", "\x7f\x04\xff\xfe",
-             "\0\0", "\xff\xff\xff\xff"]
+    write_dictionary("words", [f"/{word}\n" for word in switches] + ["/ALL\n", "/A\n", "/T\n"] +
+                     [f"{v}\n" for v in values])
+    names = ["_SM_", "_SM3_", "_DMI_", "RSD PTR ", "RSDT", "XSDT", "FACP", "SMBIOS=0x", "SMBIOS3=0x",
+             "\x7f\x04\xff\xfe", "\0\0", "\xff\xff\xff\xff"]
     write_dictionary("tables", names)
 
 

@@ -31,8 +31,8 @@ DMIDECODE = ask_uefi("dmidecode")
 SYSTAB = ask_uefi("cat /sys/firmware/efi/systab")
 TYPES = (0, 1, 2, 3, 4, 11, 16, 17, 19, 32, 127)
 OF_TYPE = {kind: ask_uefi(["hwreg", "/SMBIOS", "/TYPE", str(kind), "/TEXT"]) for kind in (*TYPES, 126)}
-TEXTS = ["System Works", "system works", "first free text", "second free text", "SECOND FREE TEXT", "DIMM 0", "MEM-0017",
-         "PART-17"]
+TEXTS = ["System Works", "system works", "first free text", "second free text", "SECOND FREE TEXT", "DIMM 0",
+         "MEM-0017", "PART-17"]
 SEARCH = {text: ask_uefi(["hwreg", "/SMBIOS", "/S", text]) for text in TEXTS}
 MISSED = ask_uefi(["hwreg", "/SMBIOS", "/S", "No such Text"])
 SPEEDS = ask_uefi(tables.PROBE)

@@ -65,8 +65,8 @@ def includes(top, path):
             yield number, found[2]
 
 
-def functions(top, paths, kinds="f"):
-    """What ctags tells of the functions in files: path, name, line and end. With kinds="fp" of declarations, too."""
+def tags(top, paths, kinds="f"):
+    """What ctags tells of things in files, functions unless other kinds are named: path, name, line and end."""
     if not paths:
         return []
     names = "\n".join(str(path.relative_to(top)) for path in paths)

@@ -3,7 +3,7 @@
 import itertools
 import re
 
-from house import FLOORS, TOP, code, functions, literals, none, program, sources
+from house import FLOORS, TOP, code, literals, none, program, sources, tags
 
 # Plain procedures over plain structures.
 BANNED = r"\b(using\s+namespace|(?<!enum )class|template|new|delete|throw|try|catch|dynamic_cast)\b"
@@ -31,7 +31,7 @@ def device_files(top, folders):
 def undescribed(top):
     """Functions in headers without a comment above them, or above the first line of their group."""
     headers = [path for path in program(top) if path.suffix == ".h"]
-    for tag in functions(top, headers, "fp"):
+    for tag in tags(top, headers, "fp"):
         above = (top / tag["path"]).read_text().splitlines()[:tag["line"] - 1]
         group = list(itertools.takewhile(str.strip, reversed(above)))
         if not any(line.lstrip().startswith("//") for line in group):

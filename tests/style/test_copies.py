@@ -4,7 +4,7 @@ import pathlib
 import re
 import subprocess
 
-from house import TOP, functions, judge, program
+from house import TOP, judge, program, tags
 
 TOKENS = 40  # about six lines
 LINES = 6
@@ -19,7 +19,7 @@ def bodies(top, folder):
     """Writes each function's body into a file of its own, in which text to print has left its line empty; gives the
     functions by the files' names."""
     found = {}
-    for number, tag in enumerate(functions(top, program(top))):
+    for number, tag in enumerate(tags(top, program(top))):
         body = (top / tag["path"]).read_text().splitlines()[tag["line"]:tag["end"]]
         path = folder / f"{number:05}"
         path.write_text("".join(re.sub(r'^\s*Printf\("[^"]*"\);$', "", line) + "\n" for line in body))

@@ -2,7 +2,7 @@
 
 import pytest
 
-from house import TOP, functions, judge, none, program, sources
+from house import TOP, judge, none, program, sources, tags
 
 FILE_LINES = 350
 FUNCTION_LINES = 60
@@ -24,7 +24,7 @@ def long_files(top):
 
 def long_functions(top):
     found = {}
-    for tag in functions(top, program(top)):
+    for tag in tags(top, program(top)):
         length = tag["end"] - tag["line"] + 1
         if length > FUNCTION_LINES:
             found[f"{tag['path']}: {tag['name']}"] = f"{tag['path']}:{tag['line']}: {tag['name']} has {length} lines"
@@ -36,7 +36,7 @@ def test_files_are_short():
 
 
 def test_functions_are_short():
-    assert len(functions(TOP, program(TOP))) > 300
+    assert len(tags(TOP, program(TOP))) > 300
     judge(long_functions(TOP), LONG_FUNCTIONS, f"cut these functions: at most {FUNCTION_LINES} lines")
 
 

@@ -5,7 +5,7 @@ import subprocess
 
 import pytest
 
-from house import BUILD, TOP, configured, functions, none, sources
+from house import BUILD, TOP, configured, none, sources, tags
 
 
 @pytest.fixture(scope="module")
@@ -39,7 +39,7 @@ def lost_wraps(top, wraps, symbols):
             yield f"{here}: no procedure of the program has this name"
         if name not in used:
             yield f"{here}: no file of the program takes it from another"
-        if not any(tag["name"] == f"__wrap_{name}" for tag in functions(top, sources(top, folder))):
+        if not any(tag["name"] == f"__wrap_{name}" for tag in tags(top, sources(top, folder))):
             yield f"{here}: {folder} does not define __wrap_{name}"
 
 

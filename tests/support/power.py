@@ -70,8 +70,8 @@ def alarm_set(log):
 
 
 def story(log):
-    """What happened, in order: "time" for any number of looks at the clock, "wake enable", "alarm", files that are put on
-    the disk and shell commands as the log has them."""
+    """What happened, in order: "time" for any number of looks at the clock, "wake enable", "alarm", files that are put
+    on the disk and shell commands as the log has them."""
     told = []
     index = None
     for line in log:
