@@ -10,7 +10,7 @@
 
 namespace {
 
-constexpr size_t ARENA_SIZE = size_t(256) << 20; // address space; pages arrive when touched
+constexpr size_t ARENA_SIZE = static_cast<size_t>(256) << 20; // address space; pages arrive when touched
 constexpr int FIRST_HIGH_DESCRIPTOR = 200;
 
 uint8_t *gArena;
@@ -26,7 +26,7 @@ void *ArenaTake(size_t size) {
             BoardFail("no address space");
         gArena = reinterpret_cast<uint8_t *>(at);
     }
-    size = (size + 15) & ~size_t(15);
+    size = (size + 15) & ~static_cast<size_t>(15);
     if (size > ARENA_SIZE - gArenaUsed)
         BoardFail("the board is too large");
     uint8_t *taken = gArena + gArenaUsed;
@@ -43,7 +43,7 @@ void ArenaReset() {
 int MoveDescriptorHigh(int descriptor) {
     if (descriptor < 0)
         return descriptor;
-    int high = int(syscall(SYS_fcntl, descriptor, F_DUPFD_CLOEXEC, FIRST_HIGH_DESCRIPTOR));
+    int high = static_cast<int>(syscall(SYS_fcntl, descriptor, F_DUPFD_CLOEXEC, FIRST_HIGH_DESCRIPTOR));
     syscall(SYS_close, descriptor);
     return high;
 }
@@ -54,11 +54,11 @@ void BoardFail(const char *format, ...) {
     va_start(arguments, format);
     int length = vsnprintf(text, sizeof text - 1, format, arguments);
     va_end(arguments);
-    if (length > int(sizeof text) - 2)
-        length = int(sizeof text) - 2;
+    if (length > static_cast<int>(sizeof text) - 2)
+        length = static_cast<int>(sizeof text) - 2;
     text[length] = '\n';
     syscall(SYS_write, 2, "board: ", 7L);
-    syscall(SYS_write, 2, text, long(length) + 1);
+    syscall(SYS_write, 2, text, static_cast<long>(length) + 1);
     // SIGABRT, and not an exit status, which could be taken for a value that the program has read.
     signal(SIGABRT, SIG_DFL);
     syscall(SYS_tgkill, getpid(), syscall(SYS_gettid), SIGABRT);

@@ -125,12 +125,12 @@ EXPORTED void BoardSetPci(uint16_t function, uint16_t offset, int width, uint32_
     PciFunction *found = PciFind(function);
     if (!found)
         BoardFail("BoardSetPci of an absent function");
-    PciStore(found, offset, unsigned(width), value);
+    PciStore(found, offset, static_cast<unsigned>(width), value);
 }
 
 EXPORTED uint32_t BoardGetPci(uint16_t function, uint16_t offset, int width) {
     PciFunction *found = PciFind(function);
-    return found ? PciStored(found, offset, unsigned(width)) : 0xFFFFFFFFu >> (32 - 8 * width);
+    return found ? PciStored(found, offset, static_cast<unsigned>(width)) : 0xFFFFFFFFu >> (32 - 8 * width);
 }
 
 EXPORTED uint32_t BoardPortRead(uint16_t port, unsigned width) {

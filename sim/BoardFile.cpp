@@ -112,7 +112,7 @@ const char *LinePath(const BoardLine *line, int index) {
     const char *slash = strrchr(line->path, '/');
     if (*name == '/' || !slash)
         return name;
-    size_t folder = size_t(slash + 1 - line->path);
+    size_t folder = static_cast<size_t>(slash + 1 - line->path);
     char *path = static_cast<char *>(ArenaTake(folder + strlen(name) + 1));
     memcpy(path, line->path, folder);
     strcpy(path + folder, name);
@@ -120,18 +120,18 @@ const char *LinePath(const BoardLine *line, int index) {
 }
 
 uint8_t *ReadWholeFile(const BoardLine *line, const char *path, uint64_t *length) {
-    int descriptor = int(syscall(SYS_openat, AT_FDCWD, path, O_RDONLY | O_CLOEXEC, 0));
+    int descriptor = static_cast<int>(syscall(SYS_openat, AT_FDCWD, path, O_RDONLY | O_CLOEXEC, 0));
     struct stat status;
     if (descriptor < 0 || syscall(SYS_fstat, descriptor, &status) != 0)
         LineFail(line, "the file cannot be read", path);
-    uint64_t size = uint64_t(status.st_size);
+    uint64_t size = static_cast<uint64_t>(status.st_size);
     uint8_t *contents = static_cast<uint8_t *>(ArenaTake(size + 1));
     uint64_t done = 0;
     while (done < size) {
         long got = syscall(SYS_read, descriptor, contents + done, size - done);
         if (got <= 0)
             LineFail(line, "the file cannot be read", path);
-        done += uint64_t(got);
+        done += static_cast<uint64_t>(got);
     }
     syscall(SYS_close, descriptor);
     *length = size;

@@ -100,18 +100,18 @@ bool EffectiveAddress(const uint8_t *modrm, const greg_t *registers, const Prefi
         unsigned index = ((*at >> 3) & 7) | (p->rexX ? 8 : 0);
         base = *at & 7;
         if (index != 4)
-            sum = uint64_t(registers[REGISTERS[index]]) << (*at >> 6);
+            sum = static_cast<uint64_t>(registers[REGISTERS[index]]) << (*at >> 6);
         noBase = base == 5 && mode == 0;
         at++;
     } else if (base == 5 && mode == 0) {
         return false; // relative to the instruction pointer: no device was ever mapped there
     }
     if (!noBase)
-        sum += uint64_t(registers[REGISTERS[base | (p->rexB ? 8 : 0)]]);
+        sum += static_cast<uint64_t>(registers[REGISTERS[base | (p->rexB ? 8 : 0)]]);
     if (mode == 1)
-        sum += uint64_t(Displacement(at, 1) * (p->evex ? int64_t(width) : 1));
+        sum += static_cast<uint64_t>(Displacement(at, 1) * (p->evex ? static_cast<int64_t>(width) : 1));
     else if (mode == 2 || noBase)
-        sum += uint64_t(Displacement(at, 4));
+        sum += static_cast<uint64_t>(Displacement(at, 4));
     *address = p->addressSize ? sum & 0xFFFFFFFF : sum;
     return true;
 }
@@ -241,7 +241,7 @@ void DecodePort(uint8_t opcode, const uint8_t *at, const greg_t *registers, cons
                 Instruction *result) {
     result->kind = (opcode & 2) ? INSTRUCTION_PORT_OUT : INSTRUCTION_PORT_IN;
     result->width = !(opcode & 1) ? 1 : p->operandSize ? 2 : 4;
-    result->port = (opcode & 8) ? uint16_t(registers[REG_RDX]) : *at;
+    result->port = (opcode & 8) ? static_cast<uint16_t>(registers[REG_RDX]) : *at;
     result->length = (opcode & 8) ? 0 : 1;
 }
 
@@ -253,8 +253,8 @@ void AddOperand(Instruction *result, uint64_t address, unsigned width, Direction
 // One iteration, whether repeated or not: the trap flag stops after each.
 bool DecodeString(uint8_t opcode, const greg_t *registers, unsigned width, Instruction *result) {
     unsigned size = (opcode & 1) ? width : 1;
-    uint64_t source = uint64_t(registers[REG_RSI]);
-    uint64_t destination = uint64_t(registers[REG_RDI]);
+    uint64_t source = static_cast<uint64_t>(registers[REG_RSI]);
+    uint64_t destination = static_cast<uint64_t>(registers[REG_RDI]);
     switch (opcode & 0xFE) {
     case 0xA4: // movs
         AddOperand(result, source, size, READS);
@@ -297,7 +297,7 @@ Instruction DecodeInstruction(const uint8_t *code, const greg_t *registers) {
 
     if (p.map == 0 && (opcode & 0xF4) == 0xE4) {
         DecodePort(opcode, at, registers, &p, &result);
-        result.length += unsigned(at - code);
+        result.length += static_cast<unsigned>(at - code);
         return result;
     }
     if (p.map == 0 && opcode >= 0x6C && opcode <= 0x6F) {
@@ -306,7 +306,7 @@ Instruction DecodeInstruction(const uint8_t *code, const greg_t *registers) {
     }
     if (p.map == 1 && opcode == 0xA2) {
         result.kind = INSTRUCTION_CPUID;
-        result.length = unsigned(at - code);
+        result.length = static_cast<unsigned>(at - code);
         return result;
     }
     if (p.segment || (p.map == 0 && DecodeString(opcode, registers, width, &result)))

@@ -74,9 +74,9 @@ BoardFile *NewFile(FileKind kind, const char *path, int cpu) {
     file->kind = kind;
     file->cpu = cpu;
     snprintf(file->path, sizeof file->path, "%s", path);
-    NoteBacking(file, kind == FILE_MEM
-                          ? MemoryDescriptor()
-                          : MoveDescriptorHigh(int(syscall(SYS_memfd_create, path, MFD_CLOEXEC))));
+    NoteBacking(file, kind == FILE_MEM ? MemoryDescriptor()
+                                       : MoveDescriptorHigh(
+                                             static_cast<int>(syscall(SYS_memfd_create, path, MFD_CLOEXEC))));
     return file;
 }
 
@@ -87,8 +87,9 @@ int CpuOfPath(const char *path) {
         return -1;
     char *end;
     long cpu = strtol(path + sizeof PREFIX - 1, &end, 10);
-    return end != path + sizeof PREFIX - 1 && strcmp(end, "/msr") == 0 && cpu >= 0 && cpu < 100000 ? int(cpu)
-                                                                                                   : -1;
+    return end != path + sizeof PREFIX - 1 && strcmp(end, "/msr") == 0 && cpu >= 0 && cpu < 100000
+               ? static_cast<int>(cpu)
+               : -1;
 }
 
 bool BoardPath(const char *path) {
@@ -130,7 +131,7 @@ int OpenBoardPath(const char *path, int flags) {
         snprintf(link, sizeof link, "/proc/self/fd/%d", file->backing);
         // The device is there already and has no length to cut.
         int real = flags & ~(O_CREAT | O_EXCL | O_TRUNC | O_NOFOLLOW);
-        descriptor = int(syscall(SYS_openat, AT_FDCWD, link, real, 0));
+        descriptor = static_cast<int>(syscall(SYS_openat, AT_FDCWD, link, real, 0));
         error = descriptor < 0 ? errno : 0;
     }
     LogLine line;
@@ -150,7 +151,7 @@ int OpenBoardPath(const char *path, int flags) {
 int OpenAnywhere(int folder, const char *path, int flags, mode_t mode) {
     if (BoardPath(path))
         return OpenBoardPath(path, flags);
-    return int(syscall(SYS_openat, folder, path, flags, mode));
+    return static_cast<int>(syscall(SYS_openat, folder, path, flags, mode));
 }
 
 void LogClose(const BoardFile *file) {
@@ -164,13 +165,13 @@ void BeginTransfer(LogLine *line, const char *name, const BoardFile *file, off_t
     LogBegin(line, name);
     LogAdd(line, file->path);
     LogAdd(line, " ");
-    LogAddHex(line, uint64_t(offset), 1);
+    LogAddHex(line, static_cast<uint64_t>(offset), 1);
     LogAdd(line, " ");
     LogAddHex(line, count, 1);
 }
 
 int AccessMode(int descriptor) {
-    return int(syscall(SYS_fcntl, descriptor, F_GETFL)) & O_ACCMODE;
+    return static_cast<int>(syscall(SYS_fcntl, descriptor, F_GETFL)) & O_ACCMODE;
 }
 
 // As the kernel's driver: whole registers of 8 bytes only, the same one again for each further 8.
@@ -181,7 +182,7 @@ int ReadMsrFile(const BoardFile *file, int descriptor, void *buffer, size_t coun
         return EINVAL;
     for (size_t done = 0; done < count; done += 8) {
         uint64_t value;
-        if (!MsrRead(file->cpu, uint32_t(offset), &value))
+        if (!MsrRead(file->cpu, static_cast<uint32_t>(offset), &value))
             return EIO;
         memcpy(static_cast<uint8_t *>(buffer) + done, &value, sizeof value);
     }
@@ -196,7 +197,7 @@ int WriteMsrFile(const BoardFile *file, int descriptor, const void *buffer, size
     for (size_t done = 0; done < count; done += 8) {
         uint64_t value;
         memcpy(&value, static_cast<const uint8_t *>(buffer) + done, sizeof value);
-        if (!MsrWrite(file->cpu, uint32_t(offset), value))
+        if (!MsrWrite(file->cpu, static_cast<uint32_t>(offset), value))
             return EIO;
     }
     return 0;
@@ -257,7 +258,9 @@ void *Mmap(void *at, size_t length, int protection, int flags, int descriptor, o
         return result;
     }
     bool sync = (syscall(SYS_fcntl, descriptor, F_GETFL) & O_SYNC) == O_SYNC;
-    int error = MemoryAt(uint64_t(offset), length) ? MappingRefused(uint64_t(offset), length, sync) : EINVAL;
+    int error = MemoryAt(static_cast<uint64_t>(offset), length)
+                    ? MappingRefused(static_cast<uint64_t>(offset), length, sync)
+                    : EINVAL;
     void *result = MAP_FAILED;
     if (error == 0) {
         result =
@@ -266,11 +269,11 @@ void *Mmap(void *at, size_t length, int protection, int flags, int descriptor, o
     }
     if (error == 0) {
         TrapArm();
-        MappingAdded(uintptr_t(result), length, uint64_t(offset), protection);
+        MappingAdded(uintptr_t(result), length, static_cast<uint64_t>(offset), protection);
     }
     LogLine line;
     LogBegin(&line, "mmap /dev/mem ");
-    LogAddHex(&line, uint64_t(offset), 8);
+    LogAddHex(&line, static_cast<uint64_t>(offset), 8);
     LogAdd(&line, " ");
     LogAddHex(&line, length, 1);
     LogAdd(&line, " ");
@@ -304,7 +307,7 @@ int RealSystem(const char *command) {
 int PrintSystem(const char *command) {
     char text[512];
     int length = snprintf(text, sizeof text, "system(\"%.490s\")\n", command);
-    syscall(SYS_write, 1, text, long(length));
+    syscall(SYS_write, 1, text, static_cast<long>(length));
     return 0;
 }
 
@@ -360,7 +363,7 @@ void LogAddFileName(LogLine *line, int descriptor, const struct stat *status) {
 // What reaches the disk at this moment: of a file its length.
 int Fsync(int descriptor) {
     struct stat status;
-    int result = int(syscall(SYS_fsync, descriptor));
+    int result = static_cast<int>(syscall(SYS_fsync, descriptor));
     int error = result != 0 ? errno : 0;
     if (!gBoard.loaded || syscall(SYS_fstat, descriptor, &status) != 0)
         return result;
@@ -369,7 +372,7 @@ int Fsync(int descriptor) {
     LogAddFileName(&line, descriptor, &status);
     if (S_ISREG(status.st_mode)) {
         LogAdd(&line, " ");
-        LogAddHex(&line, uint64_t(status.st_size), 1);
+        LogAddHex(&line, static_cast<uint64_t>(status.st_size), 1);
     }
     LogAddResult(&line, error);
     LogEnd(&line);
@@ -391,11 +394,11 @@ void DoorsReset() {
 
 DOOR int iopl(int level) {
     if (!gBoard.loaded)
-        return int(syscall(SYS_iopl, level));
+        return static_cast<int>(syscall(SYS_iopl, level));
     int error = level > gBoard.privilege ? gBoard.ioplError : 0;
     LogLine line;
     LogBegin(&line, "iopl ");
-    LogAddHex(&line, uint64_t(level), 1);
+    LogAddHex(&line, static_cast<uint64_t>(level), 1);
     if (error != 0)
         LogAddResult(&line, error);
     LogEnd(&line);
@@ -477,7 +480,7 @@ DOOR int close(int descriptor) {
     BoardFile *file = FileOfDescriptor(descriptor);
     if (file)
         LogClose(file);
-    return int(syscall(SYS_close, descriptor));
+    return static_cast<int>(syscall(SYS_close, descriptor));
 }
 
 DOOR int fsync(int descriptor) {
@@ -520,7 +523,7 @@ DOOR void *mmap64(void *at, size_t length, int protection, int flags, int descri
 
 DOOR int munmap(void *at, size_t length) {
     RemovedMapping removed;
-    int result = int(syscall(SYS_munmap, at, length));
+    int result = static_cast<int>(syscall(SYS_munmap, at, length));
     if (result == 0 && gBoard.loaded && MappingRemoved(uintptr_t(at), length, &removed)) {
         LogLine line;
         LogBegin(&line, "munmap ");

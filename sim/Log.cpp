@@ -11,7 +11,7 @@
 
 namespace {
 
-constexpr size_t KEPT_SIZE = size_t(1) << 30; // address space; pages arrive when touched
+constexpr size_t KEPT_SIZE = static_cast<size_t>(1) << 30; // address space; pages arrive when touched
 
 struct ErrorText {
     int error;
@@ -38,7 +38,8 @@ void LogOpenFile(const char *path) {
     gLogDescriptor = -1;
     if (!path || !*path)
         return;
-    int opened = int(syscall(SYS_openat, AT_FDCWD, path, O_WRONLY | O_CREAT | O_APPEND | O_CLOEXEC, 0666));
+    int opened = static_cast<int>(
+        syscall(SYS_openat, AT_FDCWD, path, O_WRONLY | O_CREAT | O_APPEND | O_CLOEXEC, 0666));
     gLogDescriptor = MoveDescriptorHigh(opened);
     if (gLogDescriptor < 0)
         BoardFail("%s: the log cannot be written", path);
@@ -56,7 +57,7 @@ void LogKeep() {
 
 void LogClear() {
     if (gKept)
-        syscall(SYS_madvise, gKept, (gKeptLength + 1 + 4095) & ~size_t(4095), MADV_DONTNEED);
+        syscall(SYS_madvise, gKept, (gKeptLength + 1 + 4095) & ~static_cast<size_t>(4095), MADV_DONTNEED);
     gKeptLength = 0;
 }
 

@@ -12,7 +12,7 @@
 
 namespace {
 
-constexpr uint64_t MEMORY_SIZE = (uint64_t(4) << 30) + (1 << 20);
+constexpr uint64_t MEMORY_SIZE = (static_cast<uint64_t>(4) << 30) + (1 << 20);
 constexpr uint64_t PAGE = 4096;
 constexpr int MAX_RANGES = 512;
 constexpr int MAX_MAPPINGS = 1024;
@@ -102,8 +102,9 @@ static void OpenMemory(const char *path) {
         syscall(SYS_munmap, gMemory, MEMORY_SIZE);
     if (gMemoryDescriptor >= 0)
         syscall(SYS_close, gMemoryDescriptor);
-    int opened = path ? int(syscall(SYS_openat, AT_FDCWD, path, O_RDWR | O_CREAT | O_TRUNC | O_CLOEXEC, 0666))
-                      : int(syscall(SYS_memfd_create, "board-memory", MFD_CLOEXEC));
+    int opened = path ? static_cast<int>(
+                            syscall(SYS_openat, AT_FDCWD, path, O_RDWR | O_CREAT | O_TRUNC | O_CLOEXEC, 0666))
+                      : static_cast<int>(syscall(SYS_memfd_create, "board-memory", MFD_CLOEXEC));
     gMemoryDescriptor = MoveDescriptorHigh(opened);
     if (gMemoryDescriptor < 0 || syscall(SYS_ftruncate, gMemoryDescriptor, MEMORY_SIZE) != 0)
         BoardFail("%s: the memory file cannot be made", path ? path : "memfd");
@@ -152,7 +153,7 @@ int MappingRefused(uint64_t start, uint64_t length, bool sync) {
 }
 
 void MappingAdded(uintptr_t at, size_t length, uint64_t address, int protection) {
-    Mapping mapping = {at, size_t(PageUp(length)), address, protection};
+    Mapping mapping = {at, static_cast<size_t>(PageUp(length)), address, protection};
     RemovedMapping replaced;
     MappingRemoved(at, mapping.length, &replaced);
     AddMapping(&mapping);
@@ -248,9 +249,9 @@ static uint8_t *LineMemory(const BoardLine *line, uint64_t address, uint64_t len
 }
 
 void BytesLine(BoardLine *line) {
-    uint8_t *memory = LineMemory(line, LineNumber(line, 1, UINT64_MAX), uint64_t(line->count));
+    uint8_t *memory = LineMemory(line, LineNumber(line, 1, UINT64_MAX), static_cast<uint64_t>(line->count));
     for (int i = 2; i < line->count; i++)
-        *memory++ = uint8_t(LineNumber(line, i, 0xFF));
+        *memory++ = static_cast<uint8_t>(LineNumber(line, i, 0xFF));
 }
 
 void TextLine(BoardLine *line) {
@@ -263,11 +264,11 @@ void FillLine(BoardLine *line) {
     uint64_t length = LineNumber(line, 2, UINT64_MAX);
     uint8_t *memory = LineMemory(line, address, length);
     if (!LineHas(line, 3, "address")) {
-        memset(memory, int(LineNumber(line, 3, 0xFF)), length);
+        memset(memory, static_cast<int>(LineNumber(line, 3, 0xFF)), length);
         return;
     }
     for (uint64_t i = 0; i + 4 <= length; i += 4) {
-        uint32_t own = uint32_t(address + i);
+        uint32_t own = static_cast<uint32_t>(address + i);
         memcpy(memory + i, &own, sizeof own);
     }
 }
@@ -279,17 +280,18 @@ void FileLine(BoardLine *line) {
 }
 
 void WatchLine(BoardLine *line) {
-    AddRange(RANGE_WATCHED, LineNumber(line, 1, UINT32_MAX), LineNumber(line, 2, uint64_t(1) << 32));
+    AddRange(RANGE_WATCHED, LineNumber(line, 1, UINT32_MAX),
+             LineNumber(line, 2, static_cast<uint64_t>(1) << 32));
 }
 
 void HoleLine(BoardLine *line) {
-    ClaimMemory(LineNumber(line, 1, UINT32_MAX), LineNumber(line, 2, uint64_t(1) << 32), nullptr, nullptr,
-                nullptr);
+    ClaimMemory(LineNumber(line, 1, UINT32_MAX), LineNumber(line, 2, static_cast<uint64_t>(1) << 32), nullptr,
+                nullptr, nullptr);
 }
 
 void RefuseLine(BoardLine *line) {
-    Range *range =
-        AddRange(RANGE_REFUSED, LineNumber(line, 1, UINT32_MAX), LineNumber(line, 2, uint64_t(1) << 32));
+    Range *range = AddRange(RANGE_REFUSED, LineNumber(line, 1, UINT32_MAX),
+                            LineNumber(line, 2, static_cast<uint64_t>(1) << 32));
     range->error = ErrorNumber(LineWord(line, 3));
     range->syncOnly = LineHas(line, 4, "sync");
     if (range->error == 0)

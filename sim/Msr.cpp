@@ -69,7 +69,7 @@ void MsrLine(BoardLine *line) {
     MsrEntry entry = {};
     bool cpus[MAX_CPUS] = {};
     bool everyCpu = true;
-    entry.index = uint32_t(LineNumber(line, 1, 0xFFFFFFFF));
+    entry.index = static_cast<uint32_t>(LineNumber(line, 1, 0xFFFFFFFF));
     entry.value = LineNumber(line, 2, UINT64_MAX);
     entry.writable = UINT64_MAX;
     for (int i = 3; i < line->count; i++) {
@@ -81,7 +81,7 @@ void MsrLine(BoardLine *line) {
             entry.step = LineNumber(line, ++i, UINT64_MAX);
         else if (LineHas(line, i, "hidden")) {
             entry.hidden = LineNumber(line, ++i, UINT64_MAX);
-            entry.keyIndex = uint32_t(LineNumber(line, ++i, 0xFFFFFFFF));
+            entry.keyIndex = static_cast<uint32_t>(LineNumber(line, ++i, 0xFFFFFFFF));
             entry.keyBits = LineNumber(line, ++i, UINT64_MAX);
         } else if (LineHas(line, i, "cpus")) {
             LineCpuSet(line, ++i, cpus);

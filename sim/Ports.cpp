@@ -16,7 +16,7 @@ PortClaim *FindClaim(uint16_t port, unsigned width) {
     for (int i = gClaimCount - 1; i >= 0; i--) {
         PortClaim *claim = &gClaims[i];
         if (claim->enabled && (claim->widths & width) && port >= claim->base &&
-            uint32_t(port) + width <= claim->base + claim->count)
+            static_cast<uint32_t>(port) + width <= claim->base + claim->count)
             return claim;
     }
     return nullptr;
@@ -59,7 +59,7 @@ uint32_t PortRead(uint16_t port, unsigned width) {
         return 0xFF;
     unsigned half = width / 2;
     uint32_t low = PortRead(port, half);
-    return low | PortRead(uint16_t(port + half), half) << (8 * half);
+    return low | PortRead(static_cast<uint16_t>(port + half), half) << (8 * half);
 }
 
 void PortWrite(uint16_t port, unsigned width, uint32_t value) {
@@ -73,5 +73,5 @@ void PortWrite(uint16_t port, unsigned width, uint32_t value) {
         return;
     unsigned half = width / 2;
     PortWrite(port, half, value);
-    PortWrite(uint16_t(port + half), half, value >> (8 * half));
+    PortWrite(static_cast<uint16_t>(port + half), half, value >> (8 * half));
 }

@@ -91,7 +91,7 @@ void SystemLine(BoardLine *line) {
         LineFail(line, "none of \"print\", \"real\", \"exit\"", word);
     int at = 2;
     if (rule->action == SYSTEM_EXIT)
-        rule->exitCode = int(LineNumber(line, at++, 0xFF));
+        rule->exitCode = static_cast<int>(LineNumber(line, at++, 0xFF));
     rule->prefix = at < line->count ? LineWord(line, at) : "";
     rule->next = gBoard.systemRules;
     gBoard.systemRules = rule;
@@ -99,10 +99,10 @@ void SystemLine(BoardLine *line) {
 
 void CpuidLine(BoardLine *line) {
     CpuidLeaf *entry = static_cast<CpuidLeaf *>(ArenaTake(sizeof(CpuidLeaf)));
-    entry->leaf = uint32_t(LineNumber(line, 1, 0xFFFFFFFF));
-    entry->subleaf = uint32_t(LineNumber(line, 2, 0xFFFFFFFF));
+    entry->leaf = static_cast<uint32_t>(LineNumber(line, 1, 0xFFFFFFFF));
+    entry->subleaf = static_cast<uint32_t>(LineNumber(line, 2, 0xFFFFFFFF));
     for (int i = 0; i < 4; i++)
-        entry->registers[i] = uint32_t(LineNumber(line, 3 + i, 0xFFFFFFFF));
+        entry->registers[i] = static_cast<uint32_t>(LineNumber(line, 3 + i, 0xFFFFFFFF));
     entry->next = gBoard.cpuidLeaves;
     gBoard.cpuidLeaves = entry;
 }

@@ -96,29 +96,29 @@ void LogPort(const char *name, unsigned width, uint16_t port, const char *arrow,
     LogAdd(&line, width == 1 ? "8 " : width == 2 ? "16 " : "32 ");
     LogAddHex(&line, port, 4);
     LogAdd(&line, arrow);
-    LogAddHex(&line, value, int(2 * width));
+    LogAddHex(&line, value, static_cast<int>(2 * width));
     LogEnd(&line);
 }
 
 void PortIn(const Instruction *instruction, greg_t *rax) {
     uint32_t value = LoggedPortRead(instruction->port, instruction->width);
     // 8 and 16 bits leave the rest of RAX alone, 32 bits clear it.
-    uint64_t kept = instruction->width == 1   ? uint64_t(*rax) & ~uint64_t(0xFF)
-                    : instruction->width == 2 ? uint64_t(*rax) & ~uint64_t(0xFFFF)
+    uint64_t kept = instruction->width == 1   ? uint64_t(*rax) & ~static_cast<uint64_t>(0xFF)
+                    : instruction->width == 2 ? uint64_t(*rax) & ~static_cast<uint64_t>(0xFFFF)
                                               : 0;
     *rax = greg_t(kept | value);
 }
 
 void PortOut(const Instruction *instruction, greg_t rax) {
-    uint32_t value = uint32_t(rax);
+    uint32_t value = static_cast<uint32_t>(rax);
     if (instruction->width < 4)
         value &= (1u << (8 * instruction->width)) - 1;
     LoggedPortWrite(instruction->port, instruction->width, value);
 }
 
 void Cpuid(greg_t *registers) {
-    uint32_t leaf = uint32_t(registers[REG_RAX]);
-    uint32_t subleaf = uint32_t(registers[REG_RCX]);
+    uint32_t leaf = static_cast<uint32_t>(registers[REG_RAX]);
+    uint32_t subleaf = static_cast<uint32_t>(registers[REG_RCX]);
     const CpuidLeaf *found = gBoard.cpuidLeaves;
     while (found && (found->leaf != leaf || found->subleaf != subleaf))
         found = found->next;
@@ -164,7 +164,8 @@ void LogMemory(bool string, bool written, uint64_t address, unsigned width) {
     static const uint8_t NOTHING_THERE[64] = {};
     const uint8_t *bytes = MemoryAt(address, width);
     unsigned bits = 8 * width;
-    const char digits[4] = {char('0' + bits / 100), char('0' + bits / 10 % 10), char('0' + bits % 10), 0};
+    const char digits[4] = {static_cast<char>('0' + bits / 100), static_cast<char>('0' + bits / 10 % 10),
+                            static_cast<char>('0' + bits % 10), 0};
     LogLine line;
     CountAccesses(MEMORY_COSTS - 1);
     LogBegin(&line, string ? "ms" : written ? "mw" : "mr");
@@ -210,7 +211,7 @@ void PrepareOperand(const MemoryOperand *operand) {
 
 // The memory goes first: valgrind would search its 4 GiB for pointers to lost blocks, half a minute long.
 void LeaveUnstepped(uint64_t address) {
-    syscall(SYS_munmap, MemoryAt(0, 1), uint64_t(1) << 32);
+    syscall(SYS_munmap, MemoryAt(0, 1), static_cast<uint64_t>(1) << 32);
     BoardFail("device memory at %lx: it cannot be stepped through", static_cast<unsigned long>(address));
 }
 
@@ -244,7 +245,7 @@ bool OnPageFault(ucontext_t *context) {
         PrepareOperand(&instruction.operands[i]);
     // Nothing else may run while the pages are open.
     memcpy(&gStep.signalMask, &context->uc_sigmask, sizeof gStep.signalMask);
-    uint64_t all = ~(uint64_t(1) << (SIGTRAP - 1) | uint64_t(1) << (SIGSEGV - 1));
+    uint64_t all = ~(static_cast<uint64_t>(1) << (SIGTRAP - 1) | static_cast<uint64_t>(1) << (SIGSEGV - 1));
     memcpy(&context->uc_sigmask, &all, sizeof all);
     registers[REG_EFL] |= EFLAGS_TF;
     gStep.active = true;

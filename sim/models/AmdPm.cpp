@@ -33,10 +33,10 @@ uint32_t Read(void *, uint16_t port, unsigned) {
 
 void Write(void *, uint16_t port, unsigned, uint32_t value) {
     if (port == PM_INDEX) {
-        gIndex = uint8_t(value);
+        gIndex = static_cast<uint8_t>(value);
         return;
     }
-    gRegisters[gIndex] = uint8_t(value);
+    gRegisters[gIndex] = static_cast<uint8_t>(value);
     TellFollowers();
 }
 
@@ -53,13 +53,13 @@ void AmdPmLine(BoardLine *) {
 }
 
 void AmdPmBytesLine(BoardLine *line) {
-    uint32_t first = uint32_t(LineNumber(line, 1, REGISTERS - 1));
+    uint32_t first = static_cast<uint32_t>(LineNumber(line, 1, REGISTERS - 1));
     LineWord(line, 2);
     for (int i = 2; i < line->count; i++) {
-        uint32_t at = first + uint32_t(i) - 2;
+        uint32_t at = first + static_cast<uint32_t>(i) - 2;
         if (at >= REGISTERS)
             LineFail(line, "there are 256 registers", LineWord(line, i));
-        gRegisters[at] = uint8_t(LineNumber(line, i, 0xFF));
+        gRegisters[at] = static_cast<uint8_t>(LineNumber(line, i, 0xFF));
     }
     TellFollowers();
 }

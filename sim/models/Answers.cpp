@@ -20,16 +20,16 @@ bool gMsrs;
 uint64_t NextAnswer(unsigned width) {
     uint64_t value = 0;
     for (unsigned i = 0; i < width; i++)
-        value |= uint64_t(gNext < gEnd ? *gNext++ : gRest) << (8 * i);
+        value |= static_cast<uint64_t>(gNext < gEnd ? *gNext++ : gRest) << (8 * i);
     return value;
 }
 
 uint32_t AnswerPort(void *, uint16_t, unsigned width) {
-    return uint32_t(NextAnswer(width));
+    return static_cast<uint32_t>(NextAnswer(width));
 }
 
 uint32_t AnswerMemory(void *, uint64_t, unsigned width) {
-    return uint32_t(NextAnswer(width));
+    return static_cast<uint32_t>(NextAnswer(width));
 }
 
 void ClaimPortsBetween(uint32_t start, uint32_t end) {

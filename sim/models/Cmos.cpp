@@ -55,15 +55,16 @@ void WriteClock(void *device, uint16_t, unsigned, uint32_t value) {
     uint8_t *byte = &bank->bytes[bank->index];
     switch (bank->index) {
     case RTC_A:
-        *byte = uint8_t((*byte & A_UPDATE_IN_PROGRESS) | (value & uint8_t(~A_UPDATE_IN_PROGRESS)));
+        *byte = static_cast<uint8_t>((*byte & A_UPDATE_IN_PROGRESS) |
+                                     (value & static_cast<uint8_t>(~A_UPDATE_IN_PROGRESS)));
         break;
     case RTC_C:
         break;
     case RTC_D:
-        *byte = uint8_t((*byte & D_VALID) | (value & D_DATE_ALARM));
+        *byte = static_cast<uint8_t>((*byte & D_VALID) | (value & D_DATE_ALARM));
         break;
     default:
-        *byte = uint8_t(value);
+        *byte = static_cast<uint8_t>(value);
         break;
     }
 }
@@ -75,7 +76,7 @@ uint32_t ReadExtended(void *device, uint16_t, unsigned) {
 
 void WriteExtended(void *device, uint16_t, unsigned, uint32_t value) {
     Bank *bank = static_cast<Bank *>(device);
-    bank->bytes[bank->index] = uint8_t(value);
+    bank->bytes[bank->index] = static_cast<uint8_t>(value);
 }
 
 // A decimal number of so many digits and the character behind it (0 at the word's end); moves on.
@@ -121,13 +122,13 @@ void CmosLine(BoardLine *) {
 
 void CmosBytesLine(BoardLine *line) {
     NeedCmos(line);
-    uint32_t first = uint32_t(LineNumber(line, 1, 2 * BANK_SIZE - 1));
+    uint32_t first = static_cast<uint32_t>(LineNumber(line, 1, 2 * BANK_SIZE - 1));
     for (int i = 2; i < line->count; i++) {
-        uint32_t at = first + uint32_t(i) - 2;
+        uint32_t at = first + static_cast<uint32_t>(i) - 2;
         if (at >= 2 * BANK_SIZE)
             LineFail(line, "more bytes than there are behind the index", LineWord(line, 1));
         Bank *bank = at < BANK_SIZE ? &gCmos->clock : &gCmos->extended;
-        bank->bytes[at % BANK_SIZE] = uint8_t(LineNumber(line, i, 0xFF));
+        bank->bytes[at % BANK_SIZE] = static_cast<uint8_t>(LineNumber(line, i, 0xFF));
     }
 }
 

@@ -38,7 +38,7 @@ uint64_t gSecondFrom; // where the clock's present second began
 uint64_t gStuckPolls;
 
 uint8_t InRegisterForm(const uint8_t *registers, unsigned value) {
-    return uint8_t(registers[RTC_B] & B_BINARY ? value : value / 10 * 16 + value % 10);
+    return static_cast<uint8_t>(registers[RTC_B] & B_BINARY ? value : value / 10 * 16 + value % 10);
 }
 
 unsigned FromRegisterForm(const uint8_t *registers, unsigned value) {
@@ -49,13 +49,13 @@ uint8_t HoursInRegisterForm(const uint8_t *registers, unsigned hours) {
     if (registers[RTC_B] & B_HOURS_24)
         return InRegisterForm(registers, hours);
     unsigned shown = hours % 12 == 0 ? 12 : hours % 12;
-    return uint8_t(InRegisterForm(registers, shown) | (hours >= 12 ? HOURS_PM : 0));
+    return static_cast<uint8_t>(InRegisterForm(registers, shown) | (hours >= 12 ? HOURS_PM : 0));
 }
 
 unsigned HoursFromRegisterForm(const uint8_t *registers, unsigned value) {
     if (registers[RTC_B] & B_HOURS_24)
         return FromRegisterForm(registers, value);
-    unsigned shown = FromRegisterForm(registers, value & ~unsigned(HOURS_PM));
+    unsigned shown = FromRegisterForm(registers, value & ~static_cast<unsigned>(HOURS_PM));
     return shown % 12 + (value & HOURS_PM ? 12 : 0);
 }
 
@@ -122,7 +122,7 @@ void Update(uint8_t *registers) {
 uint64_t HostMicroseconds() {
     timespec now = {};
     syscall(SYS_clock_gettime, CLOCK_MONOTONIC, &now);
-    return uint64_t(now.tv_sec) * SECOND + uint64_t(now.tv_nsec) / 1000;
+    return static_cast<uint64_t>(now.tv_sec) * SECOND + static_cast<uint64_t>(now.tv_nsec) / 1000;
 }
 
 uint64_t SourceMicroseconds() {

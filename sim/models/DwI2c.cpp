@@ -231,7 +231,7 @@ void AddressSent(Core *core) {
 void ByteSent(Core *core) {
     if (core->command & DATA_CMD_READ) {
         Received(core, DeviceGives(core->addressed));
-    } else if (!DeviceTakes(core->addressed, uint8_t(core->command))) {
+    } else if (!DeviceTakes(core->addressed, static_cast<uint8_t>(core->command))) {
         Abort(core, ABRT_TXDATA_NOACK);
         return;
     }
@@ -380,7 +380,7 @@ void WriteSetting(Core *core, uint32_t offset, uint32_t value) {
 
 void WriteRegister(Core *core, uint32_t offset, uint32_t value) {
     if (offset == IC_DATA_CMD)
-        WriteData(core, uint16_t(value));
+        WriteData(core, static_cast<uint16_t>(value));
     else if (offset == IC_ENABLE)
         WriteEnable(core, value);
     else if (offset == IC_INTR_MASK)
@@ -395,7 +395,7 @@ uint32_t ReadBlock(void *device, uint64_t address, unsigned width) {
     if (width != 4)
         return 0xFFFFFFFF;
     Advance(core);
-    uint32_t value = ReadRegister(core, uint32_t(address - core->base));
+    uint32_t value = ReadRegister(core, static_cast<uint32_t>(address - core->base));
     Advance(core);
     return value;
 }
@@ -405,7 +405,7 @@ void WriteBlock(void *device, uint64_t address, unsigned width, uint32_t value) 
     if (width != 4)
         return;
     Advance(core);
-    WriteRegister(core, uint32_t(address - core->base), value);
+    WriteRegister(core, static_cast<uint32_t>(address - core->base), value);
     Advance(core);
 }
 
@@ -433,7 +433,7 @@ void NewCore(uint64_t base) {
 }
 
 uint32_t Depth(const BoardLine *line, int word) {
-    uint32_t depth = uint32_t(LineNumber(line, word, MAX_DEPTH));
+    uint32_t depth = static_cast<uint32_t>(LineNumber(line, word, MAX_DEPTH));
     if (depth == 0)
         LineFail(line, "a FIFO has 1 to 256 entries", line->words[word]);
     return depth;
@@ -459,14 +459,14 @@ void I2cCoreLine(BoardLine *line) {
         } else if (LineHas(line, i, "tx")) {
             gCore->txDepth = Depth(line, ++i);
         } else if (LineHas(line, i, "byte-time")) {
-            gCore->byteTime = uint32_t(LineNumber(line, ++i, UINT32_MAX));
+            gCore->byteTime = static_cast<uint32_t>(LineNumber(line, ++i, UINT32_MAX));
         } else if (LineHas(line, i, "never-disables")) {
             gCore->neverDisables = true;
         } else if (LineHas(line, i, "stays-busy")) {
             gCore->staysBusy = true;
         } else if (LineHas(line, i, "abort-after")) {
-            gCore->abortAfter = uint32_t(LineNumber(line, ++i, UINT32_MAX));
-            gCore->abortSource = uint32_t(LineNumber(line, ++i, UINT32_MAX));
+            gCore->abortAfter = static_cast<uint32_t>(LineNumber(line, ++i, UINT32_MAX));
+            gCore->abortSource = static_cast<uint32_t>(LineNumber(line, ++i, UINT32_MAX));
         } else {
             LineFail(line, "no such property of a core", line->words[i]);
         }
@@ -476,7 +476,7 @@ void I2cCoreLine(BoardLine *line) {
 void I2cDeviceLine(BoardLine *line) {
     if (!gCore)
         LineFail(line, "no \"i2c-core\" line comes before", line->words[0]);
-    uint8_t address = uint8_t(LineNumber(line, 1, 0x7F));
+    uint8_t address = static_cast<uint8_t>(LineNumber(line, 1, 0x7F));
     gDevice = FindDevice(gCore, address);
     if (!gDevice) {
         gDevice = static_cast<Device *>(ArenaTake(sizeof(Device)));
@@ -487,19 +487,19 @@ void I2cDeviceLine(BoardLine *line) {
     if (line->count > 2 && !LineHas(line, 2, "refuses"))
         LineFail(line, "not \"refuses\"", line->words[2]);
     if (line->count > 2)
-        gDevice->refuses = uint32_t(LineNumber(line, 3, UINT32_MAX));
+        gDevice->refuses = static_cast<uint32_t>(LineNumber(line, 3, UINT32_MAX));
 }
 
 void I2cWordsLine(BoardLine *line) {
     if (!gDevice)
         LineFail(line, "no \"i2c-device\" line comes before", line->words[0]);
-    uint32_t at = 2 * uint32_t(LineNumber(line, 1, 0xFF));
+    uint32_t at = 2 * static_cast<uint32_t>(LineNumber(line, 1, 0xFF));
     LineWord(line, 2);
     for (int i = 2; i < line->count; i++, at += 2) {
         if (at >= DEVICE_BYTES)
             LineFail(line, "a device has 256 registers", line->words[i]);
-        uint32_t word = uint32_t(LineNumber(line, i, 0xFFFF));
-        gDevice->bytes[at] = uint8_t(word);
-        gDevice->bytes[at + 1] = uint8_t(word >> 8);
+        uint32_t word = static_cast<uint32_t>(LineNumber(line, i, 0xFFFF));
+        gDevice->bytes[at] = static_cast<uint8_t>(word);
+        gDevice->bytes[at + 1] = static_cast<uint8_t>(word >> 8);
     }
 }

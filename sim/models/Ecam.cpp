@@ -8,12 +8,12 @@ namespace {
 
 uint32_t ReadWindow(void *device, uint64_t address, unsigned width) {
     uint64_t offset = address - *static_cast<uint64_t *>(device);
-    return PciConfigRead(uint16_t(offset >> 12), offset & 0xFFF, width);
+    return PciConfigRead(static_cast<uint16_t>(offset >> 12), offset & 0xFFF, width);
 }
 
 void WriteWindow(void *device, uint64_t address, unsigned width, uint32_t value) {
     uint64_t offset = address - *static_cast<uint64_t *>(device);
-    PciConfigWrite(uint16_t(offset >> 12), offset & 0xFFF, width, value);
+    PciConfigWrite(static_cast<uint16_t>(offset >> 12), offset & 0xFFF, width, value);
 }
 
 } // namespace

@@ -21,11 +21,11 @@ void WriteAddress(void *device, uint16_t, unsigned, uint32_t value) {
 }
 
 uint16_t Function(uint32_t address) {
-    return uint16_t(address >> 8);
+    return static_cast<uint16_t>(address >> 8);
 }
 
 uint16_t Register(uint32_t address, uint16_t port) {
-    return uint16_t((address & 0xFC) + (port - CONFIG_DATA));
+    return static_cast<uint16_t>((address & 0xFC) + (port - CONFIG_DATA));
 }
 
 uint32_t ReadData(void *device, uint16_t port, unsigned width) {

@@ -44,7 +44,7 @@ void SetMask(uint8_t *mask, uint16_t offset, unsigned width, uint32_t bits) {
 
 uint8_t CapabilityPointer(const PciFunction *function) {
     bool cardBus = (function->config[PCI_HEADER_TYPE] & HEADER_LAYOUT) == 2;
-    return cardBus ? uint8_t(PCI_CARDBUS_CAPABILITIES) : uint8_t(PCI_CAPABILITIES);
+    return cardBus ? static_cast<uint8_t>(PCI_CARDBUS_CAPABILITIES) : static_cast<uint8_t>(PCI_CAPABILITIES);
 }
 
 // The writable bits that every header of the layout has.
@@ -81,7 +81,7 @@ int FunctionNumber(const char *word) {
     unsigned long function = strtoul(dot + 1, &end, 16);
     if (end == dot + 1 || *end || bus > 255 || device > 31 || function > 7)
         return -1;
-    return int(bus << 8 | device << 3 | function);
+    return static_cast<int>(bus << 8 | device << 3 | function);
 }
 
 void SetIds(const BoardLine *line, uint16_t offset, const char *word) {
@@ -90,19 +90,20 @@ void SetIds(const BoardLine *line, uint16_t offset, const char *word) {
     unsigned long second = *end == ':' ? strtoul(end + 1, &end, 16) : 0x10000;
     if (*end || first > 0xFFFF || second > 0xFFFF)
         LineFail(line, "not two numbers as in 8086:1234", word);
-    PciStore(gCurrent, offset, 4, uint32_t(first | second << 16));
+    PciStore(gCurrent, offset, 4, static_cast<uint32_t>(first | second << 16));
 }
 
 void SetRegister(BoardLine *line, unsigned width) {
     PciFunction *function = PciLineFunction(line);
     uint32_t largest = width == 4 ? 0xFFFFFFFF : (1u << (8 * width)) - 1;
-    uint16_t offset = uint16_t(LineNumber(line, 1, PCI_SPACE - width));
-    PciStore(function, offset, width, uint32_t(LineNumber(line, 2, largest)));
+    uint16_t offset = static_cast<uint16_t>(LineNumber(line, 1, PCI_SPACE - width));
+    PciStore(function, offset, width, static_cast<uint32_t>(LineNumber(line, 2, largest)));
     for (int i = 3; i < line->count; i++) {
         if (LineHas(line, i, "rw"))
-            SetMask(function->writable, offset, width, uint32_t(LineNumber(line, ++i, largest)));
+            SetMask(function->writable, offset, width, static_cast<uint32_t>(LineNumber(line, ++i, largest)));
         else if (LineHas(line, i, "w1c"))
-            SetMask(function->oneClears, offset, width, uint32_t(LineNumber(line, ++i, largest)));
+            SetMask(function->oneClears, offset, width,
+                    static_cast<uint32_t>(LineNumber(line, ++i, largest)));
         else
             LineFail(line, "neither \"rw\" nor \"w1c\"", line->words[i]);
     }
@@ -111,8 +112,9 @@ void SetRegister(BoardLine *line, unsigned width) {
 // Hangs a capability to the end of the function's list.
 uint8_t AddCapability(BoardLine *line, uint8_t id, int offsetWord) {
     PciFunction *function = PciLineFunction(line);
-    uint8_t offset = uint8_t(LineNumber(line, offsetWord, 0xFC));
-    uint8_t link = function->lastCap != 0 ? uint8_t(function->lastCap + 1) : CapabilityPointer(function);
+    uint8_t offset = static_cast<uint8_t>(LineNumber(line, offsetWord, 0xFC));
+    uint8_t link =
+        function->lastCap != 0 ? static_cast<uint8_t>(function->lastCap + 1) : CapabilityPointer(function);
     function->config[link] = offset;
     function->config[offset] = id;
     function->config[offset + 1] = 0;
@@ -156,11 +158,11 @@ void PciConfigWrite(uint16_t number, uint16_t offset, unsigned width, uint32_t v
     if (!function || offset + width > PCI_SPACE || (offset >= PCI_EXTENDED_SPACE && !function->express))
         return;
     for (unsigned i = 0; i < width; i++) {
-        uint8_t written = uint8_t(value >> (8 * i));
+        uint8_t written = static_cast<uint8_t>(value >> (8 * i));
         uint8_t writable = function->writable[offset + i];
         uint8_t cleared = written & function->oneClears[offset + i];
         uint8_t *byte = &function->config[offset + i];
-        *byte = uint8_t(((*byte & ~writable) | (written & writable)) & ~cleared);
+        *byte = static_cast<uint8_t>(((*byte & ~writable) | (written & writable)) & ~cleared);
     }
     if (function->afterWrite)
         function->afterWrite(function, offset, width);
@@ -178,7 +180,7 @@ void PciLine(BoardLine *line) {
         LineFail(line, "not a function as in 00:1f.3", line->words[1]);
     if (!gFunctions[number]) {
         gFunctions[number] = static_cast<PciFunction *>(ArenaTake(sizeof(PciFunction)));
-        gFunctions[number]->number = uint16_t(number);
+        gFunctions[number]->number = static_cast<uint16_t>(number);
         LineWord(line, 2); // a new function needs its identification
     }
     gCurrent = gFunctions[number];
@@ -186,12 +188,12 @@ void PciLine(BoardLine *line) {
         SetIds(line, PCI_VENDOR_ID, line->words[2]);
     for (int i = 3; i < line->count; i++) {
         if (LineHas(line, i, "class")) {
-            uint32_t code = uint32_t(LineNumber(line, ++i, 0xFFFFFF));
+            uint32_t code = static_cast<uint32_t>(LineNumber(line, ++i, 0xFFFFFF));
             PciStore(gCurrent, PCI_CLASS_CODE, 3, code);
         } else if (LineHas(line, i, "rev"))
-            PciStore(gCurrent, PCI_REVISION_ID, 1, uint32_t(LineNumber(line, ++i, 0xFF)));
+            PciStore(gCurrent, PCI_REVISION_ID, 1, static_cast<uint32_t>(LineNumber(line, ++i, 0xFF)));
         else if (LineHas(line, i, "header"))
-            PciStore(gCurrent, PCI_HEADER_TYPE, 1, uint32_t(LineNumber(line, ++i, 0xFF)));
+            PciStore(gCurrent, PCI_HEADER_TYPE, 1, static_cast<uint32_t>(LineNumber(line, ++i, 0xFF)));
         else if (LineHas(line, i, "multi"))
             gCurrent->config[PCI_HEADER_TYPE] |= HEADER_MULTI_FUNCTION;
         else
@@ -226,8 +228,8 @@ void PciDwordLine(BoardLine *line) {
 
 void PciIrqLine(BoardLine *line) {
     PciFunction *function = PciLineFunction(line);
-    function->config[PCI_INTERRUPT_LINE] = uint8_t(LineNumber(line, 1, 0xFF));
-    function->config[PCI_INTERRUPT_PIN] = uint8_t(LineNumber(line, 2, 0xFF));
+    function->config[PCI_INTERRUPT_LINE] = static_cast<uint8_t>(LineNumber(line, 1, 0xFF));
+    function->config[PCI_INTERRUPT_PIN] = static_cast<uint8_t>(LineNumber(line, 2, 0xFF));
 }
 
 void PciSubsystemLine(BoardLine *line) {
@@ -237,7 +239,7 @@ void PciSubsystemLine(BoardLine *line) {
 
 void PciBarLine(BoardLine *line) {
     PciFunction *function = PciLineFunction(line);
-    uint16_t offset = uint16_t(PCI_BASE_ADDRESS_0 + 4 * LineNumber(line, 1, 5));
+    uint16_t offset = static_cast<uint16_t>(PCI_BASE_ADDRESS_0 + 4 * LineNumber(line, 1, 5));
     bool io = strcmp(LineWord(line, 2), "io") == 0;
     bool wide = strcmp(LineWord(line, 2), "mem64") == 0;
     if (!io && !wide && strcmp(LineWord(line, 2), "mem") != 0)
@@ -246,32 +248,33 @@ void PciBarLine(BoardLine *line) {
     uint64_t size = LineNumber(line, 4, UINT64_MAX);
     if (size < 4 || (size & (size - 1)) != 0)
         LineFail(line, "the size is no power of two", line->words[4]);
-    PciStore(function, offset, 4, uint32_t(address) | (io ? 1 : wide ? 4 : 0));
-    SetMask(function->writable, offset, 4, uint32_t(~(size - 1)));
+    PciStore(function, offset, 4, static_cast<uint32_t>(address) | (io ? 1 : wide ? 4 : 0));
+    SetMask(function->writable, offset, 4, static_cast<uint32_t>(~(size - 1)));
     if (!wide)
         return;
-    PciStore(function, uint16_t(offset + 4), 4, uint32_t(address >> 32));
-    SetMask(function->writable, uint16_t(offset + 4), 4, uint32_t(~(size - 1) >> 32));
+    PciStore(function, static_cast<uint16_t>(offset + 4), 4, static_cast<uint32_t>(address >> 32));
+    SetMask(function->writable, static_cast<uint16_t>(offset + 4), 4,
+            static_cast<uint32_t>(~(size - 1) >> 32));
 }
 
 void PciBusesLine(BoardLine *line) {
     PciFunction *function = PciLineFunction(line);
     for (int i = 0; i < 3; i++)
-        function->config[PCI_PRIMARY_BUS + i] = uint8_t(LineNumber(line, 1 + i, 0xFF));
+        function->config[PCI_PRIMARY_BUS + i] = static_cast<uint8_t>(LineNumber(line, 1 + i, 0xFF));
 }
 
 void PciCapLine(BoardLine *line) {
-    uint8_t id = uint8_t(LineNumber(line, 1, 0xFF));
+    uint8_t id = static_cast<uint8_t>(LineNumber(line, 1, 0xFF));
     uint8_t offset = AddCapability(line, id, 2);
     for (int i = 3; i < line->count; i++)
-        gCurrent->config[offset + 2 + i - 3] = uint8_t(LineNumber(line, i, 0xFF));
+        gCurrent->config[offset + 2 + i - 3] = static_cast<uint8_t>(LineNumber(line, i, 0xFF));
 }
 
 void PciExpressLine(BoardLine *line) {
     static const char *const STATES[] = {"DIS", "L0S", "L1", "L01"};
     uint8_t offset = AddCapability(line, CAP_PCI_EXPRESS, 1);
     PciFunction *function = gCurrent;
-    uint32_t type = uint32_t(LineNumber(line, 2, 0xF));
+    uint32_t type = static_cast<uint32_t>(LineNumber(line, 2, 0xF));
     unsigned aspm = 0;
     while (aspm < 4 && !LineHas(line, 3, STATES[aspm]))
         aspm++;
@@ -279,27 +282,30 @@ void PciExpressLine(BoardLine *line) {
         LineFail(line, "none of \"DIS\", \"L0S\", \"L1\", \"L01\"", LineWord(line, 3));
     function->express = true;
     function->writable[PCI_LATENCY_TIMER] = 0;
-    PciStore(function, uint16_t(offset + 0x02), 2, 0x0002 | type << 4); // capabilities: version 2, port type
-    PciStore(function, uint16_t(offset + 0x04), 4, 0x00008001); // device: payload 256, error reporting
-    PciStore(function, uint16_t(offset + 0x08), 2, 0x2810);
-    SetMask(function->writable, uint16_t(offset + 0x08), 2, 0x7FFF);
-    SetMask(function->oneClears, uint16_t(offset + 0x0A), 2, 0x000F);
-    PciStore(function, uint16_t(offset + 0x0C), 4, 0x00433C43); // link: 8 GT/s, x4, L0s and L1
-    PciStore(function, uint16_t(offset + 0x10), 2, 0x0040 | aspm);
-    SetMask(function->writable, uint16_t(offset + 0x10), 2, 0x01FB);
-    PciStore(function, uint16_t(offset + 0x12), 2, 0x1043);
+    PciStore(function, static_cast<uint16_t>(offset + 0x02), 2,
+             0x0002 | type << 4); // capabilities: version 2, port type
+    PciStore(function, static_cast<uint16_t>(offset + 0x04), 4,
+             0x00008001); // device: payload 256, error reporting
+    PciStore(function, static_cast<uint16_t>(offset + 0x08), 2, 0x2810);
+    SetMask(function->writable, static_cast<uint16_t>(offset + 0x08), 2, 0x7FFF);
+    SetMask(function->oneClears, static_cast<uint16_t>(offset + 0x0A), 2, 0x000F);
+    PciStore(function, static_cast<uint16_t>(offset + 0x0C), 4, 0x00433C43); // link: 8 GT/s, x4, L0s and L1
+    PciStore(function, static_cast<uint16_t>(offset + 0x10), 2, 0x0040 | aspm);
+    SetMask(function->writable, static_cast<uint16_t>(offset + 0x10), 2, 0x01FB);
+    PciStore(function, static_cast<uint16_t>(offset + 0x12), 2, 0x1043);
 }
 
 void PciExtendedCapLine(BoardLine *line) {
     PciFunction *function = PciLineFunction(line);
-    uint32_t id = uint32_t(LineNumber(line, 1, 0xFFFF));
-    uint32_t version = uint32_t(LineNumber(line, 2, 0xF));
-    uint16_t offset = uint16_t(LineNumber(line, 3, PCI_SPACE - 4));
+    uint32_t id = static_cast<uint32_t>(LineNumber(line, 1, 0xFFFF));
+    uint32_t version = static_cast<uint32_t>(LineNumber(line, 2, 0xF));
+    uint16_t offset = static_cast<uint16_t>(LineNumber(line, 3, PCI_SPACE - 4));
     if (!function->express || offset < PCI_EXTENDED_SPACE || offset % 4 != 0)
         LineFail(line, "no place for an extended capability", line->words[3]);
     if (function->lastExtendedCap != 0) {
         uint32_t header = PciStored(function, function->lastExtendedCap, 4);
-        PciStore(function, function->lastExtendedCap, 4, (header & 0xFFFFF) | uint32_t(offset) << 20);
+        PciStore(function, function->lastExtendedCap, 4,
+                 (header & 0xFFFFF) | static_cast<uint32_t>(offset) << 20);
     }
     PciStore(function, offset, 4, id | version << 16);
     function->lastExtendedCap = offset;

@@ -30,20 +30,20 @@ void Change(int which, uint16_t bits, uint16_t value) {
         *at = uint16_t(*at & ~(value & bits));
     else {
         uint16_t kept = which == ENABLE ? ENABLE_BITS : CONTROL_BITS;
-        *at = uint16_t(((*at & ~bits) | (value & bits)) & kept);
+        *at = static_cast<uint16_t>(((*at & ~bits) | (value & bits)) & kept);
     }
 }
 
 uint32_t Read(void *, uint16_t port, unsigned) {
-    unsigned offset = unsigned(port - gPm1->base);
-    return uint32_t(gPm1->registers[offset / 2]) >> (offset % 2 * 8);
+    unsigned offset = static_cast<unsigned>(port - gPm1->base);
+    return static_cast<uint32_t>(gPm1->registers[offset / 2]) >> (offset % 2 * 8);
 }
 
 void Write(void *, uint16_t port, unsigned width, uint32_t value) {
-    unsigned offset = unsigned(port - gPm1->base);
+    unsigned offset = static_cast<unsigned>(port - gPm1->base);
     unsigned shift = offset % 2 * 8;
     unsigned bits = width == WIDTH_16 ? 0xFFFF : 0xFFu << shift;
-    Change(int(offset / 2), uint16_t(bits), uint16_t(value << shift));
+    Change(static_cast<int>(offset / 2), static_cast<uint16_t>(bits), static_cast<uint16_t>(value << shift));
 }
 
 } // namespace
@@ -54,11 +54,11 @@ void Pm1Reset() {
 
 void Pm1Line(BoardLine *line) {
     gPm1 = static_cast<Pm1 *>(ArenaTake(sizeof(Pm1)));
-    gPm1->base = uint16_t(LineNumber(line, 1, 0xFFFF - 2 * REGISTERS));
+    gPm1->base = static_cast<uint16_t>(LineNumber(line, 1, 0xFFFF - 2 * REGISTERS));
     for (int i = 0; i < REGISTERS && line->count > 2; i++)
-        gPm1->registers[i] = uint16_t(LineNumber(line, i + 2, 0xFFFF));
+        gPm1->registers[i] = static_cast<uint16_t>(LineNumber(line, i + 2, 0xFFFF));
     for (int i = 0; i < REGISTERS; i++)
-        ClaimPorts(gPm1->base + 2u * unsigned(i), 2, WIDTH_8 | WIDTH_16, Read, Write, nullptr);
+        ClaimPorts(gPm1->base + 2u * static_cast<unsigned>(i), 2, WIDTH_8 | WIDTH_16, Read, Write, nullptr);
 }
 
 void Pm1ClockAlarm() {

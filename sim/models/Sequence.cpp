@@ -25,6 +25,6 @@ void SequenceLine(BoardLine *line) {
     uint64_t address = LineNumber(line, 1, UINT32_MAX & ~3u);
     LineWord(line, 2);
     for (int i = 2; i < line->count; i++)
-        sequence->values[sequence->count++] = uint32_t(LineNumber(line, i, UINT32_MAX));
+        sequence->values[sequence->count++] = static_cast<uint32_t>(LineNumber(line, i, UINT32_MAX));
     ClaimMemory(address, 4, ReadNext, nullptr, sequence);
 }

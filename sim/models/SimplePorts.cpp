@@ -16,7 +16,7 @@ uint32_t ReadLatch(void *, uint16_t port, unsigned) {
 }
 
 void WriteLatch(void *, uint16_t port, unsigned, uint32_t value) {
-    gStored[port] = uint8_t(value);
+    gStored[port] = static_cast<uint8_t>(value);
 }
 
 void ClaimLatches(uint32_t port, uint32_t count) {
@@ -37,13 +37,13 @@ void SimplePortsReset() {
 }
 
 void LatchPortLine(BoardLine *line) {
-    uint32_t port = uint32_t(LineNumber(line, 1, 0xFFFF));
-    uint32_t count = uint32_t(LineNumber(line, 2, 0x10000 - port));
+    uint32_t port = static_cast<uint32_t>(LineNumber(line, 1, 0xFFFF));
+    uint32_t count = static_cast<uint32_t>(LineNumber(line, 2, 0x10000 - port));
     bool counting = LineHas(line, 3, "counting");
-    uint8_t value = line->count > 3 && !counting ? uint8_t(LineNumber(line, 3, 0xFF)) : 0;
+    uint8_t value = line->count > 3 && !counting ? static_cast<uint8_t>(LineNumber(line, 3, 0xFF)) : 0;
     ClaimLatches(port, count);
     for (uint32_t i = 0; i < count; i++)
-        gStored[port + i] = counting ? uint8_t(i) : value;
+        gStored[port + i] = counting ? static_cast<uint8_t>(i) : value;
 }
 
 void LatchPortSet(uint16_t port, uint8_t value) {
@@ -72,15 +72,17 @@ uint32_t ReadConstant(void *device, uint16_t port, unsigned) {
 
 void ConstantPortLine(BoardLine *line) {
     Constant *constant = static_cast<Constant *>(ArenaTake(sizeof(Constant)));
-    constant->port = uint16_t(LineNumber(line, 1, 0xFFFF));
+    constant->port = static_cast<uint16_t>(LineNumber(line, 1, 0xFFFF));
     LineWord(line, 2);
     for (int i = 2; i < line->count; i++)
-        constant->bytes[i - 2] = uint8_t(LineNumber(line, i, 0xFF));
-    ClaimPorts(constant->port, uint32_t(line->count - 2), WIDTH_8, ReadConstant, nullptr, constant);
+        constant->bytes[i - 2] = static_cast<uint8_t>(LineNumber(line, i, 0xFF));
+    ClaimPorts(constant->port, static_cast<uint32_t>(line->count - 2), WIDTH_8, ReadConstant, nullptr,
+               constant);
 }
 
 void DelayPortLine(BoardLine *line) {
-    ClaimPorts(uint32_t(LineNumber(line, 1, 0xFFFF)), 1, WIDTH_8, nullptr, CountMicrosecond, nullptr);
+    ClaimPorts(static_cast<uint32_t>(LineNumber(line, 1, 0xFFFF)), 1, WIDTH_8, nullptr, CountMicrosecond,
+               nullptr);
 }
 
 uint64_t DelayPortMicroseconds() {

@@ -97,7 +97,7 @@ uint8_t ReadStatus(Host *host) {
 }
 
 void WriteStatus(Host *host, uint8_t value) {
-    host->status &= uint8_t(~(value & STS_ONE_CLEARS));
+    host->status &= static_cast<uint8_t>(~(value & STS_ONE_CLEARS));
     if (value & STS_INUSE)
         host->inUse = false;
 }
@@ -109,7 +109,7 @@ void WriteControl(Host *host, uint8_t value) {
         host->running = false;
         host->status |= STS_FAILED;
     }
-    host->control = uint8_t(value & ~CNT_START);
+    host->control = static_cast<uint8_t>(value & ~CNT_START);
     if ((value & CNT_START) && !(value & CNT_KILL)) { // KILL has to be taken back first
         host->running = true;
         host->timingOut = false;
@@ -156,11 +156,11 @@ void WritePort(void *device, uint16_t port, unsigned, uint32_t value) {
     uint32_t offset = port - host->claim->base;
     Advance(host);
     if (offset == HST_STS)
-        WriteStatus(host, uint8_t(value));
+        WriteStatus(host, static_cast<uint8_t>(value));
     else if (offset == HST_CNT)
-        WriteControl(host, uint8_t(value));
+        WriteControl(host, static_cast<uint8_t>(value));
     else
-        WriteSetting(host, offset, uint8_t(value));
+        WriteSetting(host, offset, static_cast<uint8_t>(value));
 }
 
 void PlaceByPci(PciFunction *function, uint16_t, unsigned) {
@@ -171,7 +171,7 @@ void PlaceByPci(PciFunction *function, uint16_t, unsigned) {
 
 void PlaceByPm(void *device) {
     PortClaim *claim = static_cast<Host *>(device)->claim;
-    claim->base = uint32_t(AmdPmRegister(PM_SMBUS_BASE_HIGH)) << 8;
+    claim->base = static_cast<uint32_t>(AmdPmRegister(PM_SMBUS_BASE_HIGH)) << 8;
     claim->enabled = AmdPmRegister(PM_DECODE_ENABLE) & PM_SMBUS_ENABLED;
 }
 
@@ -200,5 +200,5 @@ void SmbusHostLine(BoardLine *line) {
     } else {
         LineFail(line, "neither \"pci\" nor \"pm\"", LineWord(line, 1));
     }
-    host->time = line->count > 2 ? uint32_t(LineNumber(line, 2, UINT32_MAX)) : USUAL_TIME;
+    host->time = line->count > 2 ? static_cast<uint32_t>(LineNumber(line, 2, UINT32_MAX)) : USUAL_TIME;
 }

@@ -54,7 +54,7 @@ SmbusOutcome Address(const Slave *slave, uint32_t *offset, uint64_t time) {
 }
 
 void NewSlave(BoardLine *line, bool paged) {
-    uint8_t address = uint8_t(LineNumber(line, 1, 0xFF));
+    uint8_t address = static_cast<uint8_t>(LineNumber(line, 1, 0xFF));
     if (address & 1)
         LineFail(line, "bit 0 of an address is the direction", line->words[1]);
     gCurrent = Find(address);
@@ -68,13 +68,13 @@ void NewSlave(BoardLine *line, bool paged) {
     gCurrent->paged = paged;
     for (int i = 2; i < line->count; i++) {
         if (LineHas(line, i, "write-time"))
-            gCurrent->writeTime = uint32_t(LineNumber(line, ++i, UINT32_MAX));
+            gCurrent->writeTime = static_cast<uint32_t>(LineNumber(line, ++i, UINT32_MAX));
         else if (LineHas(line, i, "stops"))
-            gCurrent->stops = uint32_t(LineNumber(line, ++i, NEVER));
+            gCurrent->stops = static_cast<uint32_t>(LineNumber(line, ++i, NEVER));
         else if (LineHas(line, i, "collides"))
-            gCurrent->collides = uint32_t(LineNumber(line, ++i, NEVER));
+            gCurrent->collides = static_cast<uint32_t>(LineNumber(line, ++i, NEVER));
         else if (LineHas(line, i, "holds"))
-            gCurrent->holds = uint32_t(LineNumber(line, ++i, NEVER));
+            gCurrent->holds = static_cast<uint32_t>(LineNumber(line, ++i, NEVER));
         else
             LineFail(line, "none of \"write-time\", \"stops\", \"collides\", \"holds\"", line->words[i]);
     }
@@ -135,7 +135,7 @@ void SmbusSpdLine(BoardLine *line) {
 }
 
 void SmbusRemoveLine(BoardLine *line) {
-    const Slave *gone = Find(uint8_t(LineNumber(line, 1, 0xFF)));
+    const Slave *gone = Find(static_cast<uint8_t>(LineNumber(line, 1, 0xFF)));
     if (!gone)
         LineFail(line, "no such slave", line->words[1]);
     Slave **link = &gSlaves;
@@ -147,17 +147,17 @@ void SmbusRemoveLine(BoardLine *line) {
 
 void SmbusBytesLine(BoardLine *line) {
     LineWord(line, 2);
-    uint32_t count = uint32_t(line->count - 2);
-    uint8_t *bytes = Contents(line, uint32_t(LineNumber(line, 1, NEVER)), count);
+    uint32_t count = static_cast<uint32_t>(line->count - 2);
+    uint8_t *bytes = Contents(line, static_cast<uint32_t>(LineNumber(line, 1, NEVER)), count);
     for (uint32_t i = 0; i < count; i++)
-        bytes[i] = uint8_t(LineNumber(line, int(i + 2), 0xFF));
+        bytes[i] = static_cast<uint8_t>(LineNumber(line, static_cast<int>(i + 2), 0xFF));
 }
 
 void SmbusFillLine(BoardLine *line) {
-    uint32_t count = uint32_t(LineNumber(line, 2, NEVER));
-    uint8_t *bytes = Contents(line, uint32_t(LineNumber(line, 1, NEVER)), count);
+    uint32_t count = static_cast<uint32_t>(LineNumber(line, 2, NEVER));
+    uint8_t *bytes = Contents(line, static_cast<uint32_t>(LineNumber(line, 1, NEVER)), count);
     bool counting = LineHas(line, 3, "counting");
-    uint8_t value = counting ? uint8_t(0) : uint8_t(LineNumber(line, 3, 0xFF));
+    uint8_t value = counting ? static_cast<uint8_t>(0) : static_cast<uint8_t>(LineNumber(line, 3, 0xFF));
     for (uint32_t i = 0; i < count; i++)
-        bytes[i] = counting ? uint8_t(i) : value;
+        bytes[i] = counting ? static_cast<uint8_t>(i) : value;
 }

@@ -152,7 +152,7 @@ bool Meets(uint16_t offset, unsigned width, uint16_t data) {
 
 void BeforeRead(PciFunction *function, uint16_t offset, unsigned width) {
     for (uint16_t index : INDEXES) {
-        uint16_t data = uint16_t(index + DATA_BEHIND_INDEX);
+        uint16_t data = static_cast<uint16_t>(index + DATA_BEHIND_INDEX);
         Place place = Chosen(function, index);
         if (Meets(offset, width, data))
             PciStore(function, data, 4, ReadNetwork(place.die, place.address));
@@ -161,7 +161,7 @@ void BeforeRead(PciFunction *function, uint16_t offset, unsigned width) {
 
 void AfterWrite(PciFunction *function, uint16_t offset, unsigned width) {
     for (uint16_t index : INDEXES) {
-        uint16_t data = uint16_t(index + DATA_BEHIND_INDEX);
+        uint16_t data = static_cast<uint16_t>(index + DATA_BEHIND_INDEX);
         if (!Meets(offset, width, data))
             continue;
         Place place = Chosen(function, index);
@@ -187,8 +187,8 @@ void SmnLine(BoardLine *line) {
 }
 
 void SmnRegisterLine(BoardLine *line) {
-    uint32_t die = uint32_t(LineNumber(line, 1, UINT32_MAX));
-    uint32_t address = uint32_t(LineNumber(line, 2, UINT32_MAX & ~3u));
+    uint32_t die = static_cast<uint32_t>(LineNumber(line, 1, UINT32_MAX));
+    uint32_t address = static_cast<uint32_t>(LineNumber(line, 2, UINT32_MAX & ~3u));
     SmnRegister *found = Find(die, address);
     if (!found) {
         found = static_cast<SmnRegister *>(ArenaTake(sizeof(SmnRegister)));
@@ -197,7 +197,7 @@ void SmnRegisterLine(BoardLine *line) {
         found->next = gRegisters;
         gRegisters = found;
     }
-    found->value = uint32_t(LineNumber(line, 3, UINT32_MAX));
+    found->value = static_cast<uint32_t>(LineNumber(line, 3, UINT32_MAX));
     found->readOnly = LineHas(line, 4, "ro");
 }
 
@@ -205,17 +205,17 @@ void SmuMailboxLine(BoardLine *line) {
     if (!gMailbox)
         gMailbox = static_cast<Mailbox *>(ArenaTake(sizeof(Mailbox)));
     gMailbox->response = RESPONSE_OK;
-    gMailbox->time = line->count > 1 ? uint32_t(LineNumber(line, 1, UINT32_MAX)) : USUAL_TIME;
+    gMailbox->time = line->count > 1 ? static_cast<uint32_t>(LineNumber(line, 1, UINT32_MAX)) : USUAL_TIME;
 }
 
 void SmuReplyLine(BoardLine *line) {
     if (!gMailbox)
         LineFail(line, "no \"smu-mailbox\" line comes before", line->words[0]);
     Reply *reply = static_cast<Reply *>(ArenaTake(sizeof(Reply)));
-    reply->id = uint32_t(LineNumber(line, 1, UINT32_MAX));
-    reply->response = uint32_t(LineNumber(line, 2, UINT32_MAX));
+    reply->id = static_cast<uint32_t>(LineNumber(line, 1, UINT32_MAX));
+    reply->response = static_cast<uint32_t>(LineNumber(line, 2, UINT32_MAX));
     for (int i = 3; i < line->count && reply->count < ARGUMENTS; i++)
-        reply->arguments[reply->count++] = uint32_t(LineNumber(line, i, UINT32_MAX));
+        reply->arguments[reply->count++] = static_cast<uint32_t>(LineNumber(line, i, UINT32_MAX));
     reply->next = gMailbox->replies;
     gMailbox->replies = reply;
 }

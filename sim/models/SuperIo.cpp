@@ -104,9 +104,9 @@ uint32_t ReadPort(void *device, uint16_t port, unsigned) {
 void WritePort(void *device, uint16_t port, unsigned, uint32_t value) {
     Chip *chip = static_cast<Chip *>(device);
     if (port == chip->port)
-        WriteIndex(chip, uint8_t(value));
+        WriteIndex(chip, static_cast<uint8_t>(value));
     else
-        WriteData(chip, uint8_t(value));
+        WriteData(chip, static_cast<uint8_t>(value));
 }
 
 void NeedChip(const BoardLine *line) {
@@ -116,12 +116,12 @@ void NeedChip(const BoardLine *line) {
 
 // The words from `word` on: the first register, then the bytes, then perhaps "ro".
 void SetRegisters(const BoardLine *line, int word, Register *registers, uint32_t from, uint32_t to) {
-    uint32_t at = uint32_t(LineNumber(line, word, to - 1));
+    uint32_t at = static_cast<uint32_t>(LineNumber(line, word, to - 1));
     bool readOnly = LineHas(line, line->count - 1, "ro");
     for (int i = word + 1; i < line->count - readOnly; i++, at++) {
         if (at < from || at >= to)
             LineFail(line, "registers 00 to 2f are the chip's, 30 to ff a device's", LineWord(line, word));
-        registers[at] = {uint8_t(LineNumber(line, i, 0xFF)), true, !readOnly};
+        registers[at] = {static_cast<uint8_t>(LineNumber(line, i, 0xFF)), true, !readOnly};
     }
 }
 
@@ -133,12 +133,12 @@ void SuperIoReset() {
 
 void SuperIoLine(BoardLine *line) {
     gChip = static_cast<Chip *>(ArenaTake(sizeof(Chip)));
-    gChip->port = uint16_t(LineNumber(line, 1, 0xFFFE));
-    gChip->keys[0] = uint8_t(LineNumber(line, 2, 0xFF));
-    gChip->keys[1] = uint8_t(LineNumber(line, 3, 0xFF));
+    gChip->port = static_cast<uint16_t>(LineNumber(line, 1, 0xFFFE));
+    gChip->keys[0] = static_cast<uint8_t>(LineNumber(line, 2, 0xFF));
+    gChip->keys[1] = static_cast<uint8_t>(LineNumber(line, 3, 0xFF));
     gChip->hasExitKey = line->count > 4;
     if (gChip->hasExitKey)
-        gChip->exitKey = uint8_t(LineNumber(line, 4, 0xFF));
+        gChip->exitKey = static_cast<uint8_t>(LineNumber(line, 4, 0xFF));
     gChip->globals[LOGICAL_DEVICE] = {0, true, true};
     ClaimPorts(gChip->port, 2, WIDTH_8, ReadPort, WritePort, gChip);
 }
@@ -150,7 +150,7 @@ void SuperIoGlobalLine(BoardLine *line) {
 
 void SuperIoDeviceLine(BoardLine *line) {
     NeedChip(line);
-    uint8_t number = uint8_t(LineNumber(line, 1, 0xFF));
+    uint8_t number = static_cast<uint8_t>(LineNumber(line, 1, 0xFF));
     Device *device = FindDevice(gChip, number);
     if (!device) {
         device = static_cast<Device *>(ArenaTake(sizeof(Device)));

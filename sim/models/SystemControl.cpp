@@ -20,7 +20,7 @@ uint32_t Read(void *device, uint16_t, unsigned) {
 
 void Write(void *device, uint16_t, unsigned, uint32_t value) {
     uint8_t *stored = static_cast<uint8_t *>(device);
-    *stored = uint8_t((*stored & ~WRITABLE) | (value & WRITABLE));
+    *stored = static_cast<uint8_t>((*stored & ~WRITABLE) | (value & WRITABLE));
 }
 
 } // namespace

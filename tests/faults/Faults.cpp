@@ -99,13 +99,13 @@ void Log(const char *format, ...) {
     int length = vsnprintf(line, sizeof line, format, arguments);
     va_end(arguments);
     if (gLog >= 0 && length > 0)
-        syscall(SYS_write, gLog, line, long(length));
+        syscall(SYS_write, gLog, line, static_cast<long>(length));
 }
 
 void Refuse(const char *asked) {
     char text[256];
     int length = snprintf(text, sizeof text, "faults: HWBOARD_FAIL=%.200s makes no sense\n", asked);
-    syscall(SYS_write, 2, text, long(length));
+    syscall(SYS_write, 2, text, static_cast<long>(length));
     abort();
 }
 
@@ -122,7 +122,7 @@ void ReadWish(const char *asked) {
     char function[20], number[20], error[20] = "";
     int words = sscanf(asked, "%19s %19s %19s", function, number, error);
     char *end = number;
-    gNumber = words < 2 ? 0 : unsigned(strtoul(number, &end, 10));
+    gNumber = words < 2 ? 0 : static_cast<unsigned>(strtoul(number, &end, 10));
     gAllBehind = *end == '+';
     for (int i = 0; i < FREE; i++)
         if (strcmp(gWatched[i].name, function) == 0)
@@ -154,9 +154,9 @@ __attribute__((constructor)) void Begin() {
     if (strcmp(asked, "count") != 0)
         ReadWish(asked);
     if (path && *path) {
-        int opened =
-            int(syscall(SYS_openat, AT_FDCWD, path, O_WRONLY | O_CREAT | O_APPEND | O_CLOEXEC, 0666));
-        gLog = int(syscall(SYS_fcntl, opened, F_DUPFD_CLOEXEC, FIRST_OTHER));
+        int opened = static_cast<int>(
+            syscall(SYS_openat, AT_FDCWD, path, O_WRONLY | O_CREAT | O_APPEND | O_CLOEXEC, 0666));
+        gLog = static_cast<int>(syscall(SYS_fcntl, opened, F_DUPFD_CLOEXEC, FIRST_OTHER));
         syscall(SYS_close, opened);
     }
     dl_iterate_phdr(NoteProgram, nullptr);

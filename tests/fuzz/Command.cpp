@@ -65,7 +65,7 @@ void CheckSurroundings(const Surroundings *before) {
 void AddCommand(const char *line, size_t length) {
     const char *comment = static_cast<const char *>(memchr(line, '#', length));
     if (comment)
-        length = size_t(comment - line);
+        length = static_cast<size_t>(comment - line);
     while (length > 0 && line[length - 1] == ' ')
         length--;
     if (length > 0 && gCommandCount < MAX_COMMANDS)
@@ -94,8 +94,9 @@ void AddWord(Words *words, const char *text, size_t length) {
 void AddWords(Words *words, const char *text, size_t length, char separator) {
     const char *end = text + length;
     while (text < end) {
-        const char *next = static_cast<const char *>(memchr(text, separator, size_t(end - text)));
-        AddWord(words, text, size_t((next ? next : end) - text));
+        const char *next =
+            static_cast<const char *>(memchr(text, separator, static_cast<size_t>(end - text)));
+        AddWord(words, text, static_cast<size_t>((next ? next : end) - text));
         text = next ? next + 1 : end;
     }
 }
@@ -111,8 +112,8 @@ void ReadCommands(const char *name) {
     close(file);
     const char *end = contents + length;
     for (const char *line = contents; line < end;) {
-        const char *next = static_cast<const char *>(memchr(line, '\n', size_t(end - line)));
-        AddCommand(line, size_t((next ? next : end) - line));
+        const char *next = static_cast<const char *>(memchr(line, '\n', static_cast<size_t>(end - line)));
+        AddCommand(line, static_cast<size_t>((next ? next : end) - line));
         line = next ? next + 1 : end;
     }
 }
@@ -124,10 +125,10 @@ void LoadBoard(const char *name) {
 }
 
 void ChooseCommand(unsigned number, Words *words) {
-    const Line *line = &gCommands[number % unsigned(gCommandCount)];
+    const Line *line = &gCommands[number % static_cast<unsigned>(gCommandCount)];
     size_t board = strcspn(line->text, " ");
     char name[32];
-    snprintf(name, sizeof name, "%.*s", int(board), line->text);
+    snprintf(name, sizeof name, "%.*s", static_cast<int>(board), line->text);
     LoadBoard(name);
     BeginWords(words);
     AddWords(words, line->text + board + 1, line->length - board - 1, ' ');

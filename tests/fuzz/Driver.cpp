@@ -44,7 +44,7 @@ static Input ReadInput(const char *path) {
     if (length < 0)
         Fail("cannot be read", path);
     close(file);
-    return {bytes, size_t(length)};
+    return {bytes, static_cast<size_t>(length)};
 }
 
 static void Run(const char *name, Input input) {

@@ -19,7 +19,7 @@ namespace {
 // About a tenth of a second each. Commands that do more than that (a scan of 256 full buses, a dump of 4 GiB,
 // a wait for a clock that never ends its update) are left in the middle; a loop without any access is not.
 constexpr uint64_t ACCESS_LIMIT = 50000;
-constexpr size_t OUTPUT_LIMIT = size_t(2) << 20;
+constexpr size_t OUTPUT_LIMIT = static_cast<size_t>(2) << 20;
 constexpr rlim_t FILE_LIMIT = 1 << 20;
 
 constexpr int MAX_FILES = 8;

@@ -4,12 +4,12 @@
 #include "sim/Board.h"
 #include "tests/support/TableCommand.h"
 
-constexpr uint64_t MEMORY_END = uint64_t(1) << 32;
+constexpr uint64_t MEMORY_END = static_cast<uint64_t>(1) << 32;
 
 static uint32_t TakeNumber(Input *input, unsigned bytes) {
     uint32_t number = 0;
     for (unsigned i = 0; i < bytes; i++)
-        number |= uint32_t(TakeByte(input)) << (8 * i);
+        number |= static_cast<uint32_t>(TakeByte(input)) << (8 * i);
     return number;
 }
 

@@ -21,11 +21,6 @@ SOURCES = {".c", ".cpp", ".h"}
 NO_CODE = re.compile(r"""//[^\n]*|/\*.*?\*/|"(?:\\.|[^"\\\n])*"|(?<!\w)'(?:\\.|[^'\\\n])+'""", re.DOTALL)
 
 
-def simulator(top):
-    """The simulated machine's folder."""
-    return "sim"
-
-
 def files(top, *folders):
     """The files below the folders, or of the whole tree: without what git, Python and the builds keep in it."""
     for folder in folders or (".",):

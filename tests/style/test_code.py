@@ -8,6 +8,10 @@ from house import FLOORS, TOP, code, literals, none, program, sources, tags
 # Plain procedures over plain structures.
 BANNED = r"\b(using\s+namespace|(?<!enum )class|template|new|delete|throw|try|catch|dynamic_cast)\b"
 
+# Casts written in another way than static_cast<...>() and its kin.
+NUMBER = r"(u?int(8|16|32|64)_t|size_t|off_t|unsigned|int|char|long)"
+CASTS = rf"(?<![\w>:.*] )(?<![\w>:.*]){NUMBER}\((?=[^)*])|\((const )?{NUMBER}( \*)?\)(?=[\w(])"
+
 # Instructions and calls that reach hardware, and headers that bring them.
 DOORS = r"\b(asm|__asm|__asm__|mmap|mmap64|munmap|iopl|ioperm)\b"
 DOOR_HEADERS = r"^\s*#\s*include\s*<(sys/io|sys/mman|cpuid|x86intrin|immintrin)\.h>"
@@ -42,6 +46,11 @@ def test_the_program_is_plain_procedures():
     none(list(words(TOP, BANNED, FLOORS)), "a plain procedure over a plain structure will do")
 
 
+def test_casts_are_of_one_dialect():
+    places = [place for place in words(TOP, CASTS, [*FLOORS, "sim"]) if ".c:" not in place]  # C has no other
+    none(places, "write static_cast<type>(value)")
+
+
 def test_only_basiclib_touches_hardware():
     others = [floor for floor in FLOORS if floor != "BasicLib"]
     assert list(words(TOP, DOORS, ["BasicLib"])) and list(device_files(TOP, ["BasicLib"]))
@@ -60,6 +69,8 @@ def test_planted_code_is_found(plant):
         "Main/B.cpp": '#include <sys/mman.h>\nchar c = \'"\';\nint mem = open("/dev/mem", 0);\nvoid *p = mmap();\n',
     })
     assert list(words(top, BANNED, FLOORS)) == ["Base/A.cpp:4: new"]
+    cast = plant({"sim/C.cpp": "int a = int(b);\nchar c = (char)a;\nint f(int a);\nvoid (*g)(int) = nullptr;\n"})
+    assert [line.split(": ")[0] for line in words(cast, CASTS, ["sim"])] == ["sim/C.cpp:1", "sim/C.cpp:2"]
     assert list(words(top, DOORS, ["Main"])) == ["Main/B.cpp:4: mmap"]
     assert list(words(top, DOOR_HEADERS, ["Main"])) == ["Main/B.cpp:1: #include <sys/mman.h>"]
     assert list(device_files(top, FLOORS)) == ["Main/B.cpp:3: /dev/mem"]

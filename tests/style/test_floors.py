@@ -3,7 +3,7 @@
 import graphlib
 import re
 
-from house import FLOORS, TOP, code, includes, judge, none, program, simulator, sources
+from house import FLOORS, TOP, code, includes, judge, none, program, sources
 
 # Commands do not know each other, but for these: a header that all may include, or one file's include of another.
 COMMANDS = {
@@ -15,12 +15,12 @@ COMMANDS = {
 def floors(top):
     """The folders that each folder may include."""
     may = {floor: FLOORS[i:] for i, floor in enumerate(FLOORS)}
-    return {**may, "tools": ["tools", *FLOORS[2:]], simulator(top): [simulator(top)]}
+    return {**may, "tools": ["tools", *FLOORS[2:]], "sim": ["sim"]}
 
 
 def named(top, path, name):
     """The file of the tree that an include names: from the top, or for tests and the simulator from their folders."""
-    near = [] if path.relative_to(top).parts[0] in [*FLOORS, "tools"] else [path.parent, top / simulator(top)]
+    near = [] if path.relative_to(top).parts[0] in [*FLOORS, "tools"] else [path.parent, top / "sim"]
     for folder in [top, *near]:
         if (folder / name).is_file():
             return (folder / name).resolve().relative_to(top.resolve())

@@ -49,7 +49,7 @@ TEST(Rotate, LeftAndRightAreInverse) {
     for (uint8_t size = 1; size <= 3; ++size) {
         for (uint32_t count = 0; count < 70; ++count)
             EXPECT_EQ(Left(Right(0x1234ABCD, size, count), size, count), 0x1234ABCDu)
-                << int(size) << " " << count;
+                << static_cast<int>(size) << " " << count;
     }
 }
 
