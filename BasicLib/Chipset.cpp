@@ -13,11 +13,11 @@ constexpr uint8_t INTEL_SLEEP_S5 = 0x3C;
 // help screen has always had.
 // clang-format off
 static const Chipset mChipsets[] = {
-    // vendor        name      window     PM1        SMBus     shadow     S5              I2C    SMN
-    {VENDOR_INTEL,   "Intel",  HOME_PCI,  HOME_PCI,  HOME_PCI, HOME_PCI,  INTEL_SLEEP_S5, false, false},
-    {VENDOR_AMD,     "AMD",    HOME_MSR,  HOME_PM,   HOME_PM,  HOME_MSR,  AMD_SLEEP_S5,   true,  true},
-    {VENDOR_HYGON,   "Higon",  HOME_MSR,  HOME_PM,   HOME_PM,  HOME_MSR,  AMD_SLEEP_S5,   true,  true},
-    {VENDOR_UNKNOWN, "Unknown", HOME_NONE, HOME_NONE, HOME_PM,  HOME_NONE, 0,             false, false},
+    // vendor        name       window     PM1        SMBus     shadow     S5              I2C    SMN
+    {VENDOR_INTEL,   "Intel",   HOME_PCI,  HOME_PCI,  HOME_PCI, HOME_PCI,  INTEL_SLEEP_S5, false, false},
+    {VENDOR_AMD,     "AMD",     HOME_MSR,  HOME_PM,   HOME_PM,  HOME_MSR,  AMD_SLEEP_S5,   true,  true},
+    {VENDOR_HYGON,   "Higon",   HOME_MSR,  HOME_PM,   HOME_PM,  HOME_MSR,  AMD_SLEEP_S5,   true,  true},
+    {VENDOR_UNKNOWN, "Unknown", HOME_NONE, HOME_NONE, HOME_PM,  HOME_NONE, 0,              false, false},
 };
 // clang-format on
 

@@ -16,7 +16,7 @@ LEFT_OUT = shutil.ignore_patterns(".git", "build*", "__pycache__")
 
 STROBE = "    IoWrite8(LPT_CONTROL, CONTROL_STROBE);\n    IoDelay(1);\n    IoWrite8(LPT_CONTROL, CONTROL_IDLE);\n"
 SWAPPED = "    IoWrite8(LPT_CONTROL, CONTROL_IDLE);\n    IoDelay(1);\n    IoWrite8(LPT_CONTROL, CONTROL_STROBE);\n"
-WAIT = "    if (!WaitNotBusy()) {"
+WAIT = "    if (!WaitNotBusy())\n"
 
 
 def sh(*command, given=None, env=None):
@@ -54,18 +54,37 @@ def run_tests(tree, *which):
 
 def test_page_has_the_pieces_of_a_change():
     assert [name for name, _ in NEW_FILES] == [
-        "Project/Lpt.h", "Project/Lpt.cpp", "sim/models/Printer.h", "sim/models/Printer.cpp",
-        "sim/boards/printer.board", "tests/command/test_lpt.py", "tests/libraries/ring",
+        "Platform/Printer.h", "Platform/Printer.cpp", "Project/Lpt.h", "Project/Lpt.cpp", "sim/models/Printer.h",
+        "sim/models/Printer.cpp", "sim/boards/printer.board", "sim/boards/acme.board", "tests/command/test_acme.py",
+        "tests/command/test_lpt.py", "tests/libraries/ring",
         "tests/libraries/test_libraries.py",
     ]  # fmt: skip
     changed = re.findall(r"^\+\+\+ b/(.*)$", CHANGES, re.MULTILINE)
     assert changed == ["Common/Global.h", "Main/Parser.cpp", "Main/Main.cpp", "sim/Keywords.cpp",
-                       "sim/CMakeLists.txt"]
+                       "sim/CMakeLists.txt", "BasicLib/Chipset.h", "BasicLib/Chipset.cpp"]
 
 
 def test_new_test_of_the_page_passes(tree):
     ran = run_tests(tree, tree / "tests/command/test_lpt.py")
     assert ran.returncode == 0 and "3 passed" in ran.stdout, ran.stdout
+
+
+def test_chipset_of_the_page_is_served_as_its_row_says(tree):
+    ran = run_tests(tree, tree / "tests/command/test_acme.py")
+    assert ran.returncode == 0 and "2 passed" in ran.stdout, ran.stdout
+    path = tree / "BasicLib/Chipset.cpp"
+    text = path.read_text()
+    path.write_text(re.sub(r".*VENDOR_ACME.*\n", "", text))
+    build(tree)
+    ran = run_tests(tree, tree / "tests/command/test_acme.py")
+    path.write_text(text)
+    build(tree)
+    assert ran.returncode == 1 and "2 failed" in ran.stdout, ran.stdout
+
+
+def test_what_the_page_adds_keeps_the_floors(tree):
+    ran = run_tests(tree, tree / "tests/style/test_floors.py")
+    assert ran.returncode == 0, ran.stdout
 
 
 def test_documents_are_missed(tree):
@@ -99,10 +118,10 @@ def test_row_of_the_ring_is_missed(tree):
     assert ran.returncode == 1 and "FAILED" in ran.stdout and "test_readme_has_a_row_for_each_ring" in ran.stdout
 
 
-@pytest.mark.parametrize("good, bad", [(STROBE, SWAPPED), (WAIT, "    if (WaitNotBusy(), false) {")],
+@pytest.mark.parametrize("good, bad", [(STROBE, SWAPPED), (WAIT, "    if (WaitNotBusy(), false)\n")],
                          ids=["strobe swapped", "no wait"])
 def test_breaking_the_command_as_the_page_says_fails_its_test(tree, good, bad):
-    path = tree / "Project/Lpt.cpp"
+    path = tree / "Platform/Printer.cpp"
     text = path.read_text()
     assert text.count(good) == 1
     path.write_text(text.replace(good, bad))
