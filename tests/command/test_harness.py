@@ -49,6 +49,11 @@ def test_keys_are_sent_when_the_output_pauses(terminal):
     assert one.flags_before == one.flags_after
 
 
+def test_no_key_is_sent_to_a_program_that_is_silent_because_it_works(terminal):
+    result = terminal("iopl 3 repeat 80 30000", keys=[b"x"], program="hwboard_probe", extra="unlogged 80 1")
+    assert (result.out, result.keys_sent) == (b"iopl 0\r\n", 0)
+
+
 def test_keys_may_wait_for_a_text(terminal):
     result = terminal("/MEM /DUMP 0x1000", keys=[(b"MemAddress:1000", b"\r"), (b"MemAddress:1100", b"\x1b")])
     assert b"MemAddress:1100" in result.out

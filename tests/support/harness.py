@@ -39,7 +39,7 @@ CLOSED = "closed"  # for stdin, stdout, stderr: the descriptor is not open at al
 WRAPPER = shlex.split(os.environ.get("HWREG_WRAPPER", ""))
 SLOWNESS = 10 if WRAPPER else 1  # of the wrapper
 # Seconds without further output after which a program on a terminal is taken to wait for a key, and the same when there
-# has been no output at all since the last key (a machine may be busy).
+# has been no output at all since the last key, or the program is still at work (a machine may be busy).
 PAUSE = 0.5 if WRAPPER else 0.1
 SILENCE = 1.0 * SLOWNESS
 
@@ -286,6 +286,13 @@ def signal_behind(accesses, number):
     return go
 
 
+def is_at_work(process):
+    """True unless the process sleeps, with no child of its own."""
+    folder = pathlib.Path(f"/proc/{process}")
+    state = (folder / "stat").read_text().rpartition(")")[2].split()[0]
+    return state != "S" or (folder / "task" / str(process) / "children").read_text() != ""
+
+
 class Terminal:
     """A pseudo-terminal with the program on it."""
 
@@ -327,15 +334,19 @@ class Terminal:
         """Until the text has come behind position `seen`, or (a number instead of a text) until output pauses for so
         many seconds. False when the program has ended before."""
         is_text = isinstance(expected, bytes)
-        began = time.monotonic()
+        quiet_since = time.monotonic()
         while time.monotonic() < deadline:
             if is_text and expected in self.screen[seen:]:
                 return True
             came = self.read(0.02 if is_text else expected)
             if not came and self.child.poll() is not None:
                 return False
-            if not came and not is_text and (len(self.screen) > seen or time.monotonic() - began > SILENCE):
-                return True
+            if came:
+                quiet_since = time.monotonic()
+            elif not is_text:
+                asks = len(self.screen) > seen and not is_at_work(self.child.pid)
+                if asks or time.monotonic() - quiet_since > SILENCE:
+                    return True
         return False
 
     def finish(self, deadline):
