@@ -110,8 +110,7 @@ EFI_STATUS I2cDwWaitI2cEnable(uint32_t base, uint32_t state) {
     return changed ? EFI_SUCCESS : EFI_TIMEOUT;
 }
 
-// The same with the delay before each poll, until the enabled bit is as wanted: a core that was just told
-// needs a moment before its status means anything.
+// The same with the delay before each poll, until the enabled bit is as wanted.
 static bool PollEnabled(uint32_t base, uint32_t wanted) {
     for (uint32_t i = 0; i < ENABLE_LIMIT.polls; ++i) {
         IoDelay(ENABLE_LIMIT.delay);
@@ -143,8 +142,7 @@ uint32_t I2cDwCheckErrors(uint32_t base) {
         Get(base, IC_CLR_TX_ABRT);
     }
     // The mask falls on the abort source too and keeps its address bits: data without an acknowledge is no
-    // error here. Intended: devices that do not acknowledge the last byte of a write are written all the
-    // same.
+    // error here. Intended: the bytes that such a device gives are taken all the same.
     uint32_t error = value & (INTR_RX_UNDER | INTR_RX_OVER | INTR_TX_ABRT);
     if (error == 0)
         return 0;

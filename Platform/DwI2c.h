@@ -1,5 +1,5 @@
-// The DesignWare I2C cores of AMD and Hygon fusion controller hubs, driven as polled
-// masters at 100 kHz. Register names are those of the DW_apb_i2c databook.
+// The DesignWare I2C cores of AMD and Hygon fusion controller hubs, driven as polled masters at 100 kHz.
+// Register names are those of the DW_apb_i2c databook.
 #pragma once
 
 #include "Base/Types.h"

@@ -7,8 +7,8 @@ static uint32_t ToCount(uint32_t clockKhz, uint32_t time) {
     return (clockKhz * time + COUNT_DIVISOR / 2) / COUNT_DIVISOR;
 }
 
-// The core itself adds 8 clocks to the high count, or 3 where it waits for the line to have risen, and 1 to
-// the low count.
+// What the core adds by itself is taken off: 1 clock of the low period, 8 of the high one, or 3 where the
+// fall time is counted in.
 uint32_t i2c_dw_scl_hcnt(uint32_t ic_clk, uint32_t tSYMBOL, uint32_t tf, int cond, int offset) {
     uint32_t symbol = cond != 0 ? tSYMBOL : tSYMBOL + tf;
     uint32_t overhead = cond != 0 ? 8 : 3;

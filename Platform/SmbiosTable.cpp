@@ -26,48 +26,53 @@ struct EntryLayout {
 static const EntryLayout mEntry32 = {32, 0x16, 0x18, 0x06, 0x10};
 static const EntryLayout mEntry64 = {24, 0x0C, 0x10, 0x07, 0};
 
-// A copy that has been loaded and not released. It stands in the copy's own block, behind the guard.
-struct LoadedCopy {
-    SmbiosTable table;
-    LoadedCopy *next;
-};
+constexpr size_t LOADED_COPIES = 16;
 
-// All of them: by these alone the procedures that are given a bare pointer know where its table ends.
-static LoadedCopy *mLoadedCopies = nullptr;
+// The copies that were loaded last; end is NULL in a free place. By these alone the procedures that are given
+// a bare pointer know where its table ends. A copy that its owner frees without ReleaseTable stays here until
+// another one is loaded where it lay.
+static SmbiosTable mLoadedCopies[LOADED_COPIES];
+static size_t mOldestCopy = 0; // gives way when all places are taken
 
-static uint32_t CopyRecordOffset(uint32_t length) {
-    constexpr uint32_t alignment = alignof(LoadedCopy);
-    return (length + SMBIOS_GUARD + alignment - 1) / alignment * alignment;
+// True where a copy, its guard included, holds the address.
+static bool Holds(SmbiosTable copy, const uint8_t *address) {
+    return copy.end != nullptr && copy.begin <= address && address <= copy.end + SMBIOS_GUARD;
 }
 
-// Bytes of the block for a copy of length bytes, its guard and its record.
-static uint32_t CopyBlockSize(uint32_t length) {
-    return CopyRecordOffset(length) + static_cast<uint32_t>(sizeof(LoadedCopy));
+static void Remember(SmbiosTable loaded) {
+    SmbiosTable *place = nullptr;
+    for (SmbiosTable &copy : mLoadedCopies) {
+        if (Holds(copy, loaded.begin) || Holds(loaded, copy.begin))
+            copy.end = nullptr;
+        if (copy.end == nullptr)
+            place = &copy;
+    }
+    if (place == nullptr) {
+        place = &mLoadedCopies[mOldestCopy];
+        mOldestCopy = (mOldestCopy + 1) % LOADED_COPIES;
+    }
+    *place = loaded;
 }
 
-// Copies a table into a block of CopyBlockSize bytes.
+// Copies a table into a block with room for the guard.
 static void CopyTable(uint32_t address, uint32_t length, uint8_t *block) {
-    Memset(block, 0, CopyBlockSize(length));
+    Memset(block, 0, length + SMBIOS_GUARD);
     MemDump(address, length, block);
-    LoadedCopy *copy = reinterpret_cast<LoadedCopy *>(block + CopyRecordOffset(length));
-    *copy = {{block, block + length}, mLoadedCopies};
-    mLoadedCopies = copy;
+    Remember({block, block + length});
 }
 
 void ReleaseTable(uint8_t *table) {
-    for (LoadedCopy **link = &mLoadedCopies; *link != nullptr; link = &(*link)->next) {
-        if ((*link)->table.begin == table) {
-            *link = (*link)->next;
-            break;
-        }
+    for (SmbiosTable &copy : mLoadedCopies) {
+        if (copy.begin == table)
+            copy.end = nullptr;
     }
     Free(table);
 }
 
 SmbiosTable SmbiosTableAround(const uint8_t *structure) {
-    for (const LoadedCopy *copy = mLoadedCopies; copy != nullptr; copy = copy->next) {
-        if (copy->table.begin <= structure && structure <= copy->table.end + SMBIOS_GUARD)
-            return copy->table;
+    for (SmbiosTable copy : mLoadedCopies) {
+        if (Holds(copy, structure))
+            return copy;
     }
     return {structure, nullptr};
 }
@@ -79,7 +84,7 @@ static EFI_STATUS CopyByEntryPoint(uint32_t entryPoint, const EntryLayout *layou
         return EFI_NOT_FOUND;
     uint32_t size = MemRead16(entryPoint + layout->lengthOffset) & 0xFFFF;
     uint32_t address = MemRead32(entryPoint + layout->addressOffset);
-    uint8_t *block = static_cast<uint8_t *>(Malloc(CopyBlockSize(size)));
+    uint8_t *block = static_cast<uint8_t *>(Malloc(size + SMBIOS_GUARD));
     if (block == nullptr)
         return EFI_NOT_FOUND;
     CopyTable(address, size, block);
@@ -201,9 +206,9 @@ EFI_STATUS LoadLegacySmbiosTypes(uint8_t **table, uint32_t *length) {
         return status == EFI_OUT_OF_RESOURCES ? status : EFI_ABORTED;
     uint8_t *block = nullptr;
     uint32_t got = 0;
-    if (GetMaxAllocMemory(&block, &got, CopyBlockSize(size)) != EFI_SUCCESS)
+    if (GetMaxAllocMemory(&block, &got, size + SMBIOS_GUARD) != EFI_SUCCESS)
         return EFI_OUT_OF_RESOURCES;
-    if (got < CopyBlockSize(size)) {
+    if (got < size + SMBIOS_GUARD) {
         Free(block);
         return EFI_OUT_OF_RESOURCES;
     }

@@ -2,8 +2,8 @@
 //
 // A copy of the table is followed by SMBIOS_GUARD zero bytes, and a walk over it ends where the copy ends, as
 // if an end-of-table structure stood there: no walk and no view leaves the block, whatever the table says. A
-// caller's own table must have its end-of-table structure. Procedures that take a bare pointer ask whether it
-// lies in a copy that is loaded.
+// caller's own table must have its end-of-table structure. Procedures that walk from a bare
+// pointer ask whether it lies in one of the last 16 copies that were loaded.
 //
 // No command reaches: SmbiosTableAround, GetTotalStructureSize, SearchSmbiosType, GetCPUSpeedSmb,
 // GetCpuCurrentSpeed.
@@ -42,8 +42,8 @@ EFI_STATUS GetSmbiosVersion(uint8_t **entryPoint, uint8_t *version);
 EFI_STATUS LegacySmbiosStructTableAddress(uint32_t *address, uint16_t *length);
 
 // Copies the table of that entry point, from the 64 KiB boundary below its address on, which is intended: the
-// offsets that /SMBIOS /S prints count from there. 0,
-// 0x80000015 without an entry point, 0x80000009 without memory; the outputs are then 0.
+// offsets that /SMBIOS /S prints count from there. 0, 0x80000015 without an entry point, 0x80000009 without
+// memory; the outputs are then 0.
 EFI_STATUS LoadLegacySmbiosTypes(uint8_t **table, uint32_t *length);
 
 // Frees such a copy; the walks no longer take what lies there for one.

@@ -105,8 +105,7 @@ uint32_t ReportData(AccessWidth width, uint32_t value) {
 }
 
 // Reads up to 256 ports from base on and returns how many count. Port 0xFFFF is read and sets *end, but its
-// byte is never shown. Intended: the last page of saved dumps, which are compared with new ones, has 255
-// bytes.
+// byte is never shown. Intended: saved dumps, which are compared with new ones, end one byte short.
 static uint32_t ReadPortPage(uint32_t base, uint8_t *buffer, bool *end) {
     for (uint32_t j = 0; j < VIEW_PAGE_BYTES; ++j) {
         uint32_t port = base + j;

@@ -33,10 +33,10 @@ AccessForm FindAccess(CmdType cmd);
 // word.
 AccessForm AccessOfWord(CmdType cmd, const char *word, uint16_t pos);
 
-// Bytes of a data width: 1, 2 or 4.
+// Bytes of a data width: 1, 2 or 4; 0 for a bit and for no access.
 uint32_t AccessBytes(AccessWidth width);
 
-// The value cut to the width.
+// The value cut to the width; a bit is not cut, and no access leaves 0.
 uint32_t CutToWidth(AccessWidth width, uint32_t value);
 
 // Announces an access of byte, word or dword in the command's wording (indexed by AccessWidth), writes the

@@ -39,9 +39,9 @@ EFI_STATUS MsrAccess(const CmdArg *record, uint8_t all, int16_t cpu, uint32_t in
 
 uint32_t RWMsr64(const CmdArg *record) {
     uint16_t pos;
-    if (!CmdFind({"WD", "RD", "WQ", "RQ"}, &pos))
+    if (!CmdFindIn(record->Argv, {"WD", "RD", "WQ", "RQ"}, &pos))
         return EFI_INVALID_PARAMETER;
-    bool all = CmdFind({"ALL", "A"}, nullptr);
+    bool all = CmdFindIn(record->Argv, {"ALL", "A"}, nullptr);
     int16_t cpu = static_cast<int16_t>(all ? GetCpuCount() : static_cast<int64_t>(CmdOperand(pos, 1)));
     uint32_t index = OperandDword(pos, 2);
     uint32_t high = 0;
@@ -54,9 +54,9 @@ uint32_t RWMsr64(const CmdArg *record) {
     return low;
 }
 
-uint32_t CpuId(const CmdArg *) {
+uint32_t CpuId(const CmdArg *record) {
     uint16_t pos;
-    if (!CmdFind({"RD", "RQ"}, &pos))
+    if (!CmdFindIn(record->Argv, {"RD", "RQ"}, &pos))
         return EFI_INVALID_PARAMETER;
     uint32_t leaf = OperandDword(pos, 1);
     uint32_t regs[4];

@@ -45,8 +45,8 @@ static const SmnVariant mVariants[] = {
 };
 
 // In the byte and word forms too the dword switches choose the message and whether anything is written; a
-// plain byte write only reads. Intended: most SMN registers take dwords alone, so a narrower write wants the
-// dword switch beside it.
+// plain byte write only reads. Intended: a narrower write is made only where the dword switch beside it
+// confirms it.
 static uint32_t SmnRegister(CmdType cmd, const SmnVariant *variant, uint32_t die, uint32_t reg,
                             uint32_t data) {
     const AccessText *text = &mTexts[variant->width];

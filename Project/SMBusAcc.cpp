@@ -21,16 +21,20 @@ static int ShowSmbusHelp() {
     return -1;
 }
 
+// Says what has failed and gives the result of a command that did.
+static int Fail(const char *text, uint8_t slave, uint8_t offset) {
+    Printf(text, slave, offset);
+    return -1;
+}
+
 static int SmbusReadCommand(uint16_t base, uint8_t result) {
     uint16_t pos;
     if (!CmdFind({"RB", "RW", "RD"}, &pos))
         return result;
     uint8_t slave = OperandByte(pos, 1);
     uint8_t offset = OperandByte(pos, 2);
-    if (StandardSmbusRead(base, slave, offset, &result) != EFI_SUCCESS) {
-        Printf("Read addr 0x%02X offset 0x%02X error!\n", slave, offset);
-        return -1;
-    }
+    if (StandardSmbusRead(base, slave, offset, &result) != EFI_SUCCESS)
+        return Fail("Read addr 0x%02X offset 0x%02X error!\n", slave, offset);
     Printf("SMBus read slave addr 0x%02X offset 0x%02X: 0x%02X\n", slave, offset, result);
     return result;
 }
@@ -42,10 +46,8 @@ static int SmbusWriteCommand(uint16_t base, uint8_t result) {
     uint8_t slave = OperandByte(pos, 1);
     uint8_t offset = OperandByte(pos, 2);
     uint8_t data = OperandByte(pos, 3);
-    if (StandardSmbusWrite(base, slave, offset, data) != EFI_SUCCESS) {
-        Printf("Write addr 0x%02X offset 0x%02X error!\n", slave, offset);
-        return -1;
-    }
+    if (StandardSmbusWrite(base, slave, offset, data) != EFI_SUCCESS)
+        return Fail("Write addr 0x%02X offset 0x%02X error!\n", slave, offset);
     StandardSmbusRead(base, slave, offset, &data); // what was typed is shown when it cannot be read back
     Printf("SMBus write slave addr 0x%02X offset 0x%02X: 0x%02X\n", slave, offset, data);
     return data;

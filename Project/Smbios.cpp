@@ -106,8 +106,7 @@ static EFI_STATUS SearchTable(const uint8_t *table, uint32_t length) {
 }
 
 // The last partial page is shown twice, as a full page with zeros behind the table and then with its own
-// length. Intended: saved
-// dumps, which are compared with new ones, have both.
+// length. Intended: saved dumps, which are compared with new ones, have both.
 static void DumpTable(const uint8_t *table, uint32_t length) {
     for (uint32_t offset = 0; offset < length; offset += VIEW_PAGE_BYTES) {
         if (DebugMsg(table + offset, VIEW_PAGE_BYTES) == KEY_ESC)

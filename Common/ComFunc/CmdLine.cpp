@@ -44,12 +44,16 @@ EFI_STATUS CmdSearchFromArgv(char **argv, const char *key, uint16_t *pos) {
     return EFI_NOT_FOUND;
 }
 
-bool CmdFind(std::initializer_list<const char *> keys, uint16_t *pos) {
+bool CmdFindIn(char **argv, std::initializer_list<const char *> keys, uint16_t *pos) {
     for (const char *key : keys) {
-        if (CmdSearchFromArgv(gCmdArg->Argv, key, pos) == EFI_SUCCESS)
+        if (CmdSearchFromArgv(argv, key, pos) == EFI_SUCCESS)
             return true;
     }
     return false;
+}
+
+bool CmdFind(std::initializer_list<const char *> keys, uint16_t *pos) {
+    return CmdFindIn(gCmdArg->Argv, keys, pos);
 }
 
 const char *CmdArgText(uint16_t pos, unsigned count) {

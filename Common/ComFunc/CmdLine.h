@@ -18,6 +18,9 @@ EFI_STATUS CmdSearchFromArgv(char **argv, const char *key, uint16_t *pos);
 // at all, stored in *pos unless pos is NULL. False without one.
 bool CmdFind(std::initializer_list<const char *> keys, uint16_t *pos);
 
+// The same in another vector.
+bool CmdFindIn(char **argv, std::initializer_list<const char *> keys, uint16_t *pos);
+
 // The argument word count places after the one at position pos of gCmdArg's vector; NULL when the
 // vector ends before it, however far beyond.
 const char *CmdArgText(uint16_t pos, unsigned count);

@@ -460,3 +460,8 @@ def test_every_legacy_access_waits_two_microseconds_first(run):
     selects = [at for at, line in enumerate(log) if line.startswith("out32 0cf8 ")]
     assert len(selects) == 3 and log.count(DELAY[0]) == 6
     assert all(log[at - 2 : at] == DELAY for at in selects)
+
+
+def test_an_access_word_that_is_the_programs_name_makes_no_access(run):
+    result = run("/PCI /LOG 0 0 0 0", name="/RB")
+    assert (result.text, result.status, result.ports()) == ("", 2, [])

@@ -578,3 +578,8 @@ def test_the_forms_have_an_order(run, args, done):
 @pytest.mark.parametrize("args", ["/?", "/RB 0xa0 0 /H", "/HELP /S 0xa0 0xa8"])
 def test_help_touches_no_hardware(run, args):
     assert_run(run(f"/SMB {args}"), SMBUS_USAGE, 0xFF, CLEAR)
+
+
+def test_the_word_switch_of_a_write_comes_before_the_dword_switch(run):
+    result = run("/SMBUS /WD 0xA2 0 1 /WW 0xA0 0x80 2")
+    assert "SMBus write slave addr 0xA0 offset 0x80" in result.text

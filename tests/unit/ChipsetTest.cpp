@@ -35,3 +35,21 @@ TEST(Chipset, AnotherMakersHostBridgeIsUnknown) {
     OpenBoard("intel", "pci 00:00.0 1106:0314");
     EXPECT_EQ(ChipsetLpcIdentify(), 0xFFFF);
 }
+
+// Name, homes of window, PM1 block, SMBus block and shadow, sleep value, I2C and SMN.
+static std::string Row(const char *board) {
+    OpenBoard(board);
+    const Chipset *row = ThisChipset();
+    return std::string(row->name) + " " + std::to_string(row->configWindow) + std::to_string(row->pmBlock) +
+           std::to_string(row->smbusBlock) + std::to_string(row->shadow) + " " +
+           std::to_string(row->sleepS5) + (row->dwI2c ? " i2c" : "") + (row->smn ? " smn" : "");
+}
+
+TEST(Chipset, EachMakersRowSaysWhereItsServicesStand) {
+    static_assert(HOME_NONE == 0 && HOME_PCI == 1 && HOME_MSR == 2 && HOME_PM == 3);
+    EXPECT_EQ(Row("intel"), "Intel 1111 60");
+    EXPECT_EQ(Row("amd"), "AMD 2332 52 i2c smn");
+    EXPECT_EQ(Row("ati"), "AMD 2332 52 i2c smn");
+    EXPECT_EQ(Row("hygon"), "Higon 2332 52 i2c smn");
+    EXPECT_EQ(Row("unknown"), "Unknown 0030 0");
+}

@@ -103,3 +103,31 @@ TEST(CmdLine, AnOperandBeyondTheLastWordIsZeroHoweverFarBeyond) {
     EXPECT_EQ(CmdOperand(2, 2), 0u);
     EXPECT_EQ(CmdOperand(2, 1000), 0u);
 }
+
+TEST(CmdLine, TheFirstWordThatIsThereAtAllIsFound) {
+    SetCommand({"hwreg", "/RD", "/RB"});
+    uint16_t pos = 99;
+    EXPECT_TRUE(CmdFind({"RB", "RW", "RD"}, &pos));
+    EXPECT_EQ(pos, 2);
+    EXPECT_TRUE(CmdFind({"RW", "RD"}, &pos));
+    EXPECT_EQ(pos, 1);
+    EXPECT_TRUE(CmdFind({"RD"}, nullptr));
+    EXPECT_FALSE(CmdFind({"WB", "WW"}, &pos));
+    EXPECT_EQ(pos, 1);
+}
+
+TEST(CmdLine, InAnEmptyVectorNothingIsFound) {
+    char *empty[] = {nullptr};
+    uint16_t pos = 99;
+    EXPECT_FALSE(CmdFindIn(empty, {"S"}, &pos));
+    EXPECT_FALSE(CmdFindIn(nullptr, {"S"}, &pos));
+    EXPECT_EQ(pos, 99);
+}
+
+TEST(CmdLine, OperandsAreCutToTheirWidth) {
+    SetCommand({"hwreg", "/RB", "0x123456789ABCDEF0"});
+    EXPECT_EQ(OperandByte(1, 1), 0xF0);
+    EXPECT_EQ(OperandWord(1, 1), 0xDEF0);
+    EXPECT_EQ(OperandDword(1, 1), 0x9ABCDEF0u);
+    EXPECT_EQ(OperandDword(1, 2), 0u);
+}

@@ -54,3 +54,11 @@ TEST(Global, OneOfSeveralFlagsIsEnough) {
     EXPECT_TRUE(DispHas(DISP_LOG | DISP_TEXT));
     EXPECT_FALSE(DispHas(DISP_DUMP));
 }
+
+TEST(Global, DisplayFlagsAreAddedToTheRecordOnceThereIsOne) {
+    gCmdArg = nullptr;
+    DispSet(DISP_LOG);
+    CmdArg *record = SetCommand({"hwreg", "/TEXT"});
+    DispSet(DISP_LOG);
+    EXPECT_EQ(record->DispFlags, DISP_TEXT | DISP_LOG);
+}

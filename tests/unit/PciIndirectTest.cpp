@@ -48,3 +48,12 @@ TEST(PciIndirect, IndirectAccessesOfAnotherWidthOnlyAssert) {
     EXPECT_EQ(TakeLog(), Log{});
     EXPECT_EQ(buffer[0], 0xEE);
 }
+
+TEST(PciIndirect, WithoutABufferTheIndexIsWrittenAndADataReadIsMade) {
+    OpenBoard("intel");
+    PciIndirectWrite(3, 0, 0, 0, 0xD8, 0xDC, 0x1234, nullptr);
+    EXPECT_EQ(TakeLog(), LegacyPci("800000d8", "out32 0cfc 00001234"));
+    PciIndirectRead(3, 0, 0, 0, 0xD8, 0xDC, 0x1234, nullptr);
+    EXPECT_EQ(TakeAccesses(),
+              LegacyPci("800000d8", "out32 0cfc 00001234") + LegacyPci("800000dc", "in32 0cfc"));
+}

@@ -6,6 +6,7 @@
 
 #include <gtest/gtest.h>
 
+#include "Base/Memory.h"
 #include "BasicLib/Driver.h"
 #include "TestHelp.h"
 #include "sim/Board.h"
@@ -313,4 +314,17 @@ TEST(PhysMem, MemDumpWithoutTheMemoryDeviceClearsHeadAndTailAndKeepsWholePages) 
     EXPECT_TRUE(IsAll(buffer.bytes + 0x10, 0xEE, 0x2000));
     EXPECT_TRUE(IsAll(buffer.bytes + 0x2010, 0, 0x10));
     EXPECT_EQ(buffer.bytes[0x2020], 0xEE);
+}
+
+TEST(PhysMem, ACopyIsZeroBehindTheEndOfMemory) {
+    OpenBoard("intel");
+    void *used = Malloc(32); // the block that the copy will get
+    memset(used, 0xA5, 32);
+    Free(used);
+    uint8_t *copy = CopyPhysical(0xFFFFFFF0, 32);
+    ASSERT_NE(copy, nullptr);
+    EXPECT_EQ(std::string(copy + 16, copy + 32), std::string(16, '\0'));
+    Free(copy);
+    FailMalloc(1);
+    EXPECT_EQ(CopyPhysical(0x1000, 32), nullptr);
 }

@@ -49,3 +49,12 @@ TEST(Signals, WithHeldSignalsAKeyIsStillRead) {
     EXPECT_EQ(getch(), 'k');
     ReleaseSignals();
 }
+
+TEST(Signals, TheEndingSignalsAreThoseOfTheKeyboardOfOthersAndOfAClosedPipe) {
+    sigset_t ending = EndingSignals();
+    for (int number = 1; number < 32; ++number) {
+        bool ends = number == SIGINT || number == SIGQUIT || number == SIGTERM || number == SIGHUP ||
+                    number == SIGTSTP || number == SIGPIPE;
+        EXPECT_EQ(sigismember(&ending, number), ends ? 1 : 0) << number;
+    }
+}

@@ -210,20 +210,20 @@ TEST(SmbiosTable, ATableIsLoadedThroughTheFileAndTheFileIsClosed) {
 // ---- walking ----
 
 TEST(SmbiosTable, TheSizeOfAStructureEndsWithTheZeroWordBehindItsStrings) {
-    EXPECT_EQ(GetStructureLength(Place(SYSTEM + END)), 8u + 6 + 8 + 1);
-    EXPECT_EQ(GetStructureLength(Place(DIMM + END)), 5u + 5 + 1);
-    EXPECT_EQ(GetStructureLength(Place(END)), 6u);
+    EXPECT_EQ(GetStructureLength(StillTable(SYSTEM + END)), 8u + 6 + 8 + 1);
+    EXPECT_EQ(GetStructureLength(StillTable(DIMM + END)), 5u + 5 + 1);
+    EXPECT_EQ(GetStructureLength(StillTable(END)), 6u);
 }
 
 TEST(SmbiosTable, TheSizeOfAStructureWithoutStringsIsItsFormattedLengthAnd2) {
-    EXPECT_EQ(GetStructureLength(Place(Structure(126, 1, std::string(20, 'x')) + SYSTEM)), 26u);
-    EXPECT_EQ(GetStructureLength(Place(BOARD + SYSTEM)), 16u); // a formatted part of zeros
+    EXPECT_EQ(GetStructureLength(StillTable(Structure(126, 1, std::string(20, 'x')) + SYSTEM)), 26u);
+    EXPECT_EQ(GetStructureLength(StillTable(BOARD + SYSTEM)), 16u); // a formatted part of zeros
 }
 
 TEST(SmbiosTable, TheTotalSizeCountsTheEndStructureAndNothingBehindIt) {
     const std::string table = SYSTEM + BOARD + DIMM + END;
-    EXPECT_EQ(GetTotalStructureSize(Place(table + SYSTEM + END)), table.size());
-    EXPECT_EQ(GetTotalStructureSize(Place(END)), 6);
+    EXPECT_EQ(GetTotalStructureSize(StillTable(table + SYSTEM + END)), table.size());
+    EXPECT_EQ(GetTotalStructureSize(StillTable(END)), 6);
 }
 
 TEST(SmbiosTable, TheTotalSizeIsCutTo16Bits) {
@@ -231,7 +231,7 @@ TEST(SmbiosTable, TheTotalSizeIsCutTo16Bits) {
     while (table.size() < 0x10000)
         table += Structure(11, 1, "\1", String(std::string(1000, 'x').c_str()));
     table += END;
-    EXPECT_EQ(GetTotalStructureSize(Place(table)), table.size() - 0x10000);
+    EXPECT_EQ(GetTotalStructureSize(StillTable(table)), table.size() - 0x10000);
 }
 
 TEST(SmbiosTable, TheTotalSizeOfALoadedTableWithoutEndIsThatOfItsStructures) {
@@ -244,7 +244,7 @@ TEST(SmbiosTable, TheTotalSizeOfALoadedTableWithoutEndIsThatOfItsStructures) {
 }
 
 TEST(SmbiosTable, ATypeIsFoundAtOrBehindTheStart) {
-    const uint8_t *table = Place(SYSTEM + BOARD + DIMM + DIMM + END);
+    const uint8_t *table = StillTable(SYSTEM + BOARD + DIMM + DIMM + END);
     const uint8_t *first = table + SYSTEM.size() + BOARD.size();
     EXPECT_EQ(SearchSmbiosType(table, 1), table);
     EXPECT_EQ(SearchSmbiosType(table, 17), first);
@@ -255,7 +255,7 @@ TEST(SmbiosTable, ATypeIsFoundAtOrBehindTheStart) {
 }
 
 TEST(SmbiosTable, ATypeBehindTheEndStructureIsNotFoundButTheEndStructureIs) {
-    const uint8_t *table = Place(SYSTEM + END + DIMM + END);
+    const uint8_t *table = StillTable(SYSTEM + END + DIMM + END);
     EXPECT_EQ(SearchSmbiosType(table, 17), nullptr);
     EXPECT_EQ(SearchSmbiosType(table, 127), table + SYSTEM.size());
 }
@@ -317,6 +317,64 @@ TEST(SmbiosTable, AReleasedTableIsForgottenWhicheverOfThemItWas) {
     ReleaseTable(tables[0]);
     EXPECT_EQ(GetTotalStructureSize(tables[2]), length);
     ReleaseTable(tables[2]);
+}
+
+TEST(SmbiosTable, ACopyReachesToTheEndOfItsGuard) {
+    OpenTable(SYSTEM + DIMM);
+    uint8_t *table;
+    uint32_t length;
+    ASSERT_EQ(LoadSmbios(&table, &length), 0u);
+    for (uint32_t offset : {0u, 1u, length, length + SMBIOS_GUARD}) {
+        EXPECT_EQ(SmbiosTableAround(table + offset).begin, table) << offset;
+        EXPECT_EQ(SmbiosTableAround(table + offset).end, table + length) << offset;
+    }
+    EXPECT_EQ(SmbiosTableAround(table + length + SMBIOS_GUARD + 1).end, nullptr);
+    EXPECT_EQ(GetTotalStructureSize(table + length), 0);
+    EXPECT_EQ(GetTotalStructureSize(table + SYSTEM.size()), DIMM.size()); // from the middle on
+    ReleaseTable(table);
+}
+
+TEST(SmbiosTable, ACopyThatItsOwnerFreesIsNeverTouchedAgain) {
+    OpenTable(SYSTEM + DIMM);
+    uint8_t *freed;
+    uint8_t *table;
+    uint32_t length;
+    for (int round = 0; round < 40; ++round) { // more of them than are remembered
+        ASSERT_EQ(LoadSmbios(&freed, &length), 0u);
+        Free(freed);
+        ASSERT_EQ(LoadSmbios(&table, &length), 0u); // mostly in the same block
+        EXPECT_EQ(GetTotalStructureSize(table), length);
+        EXPECT_EQ(GetTotalStructureSize(StillTable(DIMM + END)), DIMM.size() + END.size());
+        Free(table);
+    }
+}
+
+TEST(SmbiosTable, SixteenCopiesAtOnceAreRememberedAndThenTheOldestGivesWay) {
+    OpenTable(SYSTEM + DIMM);
+    uint8_t *tables[17];
+    uint32_t length;
+    for (uint8_t *&table : tables)
+        ASSERT_EQ(LoadSmbios(&table, &length), 0u);
+    unsigned remembered = 0;
+    for (uint8_t *table : tables)
+        remembered += SmbiosTableAround(table).end == table + length ? 1 : 0;
+    EXPECT_EQ(remembered, 16u);
+    EXPECT_EQ(SmbiosTableAround(tables[16]).end, tables[16] + length);
+    for (uint8_t *table : tables)
+        ReleaseTable(table);
+}
+
+TEST(SmbiosTable, ABlockThatIsTooSmallForTheLongestTableIsNotFilled) {
+    OpenLegacy();
+    PutEntry32(SMBIOS_TABLE, 0xFFFF);
+    long held = BlocksHeld();
+    LimitMalloc(0x10000); // the table would fit, its guard would not
+    uint8_t byte;
+    uint8_t *table = &byte;
+    uint32_t length = 0x1234;
+    EXPECT_EQ(LoadLegacySmbiosTypes(&table, &length), 0x80000009u);
+    EXPECT_EQ(table, nullptr);
+    EXPECT_EQ(BlocksHeld(), held);
 }
 
 // ---- the processor's speed ----

@@ -38,7 +38,7 @@ void OpenTable(const std::string &table) {
     PutEntry64(SMBIOS_TABLE, static_cast<uint16_t>(table.size()));
 }
 
-const uint8_t *Place(const std::string &table) {
+const uint8_t *StillTable(const std::string &table) {
     static uint8_t place[0x20000];
     memset(place, 0, sizeof(place));
     memcpy(place, table.data(), table.size());

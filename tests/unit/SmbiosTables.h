@@ -27,4 +27,4 @@ void OpenLegacy();
 void OpenTable(const std::string &table);
 
 // A table outside of the heap, as the walking procedures take it.
-const uint8_t *Place(const std::string &table);
+const uint8_t *StillTable(const std::string &table);

@@ -74,7 +74,7 @@ TEST(Smbios, AllTypesOfTheLoadedTableAreShown) {
 TEST(Smbios, WithoutDumpTheStructuresAreNamedAndNotShown) {
     OpenLegacy();
     SetCommand({"hwreg", "/SMBIOS"});
-    const uint8_t *table = Place(SYSTEM + DIMM + END);
+    const uint8_t *table = StillTable(SYSTEM + DIMM + END);
     std::string text = Printed([&] { EXPECT_EQ(ShowSmbiosAllType(table), 0u); });
     EXPECT_EQ(text, "SMBIOS Type:001, Length:008, Handle:001\nSMBIOS Type:017, Length:005, Handle:017\n");
     EXPECT_EQ(TakeLog(), Log{}); // a table that is given is not loaded
@@ -97,6 +97,38 @@ TEST(Smbios, TheEndOfATypeIsNotFoundEvenIfSomeWereShown) {
     EXPECT_EQ(Views(text), 2u);
     EXPECT_EQ(text.find("SMBIOS Type"), std::string::npos);
     EXPECT_EQ(Printed([] { EXPECT_EQ(ShowSmbiosTargetType(nullptr, 4), 0x8000000Eu); }), "");
+}
+
+TEST(Smbios, ATableInTheMiddleOfACopyIsShownFromThereOn) {
+    OpenTable(SYSTEM + DIMM + BOARD);
+    SetCommand({"hwreg", "/SMBIOS", "/LOG"});
+    uint8_t *table;
+    uint32_t length;
+    ASSERT_EQ(LoadSmbios(&table, &length), 0u);
+    const uint8_t *middle = table + SYSTEM.size();
+    std::string text = Printed([&] { EXPECT_EQ(ShowSmbiosAllType(middle), 0u); });
+    EXPECT_EQ(text, "SMBIOS Type:017, Length:005, Handle:017\nSMBIOS Type:002, Length:014, Handle:002\n");
+    SetCommand({"hwreg", "/SMBIOS", "/DUMP", "/LOG", "/TEXT"});
+    EXPECT_EQ(Printed([&] { EXPECT_EQ(ShowSmbiosTargetType(middle, 1), 0x8000000Eu); }), "");
+    ReleaseTable(table);
+}
+
+TEST(Smbios, InACopyEndStructuresAreShownOneAfterTheOther) {
+    OpenTable(SYSTEM + END + DIMM + END);
+    SetCommand({"hwreg", "/SMBIOS", "/DUMP", "/LOG", "/TEXT"});
+    std::string text = Printed([] { EXPECT_EQ(ShowSmbiosTargetType(nullptr, 127), 0x8000000Eu); });
+    EXPECT_EQ(Views(text), 2u);
+}
+
+TEST(Smbios, ATableThatWasLoadedForItsViewsIsReleased) {
+    OpenTable(SYSTEM + DIMM + END);
+    SetCommand({"hwreg", "/SMBIOS", "/DUMP", "/LOG", "/TEXT"});
+    long held = BlocksHeld();
+    Printed([] {
+        ShowSmbiosTargetType(nullptr, 17);
+        ShowSmbiosAllType(nullptr);
+    });
+    EXPECT_EQ(BlocksHeld(), held);
 }
 
 TEST(Smbios, EscEndsTheViewsWithSuccess) {
