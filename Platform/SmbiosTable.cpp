@@ -44,7 +44,7 @@ static void Remember(SmbiosTable loaded) {
     for (SmbiosTable &copy : mLoadedCopies) {
         if (Holds(copy, loaded.begin) || Holds(loaded, copy.begin))
             copy.end = nullptr;
-        if (copy.end == nullptr)
+        if (place == nullptr && copy.end == nullptr)
             place = &copy;
     }
     if (place == nullptr) {
