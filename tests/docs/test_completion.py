@@ -88,6 +88,11 @@ def test_switch_words_of_the_forms_are_offered(line, offered):
     assert complete(line) == set(offered.split())
 
 
+def test_words_are_no_patterns_of_file_names():
+    """A file of one letter in the root matches "/?"; with nullglob the pattern goes where there is none."""
+    assert complete("/SHUTDOWN ", MACHINE + "shopt -s nullglob\n") == {"/T", *HELP.split()}
+
+
 @pytest.mark.parametrize("line, offered", [
     ("/p", "/pci"), ("-P", "-PCI"), ("-p", "-pci"), ("P", "PCI"), ("p", "pci"),
     ("/pci /r", "/rb /rw /rd /ri"), ("/pci /", "/rb /rw /rd /wb /ww /wd /ri /wi /dump /? /h /help"),
