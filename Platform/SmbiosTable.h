@@ -2,8 +2,8 @@
 //
 // A copy of the table is followed by SMBIOS_GUARD zero bytes, and a walk over it ends where the copy ends, as
 // if an end-of-table structure stood there: no walk and no view leaves the block, whatever the table says. A
-// caller's own table must have its end-of-table structure. Procedures that walk from a bare
-// pointer ask whether it lies in one of the last 16 copies that were loaded.
+// caller's own table must have its end-of-table structure. Procedures that walk from a bare pointer
+// ask whether it lies in one of the last 16 copies that were loaded.
 //
 // No command reaches: SmbiosTableAround, GetTotalStructureSize, SearchSmbiosType, GetCPUSpeedSmb,
 // GetCpuCurrentSpeed.
