@@ -28,30 +28,33 @@ static const EntryLayout mEntry64 = {24, 0x0C, 0x10, 0x07, 0};
 
 constexpr size_t LOADED_COPIES = 16;
 
-// The copies that were loaded last; end is NULL in a free place. By these alone the procedures that are given
-// a bare pointer know where its table ends. A copy that its owner frees without ReleaseTable stays here until
-// another one is loaded where it lay.
+// The copies that were loaded last, the oldest first; end is NULL in a free place. By these alone the
+// procedures that are given a bare pointer know where its table ends. A copy that its owner frees without
+// ReleaseTable stays here until another one is loaded where it lay.
 static SmbiosTable mLoadedCopies[LOADED_COPIES];
-static size_t mOldestCopy = 0; // gives way when all places are taken
 
 // True where a copy, its guard included, holds the address.
 static bool Holds(SmbiosTable copy, const uint8_t *address) {
     return copy.end != nullptr && copy.begin <= address && address <= copy.end + SMBIOS_GUARD;
 }
 
+static void Forget(size_t place) {
+    for (; place + 1 < LOADED_COPIES; ++place)
+        mLoadedCopies[place] = mLoadedCopies[place + 1];
+    mLoadedCopies[place] = {nullptr, nullptr};
+}
+
 static void Remember(SmbiosTable loaded) {
-    SmbiosTable *place = nullptr;
-    for (SmbiosTable &copy : mLoadedCopies) {
-        if (Holds(copy, loaded.begin) || Holds(loaded, copy.begin))
-            copy.end = nullptr;
-        if (place == nullptr && copy.end == nullptr)
-            place = &copy;
+    for (size_t place = LOADED_COPIES; place-- > 0;) {
+        if (Holds(mLoadedCopies[place], loaded.begin) || Holds(loaded, mLoadedCopies[place].begin))
+            Forget(place);
     }
-    if (place == nullptr) {
-        place = &mLoadedCopies[mOldestCopy];
-        mOldestCopy = (mOldestCopy + 1) % LOADED_COPIES;
-    }
-    *place = loaded;
+    if (mLoadedCopies[LOADED_COPIES - 1].end != nullptr)
+        Forget(0);
+    size_t place = 0;
+    while (mLoadedCopies[place].end != nullptr)
+        ++place;
+    mLoadedCopies[place] = loaded;
 }
 
 // Copies a table into a block with room for the guard.
@@ -62,9 +65,9 @@ static void CopyTable(uint32_t address, uint32_t length, uint8_t *block) {
 }
 
 void ReleaseTable(uint8_t *table) {
-    for (SmbiosTable &copy : mLoadedCopies) {
-        if (copy.begin == table)
-            copy.end = nullptr;
+    for (size_t place = 0; table != nullptr && place < LOADED_COPIES; ++place) {
+        if (mLoadedCopies[place].begin == table)
+            Forget(place);
     }
     Free(table);
 }

@@ -376,6 +376,21 @@ TEST(SmbiosTable, SixteenCopiesAtOnceAreRememberedAndThenTheOldestGiveWay) {
         ReleaseTable(table);
 }
 
+TEST(SmbiosTable, AReleasedCopyMakesRoomWithoutMakingTheNewestTheOldest) {
+    OpenTable(SYSTEM + DIMM);
+    uint8_t *tables[18];
+    uint32_t length;
+    for (unsigned i = 0; i < 16; ++i)
+        ASSERT_EQ(LoadSmbios(&tables[i], &length), 0u);
+    ReleaseTable(tables[0]);
+    ASSERT_EQ(LoadSmbios(&tables[16], &length), 0u);
+    ASSERT_EQ(LoadSmbios(&tables[17], &length), 0u);
+    for (unsigned i = 1; i < 18; ++i)
+        EXPECT_EQ(SmbiosTableAround(tables[i]).end, i == 1 ? nullptr : tables[i] + length) << i;
+    for (unsigned i = 1; i < 18; ++i)
+        ReleaseTable(tables[i]);
+}
+
 TEST(SmbiosTable, ABlockThatIsTooSmallForTheLongestTableIsNotFilled) {
     OpenLegacy();
     PutEntry32(SMBIOS_TABLE, 0xFFFF);
