@@ -1,6 +1,8 @@
 #include "Common/FileLib.h"
 
 #include <fcntl.h>
+#include <sys/stat.h>
+#include <sys/sysmacros.h>
 #include <unistd.h>
 
 #include "Base/Memory.h"
@@ -28,6 +30,42 @@ int Fseek(FILE *stream, long offset, int whence) {
 
 long Ftell(FILE *stream) {
     return ftell(stream);
+}
+
+constexpr unsigned MEMORY_DEVICES = 1;
+constexpr unsigned NULL_DEVICE = 3;
+constexpr unsigned ZERO_DEVICE = 5;
+constexpr unsigned FULL_DEVICE = 7;
+
+static bool IsSink(const struct stat *file) {
+    unsigned number = minor(file->st_rdev);
+    return S_ISCHR(file->st_mode) && major(file->st_rdev) == MEMORY_DEVICES &&
+           (number == NULL_DEVICE || number == ZERO_DEVICE || number == FULL_DEVICE);
+}
+
+// Opens without waiting and looks what it has got.
+static FILE *OpenAndLook(const char *path, int flags, const char *mode, bool sinks) {
+    int fd = open(path, flags | O_NONBLOCK | O_NOCTTY | O_CLOEXEC, 0666);
+    if (fd == -1)
+        return nullptr;
+    struct stat file;
+    bool fits = fstat(fd, &file) == 0 && (S_ISREG(file.st_mode) || (sinks && IsSink(&file)));
+    FILE *stream = fits ? fdopen(fd, mode) : nullptr;
+    if (stream == nullptr)
+        close(fd);
+    return stream;
+}
+
+FILE *OpenToRead(const char *path) {
+    return OpenAndLook(path, O_RDONLY, "rb", false);
+}
+
+FILE *OpenAnew(const char *path) {
+    return OpenAndLook(path, O_WRONLY | O_CREAT | O_TRUNC, "wb", false);
+}
+
+FILE *OpenAnewOrSink(const char *path) {
+    return OpenAndLook(path, O_WRONLY | O_CREAT | O_TRUNC, "wb", true);
 }
 
 bool SyncFile(FILE *stream) {

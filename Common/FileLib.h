@@ -16,6 +16,14 @@ size_t Fwrite(const void *buffer, size_t size, size_t count, FILE *stream);
 int Fseek(FILE *stream, long offset, int whence);
 long Ftell(FILE *stream);
 
+// A regular file, to be read or made anew. NULL for anything else, too: the program waits for nobody at the
+// other end of a FIFO or a device.
+FILE *OpenToRead(const char *path);
+FILE *OpenAnew(const char *path);
+
+// The same, and a device that only takes (null, zero, full: major 1 of the kernel's devices.txt).
+FILE *OpenAnewOrSink(const char *path);
+
 // Writes what the stream holds to the disk, and its directory entry in the current directory too. False when
 // that fails.
 bool SyncFile(FILE *stream);

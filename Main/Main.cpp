@@ -1,10 +1,14 @@
 // Start-up and dispatch: opens the hardware, turns the command line into the command word, calls exactly one
 // handler and exits with its status.
 #include <fcntl.h>
+#include <sys/auxv.h>
+#include <sys/prctl.h>
 #include <unistd.h>
 
 #include "BasicLib/Driver.h"
+#include "Common/ComFunc/Output.h"
 #include "Common/ComFunc/Shell.h"
+#include "Common/ComFunc/Signals.h"
 #include "Common/Global.h"
 #include "Main/Help.h"
 #include "Main/Parser.h"
@@ -71,8 +75,20 @@ static EFI_STATUS InvokeEntries() {
     return EFI_ACCESS_DENIED;
 }
 
+// What the process is, before it opens anything: who was given this program's rights by the mode of its file
+// must not get the hardware by it, and no core dump may hold copies of memory.
+static bool SecureProcess() {
+    if (getauxval(AT_SECURE) != 0)
+        return false;
+    prctl(PR_SET_DUMPABLE, 0);
+    IgnoreFileSizeSignal();
+    return true;
+}
+
 int main(int argc, char **argv) {
     CmdArg record = {};
+    if (!SecureProcess())
+        return static_cast<int>(EFI_NOT_READY);
     EnsureStandardDescriptors();
     if (EnableAdvancedAcc() != EFI_SUCCESS)
         return static_cast<int>(EFI_NOT_READY);
@@ -85,5 +101,6 @@ int main(int argc, char **argv) {
         return -1;
     EFI_STATUS status = InvokeEntries();
     DisableAdvancedAcc();
+    EndOutput();
     return static_cast<int>(status);
 }

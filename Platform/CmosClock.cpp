@@ -22,6 +22,7 @@ constexpr uint8_t REG_B_DM_BINARY = 0x04; // else BCD
 constexpr uint8_t REG_B_AIE = 0x20;
 constexpr uint8_t REG_D_VRT = 0x80; // the battery is good; later chips keep the alarm's day in the bits below
 constexpr int RTC_REGISTERS = 14;
+constexpr int READ_AGAIN = 8; // a clock in its 12-hour mode may never show a time of the 24-hour one
 constexpr uint32_t UPDATE_POLLS = 0x10000000; // half an hour on real ports; an update takes 2 ms
 
 constexpr uint8_t FORMAT_UNKNOWN = 0xFF;
@@ -56,19 +57,41 @@ bool WaitInProgress() {
     return false;
 }
 
-static uint8_t GetTimeRegister(uint8_t index) {
-    uint8_t value = Get8IO7071(index);
+// True when a register can hold this in BCD.
+static bool IsBcd(uint8_t value) {
+    return (value & 0x0F) <= 9 && value >> 4 <= 9;
+}
+
+static uint8_t FromRegister(uint8_t value) {
     return isCmosInBCD() ? HexToDecimal8(value) : value;
 }
 
+// Reads the three registers as they stand, outside an update cycle when *settled is set.
+static TimeOfDay ReadTimeRegisters(bool *settled) {
+    *settled = WaitInProgress();
+    TimeOfDay raw;
+    raw.hours = Get8IO7071(RTC_HOURS);
+    raw.minutes = Get8IO7071(RTC_MINUTES);
+    raw.seconds = Get8IO7071(RTC_SECONDS);
+    return raw;
+}
+
+static bool IsTime(TimeOfDay raw) {
+    if (isCmosInBCD() && (!IsBcd(raw.hours) || !IsBcd(raw.minutes) || !IsBcd(raw.seconds)))
+        return false;
+    return FromRegister(raw.hours) <= 23 && FromRegister(raw.minutes) <= 59 &&
+           FromRegister(raw.seconds) <= 59;
+}
+
+// The process may be put aside between the wait and the registers, and an update come in between; what it
+// reads then need not be a time at all. An alarm must not be set by that, nor a countdown end.
 TimeOfDay GetTimeOfDay() {
     isCmosInBCD(); // asks register B now, not between the registers of the time
-    WaitInProgress();
-    TimeOfDay time;
-    time.hours = GetTimeRegister(RTC_HOURS);
-    time.minutes = GetTimeRegister(RTC_MINUTES);
-    time.seconds = GetTimeRegister(RTC_SECONDS);
-    return time;
+    bool settled;
+    TimeOfDay raw = ReadTimeRegisters(&settled);
+    for (int again = 0; again < READ_AGAIN && settled && !IsTime(raw); ++again)
+        raw = ReadTimeRegisters(&settled);
+    return {FromRegister(raw.hours), FromRegister(raw.minutes), FromRegister(raw.seconds)};
 }
 
 uint32_t GetTotalSec() {

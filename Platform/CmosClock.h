@@ -24,7 +24,8 @@ uint8_t isCmosInBCD();
 // 0x10000000 polls.
 bool WaitInProgress();
 
-// The clock's time, outside an update cycle.
+// The clock's time, outside an update cycle. Registers that cannot be a time are read again, up to eight
+// times; a clock that never gives one gives what was read last.
 TimeOfDay GetTimeOfDay();
 
 // The same in seconds since midnight.

@@ -66,7 +66,7 @@ static void CopyRange(DumpRange range, uint8_t *buffer, uint32_t chunk, FILE *fi
 
 // A missing name is one that cannot be created. Unbuffered: a full disk shows at the write, not after it.
 static FILE *CreateDumpFile(const char *path) {
-    FILE *file = path == nullptr ? nullptr : Fopen(path, "wb");
+    FILE *file = path == nullptr ? nullptr : OpenAnewOrSink(path);
     if (file != nullptr)
         setvbuf(file, nullptr, _IONBF, 0);
     return file;

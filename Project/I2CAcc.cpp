@@ -2,6 +2,7 @@
 
 #include "Base/Types.h"
 #include "Common/ComFunc/CmdLine.h"
+#include "Common/ComFunc/Output.h"
 #include "Common/ComFunc/Signals.h"
 #include "Common/Global.h"
 #include "Common/Sprint.h"
@@ -80,8 +81,10 @@ int I2CEntryPoint() {
     CmdType cmd = CmdWord();
     if (HasFlag(cmd, Flag::HELP))
         return ShowI2cHelp();
-    HoldSignals(); // none may leave a core enabled in the middle of a transfer
+    HoldOutput();  // nobody who does not read may keep a core enabled
+    HoldSignals(); // nor may a signal leave it in the middle of a transfer
     int result = AccessBus(cmd);
     ReleaseSignals();
+    ReleaseOutput();
     return result;
 }

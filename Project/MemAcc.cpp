@@ -2,6 +2,7 @@
 
 #include "Base/Text.h"
 #include "Common/ComFunc/CmdLine.h"
+#include "Common/ComFunc/Output.h"
 #include "Common/Sprint.h"
 #include "Platform/MemSearch.h"
 #include "Project/AccessForm.h"
@@ -40,6 +41,8 @@ static uint32_t SearchRange(uint32_t start, uint32_t length, const char *text) {
         Printf(" (%04d) %s return address: %08lX ", count, text, Wide(address));
         if (count % 2 == 0)
             Printf("\n");
+        if (OutputIsLost())
+            return static_cast<uint32_t>(EFI_NOT_FOUND); // as behind the last match
     }
 }
 

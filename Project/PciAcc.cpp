@@ -5,6 +5,7 @@
 #include "Common/ComFunc/CmdLine.h"
 #include "Common/ComFunc/Console.h"
 #include "Common/ComFunc/HexView.h"
+#include "Common/ComFunc/Output.h"
 #include "Common/Sprint.h"
 #include "Platform/PciCaps.h"
 #include "Platform/PciClassCode.h"
@@ -88,7 +89,7 @@ static int ShowFunction(uint16_t bus, uint16_t dev, uint16_t fun, bool header, u
 }
 
 // One device of the scan. Functions 1 to 7 are looked at only when function 0 says multi-function. False
-// when ESC ends the listing.
+// when ESC or lost output ends the listing.
 static bool ListDevice(uint16_t bus, uint16_t dev, uint8_t *buffer, bool *header) {
     bool multiple = false;
     for (uint16_t fun = 0; fun < PCI_FUNCTION_COUNT; ++fun) {
@@ -100,7 +101,7 @@ static bool ListDevice(uint16_t bus, uint16_t dev, uint8_t *buffer, bool *header
         int key = ShowFunction(bus, dev, fun, *header, buffer, &shown);
         if (shown)
             *header = false;
-        if (shown && key == KEY_ESC)
+        if (shown && (key == KEY_ESC || OutputIsLost()))
             return false;
     }
     return true;

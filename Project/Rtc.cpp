@@ -43,7 +43,7 @@ uint32_t OsShutdown(uint32_t kind) {
 }
 
 uint32_t DisplayLogCount(const char *name) {
-    FILE *file = Fopen(name, "rb");
+    FILE *file = OpenToRead(name);
     if (file == nullptr) {
         Printf("Have no %s file!\n", name);
         return 0;
@@ -56,7 +56,7 @@ uint32_t DisplayLogCount(const char *name) {
 }
 
 int RtcLogAndRtcCount(const char *name, uint32_t count) {
-    FILE *file = Fopen(name, "wb");
+    FILE *file = OpenAnew(name);
     if (file == nullptr) {
         Printf("%s write fail!\n", name);
         return 0;

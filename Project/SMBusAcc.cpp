@@ -4,6 +4,7 @@
 #include "BasicLib/PortIo.h"
 #include "Common/ComFunc/CmdLine.h"
 #include "Common/ComFunc/HexView.h"
+#include "Common/ComFunc/Output.h"
 #include "Common/Global.h"
 #include "Common/Sprint.h"
 #include "Platform/SmbusHost.h"
@@ -97,7 +98,7 @@ static int SmbusScanCommand(uint16_t base, uint8_t result) {
     if (CmdArgText(pos, 2) == nullptr)
         return -1;
     uint8_t to = OperandByte(pos, 2);
-    for (uint32_t address = OperandByte(pos, 1); address <= to; address += 2) {
+    for (uint32_t address = OperandByte(pos, 1); address <= to && !OutputIsLost(); address += 2) {
         IoDelay(SCAN_DELAY);
         if (StandardSmbusRead(base, static_cast<uint8_t>(address), 0, &result) == EFI_SUCCESS)
             Printf("Valid SMBus slave address 0x%02X(data:%02X).\n", address, result);

@@ -6,6 +6,7 @@
 #include "Common/ComFunc/CmdLine.h"
 #include "Common/ComFunc/Console.h"
 #include "Common/ComFunc/HexView.h"
+#include "Common/ComFunc/Output.h"
 #include "Common/ComFunc/Signals.h"
 #include "Common/Global.h"
 #include "Common/Sprint.h"
@@ -84,7 +85,8 @@ EFI_STATUS SioListReg() {
         Printf(" /SIO /dump: Dump SuperIO Reg\n");
         return EFI_INVALID_PARAMETER;
     }
-    HoldSignals(); // none may leave the chip in its configuration mode
+    HoldOutput();  // nobody who does not read may keep the chip in its configuration mode
+    HoldSignals(); // nor may a signal leave it there
     UnlockSIO();
     EFI_STATUS status = EFI_SUCCESS;
     if (HasFlag(cmd, Flag::READ | Flag::WRITE))
@@ -93,5 +95,6 @@ EFI_STATUS SioListReg() {
         status = DumpDevices();
     LockSIO();
     ReleaseSignals();
+    ReleaseOutput();
     return status;
 }

@@ -2,14 +2,13 @@
 
 #include <fcntl.h>
 #include <poll.h>
-#include <signal.h>
-#include <sys/signalfd.h>
 #include <termios.h>
 #include <unistd.h>
 
 #include <cerrno>
 #include <cstdio>
 
+#include "Common/ComFunc/Output.h"
 #include "Common/ComFunc/Signals.h"
 #include "Common/Global.h"
 #include "Common/Sprint.h"
@@ -56,8 +55,10 @@ void setColor(uint16_t number) {
 struct KeyMode {
     bool isTerminal;
     termios modes;
-    sigset_t signals;
 };
+
+constexpr int NO_KEY_YET = -2;
+constexpr int SIGNAL_LOOK = 50; // milliseconds between two looks, where a signal cannot be waited for
 
 // The byte that isKeyBoardHit has seen is in the stream's push-back and not on the descriptor.
 static bool mKeyPushedBack = false;
@@ -66,12 +67,26 @@ static bool mKeyPushedBack = false;
 // between. Setting it again would drop the key that is pushed back.
 static bool mInputUnbuffered = false;
 
+// True when standard input is the terminal of this session and another job has it: changing its modes or
+// reading from it would stop the program (termios(3), "Canonical and noncanonical mode"; credentials(7)).
+static bool IsBackgroundJob() {
+    pid_t foreground = tcgetpgrp(STDIN_FILENO);
+    return foreground != -1 && foreground != getpgrp();
+}
+
+// Ordinary job control: a read by a background job stops it, and goes on when it is in the foreground again.
+// Of a length of 0, it takes no key in the modes that the terminal has then. False where stopping is not
+// possible: the job has no shell any more, or was told to ignore SIGTTIN.
+static bool StopUntilForeground() {
+    char none;
+    return read(STDIN_FILENO, &none, 0) == 0;
+}
+
 // Non-canonical mode without echo, if descriptor 0 is a terminal. From here to LeaveKeyMode the ending
 // signals are held back, so that none of them can leave the terminal in this mode.
 static KeyMode EnterKeyMode() {
     KeyMode mode = {};
-    sigset_t ending = EndingSignals();
-    sigprocmask(SIG_BLOCK, &ending, &mode.signals);
+    HoldSignals();
     if (!mInputUnbuffered)
         setvbuf(stdin, nullptr, _IONBF, 0);
     mInputUnbuffered = true;
@@ -84,41 +99,64 @@ static KeyMode EnterKeyMode() {
     return mode;
 }
 
-// A signal that has come in the meantime acts at the end of this call.
+// A signal that has come in the meantime acts at the end of this call. A job that went on in the background
+// leaves the terminal to the one that has it now.
 static void LeaveKeyMode(const KeyMode *mode) {
-    if (mode->isTerminal)
+    if (mode->isTerminal && !IsBackgroundJob())
         tcsetattr(STDIN_FILENO, TCSANOW, &mode->modes);
-    sigprocmask(SIG_SETMASK, &mode->signals, nullptr);
+    ReleaseSignals();
 }
 
-// Waits for a byte or the end of input (true), or for one of the ending signals (false).
+// Waits for a byte or the end of input (true), or for a signal (false).
 static bool WaitForKey() {
-    sigset_t ending = EndingSignals();
-    int signals = signalfd(-1, &ending, SFD_CLOEXEC);
+    int signals = WatchSignals();
+    int timeout = signals == -1 ? SIGNAL_LOOK : -1;
     pollfd wait[] = {{STDIN_FILENO, POLLIN, 0}, {signals, POLLIN, 0}};
-    while (poll(wait, 2, -1) == -1 && errno == EINTR) {
-    }
+    int ready;
+    do {
+        ready = poll(wait, 2, timeout);
+    } while (ready == 0 ? !SignalIsPending() : ready == -1 && errno == EINTR);
     if (signals != -1)
         close(signals);
-    return wait[1].revents == 0;
+    return ready != 0 && wait[1].revents == 0;
+}
+
+// One try: the key, or NO_KEY_YET when a signal has come in its place. *ended tells whether that is one that
+// is to end or stop the program, and not the end of a stop.
+static int TakeKey(bool *ended) {
+    KeyMode mode = EnterKeyMode();
+    bool ready = mKeyPushedBack || WaitForKey();
+    int key = ready ? getchar() : NO_KEY_YET;
+    if (ready)
+        mKeyPushedBack = false;
+    *ended = SignalIsPending();
+    LeaveKeyMode(&mode);
+    return key;
 }
 
 int getch() {
+    bool held = SignalsAreHeld();
+    ShowHeldOutput();
     for (;;) {
-        KeyMode mode = EnterKeyMode();
-        bool ready = mKeyPushedBack || WaitForKey();
-        int key = ready ? getchar() : EOF;
-        LeaveKeyMode(&mode);
-        if (ready) {
-            mKeyPushedBack = false;
-            return key;
+        if (IsBackgroundJob()) {
+            if (held)
+                return KEY_ESC;
+            if (!StopUntilForeground())
+                return EOF;
+            continue;
         }
-        if (SignalsAreHeld())
+        bool ended;
+        int key = TakeKey(&ended);
+        if (key != NO_KEY_YET)
+            return key;
+        if (held && ended)
             return KEY_ESC;
     }
 }
 
 int isKeyBoardHit() {
+    if (IsBackgroundJob())
+        return 0;
     KeyMode mode = EnterKeyMode();
     int flags = fcntl(STDIN_FILENO, F_GETFL);
     if (flags != -1)

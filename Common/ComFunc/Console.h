@@ -20,10 +20,13 @@ enum Color : uint16_t {
 void setColor(uint16_t number);
 
 // Waits for one byte of a key, without echo; the terminal's modes are as before afterwards. EOF (-1) at
-// the end of input. A function key arrives byte by byte, its 27 first.
+// the end of input. A function key arrives byte by byte, its 27 first. While signals are held, 27 also when
+// one has come. A background job stops here until it is in the foreground again, and gets 27 while signals
+// are held.
 int getch();
 
-// 1 when a byte is waiting on standard input, else 0; nothing is consumed and nothing waited for.
+// 1 when a byte is waiting on standard input, else 0; nothing is consumed and nothing waited for. Always 0 in
+// a background job, which does not touch the terminal.
 int isKeyBoardHit();
 
 // The waiting key, 0 without one.

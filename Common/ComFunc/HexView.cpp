@@ -3,6 +3,7 @@
 #include <cstdio>
 
 #include "Common/ComFunc/Console.h"
+#include "Common/ComFunc/Output.h"
 #include "Common/Global.h"
 #include "Common/Sprint.h"
 
@@ -98,6 +99,8 @@ static void Row(ViewKind kind, const uint8_t *row, uint32_t count) {
 // The end of a page: the paged view waits for a key here.
 static int PageEnd(ViewKind kind) {
     ViewNewLine(kind);
+    if (kind == VIEW_PAGED && OutputIsLost())
+        return KEY_ESC; // nobody sees what would follow, and reading it may not be harmless
     if (kind == VIEW_PLAIN || (DispHas(DISP_LOG) && !isKeyBoardHit()))
         return DEBUG_MSG_NO_KEY;
     return getch();

@@ -12,8 +12,8 @@ constexpr int DEBUG_MSG_NO_KEY = 255;
 
 // The coloured view, with a pause for a key after every 256 bytes and at the end. In log mode (DISP_LOG)
 // it pauses only when a key is waiting already. Returns the key of the last pause (27 is the wish to
-// stop, -1 the end of input); 255 without one, and when nothing is shown: DISP_DUMP clear, NULL or empty
-// data.
+// stop, -1 the end of input); 27 without a pause when output is lost; 255 without one, and when nothing is
+// shown: DISP_DUMP clear, NULL or empty data.
 int DebugMsg(const uint8_t *data, uint32_t length);
 
 // The same layout without colours, display flags and pauses. 0, or 31 for NULL or empty data.

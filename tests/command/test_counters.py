@@ -1,5 +1,10 @@
 """The cycle counters RBTLOG and RTCLOG: four bytes in the current directory, the lowest first."""
 
+import contextlib
+import os
+import pathlib
+import socket
+
 import pytest
 from power import RUN, story
 
@@ -66,17 +71,55 @@ def test_a_file_that_cannot_be_opened_for_writing_is_reported(run, tmp_path, nam
     args, command = CYCLES[name]
     (tmp_path / name).mkdir()
     result = run(args)
-    assert f"{name} count is: 0\n{name} write fail!\n" in result.text
+    assert f"Have no {name} file!\n{name} write fail!\n" in result.text
     assert result.systems() == [command]
 
 
 @pytest.mark.parametrize("name", CYCLES)
-def test_on_a_full_disk_the_cycle_goes_on_without_a_word(run, tmp_path, name):
+def test_on_a_full_disk_the_cycle_goes_on_without_a_word(on_disk, tmp_path, name):
     args, command = CYCLES[name]
-    (tmp_path / name).symlink_to("/dev/full")
-    result = run(args)
+    fill = f"touch {name} && dd if=/dev/zero of=FILL bs=4096 count=16 status=none"
+    result = on_disk(args, "size=64k", then=fill)
     assert f"{name} count is: 0\n" in result.text and "fail" not in result.text
     assert result.systems() == [command]
+    assert (tmp_path / "left" / name).read_bytes() == b""
+
+
+def make_fifo(path):
+    os.mkfifo(path)
+
+
+def make_socket(path):
+    with contextlib.chdir(path.parent), socket.socket(socket.AF_UNIX) as end:
+        end.bind(path.name)
+
+
+def make_link_to(target):
+    return lambda path: path.symlink_to(target)
+
+
+@pytest.mark.parametrize("make", [make_fifo, make_socket, make_link_to("/dev/null"), make_link_to("/dev/full"),
+                                  make_link_to("/dev/tty"), pathlib.Path.mkdir],
+                         ids=["fifo", "socket", "null", "full", "tty", "folder"])
+@pytest.mark.parametrize("name", CYCLES)
+def test_what_is_not_a_regular_file_counts_as_one_that_cannot_be_opened(run, tmp_path, make, name):
+    args, command = CYCLES[name]
+    make(tmp_path / name)
+    result = run(args)
+    assert f"Have no {name} file!\n{name} write fail!\n" in result.text
+    assert result.systems() == [command]
+
+
+@pytest.mark.parametrize("name", CYCLES)
+def test_a_fifo_with_both_ends_open_is_left_alone(run, tmp_path, name):
+    args, command = CYCLES[name]
+    os.mkfifo(tmp_path / name)
+    pipe = os.open(tmp_path / name, os.O_RDWR | os.O_NONBLOCK)
+    os.write(pipe, b"text")
+    result = run(args)
+    assert f"Have no {name} file!\n{name} write fail!\n" in result.text
+    assert os.read(pipe, 9) == b"text"
+    os.close(pipe)
 
 
 def test_the_message_comes_between_countdown_and_alarm(run):

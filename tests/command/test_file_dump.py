@@ -1,16 +1,13 @@
 """/MEM /RF and /IO /RF: a range of memory or of ports into a file."""
 
-import fcntl
 import os
 import pathlib
 import re
 import resource
-import subprocess
-import time
 
 import pytest
-from expected import CLEAR, FILE_USAGE, assert_run, copied_pages
-from harness import BUILD
+from expected import CLEAR, FILE_USAGE, OPEN, assert_run, copied_pages
+from harness import BUILD, act_behind
 
 MIB = 0x100000
 WAITING = "Waitting ...\n\n"
@@ -86,60 +83,57 @@ def no_sanitizer():
 
 
 @pytest.fixture
-def into_pipe(tmp_path):
-    """into_pipe(words, memory_left=None, board=SPARSE) runs a dump into a pipe, PIPE.BIN; `memory_left` is what the
-    program can allocate from the moment on when it opens the pipe. Gives its output, its exit status, and the stream's
-    length and bytes that are not zero, by their place."""
+def into_file(run, tmp_path):
+    """into_file(words, memory_left=None, board=SPARSE) runs a large dump into DUMP.BIN; `memory_left` is what the
+    program can allocate when it has started. Gives its output, its exit status, and the file's length and bytes that
+    are not zero, by their place."""
 
     def go(words, memory_left=None, board=SPARSE):
-        (tmp_path / "pipe.board").write_text(board)
-        os.mkfifo(tmp_path / "PIPE.BIN")
-        environment = {**os.environ, "LD_PRELOAD": str(BUILD / "libhwboard.so"),
-                       "HWBOARD": str(tmp_path / "pipe.board"), "HWBOARD_MEMFILE": str(tmp_path / "memory")}
-        command = [BUILD / "hwreg", *words.split()]
-        child = subprocess.Popen(command, env=environment, cwd=tmp_path, stdout=subprocess.PIPE)
-        if memory_left is not None:
-            limit_memory(child.pid, memory_left)
-        length, found = collect(tmp_path / "PIPE.BIN")
-        out, _ = child.communicate(timeout=60)
-        return out.decode(), child.returncode, length, found
+        runner = {} if memory_left is None else {"runner": act_behind(OPEN[:-1], leave_memory(memory_left))}
+        (tmp_path / "large.board").write_text(board)
+        result = run(words, board=tmp_path / "large.board", timeout=60, **runner)
+        return result.text, result.status, *collect(tmp_path / "DUMP.BIN")
 
     return go
 
 
-def limit_memory(pid, left):
-    """Waits until the program sleeps, then limits its data to what it has and so much more."""
-    while (status := pathlib.Path(f"/proc/{pid}/status").read_text()).find("State:\tS") < 0:
-        time.sleep(0.01)
-    used = int(re.search(r"VmData:\s*(\d+) kB", status)[1]) << 10
-    resource.prlimit(pid, resource.RLIMIT_DATA, (used + left, used + left))
+def leave_memory(left):
+    """Limits the program's data to what it has and so much more."""
+
+    def act(child):
+        status = pathlib.Path(f"/proc/{child.pid}/status").read_text()
+        used = int(re.search(r"VmData:\s*(\d+) kB", status)[1]) << 10
+        resource.prlimit(child.pid, resource.RLIMIT_DATA, (used + left, used + left))
+
+    return act
 
 
 def collect(path):
+    """The length of the file and its bytes that are not zero; it is removed, for it may be large."""
     zeros = bytes(MIB)
     length = 0
     found = {}
     with open(path, "rb", buffering=0) as stream:
-        fcntl.fcntl(stream, fcntl.F_SETPIPE_SZ, MIB)
         while piece := stream.read(MIB):
             if piece != zeros[: len(piece)]:
                 found.update({length + i: byte for i, byte in enumerate(piece) if byte})
             length += len(piece)
+    path.unlink()
     return length, found
 
 
 def memory_with(marks):
-    """A board with these texts in its memory, and what into_pipe finds of them."""
+    """A board with these texts in its memory, and what into_file finds of them."""
     lines = "".join(f'text {at:08x} "{mark.decode()}"\n' for at, mark in marks.items())
     return SPARSE + lines, {at + i: byte for at, mark in marks.items() for i, byte in enumerate(mark)}
 
 
 @pytest.mark.usefixtures("no_sanitizer")
-@pytest.mark.parametrize("left, piece", [(30 * MIB, 20 * MIB), (15 * MIB, 10 * MIB), (5 * MIB, MIB), (0, MIB)])
-def test_with_less_memory_the_pieces_are_smaller(into_pipe, left, piece):
+@pytest.mark.parametrize("left, piece", [(30 * MIB, 20 * MIB), (15 * MIB, 10 * MIB), (5 * MIB, MIB), (3 * MIB // 4, MIB)])
+def test_with_less_memory_the_pieces_are_smaller(into_file, left, piece):
     size = 60 * MIB
     board, expected = memory_with({at: b"border" for at in range(MIB - 3, size, MIB)})
-    out, status, length, found = into_pipe(f"/MEM /RF PIPE.BIN 0 {size:#x}", left, board)
+    out, status, length, found = into_file(f"/MEM /RF DUMP.BIN 0 {size:#x}", left, board)
     lines = [f"R_MEM Start:0x{at:X}, Size:0x{size - at:X}\n" for at in range(0, size, piece)]
     assert (out, status) == (WAITING + "".join(lines), 0)
     assert (length, found) == (size, {at: byte for at, byte in expected.items() if at < size})
@@ -179,10 +173,10 @@ def test_start_and_size_are_cut_to_32_bits(run, tmp_path):
 
 
 @pytest.mark.usefixtures("no_sanitizer")
-def test_all_but_one_byte_of_4_gib_can_be_copied(into_pipe):
+def test_all_but_one_byte_of_4_gib_can_be_copied(into_file):
     marks = {0: b"first", 0x27FFFFC: b"end of a piece", 0x80000123: b"halfway", 0xFFFFFFF8: b"theend"}
     board, expected = memory_with(marks)
-    out, status, length, found = into_pipe("/MEM /RF PIPE.BIN 0 0xFFFFFFFF", board=board)
+    out, status, length, found = into_file("/MEM /RF DUMP.BIN 0 0xFFFFFFFF", board=board)
     assert (out, status) == (WAITING, 0)
     assert (length, found) == (0xFFFFFFFF, expected)
 
@@ -341,24 +335,6 @@ def test_a_file_that_the_kernel_protects_is_reported(run, tmp_path):
 
 
 # Small and read-only disks
-
-
-@pytest.fixture
-def on_disk(run, tmp_path):
-    """on_disk(args, options="size=64k") runs the program in a new file system of its own, mounted with the options;
-    the files that it leaves there are put beside it. `then` is a shell command to run before."""
-
-    def go(args, options, then="true", **more):
-        disk = tmp_path / "disk"
-        disk.mkdir(exist_ok=True)
-        script = (f'mount -t tmpfs -o {options} none "{disk}" && cd "{disk}" && {then} || exit 99; '
-                  f'"{BUILD}/hwreg" {args}; status=$?; cp -r . "{tmp_path}/left"; exit $status')
-        result = run(["-m", "sh", "-c", script], program="/usr/bin/unshare", **more)
-        if result.status in (1, 99) and b"not permitted" in result.err or b"denied" in result.err:
-            pytest.skip("may not mount here: " + result.err.decode())
-        return result
-
-    return go
 
 
 def test_a_disk_that_becomes_full_leaves_a_short_file(on_disk, tmp_path):

@@ -5,7 +5,7 @@ import re
 
 import pytest
 
-from expected import CLOSE, DELAY, PCI_HEADER, hex_view, place, session
+from expected import DELAY, LOST, PCI_HEADER, hex_view, place, session
 
 INTEL_ROWS = """\
 00  00  00  80863E30 NA   NONE  NONE  Host Bridge
@@ -377,8 +377,9 @@ def test_one_function_with_numbers_out_of_range(run):
     assert result.text == PCI_HEADER + "00  20  00  144DA808 L1   IRQ10 INTA  Unknown PCI\n"
 
 
-def test_listing_goes_on_when_its_output_is_lost(run):
+@pytest.mark.parametrize("args", ["/PCI /DUMP", "/PCI /DUMP /LOG"])
+def test_the_listing_ends_as_by_esc_once_its_output_is_lost(run, args):
+    ended = run("/PCI /DUMP", stdin=b"\x1b")
     with open("/dev/full", "wb") as full:
-        result = run("/PCI /DUMP", board="base", extra=SMALL, stdout=full)
-    assert (result.status, result.err) == (0, b"")
-    assert result.log[-2:] == CLOSE
+        result = run(args, stdout=full)
+    assert (result.status, result.err, result.log) == (0, LOST, ended.log)

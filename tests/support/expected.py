@@ -1,6 +1,7 @@
 """What the program prints, and which accesses it makes in the words of the board's log: said here once."""
 
 BANNER_NOTICE_LENGTH = 33
+LOST = b"hwreg: output was lost\n"  # on standard error
 
 # ---- accesses -------------------------------------------------------------------------------------------------------
 

@@ -257,9 +257,20 @@ def take_log(pipe, child, timeout):
 
 
 def signal_behind(accesses, number):
-    """A runner (see the fixture `run`) that sends the program a signal right behind the accesses with which the log of
-    an undisturbed run begins. The log is a pipe that has room for no more than these, so the program waits there; on a
-    busy machine one more access may slip through."""
+    """A runner (see the fixture `run`) that sends the program a signal right behind these accesses."""
+
+    def send(child):
+        child.send_signal(number)
+        with contextlib.suppress(subprocess.TimeoutExpired):
+            child.wait(0.2)  # here it ends, unless it holds the signal back
+
+    return act_behind(accesses, send)
+
+
+def act_behind(accesses, act):
+    """A runner that calls act(child) right behind the accesses with which the log of an undisturbed run begins. The log
+    is a pipe that has room for no more than these, so the program waits there; on a busy machine one more access may
+    slip through."""
 
     def go(run, cwd, stdin, stdout, stderr, timeout):
         pipe, size = pipe_with_room_for(accesses, run.log_file)
@@ -271,9 +282,7 @@ def signal_behind(accesses, number):
             while not is_full(pipe, size):
                 assert child.poll() is None and time.monotonic() < deadline, "it did not come there"
                 time.sleep(0.001)
-            child.send_signal(number)
-            with contextlib.suppress(subprocess.TimeoutExpired):
-                child.wait(0.2)  # here it ends, unless it holds the signal back
+            act(child)
             log = take_log(pipe, child, timeout)
         finally:
             child.kill()
@@ -457,5 +466,5 @@ def terminal(tmp_path, new_folder):
     return go
 
 
-__all__ = ["BOARDS", "BUILD", "CLOSED", "Result", "Timeout", "new_folder", "run", "signal", "signal_behind",
-           "terminal"]
+__all__ = ["BOARDS", "BUILD", "CLOSED", "Result", "Timeout", "act_behind", "new_folder", "run", "signal",
+           "signal_behind", "terminal"]

@@ -1,5 +1,6 @@
 #include "Project/Rtc.h"
 
+#include <sys/resource.h>
 #include <unistd.h>
 
 #include <climits>
@@ -9,6 +10,7 @@
 #include <gtest/gtest.h>
 
 #include "Common/ComFunc/CmdLine.h"
+#include "Common/ComFunc/Signals.h"
 #include "Common/FileLib.h"
 #include "Common/Global.h"
 #include "Common/Sprint.h"
@@ -110,7 +112,23 @@ TEST(Rtc, TheCountIsPutOnTheDisk) {
 TEST(Rtc, ACountThatCannotBeWrittenGivesZero) {
     EXPECT_EQ(Printed([] { EXPECT_EQ(RtcLogAndRtcCount("/nowhere/LOG", 1), 0); }),
               "/nowhere/LOG write fail!\n");
-    EXPECT_EQ(Printed([] { EXPECT_EQ(RtcLogAndRtcCount("/dev/full", 1), 0); }), "");
+}
+
+TEST(Rtc, OfAFileThatMustNotGrowZeroIsAllThatIsSaid) {
+    Folder folder;
+    rlimit before;
+    ASSERT_EQ(getrlimit(RLIMIT_FSIZE, &before), 0);
+    rlimit none = {0, before.rlim_max};
+    IgnoreFileSizeSignal();
+    int written = 1;
+    std::string text = Printed([&] {
+        setrlimit(RLIMIT_FSIZE, &none);
+        written = RtcLogAndRtcCount("LOG", 1);
+        setrlimit(RLIMIT_FSIZE, &before);
+    });
+    RestoreFileSizeSignal();
+    EXPECT_EQ(written, 0);
+    EXPECT_EQ(text, "");
 }
 
 // The clock of this board runs with the delays that the polls themselves make.

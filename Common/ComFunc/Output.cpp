@@ -1,0 +1,80 @@
+#include "Common/ComFunc/Output.h"
+
+#include <fcntl.h>
+#include <poll.h>
+#include <stdio_ext.h>
+#include <unistd.h>
+
+#include <cerrno>
+#include <cstdio>
+
+#include "Common/ComFunc/Signals.h"
+
+constexpr size_t KEPT_BYTES = 0x20000; // more than the views of all logical devices of a Super I/O chip
+constexpr int SIGNAL_LOOK = 20;        // milliseconds between two looks for a signal
+
+static char mKept[KEPT_BYTES];
+static bool mHeld = false;
+static bool mLost = false; // beside the stream's own error
+
+bool OutputIsLost() {
+    return mLost || ferror(stdout) != 0;
+}
+
+void HoldOutput() {
+    fflush(stdout);
+    mHeld = setvbuf(stdout, mKept, _IOFBF, sizeof(mKept)) == 0;
+}
+
+void ReleaseOutput() {
+    fflush(stdout);
+    mHeld = false;
+}
+
+// Writes as much as standard output takes at once; the flag is set for this moment alone, because whoever
+// shares the descriptor shares it, too.
+static ssize_t WriteAtOnce(const char *text, size_t length) {
+    int flags = fcntl(STDOUT_FILENO, F_GETFL);
+    fcntl(STDOUT_FILENO, F_SETFL, flags | O_NONBLOCK);
+    ssize_t written = write(STDOUT_FILENO, text, length);
+    int error = errno;
+    fcntl(STDOUT_FILENO, F_SETFL, flags);
+    errno = error;
+    return written;
+}
+
+// Writes until all is out or a signal has come. Returns the bytes that are done with: written or lost.
+static size_t WriteUntilSignal(const char *text, size_t length) {
+    size_t done = 0;
+    while (done < length) {
+        ssize_t written = WriteAtOnce(text + done, length - done);
+        if (written >= 0) {
+            done += static_cast<size_t>(written);
+            continue;
+        }
+        if (errno != EAGAIN) {
+            mLost = true;
+            return length;
+        }
+        if (SignalIsPending())
+            return done;
+        pollfd room = {STDOUT_FILENO, POLLOUT, 0};
+        poll(&room, 1, SIGNAL_LOOK);
+    }
+    return done;
+}
+
+void ShowHeldOutput() {
+    if (!mHeld)
+        return;
+    size_t length = __fpending(stdout);
+    size_t done = WriteUntilSignal(mKept, length);
+    __fpurge(stdout);
+    fwrite(mKept + done, 1, length - done, stdout);
+}
+
+void EndOutput() {
+    fflush(stdout);
+    if (OutputIsLost())
+        fputs("hwreg: output was lost\n", stderr);
+}
