@@ -1,6 +1,7 @@
 #include "BasicLib/PhysMem.h"
 
 #include <sys/mman.h>
+#include <sys/prctl.h>
 
 #include <cerrno>
 #include <cstring>
@@ -118,6 +119,14 @@ static void CopyPage(uint8_t *buffer, volatile uint8_t *page) {
     }
 }
 
+// What is copied from memory may be anybody's and must not lie in a core dump. Once is enough.
+static void KeepOutOfCoreDumps() {
+    static bool mKeptOut = false;
+    if (!mKeptOut)
+        prctl(PR_SET_DUMPABLE, 0);
+    mKeptOut = true;
+}
+
 int Dump_PhysMem(uint32_t address, uint8_t *buffer, uint32_t length) {
     if (length < PAGE_4KB)
         PrintAssert(BASIC_LIB_SOURCE, 537, "length >= PAGE_4KB");
@@ -129,6 +138,7 @@ int Dump_PhysMem(uint32_t address, uint8_t *buffer, uint32_t length) {
         Memset(buffer, 0xFF, PAGE_4KB);
         return 0;
     }
+    KeepOutOfCoreDumps();
     CopyPage(buffer, map);
     UnmapPages(map, PAGE_4KB);
     return 1;

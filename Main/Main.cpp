@@ -2,7 +2,6 @@
 // handler and exits with its status.
 #include <fcntl.h>
 #include <sys/auxv.h>
-#include <sys/prctl.h>
 #include <unistd.h>
 
 #include "BasicLib/Driver.h"
@@ -75,20 +74,17 @@ static EFI_STATUS InvokeEntries() {
     return EFI_ACCESS_DENIED;
 }
 
-// What the process is, before it opens anything: who was given this program's rights by the mode of its file
-// must not get the hardware by it, and no core dump may hold copies of memory.
-static bool SecureProcess() {
-    if (getauxval(AT_SECURE) != 0)
-        return false;
-    prctl(PR_SET_DUMPABLE, 0);
-    IgnoreFileSizeSignal();
-    return true;
+// True for a process that has more rights than whoever started it, by the mode or the capabilities of its
+// file: nobody gets the hardware by these.
+static bool HasRaisedRights() {
+    return getauxval(AT_SECURE) != 0;
 }
 
 int main(int argc, char **argv) {
     CmdArg record = {};
-    if (!SecureProcess())
+    if (HasRaisedRights())
         return static_cast<int>(EFI_NOT_READY);
+    IgnoreFileSizeSignal();
     EnsureStandardDescriptors();
     if (EnableAdvancedAcc() != EFI_SUCCESS)
         return static_cast<int>(EFI_NOT_READY);

@@ -1,34 +1,22 @@
 #include "Common/ComFunc/CmdLine.h"
 
-#include "Base/Memory.h"
 #include "Base/Text.h"
 #include "Common/ComFunc/Numeral.h"
 #include "Common/Global.h"
 
-constexpr size_t SWITCH_SCRATCH = 22; // one prefix character, 20 of the switch word, the NUL
+constexpr size_t LONGEST_SWITCH = 20;
 
 EFI_STATUS CmdSearchFromBuffer(const char *word, const char *key) {
     if (key == nullptr)
         return EFI_ABORTED;
-    size_t length = Strlen(key);
-    if (length + 2 > SWITCH_SCRATCH)
+    if (Strlen(key) > LONGEST_SWITCH)
         return EFI_BUFFER_TOO_SMALL;
     if (word == nullptr)
         return EFI_ABORTED;
     if (Strcmp(word, key) == 0)
         return EFI_SUCCESS;
-    if (word[0] == 0 || word[1] != key[0]) // no prefixed form begins like this
-        return EFI_NOT_FOUND;
-
-    // Not from the heap: without memory a switch would go unseen and another command be carried out.
-    char prefixed[SWITCH_SCRATCH] = {};
-    Memcpy(prefixed + 1, key, length);
-    for (const char *prefix = "/-\\"; *prefix != 0; ++prefix) {
-        prefixed[0] = *prefix;
-        if (Strcmp(word, prefixed) == 0)
-            return EFI_SUCCESS;
-    }
-    return EFI_NOT_FOUND;
+    bool prefixed = word[0] == '/' || word[0] == '-' || word[0] == '\\';
+    return prefixed && Strcmp(word + 1, key) == 0 ? EFI_SUCCESS : EFI_NOT_FOUND;
 }
 
 EFI_STATUS CmdSearchFromArgv(char **argv, const char *key, uint16_t *pos) {

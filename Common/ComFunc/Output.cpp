@@ -18,7 +18,7 @@ static bool mHeld = false;
 static bool mLost = false; // beside the stream's own error
 
 bool OutputIsLost() {
-    return mLost || ferror(stdout) != 0;
+    return mLost || ferror_unlocked(stdout) != 0; // there is one thread
 }
 
 void HoldOutput() {
@@ -74,7 +74,9 @@ void ShowHeldOutput() {
 }
 
 void EndOutput() {
+    constexpr char message[] = "hwreg: output was lost\n";
     fflush(stdout);
-    if (OutputIsLost())
-        fputs("hwreg: output was lost\n", stderr);
+    if (OutputIsLost() && write(STDERR_FILENO, message, sizeof(message) - 1) == -1) {
+        // Nobody is left who could be told.
+    }
 }
