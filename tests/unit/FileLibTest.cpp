@@ -1,5 +1,11 @@
 #include "Common/FileLib.h"
 
+#include <fcntl.h>
+#include <sys/socket.h>
+#include <sys/stat.h>
+#include <sys/un.h>
+#include <unistd.h>
+
 #include <filesystem>
 #include <string>
 
@@ -187,4 +193,65 @@ TEST(FileLib, ReplacingInAnAbsentFileGivesTheStatusOfTheLoad) {
     EnterScratchFolder();
     EXPECT_EQ(ReplaceFileContent("ABSENT", "-", 1, "+", 1), 0x80000015u);
     EXPECT_FALSE(std::filesystem::exists("ABSENT"));
+}
+
+// What is no regular file.
+static void MakeOthers() {
+    std::filesystem::create_directory("FOLDER");
+    ASSERT_EQ(mkfifo("FIFO", 0600), 0);
+    sockaddr_un name = {AF_UNIX, "SOCKET"};
+    int end = socket(AF_UNIX, SOCK_STREAM, 0);
+    ASSERT_EQ(bind(end, reinterpret_cast<sockaddr *>(&name), sizeof(name)), 0);
+    close(end);
+    for (const char *device : {"null", "zero", "full", "random", "tty"})
+        std::filesystem::create_symlink(std::string("/dev/") + device, device);
+}
+
+static bool Opens(FILE *(*open)(const char *), const char *path) {
+    FILE *file = open(path);
+    return file != nullptr && Fclose(file) == 0;
+}
+
+TEST(FileLib, NothingButARegularFileIsReadOrMadeAnew) {
+    EnterScratchFolder();
+    MakeOthers();
+    for (const char *other : {"FOLDER", "FIFO", "SOCKET", "null", "zero", "full", "random", "tty", "ABSENT"})
+        EXPECT_FALSE(Opens(OpenToRead, other)) << other;
+    for (const char *other : {"FOLDER", "FIFO", "SOCKET", "null", "zero", "full", "random", "tty"})
+        EXPECT_FALSE(Opens(OpenAnew, other)) << other;
+}
+
+TEST(FileLib, AFifoIsRefusedAlsoWhenItsOtherEndIsOpen) {
+    EnterScratchFolder();
+    ASSERT_EQ(mkfifo("FIFO", 0600), 0);
+    int other = open("FIFO", O_RDWR);
+    EXPECT_FALSE(Opens(OpenToRead, "FIFO"));
+    EXPECT_FALSE(Opens(OpenAnew, "FIFO"));
+    EXPECT_FALSE(Opens(OpenAnewOrSink, "FIFO"));
+    close(other);
+}
+
+TEST(FileLib, ASinkTakesADumpAndNoOtherDeviceDoes) {
+    EnterScratchFolder();
+    MakeOthers();
+    for (const char *sink : {"null", "zero", "full", "NEW"})
+        EXPECT_TRUE(Opens(OpenAnewOrSink, sink)) << sink;
+    for (const char *other : {"FOLDER", "FIFO", "SOCKET", "random", "tty"})
+        EXPECT_FALSE(Opens(OpenAnewOrSink, other)) << other;
+}
+
+TEST(FileLib, ARegularFileIsReadAndMadeAnew) {
+    EnterScratchFolder();
+    WriteFile("DATA", "text");
+    FILE *file = OpenToRead("DATA");
+    char bytes[9] = {};
+    EXPECT_EQ(Fread(bytes, 1, 8, file), 4u);
+    EXPECT_STREQ(bytes, "text");
+    Fclose(file);
+    for (FILE *(*anew)(const char *) : {OpenAnew, OpenAnewOrSink}) {
+        file = anew("DATA");
+        EXPECT_EQ(Fwrite("new", 1, 3, file), 3u);
+        Fclose(file);
+        EXPECT_EQ(FileText("DATA"), "new");
+    }
 }

@@ -1,5 +1,8 @@
 #include "BasicLib/PhysMem.h"
 
+#include <sys/prctl.h>
+#include <unistd.h>
+
 #include <cerrno>
 #include <cstdio>
 #include <cstring>
@@ -327,4 +330,19 @@ TEST(PhysMem, ACopyIsZeroBehindTheEndOfMemory) {
     Free(copy);
     FailMalloc(1);
     EXPECT_EQ(CopyPhysical(0x1000, 32), nullptr);
+}
+
+// Ends the process: 1 when it may leave a core dump, else 0.
+[[noreturn]] static void EndDumpable(bool copies) {
+    prctl(PR_SET_DUMPABLE, 1);
+    uint8_t page[PAGE_4KB];
+    if (copies)
+        Dump_PhysMem(0x100000, page, sizeof(page));
+    _exit(prctl(PR_GET_DUMPABLE));
+}
+
+TEST(PhysMemDeathTest, WhatIsCopiedFromMemoryIsKeptOutOfCoreDumps) {
+    OpenBoard("intel");
+    EXPECT_EXIT(EndDumpable(false), testing::ExitedWithCode(1), "");
+    EXPECT_EXIT(EndDumpable(true), testing::ExitedWithCode(0), "");
 }
