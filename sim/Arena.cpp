@@ -4,7 +4,9 @@
 #include <signal.h>
 #include <stdarg.h>
 #include <stdio.h>
+#include <sys/file.h>
 #include <sys/mman.h>
+#include <sys/stat.h>
 #include <sys/syscall.h>
 #include <unistd.h>
 
@@ -13,31 +15,73 @@ namespace {
 constexpr size_t ARENA_SIZE = static_cast<size_t>(256) << 20; // address space; pages arrive when touched
 constexpr int FIRST_HIGH_DESCRIPTOR = 200;
 
-uint8_t *gArena;
-size_t gArenaUsed;
+struct Area {
+    uint8_t *start;
+    size_t used;
+};
+Area gArena;
+Area gRegisters;
 
-} // namespace
-
-void *ArenaTake(size_t size) {
-    if (!gArena) {
+void *Take(Area *area, size_t size) {
+    if (!area->start) {
         long at = syscall(SYS_mmap, nullptr, ARENA_SIZE, PROT_READ | PROT_WRITE,
                           MAP_PRIVATE | MAP_ANONYMOUS | MAP_NORESERVE, -1, 0L);
         if (at == -1)
             BoardFail("no address space");
-        gArena = reinterpret_cast<uint8_t *>(at);
+        area->start = reinterpret_cast<uint8_t *>(at);
     }
     size = (size + 15) & ~static_cast<size_t>(15);
-    if (size > ARENA_SIZE - gArenaUsed)
+    if (size > ARENA_SIZE - area->used)
         BoardFail("the board is too large");
-    uint8_t *taken = gArena + gArenaUsed;
-    gArenaUsed += size;
+    uint8_t *taken = area->start + area->used;
+    area->used += size;
     return taken;
 }
 
+void Reset(Area *area) {
+    if (area->used != 0)
+        syscall(SYS_madvise, area->start, area->used, MADV_DONTNEED);
+    area->used = 0;
+}
+
+// True when the file holds the registers: those that it held, or ours when it was empty.
+bool HoldsRegisters(int descriptor) {
+    struct stat status;
+    if (descriptor < 0 || syscall(SYS_fstat, descriptor, &status) != 0)
+        return false;
+    long length = static_cast<long>(gRegisters.used);
+    if (status.st_size == 0)
+        return syscall(SYS_pwrite64, descriptor, gRegisters.start, length, 0L) == length;
+    return status.st_size == length;
+}
+
+} // namespace
+
+void *ArenaTake(size_t size) {
+    return Take(&gArena, size);
+}
+
+void *ArenaTakeRegisters(size_t size) {
+    return Take(&gRegisters, size);
+}
+
+void ArenaShareRegisters(const char *path) {
+    if (gRegisters.used == 0)
+        return;
+    int descriptor =
+        static_cast<int>(syscall(SYS_openat, AT_FDCWD, path, O_RDWR | O_CREAT | O_CLOEXEC, 0666));
+    syscall(SYS_flock, descriptor, LOCK_EX); // one process fills the file
+    if (!HoldsRegisters(descriptor) ||
+        syscall(SYS_mmap, gRegisters.start, gRegisters.used, PROT_READ | PROT_WRITE, MAP_SHARED | MAP_FIXED,
+                descriptor, 0L) == -1)
+        BoardFail("%s: no file for the registers of this board", path);
+    syscall(SYS_flock, descriptor, LOCK_UN); // the mapping would hold it
+    syscall(SYS_close, descriptor);
+}
+
 void ArenaReset() {
-    if (gArenaUsed != 0)
-        syscall(SYS_madvise, gArena, gArenaUsed, MADV_DONTNEED);
-    gArenaUsed = 0;
+    Reset(&gArena);
+    Reset(&gRegisters);
 }
 
 int MoveDescriptorHigh(int descriptor) {

@@ -8,6 +8,11 @@
 
 // Zeroed storage that lives until ArenaReset.
 void *ArenaTake(size_t size);
+// The same for registers that processes can share: bytes, no pointers.
+void *ArenaTakeRegisters(size_t size);
+// From now on these registers are those of the file, and so of each process that names it. The first one's go
+// into the empty file. Once the board is loaded, and for the life of the process.
+void ArenaShareRegisters(const char *path);
 void ArenaReset();
 
 // Moves a descriptor out of the program's sight (200 or above, close-on-exec), so that the lowest free

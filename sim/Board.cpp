@@ -69,6 +69,8 @@ __attribute__((constructor)) void LoadFromEnvironment() {
         return;
     LogOpenFile(getenv("HWBOARD_LOG"));
     Load(path, getenv("HWBOARD_MEMFILE"));
+    if (const char *registers = getenv("HWBOARD_REGISTERS"))
+        ArenaShareRegisters(registers);
 }
 
 } // namespace

@@ -44,7 +44,7 @@ void WriteData(void *device, uint16_t port, unsigned width, uint32_t value) {
 } // namespace
 
 void PciConfigPortsLine(BoardLine *) {
-    void *address = ArenaTake(sizeof(uint32_t));
+    void *address = ArenaTakeRegisters(sizeof(uint32_t));
     // Only a dword access reaches the address register; a narrower one belongs to whoever has the port.
     ClaimPorts(CONFIG_ADDRESS, 4, WIDTH_32, ReadAddress, WriteAddress, address);
     ClaimPorts(CONFIG_DATA, 4, WIDTH_ANY, ReadData, WriteData, address);

@@ -181,6 +181,7 @@ void PciLine(BoardLine *line) {
     if (!gFunctions[number]) {
         gFunctions[number] = static_cast<PciFunction *>(ArenaTake(sizeof(PciFunction)));
         gFunctions[number]->number = static_cast<uint16_t>(number);
+        gFunctions[number]->config = static_cast<uint8_t *>(ArenaTakeRegisters(PCI_SPACE));
         LineWord(line, 2); // a new function needs its identification
     }
     gCurrent = gFunctions[number];

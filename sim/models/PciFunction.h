@@ -10,7 +10,7 @@ constexpr unsigned PCI_SPACE = 4096;
 struct PciFunction {
     uint16_t number; // (bus << 8) | (device << 3) | function
     bool express;    // has the extended space; a conventional function reads all ones from 0x100 on
-    uint8_t config[PCI_SPACE];
+    uint8_t *config; // PCI_SPACE bytes
     uint8_t writable[PCI_SPACE];  // bits that take the value written
     uint8_t oneClears[PCI_SPACE]; // bits that a written 1 clears
     uint8_t lastCap;              // where the capability list ends so far, 0 for no list

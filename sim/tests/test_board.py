@@ -676,6 +676,37 @@ def test_memory_takes_text_fills_and_files(probe, tmp_path):
     assert said(result)[2:] == ["load 5a202041", "load 5a5a5a5a", "load 4030201", "load 2030"]
 
 
+# Registers that processes share
+
+
+SPACE = ["pci 00:05.0 1234:5678", "dword 40 11223344 rw ffffffff"]
+POINT_AND_WRITE = "iopl 3 out32 cf8 80002840 out32 cfc 55667788"
+LOOK = "iopl 3 in32 cf8 in32 cfc"
+
+
+def test_processes_share_configuration_space_and_its_address_in_a_file(probe, tmp_path):
+    shared = {"HWBOARD_REGISTERS": str(tmp_path / "registers")}
+    assert said(probe("iopl 3 out32 cf8 80002840 in32 cfc", *SPACE, env=shared))[1:] == ["in 11223344"]
+    probe(POINT_AND_WRITE, *SPACE, env=shared)
+    assert said(probe(LOOK, *SPACE, env=shared))[1:] == ["in 80002840", "in 55667788"]
+    assert said(probe(LOOK, *SPACE))[1:] == ["in 0", "in ffffffff"]
+
+
+def test_a_process_that_lives_sees_what_another_one_writes(probe, tmp_path):
+    shared = {"HWBOARD_REGISTERS": str(tmp_path / "registers")}
+    other = f"LD_PRELOAD={BUILD}/libhwboard.so {BUILD}/hwboard_probe {POINT_AND_WRITE}"
+    result = probe(f"iopl 3 system '{other}' in32 cf8 in32 cfc", "system real", *SPACE, env=shared)
+    assert said(result)[-3:] == ["system 0", "in 80002840", "in 55667788"]
+
+
+@pytest.mark.parametrize("name", ["registers", "no/registers"])
+def test_registers_of_another_board_or_without_a_file_are_refused(probe, tmp_path, name):
+    (tmp_path / "registers").write_bytes(b"other")
+    result = probe("iopl 3", *SPACE, env={"HWBOARD_REGISTERS": str(tmp_path / name)})
+    assert result.status == -signal.SIGABRT
+    assert result.err.endswith(b"registers: no file for the registers of this board\n")
+
+
 def test_without_a_board_everything_passes_through(run):
     result = run("open /dev/cpu/77/msr r open /dev/null rw system 'echo real'", program="hwboard_probe",
                  board=None, env={"LD_PRELOAD": str(BUILD / "libhwboard.so")})
