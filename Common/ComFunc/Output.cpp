@@ -15,6 +15,7 @@ constexpr int SIGNAL_LOOK = 20;        // milliseconds between two looks for a s
 
 static char mKept[KEPT_BYTES];
 static bool mHeld = false;
+static size_t mShown = 0; // bytes of the kept ones that are out already
 static bool mLost = false; // beside the stream's own error
 
 bool OutputIsLost() {
@@ -24,11 +25,17 @@ bool OutputIsLost() {
 void HoldOutput() {
     fflush(stdout);
     mHeld = setvbuf(stdout, mKept, _IOFBF, sizeof(mKept)) == 0;
+    mShown = 0;
 }
 
 void ReleaseOutput() {
-    fflush(stdout);
+    if (!mHeld)
+        return;
     mHeld = false;
+    size_t length = __fpending(stdout) - mShown;
+    __fpurge(stdout);
+    setvbuf(stdout, nullptr, _IONBF, 0); // its buffer holds what is written now
+    fwrite(mKept + mShown, 1, length, stdout);
 }
 
 // Writes as much as standard output takes at once; the flag is set for this moment alone, because whoever
@@ -48,11 +55,11 @@ static size_t WriteUntilSignal(const char *text, size_t length) {
     size_t done = 0;
     while (done < length) {
         ssize_t written = WriteAtOnce(text + done, length - done);
-        if (written >= 0) {
+        if (written > 0) {
             done += static_cast<size_t>(written);
             continue;
         }
-        if (errno != EAGAIN) {
+        if (written == -1 && errno != EAGAIN) {
             mLost = true;
             return length;
         }
@@ -65,12 +72,8 @@ static size_t WriteUntilSignal(const char *text, size_t length) {
 }
 
 void ShowHeldOutput() {
-    if (!mHeld)
-        return;
-    size_t length = __fpending(stdout);
-    size_t done = WriteUntilSignal(mKept, length);
-    __fpurge(stdout);
-    fwrite(mKept + done, 1, length - done, stdout);
+    if (mHeld)
+        mShown += WriteUntilSignal(mKept + mShown, __fpending(stdout) - mShown);
 }
 
 void EndOutput() {
