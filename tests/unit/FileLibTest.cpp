@@ -138,6 +138,19 @@ TEST(FileLib, AFileThatGivesFewerBytesThanItsSizeIsALoadError) {
     EXPECT_EQ(buffer, nullptr);
 }
 
+TEST(FileLib, AFileThatGivesMoreBytesThanItsSizeIsALoadError) {
+    const char *words = "/proc/self/cmdline"; // says 0 and has the words of this process
+    ASSERT_EQ(GetFileSize(words), 0);
+    uint8_t byte;
+    uint8_t *buffer = &byte;
+    uint32_t size = 99;
+    long held = BlocksHeld();
+    EXPECT_EQ(File2Buffer(words, &buffer, &size, 0), 0x80000001u);
+    EXPECT_EQ(File2RTBuffer(words, &buffer, &size, 0), 0x80000001u);
+    EXPECT_EQ(buffer, &byte);
+    EXPECT_EQ(BlocksHeld(), held);
+}
+
 TEST(FileLib, OnlyALoadedFileLeavesABlockToTheCaller) {
     EnterScratchFolder();
     WriteFile("DATA", "a-b-c");
