@@ -164,6 +164,8 @@ SHELL = 'stty -g >before; LD_PRELOAD=$BOARD "$0" "$@"; stty -g >stopped; fg; ech
 
 def test_a_stopped_program_leaves_the_terminal_as_it_was_and_goes_on_in_the_foreground(new_folder, tmp_path):
     prepared = Run(new_folder(), "/MEM /DUMP 0x1000", "intel", (), False, "hwreg", None)
+    if prepared.wrapped:
+        pytest.skip("the wrapper takes no notice of the signal")
     prepared.command = ["sh", "-mc", SHELL, *prepared.command]
     prepared.executable = "/bin/sh"
     prepared.environment["BOARD"] = prepared.environment.pop("LD_PRELOAD")

@@ -193,7 +193,8 @@ TEST(Console, AStopDuringTheWaitLeavesTheTerminalAsItWasUntilTheProgramGoesOn) {
     termios before = TerminalModes();
     pid_t child = fork();
     if (child == 0) {
-        setpgid(0, 0); // the kernel stops no group that nobody of another group would let go on
+        close(keyboard); // the terminal ends with the test, whatever becomes of it
+        setpgid(0, 0);   // the kernel stops no group that nobody of another group would let go on
         _exit(getch());
     }
     while ((TerminalModes().c_lflag & ICANON) != 0)
