@@ -9,7 +9,7 @@ import termios
 import pytest
 
 from expected import CLOSE, PCI_HEADER, hex_view, on_screen
-from harness import CLOSED, signal
+from harness import CLOSED, Run, run_terminal, signal
 
 ESC = b"\x1b"
 LAST_PAGES = 0xFFFFFD00  # three pages below 4 GiB
@@ -155,6 +155,24 @@ def test_a_stop_from_the_keyboard_at_a_pause_costs_no_page(terminal):
     result = terminal("/MEM /DUMP 0x1000", keys=[b"\x1a", signal.SIGCONT, b" ", ESC])
     assert (result.status, result.keys_sent) == (0, 4)
     assert b"MemAddress:1100" in result.out and b"MemAddress:1200" not in result.out
+    assert_terminal_is_as_before(result)
+
+
+# The kernel stops a program only where a parent in its session can let it go on.
+SHELL = 'stty -g >before; LD_PRELOAD=$BOARD "$0" "$@"; stty -g >stopped; fg; echo ended with $?'
+
+
+def test_a_stopped_program_leaves_the_terminal_as_it_was_and_goes_on_in_the_foreground(new_folder, tmp_path):
+    prepared = Run(new_folder(), "/MEM /DUMP 0x1000", "intel", (), False, "hwreg", None)
+    if prepared.wrapped:
+        pytest.skip("the wrapper takes no notice of the signal")
+    prepared.command = ["sh", "-mc", SHELL, *prepared.command]
+    prepared.executable = "/bin/sh"
+    prepared.environment["BOARD"] = prepared.environment.pop("LD_PRELOAD")
+    result = run_terminal(prepared, tmp_path, [b"\x1a", b" ", ESC], (0, 1, 2), (25, 80), 30, b"")
+    assert (tmp_path / "before").read_text() == (tmp_path / "stopped").read_text() != ""
+    assert result.out.startswith(on_screen(page(0x1000)))
+    assert result.out.endswith(on_screen(page(0x1100)) + b"ended with 0\r\n")
     assert_terminal_is_as_before(result)
 
 

@@ -117,6 +117,11 @@ def test_a_log_has_the_messages_before_what_shutdown_says(run):
     assert result.text == "RTC wake up after 60 seconds!\nSetCmos timer:  04:06:06\n" + said + said
 
 
+def test_a_log_has_the_messages_of_a_reboot_cycle_before_what_shutdown_says(run):
+    result = run("/RTC 0 /T 0", extra=["system print shutdown"])
+    assert result.text == 'Have no RBTLOG file!\nsystem("shutdown -r now")\n'
+
+
 @pytest.mark.parametrize("args", ["/rtc 60", "-RTC 60", "\\RTC 60", "RTC 60", "/RTC 0x3C", "/F /RTC 60", "/RTC 60s"])
 def test_words_and_numbers_have_their_usual_forms(run, args):
     result = run(args)

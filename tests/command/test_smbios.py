@@ -394,14 +394,16 @@ def test_the_checksum_of_a_64_bit_entry_point_is_not_verified(run):
 
 
 def test_the_checksums_of_the_boards_are_right():
-    for memory in (firmware.intel_memory(), firmware.amd_memory()):
-        for _, data in memory:
-            if data.startswith((b"_SM3_", b"_SM_", b"RSDT", b"XSDT", b"FACP", b"APIC", b"MCFG")):
-                assert sum(data) & 0xFF == 0
-            if data.startswith(b"_SM_"):
-                assert sum(data[16:]) & 0xFF == 0
-            if data.startswith(b"RSD PTR "):
-                assert (sum(data[:20]) & 0xFF, sum(data) & 0xFF) == (0, 0)
+    summed = (b"_SM3_", b"_SM_", b"RSDT", b"XSDT", b"FACP", b"APIC", b"MCFG", b"RSD PTR ")
+    found = [data for memory in (firmware.intel_memory(), firmware.amd_memory()) for _, data in memory
+             if data.startswith(summed)]
+    assert {text for text in summed for data in found if data.startswith(text)} == set(summed)
+    for data in found:
+        assert sum(data) & 0xFF == 0
+        if data.startswith(b"_SM_"):
+            assert sum(data[16:]) & 0xFF == 0
+        if data.startswith(b"RSD PTR "):
+            assert sum(data[:20]) & 0xFF == 0
 
 
 # ---- mappings that are refused --------------------------------------------------------------------------------------

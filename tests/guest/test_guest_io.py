@@ -156,6 +156,7 @@ def test_every_register_of_the_clocks_memory_reads_as_through_the_ports():
 
 def test_words_and_dwords_of_the_clocks_memory_are_made_of_registers():
     lines = CMOS_WIDE.stdout.splitlines()
+    assert len(lines) == 6 * len(WIDE)
     for at, word, dword, *values in zip(WIDE, *(lines[i::6] for i in range(6))):
         data = bytes(map(int, values))
         assert word.endswith(f"offset {at:X} Read Word: return data:0x{int.from_bytes(data[:2], 'little'):04X}")

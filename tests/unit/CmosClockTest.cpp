@@ -1,5 +1,7 @@
 #include "Platform/CmosClock.h"
 
+#include <algorithm>
+
 #include <gtest/gtest.h>
 
 #include "BasicLib/IndexIo.h"
@@ -139,6 +141,17 @@ TEST(CmosClock, TheAlarmOfABinaryClock) {
     };
     for (const Alarm &alarm : alarms)
         ExpectAlarm(alarm, BINARY, "26");
+}
+
+TEST(CmosClock, OfRegisterDTheAlarmLeavesTheBatterysBitAlone) {
+    const char *const contents[][2] = {{"ff", "80"}, {"c0", "80"}, {"7f", "00"}, {"40", "00"}};
+    for (const auto &pair : contents) {
+        OpenClock("04:05:06", BCD, std::string("cmos-bytes d ") + pair[0]);
+        Printed([] { SetTotalSec(14707); });
+        const Log log = TakeLog();
+        const Log step = Read("0d", pair[0]) + Write("0d", pair[1]);
+        EXPECT_NE(std::search(log.begin(), log.end(), step.begin(), step.end()), log.end()) << pair[0];
+    }
 }
 
 TEST(CmosClock, TheWakeEnableInThePm1BlockComesFirst) {

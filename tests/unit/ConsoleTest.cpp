@@ -188,6 +188,31 @@ TEST(Console, ASignalDuringTheWaitEndsTheProgramWithTheTerminalAsItWas) {
     EXPECT_TRUE(SameModes(TerminalModes(), before));
 }
 
+TEST(Console, AStopDuringTheWaitLeavesTheTerminalAsItWasUntilTheProgramGoesOn) {
+    int keyboard = OpenKeyboard();
+    termios before = TerminalModes();
+    pid_t child = fork();
+    if (child == 0) {
+        close(keyboard); // the terminal ends with the test, whatever becomes of it
+        setpgid(0, 0);   // the kernel stops no group that nobody of another group would let go on
+        _exit(getch());
+    }
+    while ((TerminalModes().c_lflag & ICANON) != 0)
+        usleep(1000);
+    kill(child, SIGTSTP);
+    int status = 0;
+    EXPECT_EQ(waitpid(child, &status, WUNTRACED), child);
+    ASSERT_TRUE(WIFSTOPPED(status));
+    EXPECT_TRUE(SameModes(TerminalModes(), before));
+    kill(child, SIGCONT);
+    while ((TerminalModes().c_lflag & ICANON) != 0)
+        usleep(1000);
+    Type(keyboard, "k");
+    EXPECT_EQ(waitpid(child, &status, 0), child);
+    EXPECT_TRUE(WIFEXITED(status));
+    EXPECT_EQ(WEXITSTATUS(status), 'k');
+}
+
 TEST(Console, DisplayPositionXYPrintsItsTextWhereverThatIs) {
     EXPECT_EQ(Printed([] { DisplayPositionXY(10, 20, "%s: %02X %%", "status", 5); }), "status: 05 %");
     EXPECT_EQ(Printed([] { GotoXY(0x00140010); }), "");

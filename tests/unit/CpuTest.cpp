@@ -25,6 +25,12 @@ TEST(Cpu, ThereAreNoCpusWithoutTheMsrDriver) {
     EXPECT_EQ(GetCpuCount(), 0);
 }
 
+TEST(Cpu, CountingEndsAtTheLastCpuThatASigned16BitNumberNames) {
+    OpenGives(1000);
+    EXPECT_EQ(GetCpuCount(), 32767);
+    EXPECT_EQ(GivenAndNotClosed(), 0);
+}
+
 TEST(Cpu, AnMsrIsOnePositionedReadOf8Bytes) {
     OpenBoard("intel");
     BoardSetMsr(2, 0x1A0, 0x1122334455667788);

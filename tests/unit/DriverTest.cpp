@@ -42,6 +42,18 @@ TEST(Driver, AForbiddenMemoryDeviceIsSilentAndNoFailure) {
     EXPECT_EQ(gMemFd, MEM_FD_NONE);
 }
 
+TEST(Driver, AMemoryDescriptorBeyond16BitsIsClosedAndNoFailure) {
+    LoadBoard("intel");
+    OpenGives(32767);
+    EXPECT_EQ(OpenLinuxDriver(), 0u);
+    EXPECT_EQ(gMemFd, 32767);
+    EXPECT_EQ(GivenAndNotClosed(), 1);
+    OpenGives(32768);
+    EXPECT_EQ(OpenLinuxDriver(), 0u);
+    EXPECT_EQ(gMemFd, MEM_FD_NONE);
+    EXPECT_EQ(GivenAndNotClosed(), 0);
+}
+
 TEST(Driver, TheMsrModuleIsLoadedWhenItsNodeIsMissing) {
     LoadBoard("latemsr");
     EXPECT_EQ(OpenLinuxDriver(), 0u);

@@ -144,6 +144,21 @@ TEST(FileLib, AFileThatGivesFewerBytesThanItsSizeIsALoadError) {
     EXPECT_EQ(buffer, nullptr);
 }
 
+TEST(FileLib, AFileThatGivesMoreBytesThanItsSizeIsALoadError) {
+    // Says 0 and has the words of a process; of the parent, since valgrind has another file for this one.
+    const std::string path = "/proc/" + std::to_string(getppid()) + "/cmdline";
+    const char *words = path.c_str();
+    ASSERT_EQ(GetFileSize(words), 0);
+    uint8_t byte;
+    uint8_t *buffer = &byte;
+    uint32_t size = 99;
+    long held = BlocksHeld();
+    EXPECT_EQ(File2Buffer(words, &buffer, &size, 0), 0x80000001u);
+    EXPECT_EQ(File2RTBuffer(words, &buffer, &size, 0), 0x80000001u);
+    EXPECT_EQ(buffer, &byte);
+    EXPECT_EQ(BlocksHeld(), held);
+}
+
 TEST(FileLib, OnlyALoadedFileLeavesABlockToTheCaller) {
     EnterScratchFolder();
     WriteFile("DATA", "a-b-c");

@@ -2,6 +2,8 @@
 
 #include <unistd.h>
 
+#include <regex>
+#include <sstream>
 #include <string>
 #include <vector>
 
@@ -237,17 +239,48 @@ TEST(HexView, LogModeTakesAKeyThatIsWaiting) {
     EXPECT_EQ(key, 255); // the last pause went on without a key
 }
 
+// What the rows of a view show: the bytes of their cells, and their characters.
+struct Shown {
+    std::vector<uint8_t> bytes;
+    std::string characters;
+};
+
+static Shown Read(const std::string &view) {
+    const size_t firstCharacter = 3 + 16 * 3 + 6;
+    Shown shown;
+    std::vector<std::string> lines = Lines(view);
+    for (size_t i = 1; i < lines.size(); ++i) {
+        std::istringstream cells(lines[i].substr(0, firstCharacter));
+        unsigned label = 0;
+        cells >> std::hex >> label;
+        for (unsigned byte = 0; cells >> byte;)
+            shown.bytes.push_back(static_cast<uint8_t>(byte));
+        if (!lines[i].empty())
+            shown.characters += lines[i].substr(firstCharacter);
+    }
+    return shown;
+}
+
+static std::string WithoutColours(const std::string &view) {
+    return std::regex_replace(view, std::regex("\033\\[[0-9;]*m"), "");
+}
+
 TEST(HexView, AnyBytesInAnyLengthStayInsideTheData) {
     SetCommand({"hwreg", "/MEM", "/DUMP", "/LOG"});
     FeedInput("");
     for (size_t length = 1; length < 600; length += 7) {
         uint8_t *data = new uint8_t[length]; // a sanitized build sees a read beyond the block
-        for (size_t i = 0; i < length; ++i)
+        std::string characters;
+        for (size_t i = 0; i < length; ++i) {
             data[i] = static_cast<uint8_t>(i * 37);
-        Printed([&] {
-            DebugMsg(data, static_cast<uint32_t>(length));
-            DebugMsgTxt(data, static_cast<uint32_t>(length));
-        });
+            characters += data[i] >= 0x20 && data[i] <= 0x7F ? static_cast<char>(data[i]) : '.';
+        }
+        const std::string paged = Printed([&] { DebugMsg(data, static_cast<uint32_t>(length)); });
+        const std::string plain = Printed([&] { DebugMsgTxt(data, static_cast<uint32_t>(length)); });
+        EXPECT_EQ(WithoutColours(paged), plain) << length;
+        const Shown shown = Read(plain);
+        EXPECT_EQ(shown.bytes, std::vector<uint8_t>(data, data + length)) << length;
+        EXPECT_EQ(shown.characters, characters) << length;
         delete[] data;
     }
 }

@@ -8,16 +8,20 @@
 #include "TestHelp.h"
 
 TEST(Memory, MallocGivesABlockThatFreeReleases) {
+    long held = BlocksHeld();
     uint8_t *block = static_cast<uint8_t *>(Malloc(4096));
     ASSERT_NE(block, nullptr);
+    EXPECT_EQ(BlocksHeld(), held + 1);
     Memset(block, 0x5A, 4096);
     EXPECT_EQ(block[4095], 0x5A);
     Free(block);
+    EXPECT_EQ(BlocksHeld(), held);
 
     void *runtime = RTMalloc(16);
     ASSERT_NE(runtime, nullptr);
     Memset(runtime, 0, 16);
     Free(runtime);
+    EXPECT_EQ(BlocksHeld(), held);
 }
 
 TEST(Memory, MallocAndRTMallocGiveNullWithoutMemory) {
@@ -28,7 +32,14 @@ TEST(Memory, MallocAndRTMallocGiveNullWithoutMemory) {
 }
 
 TEST(Memory, FreeIgnoresNull) {
+    uint8_t *block = static_cast<uint8_t *>(Malloc(16));
+    ASSERT_NE(block, nullptr);
+    Memset(block, 0x5A, 16);
+    long held = BlocksHeld();
     Free(nullptr);
+    EXPECT_EQ(BlocksHeld(), held);
+    EXPECT_EQ(std::string(reinterpret_cast<char *>(block), 16), std::string(16, 0x5A));
+    Free(block);
 }
 
 TEST(Memory, MemcmpIsZeroForEqualRunsOfAnyLength) {

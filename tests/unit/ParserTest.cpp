@@ -133,8 +133,15 @@ TEST(Parser, OnlyTheWholeWordSStopsTheConversion) {
 }
 
 TEST(Parser, UpperCasingAnEmptyVectorIsSafe) {
-    argvToUpper(Words({}));
-    argvToUpper(Words({"hwreg"}));
+    char behind[] = "behind";
+    char *empty[] = {nullptr, behind, nullptr};
+    argvToUpper(empty);
+    EXPECT_EQ(empty[0], nullptr);
+    EXPECT_STREQ(behind, "behind");
+    char **nameAlone = Words({"hwreg"});
+    argvToUpper(nameAlone);
+    EXPECT_STREQ(nameAlone[0], "hwreg");
+    EXPECT_EQ(nameAlone[1], nullptr);
 }
 
 TEST(Parser, TheRecordHoldsTheVectorTheCountAndTheWord) {

@@ -50,6 +50,16 @@ TEST(PciCaps, ACapabilityListThatRunsInACircleComesToAnEnd) {
     EXPECT_FALSE(isPcieController(9, 9, 7)); // an absent function: 0xFF leads to 0xFF
 }
 
+TEST(PciCaps, AWalkInACircleTakesAsManyStepsAsAListCanHaveEntries) {
+    OpenBoard("caploop");
+    EXPECT_FALSE(isPcieController(0, 0x14, 0));
+    EXPECT_EQ(TakeLog().size(), (1u + 256) * LegacyPci("", "").size());
+    PcieFindCapId(0, 0, 0, 0xFF); // looks the window up
+    TakeLog();
+    EXPECT_EQ(PcieFindCapId(0, 0x14, 0, 0x10), 0);
+    EXPECT_EQ(TakeLog().size(), (3u + 256 * 2) * Mapped("", "", {""}).size());
+}
+
 TEST(PciCaps, ACapabilityIsFoundInTheMemoryMappedPage) {
     OpenBoard("intel");
     EXPECT_EQ(PcieFindCapId(1, 0, 0, 0x10), 0x70);

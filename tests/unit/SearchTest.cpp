@@ -60,6 +60,19 @@ TEST(Search, APositionBeyondTheBufferFindsNothing) {
     EXPECT_EQ(SearchFromBuffer("xxab", 4, "ab", 2, &pos, 0), 0x8000000Eu); // from 0xFFFFFFFF on
 }
 
+TEST(Search, AnEmptyPatternIsFoundWhereTheSearchBeginsButNotBeyondTheBuffer) {
+    for (uint32_t start : {0u, 3u, 4u}) {
+        uint32_t pos = start;
+        EXPECT_EQ(SearchFromBuffer("xxab", 4, "", 0, &pos, 0), 0u);
+        EXPECT_EQ(pos, start);
+    }
+    for (uint32_t start : {5u, 100u, NOT_THERE}) {
+        uint32_t pos = start;
+        EXPECT_EQ(SearchFromBuffer("xxab", 4, "", 0, &pos, 0), 0x8000000Eu);
+        EXPECT_EQ(pos, NOT_THERE);
+    }
+}
+
 TEST(Search, AnOccurrenceInsideAPartialMatchIsMissed) {
     EXPECT_EQ(Find("aaab", "aab"), NOT_THERE);
     EXPECT_EQ(Find("xaab", "aab"), 4u);

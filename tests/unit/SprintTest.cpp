@@ -203,12 +203,14 @@ TEST(Sprint, ArgumentsOfAllKindsAreTakenInOrder) {
 }
 
 TEST(Sprint, AFormatThatEndsInsideAConversionIsSafe) {
-    FORMATTED("%");
-    FORMATTED("abc%");
-    FORMATTED("%0");
-    FORMATTED("%08");
-    FORMATTED("%08l");
-    FORMATTED("%l");
+    // What stands behind a format's end in memory must not be read as more of it.
+    const char *const formats[][2] = {{"%\0%d", "%"},     {"abc%\0%d", "abc%"}, {"%0\0%d", "%0"},
+                                      {"%08\0%d", "%08"}, {"%08l\0%d", "%l"},   {"%l\0%d", "%l"}};
+    for (const auto &pair : formats) {
+        int count = -1;
+        EXPECT_EQ(Printed([&] { count = Printf(pair[0], 5); }), pair[1]);
+        EXPECT_EQ(count, static_cast<int>(strlen(pair[1]))) << pair[1];
+    }
 }
 
 TEST(Sprint, NullTextsAreSafe) {

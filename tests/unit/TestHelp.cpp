@@ -5,6 +5,7 @@
 #include <stdio_ext.h>
 #include <unistd.h>
 
+#include <cstdarg>
 #include <cstdio>
 #include <cstdlib>
 #include <cstring>
@@ -31,6 +32,8 @@ static int mKeyboard = -1;
 static unsigned mMallocCountdown = 0;
 static size_t mMallocLimit = SIZE_MAX;
 static long mBlocksHeld = 0;
+static int mGivenDescriptor = -1;
+static long mGivenAndNotClosed = 0;
 
 extern "C" void *__real_malloc(size_t size);
 extern "C" void *__wrap_malloc(size_t size);
@@ -60,6 +63,39 @@ void LimitMalloc(size_t bytes) {
 
 long BlocksHeld() {
     return mBlocksHeld;
+}
+
+extern "C" int __real_open(const char *path, int flags, ...);
+extern "C" int __wrap_open(const char *path, int flags, ...);
+extern "C" int __real_close(int descriptor);
+extern "C" int __wrap_close(int descriptor);
+
+int __wrap_open(const char *path, int flags, ...) {
+    if (mGivenDescriptor >= 0) {
+        ++mGivenAndNotClosed;
+        return mGivenDescriptor;
+    }
+    va_list arguments;
+    va_start(arguments, flags);
+    mode_t mode = (flags & O_CREAT) != 0 ? va_arg(arguments, mode_t) : 0;
+    va_end(arguments);
+    return __real_open(path, flags, mode);
+}
+
+int __wrap_close(int descriptor) {
+    if (mGivenDescriptor < 0 || descriptor != mGivenDescriptor)
+        return __real_close(descriptor);
+    --mGivenAndNotClosed;
+    return 0;
+}
+
+void OpenGives(int descriptor) {
+    mGivenDescriptor = descriptor;
+    mGivenAndNotClosed = 0;
+}
+
+long GivenAndNotClosed() {
+    return mGivenAndNotClosed;
 }
 
 std::string Printed(const std::function<void()> &action) {
@@ -253,4 +289,5 @@ void ResetEverything() {
     RestoreInput();
     LeaveScratchFolder();
     CloseBoard();
+    mGivenDescriptor = -1;
 }

@@ -45,6 +45,12 @@ void LimitMalloc(size_t bytes);
 // Heap blocks that the program has taken and not released, over the whole run: compare two of them.
 long BlocksHeld();
 
+// From now on every open of the program gives this number, and no file. It must not be that of an open file.
+void OpenGives(int descriptor);
+
+// How often that number has been given and not closed again.
+long GivenAndNotClosed();
+
 // Loads sim/boards/<name>.board with these lines of board description behind it, opens the hardware
 // and clears the log.
 void OpenBoard(const std::string &name, const std::string &lines = "");
