@@ -2,7 +2,6 @@
 
 #include <fcntl.h>
 #include <poll.h>
-#include <stdio_ext.h>
 #include <unistd.h>
 
 #include <cerrno>
@@ -14,9 +13,9 @@ constexpr size_t KEPT_BYTES = 0x20000; // more than the views of all logical dev
 constexpr int SIGNAL_LOOK = 20;        // milliseconds between two looks for a signal
 
 static char mKept[KEPT_BYTES];
-static bool mHeld = false;
-static size_t mShown = 0; // bytes of the kept ones that are out already
-static bool mLost = false; // beside the stream's own error
+static FILE *mOutput = nullptr; // standard output itself, while another stream stands in its place
+static size_t mShown = 0;       // bytes of the kept ones that are out already
+static bool mLost = false;      // beside the stream's own error
 
 bool OutputIsLost() {
     return mLost || ferror_unlocked(stdout) != 0; // there is one thread
@@ -24,18 +23,30 @@ bool OutputIsLost() {
 
 void HoldOutput() {
     fflush(stdout);
-    mHeld = setvbuf(stdout, mKept, _IOFBF, sizeof(mKept)) == 0;
+    FILE *memory = fmemopen(mKept, sizeof(mKept), "w");
+    if (memory == nullptr)
+        return; // without memory output goes out as usual
+    mOutput = stdout;
+    stdout = memory;
     mShown = 0;
 }
 
+// Bytes that have been kept and are not out.
+static size_t KeptLength() {
+    fflush(stdout);
+    return static_cast<size_t>(ftell(stdout)) - mShown;
+}
+
 void ReleaseOutput() {
-    if (!mHeld)
+    if (mOutput == nullptr)
         return;
-    mHeld = false;
-    size_t length = __fpending(stdout) - mShown;
-    __fpurge(stdout);
-    setvbuf(stdout, nullptr, _IONBF, 0); // its buffer holds what is written now
+    size_t length = KeptLength();
+    mLost |= ferror(stdout) != 0;
+    fclose(stdout);
+    stdout = mOutput;
+    mOutput = nullptr;
     fwrite(mKept + mShown, 1, length, stdout);
+    fflush(stdout);
 }
 
 // Writes as much as standard output takes at once; the flag is set for this moment alone, because whoever
@@ -72,8 +83,10 @@ static size_t WriteUntilSignal(const char *text, size_t length) {
 }
 
 void ShowHeldOutput() {
-    if (mHeld)
-        mShown += WriteUntilSignal(mKept + mShown, __fpending(stdout) - mShown);
+    if (mOutput == nullptr)
+        return;
+    size_t length = KeptLength();
+    mShown += WriteUntilSignal(mKept + mShown, length);
 }
 
 void EndOutput() {
