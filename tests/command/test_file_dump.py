@@ -129,7 +129,8 @@ def memory_with(marks):
 
 
 @pytest.mark.usefixtures("no_sanitizer")
-@pytest.mark.parametrize("left, piece", [(30 * MIB, 20 * MIB), (15 * MIB, 10 * MIB), (5 * MIB, MIB), (3 * MIB // 4, MIB)])
+@pytest.mark.parametrize("left, piece", [(30 * MIB, 20 * MIB), (15 * MIB, 10 * MIB), (5 * MIB, MIB),
+                                         (3 * MIB // 4, MIB)])
 def test_with_less_memory_the_pieces_are_smaller(into_file, left, piece):
     size = 60 * MIB
     board, expected = memory_with({at: b"border" for at in range(MIB - 3, size, MIB)})
