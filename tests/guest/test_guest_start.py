@@ -18,6 +18,9 @@ REFUSED_WORDS = {
     "CPUID": ["hwreg", "/CPUID", "/RD", "0"],
 }
 AS_USER = {name: Q35.ask(words, user=1000) for name, words in REFUSED_WORDS.items()}
+LEND = Q35.ask("for tool in hwreg rdmsr; do cp $(command -v $tool) /tmp/lent-$tool; chmod 4755 /tmp/lent-$tool; done")
+LENT = {name: Q35.ask(["/tmp/lent-hwreg", *words[1:]], user=1000) for name, words in REFUSED_WORDS.items()}
+LENT_TOOL = Q35.ask(["/tmp/lent-rdmsr", "0x1B"], user=1000)
 UNDER_LOCKDOWN = {name: LOCKED.ask(words) for name, words in REFUSED_WORDS.items()}
 LOCKDOWN = LOCKED.ask("mount -t securityfs none /sys/kernel/security; cat /sys/kernel/security/lockdown")
 
@@ -52,6 +55,12 @@ def test_options_without_a_command_end_silently():
 @pytest.mark.parametrize("name", AS_USER)
 def test_an_ordinary_user_is_refused_silently(name):
     assert (AS_USER[name].stdout, AS_USER[name].stderr, AS_USER[name].ending) == ("", "", "exit 6")
+
+
+@pytest.mark.parametrize("name", LENT)
+def test_a_set_user_id_copy_refuses_an_ordinary_user_whom_the_kernel_would_let(name):
+    assert (LENT[name].stdout, LENT[name].stderr, LENT[name].ending) == ("", "", "exit 6")
+    assert LENT_TOOL.stdout.strip() == "fee00900", LENT_TOOL
 
 
 @pytest.mark.parametrize("name", UNDER_LOCKDOWN)
