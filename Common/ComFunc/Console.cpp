@@ -129,6 +129,8 @@ static int TakeKey(bool *ended) {
     int key = ready ? getchar() : NO_KEY_YET;
     if (ready)
         mKeyPushedBack = false;
+    else
+        ForgetContinue();
     *ended = SignalIsPending();
     LeaveKeyMode(&mode);
     return key;

@@ -3,6 +3,7 @@
 #include <signal.h>
 #include <sys/signalfd.h>
 #include <sys/syscall.h>
+#include <time.h>
 #include <unistd.h>
 
 #include <cstdint>
@@ -112,6 +113,12 @@ int WatchSignals() {
     sigemptyset(&set);
     memcpy(&set, &watched, sizeof(watched));
     return signalfd(-1, &set, SFD_CLOEXEC);
+}
+
+void ForgetContinue() {
+    SignalMask continued = Bit(SIGCONT);
+    timespec none = {};
+    syscall(SYS_rt_sigtimedwait, &continued, nullptr, &none, sizeof(continued));
 }
 
 void IgnoreFileSizeSignal() {

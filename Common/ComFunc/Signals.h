@@ -17,6 +17,9 @@ bool SignalIsPending();
 // the program goes on after a stop (SIGCONT). -1 without one.
 int WatchSignals();
 
+// Takes away a SIGCONT that has come, while it is held back: the watch shows each of them once.
+void ForgetContinue();
+
 // From here on a write beyond the limit of a file's size fails (EFBIG) and does not end the program.
 void IgnoreFileSizeSignal();
 

@@ -5,6 +5,7 @@ import pytest
 pytest.register_assert_rewrite("expected")  # the reasons of its assertions are shown as those of a test
 
 from harness import BUILD, new_folder, run, terminal  # noqa: E402, F401 (fixtures)
+from jobs import job  # noqa: E402, F401 (fixture)
 
 
 def pytest_collection_modifyitems(items):

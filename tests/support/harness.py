@@ -187,12 +187,17 @@ def complaints_in(folder):
             yield text
 
 
-def prepare_child(closed, terminal):
+def prepare_child(closed, terminal, ignored=(), blocked=(), own_group=False):
     """What the child does before it becomes the program."""
 
     def prepare():
         for number in DEFAULT_SIGNALS:
             signal.signal(number, signal.SIG_DFL)
+        for number in ignored:
+            signal.signal(number, signal.SIG_IGN)
+        signal.pthread_sigmask(signal.SIG_BLOCK, blocked)
+        if own_group:
+            os.setpgid(0, 0)
         if terminal is not None:
             fcntl.ioctl(terminal, termios.TIOCSCTTY, 0)
         for descriptor in closed:
@@ -244,16 +249,32 @@ def is_full(pipe, size):
     return struct.unpack("i", waiting)[0] == size
 
 
+def take_rest(pipe):
+    taken = b""
+    while select.select([pipe], [], [], 0)[0]:
+        taken += os.read(pipe, 65536)
+    return taken
+
+
+def stop_of(child):
+    """The signal that has stopped the process since the last time this was asked, or None."""
+    with contextlib.suppress(ChildProcessError):  # it has ended
+        if stop := os.waitid(os.P_PID, child.pid, os.WSTOPPED | os.WNOHANG):
+            return stop.si_status
+    return None
+
+
 def take_log(pipe, child, timeout):
-    """What comes through the pipe until the program has ended."""
+    """What comes through the pipe until the program has ended. When it stops, that is a line there, and it goes on."""
     log = b""
     deadline = time.monotonic() + timeout
     while child.poll() is None and time.monotonic() < deadline:
         if select.select([pipe], [], [], 0.01)[0]:
             log += os.read(pipe, 65536)
-    while select.select([pipe], [], [], 0)[0]:
-        log += os.read(pipe, 65536)
-    return log.lstrip(b"#")
+        elif number := stop_of(child):
+            log += take_rest(pipe) + f"stopped {number}\n".encode()
+            child.send_signal(signal.SIGCONT)
+    return (log + take_rest(pipe)).lstrip(b"#")
 
 
 def signal_behind(accesses, number):
@@ -267,16 +288,35 @@ def signal_behind(accesses, number):
     return act_behind(accesses, send)
 
 
-def act_behind(accesses, act):
+def is_pending(pid, number):
+    """True while the process holds a signal back."""
+    pending = re.search(r"ShdPnd:\t(\w+)", pathlib.Path(f"/proc/{pid}/status").read_text())
+    return int(pending[1], 16) >> (number - 1) & 1 == 1
+
+
+def held_behind(accesses, number, **options):
+    """The same as signal_behind, for one that is known to be held back or to end the program: waits for that alone."""
+
+    def send(child):
+        child.send_signal(number)
+        deadline = time.monotonic() + (0.2 if WRAPPER else 10)  # a wrapper may keep the signal itself
+        while child.poll() is None and not is_pending(child.pid, number) and time.monotonic() < deadline:
+            time.sleep(0.0005)
+
+    return act_behind(accesses, send, **options)
+
+
+def act_behind(accesses, act, ignored=(), blocked=()):
     """A runner that calls act(child) right behind the accesses with which the log of an undisturbed run begins. The log
     is a pipe that has room for no more than these, so the program waits there; on a busy machine one more access may
-    slip through."""
+    slip through. Where the program stops, the log has a line "stopped N", and it goes on."""
+    prepare = prepare_child([], None, ignored, blocked, own_group=True)
 
     def go(run, cwd, stdin, stdout, stderr, timeout):
         pipe, size = pipe_with_room_for(accesses, run.log_file)
         child = subprocess.Popen(run.command, executable=run.executable, stdin=subprocess.DEVNULL,
                                  stdout=subprocess.PIPE, stderr=subprocess.PIPE, env=run.environment, cwd=cwd,
-                                 preexec_fn=prepare_child([], None))  # fmt: skip
+                                 preexec_fn=prepare)  # fmt: skip
         try:
             deadline = time.monotonic() + timeout
             while not is_full(pipe, size):
@@ -466,5 +506,5 @@ def terminal(tmp_path, new_folder):
     return go
 
 
-__all__ = ["BOARDS", "BUILD", "CLOSED", "Result", "Timeout", "act_behind", "new_folder", "run", "signal",
+__all__ = ["BOARDS", "BUILD", "CLOSED", "Result", "Timeout", "act_behind", "held_behind", "new_folder", "run", "signal",
            "signal_behind", "terminal"]
