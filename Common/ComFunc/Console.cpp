@@ -2,6 +2,7 @@
 
 #include <fcntl.h>
 #include <poll.h>
+#include <signal.h>
 #include <termios.h>
 #include <unistd.h>
 
@@ -57,7 +58,12 @@ struct KeyMode {
     termios modes;
 };
 
-constexpr int NO_KEY_YET = -2;
+// The terminal's modes when a wait ended in the background.
+static bool mModesAreOwed = false;
+static termios mOwedModes;
+
+constexpr int NO_KEY_YET = -2; // beside the keys and EOF
+constexpr int IN_BACKGROUND = -3;
 constexpr int SIGNAL_LOOK = 50; // milliseconds between two looks, where a signal cannot be waited for
 
 // The byte that isKeyBoardHit has seen is in the stream's push-back and not on the descriptor.
@@ -68,41 +74,70 @@ static bool mKeyPushedBack = false;
 static bool mInputUnbuffered = false;
 
 // True when standard input is the terminal of this session and another job has it: changing its modes or
-// reading from it would stop the program (termios(3), "Canonical and noncanonical mode"; credentials(7)).
+// reading from it would stop the program (termios(3), "Canonical and noncanonical mode"; credentials(7)). The
+// master of a pseudo-terminal tells of the job at its other end, in another session.
 static bool IsBackgroundJob() {
     pid_t foreground = tcgetpgrp(STDIN_FILENO);
-    return foreground != -1 && foreground != getpgrp();
+    return foreground != -1 && foreground != getpgrp() && tcgetsid(STDIN_FILENO) == getsid(0);
 }
 
 // Ordinary job control: a read by a background job stops it, and goes on when it is in the foreground again.
-// Of a length of 0, it takes no key in the modes that the terminal has then. False where stopping is not
-// possible: the job has no shell any more, or was told to ignore SIGTTIN.
+// Of a length of 0, it takes no key in the modes that the terminal has then. At /dev/console reads do not
+// stop, so the signal is sent. False where stopping is not possible: the job has no shell any more, or was
+// told to ignore SIGTTIN.
 static bool StopUntilForeground() {
     char none;
-    return read(STDIN_FILENO, &none, 0) == 0;
+    if (read(STDIN_FILENO, &none, 0) == -1)
+        return false;
+    if (IsBackgroundJob())
+        raise(SIGTTIN);
+    return !IsBackgroundJob();
+}
+
+static termios KeyModes(const termios *modes) {
+    termios key = *modes;
+    key.c_lflag &= ~static_cast<tcflag_t>(ICANON | ECHO);
+    return key;
+}
+
+// The modes to be put back: those that the terminal has, or those of a wait that went on in the background
+// and so could not put them back, where nobody has set others since.
+static bool ModesBefore(termios *modes) {
+    if (tcgetattr(STDIN_FILENO, modes) != 0)
+        return false;
+    if (mModesAreOwed && modes->c_lflag == KeyModes(&mOwedModes).c_lflag)
+        *modes = mOwedModes;
+    mModesAreOwed = false;
+    return true;
 }
 
 // Non-canonical mode without echo, if descriptor 0 is a terminal. From here to LeaveKeyMode the ending
-// signals are held back, so that none of them can leave the terminal in this mode.
-static KeyMode EnterKeyMode() {
-    KeyMode mode = {};
+// signals are held back, so that none of them can leave the terminal in this mode. False, with nothing
+// changed, for a background job; a stop between that look and the modes would make it one.
+static bool EnterKeyMode(KeyMode *mode) {
     HoldSignals();
+    if (IsBackgroundJob()) {
+        ReleaseSignals();
+        return false;
+    }
     if (!mInputUnbuffered)
         setvbuf(stdin, nullptr, _IONBF, 0);
     mInputUnbuffered = true;
-    mode.isTerminal = tcgetattr(STDIN_FILENO, &mode.modes) == 0;
-    if (mode.isTerminal) {
-        termios key = mode.modes;
-        key.c_lflag &= ~static_cast<tcflag_t>(ICANON | ECHO);
+    mode->isTerminal = ModesBefore(&mode->modes);
+    if (mode->isTerminal) {
+        termios key = KeyModes(&mode->modes);
         tcsetattr(STDIN_FILENO, TCSANOW, &key);
     }
-    return mode;
+    return true;
 }
 
 // A signal that has come in the meantime acts at the end of this call. A job that went on in the background
 // leaves the terminal to the one that has it now.
 static void LeaveKeyMode(const KeyMode *mode) {
-    if (mode->isTerminal && !IsBackgroundJob())
+    mModesAreOwed = mode->isTerminal && IsBackgroundJob();
+    if (mModesAreOwed)
+        mOwedModes = mode->modes;
+    else if (mode->isTerminal)
         tcsetattr(STDIN_FILENO, TCSANOW, &mode->modes);
     ReleaseSignals();
 }
@@ -121,10 +156,12 @@ static bool WaitForKey() {
     return ready != 0 && wait[1].revents == 0;
 }
 
-// One try: the key, or NO_KEY_YET when a signal has come in its place. *ended tells whether that is one that
-// is to end or stop the program, and not the end of a stop.
+// One try: the key; NO_KEY_YET when a signal has come in its place; IN_BACKGROUND. *ended tells whether that
+// signal is to end or stop the program, and not the end of a stop.
 static int TakeKey(bool *ended) {
-    KeyMode mode = EnterKeyMode();
+    KeyMode mode;
+    if (!EnterKeyMode(&mode))
+        return IN_BACKGROUND;
     bool ready = mKeyPushedBack || WaitForKey();
     int key = ready ? getchar() : NO_KEY_YET;
     if (ready)
@@ -139,27 +176,24 @@ static int TakeKey(bool *ended) {
 int getch() {
     bool held = SignalsAreHeld();
     ShowHeldOutput();
+    if (held && OutputIsLost())
+        return KEY_ESC; // who is to see what a key is asked for?
     for (;;) {
-        if (IsBackgroundJob()) {
-            if (held)
-                return KEY_ESC;
-            if (!StopUntilForeground())
-                return EOF;
-            continue;
-        }
-        bool ended;
+        bool ended = true;
         int key = TakeKey(&ended);
-        if (key != NO_KEY_YET)
+        if (key != NO_KEY_YET && key != IN_BACKGROUND)
             return key;
         if (held && ended)
             return KEY_ESC;
+        if (key == IN_BACKGROUND && !StopUntilForeground())
+            return EOF;
     }
 }
 
 int isKeyBoardHit() {
-    if (IsBackgroundJob())
+    KeyMode mode;
+    if (!EnterKeyMode(&mode))
         return 0;
-    KeyMode mode = EnterKeyMode();
     int flags = fcntl(STDIN_FILENO, F_GETFL);
     if (flags != -1)
         fcntl(STDIN_FILENO, F_SETFL, flags | O_NONBLOCK);

@@ -2,6 +2,7 @@
 
 #include <fcntl.h>
 #include <poll.h>
+#include <signal.h>
 #include <unistd.h>
 
 #include <cerrno>
@@ -92,7 +93,11 @@ void ShowHeldOutput() {
 void EndOutput() {
     constexpr char message[] = "hwreg: output was lost\n";
     fflush(stdout);
-    if (OutputIsLost() && write(STDERR_FILENO, message, sizeof(message) - 1) == -1) {
+    if (!OutputIsLost())
+        return;
+    signal(SIGPIPE, SIG_IGN); // the status stays, and nobody is waited for
+    pollfd room = {STDERR_FILENO, POLLOUT, 0};
+    if (poll(&room, 1, 0) == 1 && write(STDERR_FILENO, message, sizeof(message) - 1) == -1) {
         // Nobody is left who could be told.
     }
 }
