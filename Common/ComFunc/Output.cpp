@@ -54,10 +54,12 @@ void ReleaseOutput() {
 // shares the descriptor shares it, too.
 static ssize_t WriteAtOnce(const char *text, size_t length) {
     int flags = fcntl(STDOUT_FILENO, F_GETFL);
-    fcntl(STDOUT_FILENO, F_SETFL, flags | O_NONBLOCK);
+    if (flags != -1)
+        fcntl(STDOUT_FILENO, F_SETFL, flags | O_NONBLOCK);
     ssize_t written = write(STDOUT_FILENO, text, length);
     int error = errno;
-    fcntl(STDOUT_FILENO, F_SETFL, flags);
+    if (flags != -1)
+        fcntl(STDOUT_FILENO, F_SETFL, flags);
     errno = error;
     return written;
 }

@@ -22,6 +22,7 @@
 #include <sys/io.h>
 #include <sys/mman.h>
 #include <sys/signalfd.h>
+#include <sys/stat.h>
 #include <sys/syscall.h>
 #include <termios.h>
 #include <unistd.h>
@@ -34,7 +35,10 @@ enum Function {
     REALLOC,
     OPEN,
     CLOSE,
+    FSTAT,
     FOPEN,
+    FDOPEN,
+    FMEMOPEN,
     FCLOSE,
     FREAD,
     FWRITE,
@@ -43,10 +47,11 @@ enum Function {
     UNGETC,
     FGETS,
     FSEEK,
-    FTELL,
     FFLUSH,
     SETVBUF,
     FSYNC,
+    READ,
+    WRITE,
     PREAD,
     PWRITE,
     MMAP,
@@ -58,6 +63,7 @@ enum Function {
     SIGNALFD,
     TCGETATTR,
     TCSETATTR,
+    TCGETPGRP,
     FREE, // never fails; counted for what is held
     FUNCTION_COUNT
 };
@@ -70,16 +76,18 @@ struct Watched {
 };
 
 Watched gWatched[FUNCTION_COUNT] = {
-    {"malloc", ENOMEM, 0, nullptr}, {"calloc", ENOMEM, 0, nullptr},  {"realloc", ENOMEM, 0, nullptr},
-    {"open", EMFILE, 0, nullptr},   {"close", EIO, 0, nullptr},      {"fopen", EMFILE, 0, nullptr},
-    {"fclose", ENOSPC, 0, nullptr}, {"fread", EIO, 0, nullptr},      {"fwrite", ENOSPC, 0, nullptr},
-    {"fgetc", EIO, 0, nullptr},     {"getc", EIO, 0, nullptr},       {"ungetc", ENOMEM, 0, nullptr},
-    {"fgets", EIO, 0, nullptr},     {"fseek", ESPIPE, 0, nullptr},   {"ftell", ESPIPE, 0, nullptr},
-    {"fflush", ENOSPC, 0, nullptr}, {"setvbuf", EINVAL, 0, nullptr}, {"fsync", EIO, 0, nullptr},
-    {"pread", EIO, 0, nullptr},     {"pwrite", EIO, 0, nullptr},     {"mmap", EPERM, 0, nullptr},
-    {"munmap", ENOMEM, 0, nullptr}, {"iopl", EPERM, 0, nullptr},     {"system", EAGAIN, 0, nullptr},
-    {"fcntl", EBADF, 0, nullptr},   {"poll", ENOMEM, 0, nullptr},    {"signalfd", EMFILE, 0, nullptr},
-    {"tcgetattr", EIO, 0, nullptr}, {"tcsetattr", EIO, 0, nullptr},  {"free", 0, 0, nullptr},
+    {"malloc", ENOMEM, 0, nullptr},   {"calloc", ENOMEM, 0, nullptr}, {"realloc", ENOMEM, 0, nullptr},
+    {"open", EMFILE, 0, nullptr},     {"close", EIO, 0, nullptr},     {"fstat", EIO, 0, nullptr},
+    {"fopen", EMFILE, 0, nullptr},    {"fdopen", ENOMEM, 0, nullptr}, {"fmemopen", ENOMEM, 0, nullptr},
+    {"fclose", ENOSPC, 0, nullptr},   {"fread", EIO, 0, nullptr},     {"fwrite", ENOSPC, 0, nullptr},
+    {"fgetc", EIO, 0, nullptr},       {"getc", EIO, 0, nullptr},      {"ungetc", ENOMEM, 0, nullptr},
+    {"fgets", EIO, 0, nullptr},       {"fseek", ESPIPE, 0, nullptr},  {"fflush", ENOSPC, 0, nullptr},
+    {"setvbuf", EINVAL, 0, nullptr},  {"fsync", EIO, 0, nullptr},     {"read", EIO, 0, nullptr},
+    {"write", ENOSPC, 0, nullptr},    {"pread", EIO, 0, nullptr},     {"pwrite", EIO, 0, nullptr},
+    {"mmap", EPERM, 0, nullptr},      {"munmap", ENOMEM, 0, nullptr}, {"iopl", EPERM, 0, nullptr},
+    {"system", EAGAIN, 0, nullptr},   {"fcntl", EBADF, 0, nullptr},   {"poll", ENOMEM, 0, nullptr},
+    {"signalfd", EMFILE, 0, nullptr}, {"tcgetattr", EIO, 0, nullptr}, {"tcsetattr", EIO, 0, nullptr},
+    {"tcgetpgrp", EIO, 0, nullptr},   {"free", 0, 0, nullptr},
 };
 
 constexpr int LAST_ERROR = 133;
@@ -270,14 +278,32 @@ DOOR int close(int descriptor) {
     return fails ? -1 : result;
 }
 
+DOOR int fstat(int descriptor, struct stat *file) noexcept {
+    return Fails(FSTAT, CALLER) ? -1 : REAL(int (*)(int, struct stat *), FSTAT)(descriptor, file);
+}
+
 DOOR FILE *fopen(const char *path, const char *mode) {
     if (Fails(FOPEN, CALLER))
         return nullptr;
     return REAL(FILE * (*)(const char *, const char *), FOPEN)(path, mode);
 }
 
+DOOR FILE *fdopen(int descriptor, const char *mode) noexcept {
+    if (Fails(FDOPEN, CALLER))
+        return nullptr;
+    return REAL(FILE * (*)(int, const char *), FDOPEN)(descriptor, mode);
+}
+
+DOOR FILE *fmemopen(void *memory, size_t size, const char *mode) noexcept {
+    if (Fails(FMEMOPEN, CALLER))
+        return nullptr;
+    return REAL(FILE * (*)(void *, size_t, const char *), FMEMOPEN)(memory, size, mode);
+}
+
+// Standard output is no file of the program's, nor is the memory that takes its place: here, in fwrite and in
+// fflush.
 DOOR int fclose(FILE *stream) {
-    bool fails = Fails(FCLOSE, CALLER);
+    bool fails = stream != stdout && Fails(FCLOSE, CALLER);
     int error = errno;
     int result = Closed(REAL(int (*)(FILE *), FCLOSE)(stream), "fclose", CALLER);
     errno = fails ? error : errno;
@@ -290,7 +316,7 @@ DOOR size_t fread(void *buffer, size_t size, size_t count, FILE *stream) {
     return REAL(size_t(*)(void *, size_t, size_t, FILE *), FREAD)(buffer, size, count, stream);
 }
 
-// As on a full disk: half of it is taken. Standard output is no file of the program's.
+// As on a full disk: half of it is taken.
 DOOR size_t fwrite(const void *buffer, size_t size, size_t count, FILE *stream) {
     bool fails = stream != stdout && Fails(FWRITE, CALLER);
     int error = errno;
@@ -320,12 +346,8 @@ DOOR int fseek(FILE *stream, long offset, int whence) {
     return Fails(FSEEK, CALLER) ? -1 : REAL(int (*)(FILE *, long, int), FSEEK)(stream, offset, whence);
 }
 
-DOOR long ftell(FILE *stream) {
-    return Fails(FTELL, CALLER) ? -1 : REAL(long (*)(FILE *), FTELL)(stream);
-}
-
 DOOR int fflush(FILE *stream) {
-    return Fails(FFLUSH, CALLER) ? EOF : REAL(int (*)(FILE *), FFLUSH)(stream);
+    return stream != stdout && Fails(FFLUSH, CALLER) ? EOF : REAL(int (*)(FILE *), FFLUSH)(stream);
 }
 
 DOOR int setvbuf(FILE *stream, char *buffer, int mode, size_t size) {
@@ -336,6 +358,16 @@ DOOR int setvbuf(FILE *stream, char *buffer, int mode, size_t size) {
 
 DOOR int fsync(int descriptor) {
     return Fails(FSYNC, CALLER) ? -1 : REAL(int (*)(int), FSYNC)(descriptor);
+}
+
+DOOR ssize_t read(int descriptor, void *buffer, size_t count) {
+    return Fails(READ, CALLER) ? -1 : REAL(ssize_t(*)(int, void *, size_t), READ)(descriptor, buffer, count);
+}
+
+DOOR ssize_t write(int descriptor, const void *buffer, size_t count) {
+    return Fails(WRITE, CALLER)
+               ? -1
+               : REAL(ssize_t(*)(int, const void *, size_t), WRITE)(descriptor, buffer, count);
 }
 
 DOOR ssize_t pread(int descriptor, void *buffer, size_t count, off_t offset) {
@@ -398,4 +430,8 @@ DOOR int tcsetattr(int descriptor, int when, const termios *modes) noexcept {
     return Fails(TCSETATTR, CALLER)
                ? -1
                : REAL(int (*)(int, int, const termios *), TCSETATTR)(descriptor, when, modes);
+}
+
+DOOR pid_t tcgetpgrp(int descriptor) noexcept {
+    return Fails(TCGETPGRP, CALLER) ? -1 : REAL(pid_t(*)(int), TCGETPGRP)(descriptor);
 }

@@ -1,5 +1,6 @@
 """Runs a command line with one call of the program failing (Faults.cpp), and tells what was left behind."""
 
+import fcntl
 import re
 import shutil
 import subprocess
@@ -11,7 +12,7 @@ SECONDS = 30
 LIBRARIES = f"{BUILD}/libhwfaults.so:{BUILD}/libhwboard.so"
 
 # Further errors to fail with, where the program looks at them.
-ERRORS = {"mmap": ("EPERM", "EAGAIN")}
+ERRORS = {"mmap": ("EPERM", "EAGAIN"), "write": ("ENOSPC", "EAGAIN")}
 
 
 class Bench:
@@ -37,21 +38,30 @@ class Bench:
     def clear(self):
         shutil.rmtree(self.work, ignore_errors=True)
         self.work.mkdir()
+        for name, content in self.line.files.items():
+            (self.work / name).write_bytes(content)
         self.first.log_file.unlink(missing_ok=True)
 
     def run(self, wish, keys=None):
-        """With HWBOARD_FAIL=wish; the files that it leaves are in `files`."""
+        """With HWBOARD_FAIL=wish; the files that it leaves are in `files`, the flags of its output before and after in
+        `flags_before` and `flags_after`."""
         self.clear()
         environment = {**self.first.environment, "HWBOARD_FAIL": wish}
         typed = self.folder / "keys"  # a file, not a pipe: the keys are there from the beginning
         typed.write_bytes(self.line.keys if keys is None else keys)
-        try:
-            with open(typed, "rb") as stdin:
-                done = subprocess.run(self.first.command, executable=self.first.executable, stdin=stdin,
-                                      env=environment, cwd=self.work, capture_output=True, timeout=SECONDS, check=False)
-        except subprocess.TimeoutExpired as late:
-            raise Timeout(self.first.result(None, late.stdout or b"", late.stderr or b""), SECONDS) from None
-        return told(self.first.result(done.returncode, done.stdout, done.stderr), self.work)
+        printed = self.folder / "out"
+        with open(typed, "rb") as stdin, open(printed, "wb") as stdout:
+            before = fcntl.fcntl(stdout, fcntl.F_GETFL)
+            try:
+                done = subprocess.run(self.first.command, executable=self.first.executable, stdin=stdin, stdout=stdout,
+                                      stderr=subprocess.PIPE, env=environment, cwd=self.work, timeout=SECONDS,
+                                      check=False)
+            except subprocess.TimeoutExpired as late:
+                raise Timeout(self.first.result(None, printed.read_bytes(), late.stderr or b""), SECONDS) from None
+            after = fcntl.fcntl(stdout, fcntl.F_GETFL)
+        result = self.first.result(done.returncode, printed.read_bytes(), done.stderr, flags_before=before,
+                                   flags_after=after)
+        return told(result, self.work)
 
 
 def told(result, work):

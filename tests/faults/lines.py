@@ -79,6 +79,14 @@ class Line:
         """What is typed: one more page, then ESC; nothing during a countdown, which ESC would break off."""
         return b"" if self.command in ("/RTC", "/SHUTDOWN", "/TIMEOUT") else b" \x1b"
 
+    @property
+    def files(self):
+        """What stands in the current directory before: the counter, where cycles are counted."""
+        words = set(self.words.split())
+        if not {"/RTC", "/T"} <= words:
+            return {}
+        return {"RBTLOG" if words & {"/RESET", "/GRESET"} else "RTCLOG": b"\x05\0\0\0"}
+
     def __str__(self):
         return f"{self.words or 'nothing'} on {self.board}"
 

@@ -26,7 +26,9 @@ def is_as_stated(words, wish, result, usual, unbroken=None):
     ("/MEM /RB 0x1000", "mmap 1 EPERM", said(READ, 3)),
     ("/?", "system 1", said("one\ntwo\n", 2)),
     ("/MSR /RD 0 0x1A0", "pread 1", said(LIST, 0)),
-    ("/RTC 60 /F /T 1", "fopen 1", said(LIST, 0)),
+    ("/RTC 60 /F /T 1", "fclose 1", said(LIST, 0)),
+    ("/SIO /DUMP", "write 1 EAGAIN", said(LIST, 0)),
+    ("/SIO /DUMP", "fmemopen 1", said(LIST, 0)),
 ])
 def test_what_no_table_names_must_be_printed(words, wish, usual):
     assert is_as_stated(words, wish, usual, usual)
@@ -55,15 +57,33 @@ def test_an_allocation_of_the_formatter_may_not_cost_the_rest():
 
 
 @pytest.mark.parametrize("words, wish, text, status", [
-    ("/MEM /RF F 0 1", "fopen 1", "FileOpen fail!\n", 21),
+    ("/MEM /RF F 0 1", "open 3", "FileOpen fail!\n", 21),
+    ("/MEM /RF F 0 1", "fstat 1", "FileOpen fail!\n", 21),
+    ("/MEM /RF F 0 1", "fdopen 1", "FileOpen fail!\n", 21),
     ("/MEM /RF F 0 1", "fwrite 1", READ + "Write to buffer fail!\n", 0),
-    ("/RTC 60 /F /T 1", "fopen 2", READ + "RTCLOG write fail!\n", 0),
+    ("/RTC 60 /F /T 1", "fdopen 2", READ + "RTCLOG write fail!\n", 0),
     ("/I2C /RB 0 0x50 4", "mmap 22 EPERM", I2C_ERROR, 255),
 ])
 def test_a_stated_message_must_come_with_its_status(words, wish, text, status):
     assert is_as_stated(words, wish, said(text, status), said(READ))
     for wrong in (said(text, 1), said("", status), said(text.rpartition("\n")[0][:-5] + "\n", status)):
         assert not is_as_stated(words, wish, wrong, said(READ))
+
+
+@pytest.mark.parametrize("wish", ["open 3", "fstat 1", "fdopen 1"])
+def test_a_counter_that_cannot_be_opened_is_told_in_its_place(wish):
+    usual, missing = READ + "RTCLOG count is: 5\n" + READ, READ + "Have no RTCLOG file!\n" + READ
+    assert is_as_stated("/RTC 60 /F /T 1", wish, said(missing), said(usual))
+    for wrong in (said(usual), said(missing, 1), said(READ + READ), said(missing.replace("RTC", "RBT"))):
+        assert not is_as_stated("/RTC 60 /F /T 1", wish, wrong, said(usual))
+
+
+def test_a_write_that_fails_costs_its_text_and_no_other():
+    usual = said("".join(PAGES))
+    for kept, passes in ((PAGES, False), (PAGES[:2], True), (PAGES[1:], True), ([PAGES[0], PAGES[2]], True),
+                         ([PAGES[1], PAGES[0]], False)):
+        assert is_as_stated("/SIO /DUMP", "write 1 ENOSPC", said("".join(kept)), usual) is passes
+    assert not is_as_stated("/SIO /DUMP", "write 1 ENOSPC", said(PAGES[0], 5), usual)
 
 
 def test_fewer_cpus_are_the_first_ones():

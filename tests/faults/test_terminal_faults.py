@@ -9,9 +9,8 @@ import oracles
 from harness import run_terminal
 from lines import every_line
 
-FUNCTIONS = {"tcgetattr", "tcsetattr", "signalfd", "poll", "getc", "ungetc", "fcntl", "setvbuf", "close"}
+FUNCTIONS = {"tcgetattr", "tcsetattr", "tcgetpgrp", "signalfd", "poll", "getc", "ungetc", "fcntl", "setvbuf", "close"}
 TYPED = b"\x1b\n" * 20  # ESC, with what a terminal that still takes lines waits for
-
 
 
 def looks_for_keys(line):
@@ -30,12 +29,6 @@ def on_terminal(bench, wish):
     return injection.told(result, bench.work)
 
 
-def restoring_failed(result, function, calls):
-    """True when it was the last of so many calls, which puts back what the first ones changed, that was refused: there
-    is no help for it."""
-    return any(int(line.split()[2]) % calls == 0 for line in result.failed if line.startswith(f"failed {function} "))
-
-
 def modes(settings):
     """Without the characters, of which tcgetattr gives two as numbers when lines are off."""
     return settings[:6]
@@ -51,7 +44,7 @@ def text_is_as_usual(result, usual):
     drops what it has no room for."""
     if any(line.startswith("failed getc ") for line in result.failed):
         return printed(result).startswith(printed(usual))
-    if restoring_failed(result, "fcntl", 3):
+    if oracles.restoring_failed(result, "fcntl", 3):
         return oracles.is_part_of(printed(result), printed(usual))
     return printed(result) == printed(usual)
 
@@ -62,12 +55,12 @@ def complaints(result, usual):
     if result.held:
         yield f"still held at the end: {result.held}"
     before, after = modes(result.tty_before), modes(result.tty_after)
-    if restoring_failed(result, "tcsetattr", 2):
+    if oracles.restoring_failed(result, "tcsetattr", 2):
         before[3] &= ~(termios.ICANON | termios.ECHO)
         after[3] &= ~(termios.ICANON | termios.ECHO)
     if before != after:
         yield f"the terminal is left with {after}"
-    if result.flags_after != result.flags_before and not restoring_failed(result, "fcntl", 3):
+    if oracles.descriptor_is_left_changed(result):
         yield "the terminal's descriptor is left non-blocking"
     yield from oracles.complaints_about_the_machine(result, usual)
 
@@ -82,3 +75,19 @@ def test_the_terminal_is_left_as_it_was_whatever_fails(tmp_path, line):
     for _, wish in injection.wishes(calls):
         found += [f"{wish}: {complaint}" for complaint in complaints(on_terminal(bench, wish), usual)]
     assert not found, "\n".join(found)
+
+
+def test_a_background_job_that_cannot_be_stopped_gets_the_end_of_input(tmp_path):
+    """The read that stops it fails where it has no shell any more, as here."""
+    bench = injection.Bench(tmp_path, next(line for line in WATCHING if line.words.startswith("/IO /DUMP")))
+    unbroken = bench.run("count", keys=b"")
+    bench.clear()
+    run = bench.prepared()
+    doors = f"LD_PRELOAD={run.environment.pop('LD_PRELOAD')}", "HWBOARD_FAIL=read 1+"
+    run.command = ["sh", "-mc", 'env "$@" & wait $!', "sh", *doors, *run.command]
+    run.executable = "/bin/sh"
+    result = run_terminal(run, bench.work, [], (0, 1, 2), (25, 80), injection.SECONDS, TYPED)
+    injection.told(result, bench.work)
+    assert "failed read 1 -> EIO" in result.failed
+    assert (result.status, result.log) == (unbroken.status, unbroken.log)
+    assert modes(result.tty_after) == modes(result.tty_before)
