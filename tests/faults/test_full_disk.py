@@ -50,7 +50,7 @@ def as_it_ends(lost, usual, escaped):
     """The run that is to be expected: a page that was lost before it was whole is the last one, as if ESC was pressed
     behind it."""
     page = len(os.path.commonprefix([escaped.out, usual.out]))
-    return escaped if lost[1] < page else usual
+    return escaped if lost[1] <= page else usual
 
 
 def is_on_the_screen(out, lost, usual):

@@ -12,9 +12,10 @@ from lines import Line, every_line
 # Imports that cannot fail, or fail only when the program calls them wrongly.
 CANNOT_FAIL = {
     "__cxa_finalize", "__errno_location", "__libc_start_main", "clearerr", "ferror", "fileno", "getauxval", "getpgrp",
-    "memchr", "memcpy", "memset", "sigaction", "sigaddset", "sigemptyset", "signal", "sigprocmask", "strtoull",
+    "getsid", "memchr", "memcpy", "memset", "raise", "sigaction", "sigaddset", "sigemptyset", "signal", "sigprocmask", "strtoull",
     "ftell",  # asks a stream in memory alone
     "prctl",  # takes PR_SET_DUMPABLE with 0 from everybody
+    "tcgetsid",  # is asked where tcgetpgrp has answered
     "syscall",  # rt_sigprocmask and rt_sigpending, which fail for wrong arguments
 }  # fmt: skip
 STREAMS = {"stdin", "stdout"}
