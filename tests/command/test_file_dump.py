@@ -131,7 +131,8 @@ def memory_with(marks):
 
 
 @pytest.mark.usefixtures("no_sanitizer")
-@pytest.mark.parametrize("left, piece", [(30 * MIB, 20 * MIB), (15 * MIB, 10 * MIB), (5 * MIB, MIB), (3 * MIB // 4, MIB)])
+@pytest.mark.parametrize("left, piece", [(30 * MIB, 20 * MIB), (15 * MIB, 10 * MIB), (5 * MIB, MIB),
+                                         (3 * MIB // 4, MIB)])
 def test_with_less_memory_the_pieces_are_smaller(into_file, left, piece):
     size = 60 * MIB
     board, expected = memory_with({at: b"border" for at in range(MIB - 3, size, MIB)})
@@ -389,7 +390,8 @@ def make_socket(path):
 
 
 NO_FILES = {"fifo": os.mkfifo, "socket": make_socket, "folder": pathlib.Path.mkdir,
-            "terminal": lambda path: path.symlink_to("/dev/tty"), "random": lambda path: path.symlink_to("/dev/urandom")}
+            "terminal": lambda path: path.symlink_to("/dev/tty"),
+            "random": lambda path: path.symlink_to("/dev/urandom")}
 DUMPS = pytest.mark.parametrize("args", ["/MEM /RF THERE.BIN 0x100000 4", "/IO /RF THERE.BIN 0x500 4"])
 
 

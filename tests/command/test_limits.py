@@ -43,8 +43,8 @@ COMMANDS = {"/RTC 0 /T 1": "shutdown", "/RTC 60": "shutdown", "/?": "clear"}
 
 
 def ignored_by(path):
-    """The signals that a process ignored when it copied its status; but for 32 and 33, with which the C library starts a
-    shell in a way of its own."""
+    """The signals that a process ignored when it copied its status; but for 32 and 33, with which the C library starts
+    a shell in a way of its own."""
     return int(re.search(r"(?m)^SigIgn:\t(.*)$", path.read_text())[1], 16) & ~(3 << 31)
 
 

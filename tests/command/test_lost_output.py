@@ -1,5 +1,5 @@
-"""What is printed cannot be written any more: views and searches end soon, everything else is done as ever, and one line
-on standard error tells of it."""
+"""What is printed cannot be written any more: views and searches end soon, all else is done as ever, and one line on
+standard error tells of it."""
 
 import contextlib
 import os
