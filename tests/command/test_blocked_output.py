@@ -61,7 +61,7 @@ FORMS = {"/SIO /DUMP /LOG": "intel", "/SIO /DUMP": "intel", "/SIO /RB 0x20": "in
 
 
 class Blocked:
-    """The program with its input from a terminal, so that a view waits for a key, and its output into something full."""
+    """The program with its input from a terminal, so that a view waits for a key; its output is full."""
 
     def __init__(self, run, cwd, output):
         self.run = run

@@ -192,3 +192,24 @@ def test_a_broken_countdown_leaves_count_alarm_and_machine_alone(terminal, tmp_p
 def test_a_broken_countdown_makes_no_file(terminal, tmp_path):
     assert terminal("/RTC 60 /T 100", keys=[(STARTED, ESC)]).status == ABORTED
     assert not (tmp_path / "RTCLOG").exists()
+
+
+# A clock that shows no time
+
+# 84h is 4 p.m. in the 12-hour mode. The clock is a sixteenth as fast as that of RUN.
+AFTERNOON = ["cmos-bytes b 0", "cmos-time 2024-02-03 16:05:06", "cmos-run delays 200"]
+
+
+def test_a_clock_that_never_shows_a_time_is_read_nine_times_at_each_look_and_counts_down_all_the_same(run):
+    result = run("/TIMEOUT /T 2", extra=AFTERNOON)
+    assert (result.text, result.status) == (text(2, "84:05:06"), 0)
+    assert abs(seconds_passed(result.log) / 16 - 2) < 1
+    looks = [register for _, register, _ in registers(result.log)]
+    assert looks[0] == 0x0B and passes(result.log) % 9 == 0
+    assert [look for look in looks[1:] if look != 0x0A] == [0x0C, 4, 2, 0] * passes(result.log)
+
+
+def test_a_clock_with_a_byte_that_is_no_digit_sets_the_alarm_by_what_it_shows_in_the_end(run):
+    result = run("/RTC 60", extra="cmos-bytes 2 5a")
+    assert passes(result.log) == 9
+    assert result.systems() == ["shutdown -P now"]

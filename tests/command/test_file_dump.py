@@ -1,9 +1,11 @@
 """/MEM /RF and /IO /RF: a range of memory or of ports into a file."""
 
+import contextlib
 import os
 import pathlib
 import re
 import resource
+import socket
 
 import pytest
 from expected import CLEAR, FILE_USAGE, OPEN, assert_run, copied_pages
@@ -377,3 +379,49 @@ def test_a_device_that_takes_no_bytes_is_a_full_disk(run, tmp_path):
     (tmp_path / "DEVICE.BIN").symlink_to("/dev/full")
     result = run("/MEM /RF DEVICE.BIN 0x100000 1")
     assert_run(result, WAITING + "Write to buffer fail!\n", 0, copied_pages(0x100000))
+
+
+# What is there already and is no file
+
+
+def make_socket(path):
+    with contextlib.chdir(path.parent), socket.socket(socket.AF_UNIX) as end:
+        end.bind(path.name)
+
+
+NO_FILES = {"fifo": os.mkfifo, "socket": make_socket, "folder": pathlib.Path.mkdir,
+            "terminal": lambda path: path.symlink_to("/dev/tty"),
+            "random": lambda path: path.symlink_to("/dev/urandom")}
+DUMPS = pytest.mark.parametrize("args", ["/MEM /RF THERE.BIN 0x100000 4", "/IO /RF THERE.BIN 0x500 4"])
+
+
+@DUMPS
+@pytest.mark.parametrize("kind", NO_FILES)
+def test_what_cannot_hold_a_dump_is_left_alone_without_waiting(run, tmp_path, args, kind):
+    NO_FILES[kind](tmp_path / "THERE.BIN")
+    check_no_file(run(args))
+
+
+@DUMPS
+def test_the_terminal_is_no_file_for_a_dump_either(terminal, tmp_path, args):
+    (tmp_path / "THERE.BIN").symlink_to("/dev/tty")
+    result = terminal(args)
+    assert (result.out, result.status) == (NO_FILE.replace("\n", "\r\n").encode(), ABORTED)
+
+
+@DUMPS
+def test_a_fifo_with_a_reader_gets_nothing(run, tmp_path, args):
+    os.mkfifo(tmp_path / "THERE.BIN")
+    pipe = os.open(tmp_path / "THERE.BIN", os.O_RDWR | os.O_NONBLOCK)
+    check_no_file(run(args))
+    with pytest.raises(BlockingIOError):
+        os.read(pipe, 1)
+    os.close(pipe)
+
+
+@DUMPS
+@pytest.mark.parametrize("name", ["null", "zero"])
+def test_a_device_that_swallows_everything_takes_a_dump(run, tmp_path, args, name):
+    (tmp_path / "THERE.BIN").symlink_to(f"/dev/{name}")
+    result = run(args)
+    assert (result.text, result.status, result.err) == (WAITING, 0, b"")

@@ -18,8 +18,9 @@ LAST_ZEROS = "fill fffffd00 300 00"
 # Looks for a key, but does not wait for one. The first two are done with hardware switched, or nothing.
 LOOKS = {"/SIO /DUMP /LOG": [], "/PCI /DUMP /LOG": [], "/TIMEOUT /T 2": [RUN], "/RTC 60 /T 3": [RUN]}
 # Waits for a key with nothing switched, and what is on the screen by then.
-WAITS = {"/MEM /DUMP 0x1000": b"MemAddress:1000", "/IO /DUMP 0x500": b"IoAddress:0500", "/PCI /DUMP": b"00  00  00  8086",
-         "/PCI /DUMP 1 0 0": b"01  00  00  144D", "/SMBIOS": b"", "/SMBUS /DUMP 0xa4": b"0xA4"}
+WAITS = {"/MEM /DUMP 0x1000": b"MemAddress:1000", "/IO /DUMP 0x500": b"IoAddress:0500",
+         "/PCI /DUMP": b"00  00  00  8086", "/PCI /DUMP 1 0 0": b"01  00  00  144D",
+         "/SMBIOS": b"", "/SMBUS /DUMP 0xa4": b"0xA4"}
 
 
 def stopped(number):

@@ -11,7 +11,7 @@ from processor import on_processor  # noqa: F401 (fixture)
 
 QUIET = ["unlogged 00ed 1", "unlogged 0cf8 8"]  # without delays and searches
 STOPPING = [signal.SIGTSTP, signal.SIGTTIN, signal.SIGTTOU]
-NOTHING = [signal.SIGCHLD, signal.SIGURG, signal.SIGWINCH, signal.SIGCONT, signal.SIGXFSZ]  # the program ignores the last
+NOTHING = [signal.SIGCHLD, signal.SIGURG, signal.SIGWINCH, signal.SIGCONT, signal.SIGXFSZ]  # the last is ignored
 NOT_HELD = [signal.SIGKILL, signal.SIGSTOP, signal.SIGILL, signal.SIGTRAP, signal.SIGBUS, signal.SIGFPE, signal.SIGSEGV,
             signal.SIGSYS, signal.SIGABRT]  # fmt: skip
 ENDING = [number for number in range(1, 65) if number not in (*STOPPING, *NOTHING, *NOT_HELD)]

@@ -34,7 +34,7 @@ def become_program(terminal, job):
 
 
 def take_terminal_away(terminal):
-    """Another group has the terminal, while the leader's, in which the program is, has nobody outside to wait for it."""
+    """Another group gets the terminal; nobody outside of the leader's, in which the program is, waits for that one."""
     sleeper = os.fork()
     if sleeper == 0:
         os.setpgid(0, 0)

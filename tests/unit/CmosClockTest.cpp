@@ -263,3 +263,64 @@ TEST(CmosClock, AfterAnUpdateThatNeverEndsTheClockIsReadAndSetAllTheSame) {
     EXPECT_EQ(Printed([] { SetTotalSec(0); }), "RTC wait time out!\nSetCmos timer:  00:00:00\n");
     EXPECT_EQ(clock.writes, (Registers{0x01, 0x03, 0x05, 0x0D, 0x0B}));
 }
+
+// A clock of which each reading is listed: hours, minutes and seconds as they stand in the registers. Behind
+// the last one the board answers with zeros, which are midnight.
+struct Readings {
+    std::vector<uint8_t> bytes;
+    explicit Readings(bool bcd) {
+        bytes.push_back(bcd ? 0x02 : 0x06); // register B, asked first
+    }
+    Readings &Then(uint8_t hours, uint8_t minutes, uint8_t seconds) {
+        bytes.insert(bytes.end(), {0x00, 0x26, hours, minutes, seconds}); // registers C and A before them
+        return *this;
+    }
+};
+
+// The time that is taken from the readings, as hours * 10000 + minutes * 100 + seconds, after so many of
+// them, each with the accesses of an ordinary one.
+static void ExpectTaken(const Readings &readings, uint32_t expected, int count) {
+    OpenClock("04:05:06", BCD);
+    BoardAnswer(ANSWER_OTHER_PORTS, readings.bytes.data(), readings.bytes.size(), 0);
+    TimeOfDay time = GetTimeOfDay();
+    EXPECT_EQ(time.hours * 10000u + time.minutes * 100u + time.seconds, expected);
+    Log ports;
+    for (const std::string &line : TakeLog())
+        if (line.compare(0, 9, "out8 0070") == 0)
+            ports.push_back(line.substr(10));
+    Log asked = {"0b"};
+    for (int i = 0; i < count; ++i)
+        asked = asked + Log{"0c", "0a", "04", "02", "00"};
+    EXPECT_EQ(ports, asked);
+}
+
+TEST(CmosClock, AReadingThatIsATimeIsTakenAtOnce) {
+    ExpectTaken(Readings(true).Then(0x23, 0x59, 0x59).Then(0x11, 0x11, 0x11), 235959, 1);
+    ExpectTaken(Readings(true).Then(0x00, 0x00, 0x00).Then(0x11, 0x11, 0x11), 0, 1);
+    ExpectTaken(Readings(true).Then(0x19, 0x09, 0x49).Then(0x11, 0x11, 0x11), 190949, 1);
+    ExpectTaken(Readings(false).Then(23, 59, 59).Then(11, 11, 11), 235959, 1);
+    ExpectTaken(Readings(false).Then(0x0A, 0x3B, 0x1F).Then(11, 11, 11), 105931, 1);
+}
+
+TEST(CmosClock, AReadingThatIsNoTimeIsTakenAgainAsAWhole) {
+    const TimeOfDay noBcdTimes[] = {
+        {0x24, 0x00, 0x00}, {0x1A, 0x00, 0x00}, {0xA0, 0x00, 0x00}, {0xFF, 0x00, 0x00}, {0x92, 0x00, 0x00},
+        {0x00, 0x60, 0x00}, {0x00, 0x0A, 0x00}, {0x00, 0x5F, 0x00}, {0x00, 0xFF, 0x00}, {0x00, 0x00, 0x60},
+        {0x00, 0x00, 0x3B}, {0x00, 0x00, 0xF0}, {0x00, 0x00, 0x99}, {0x0F, 0x00, 0x00}, {0xFF, 0xFF, 0xFF}};
+    for (const TimeOfDay &no : noBcdTimes)
+        ExpectTaken(Readings(true).Then(no.hours, no.minutes, no.seconds).Then(0x12, 0x34, 0x56), 123456, 2);
+    const TimeOfDay noBinaryTimes[] = {{24, 0, 0}, {0x23, 0, 0}, {0x8C, 0, 0}, {0xFF, 0, 0},
+                                       {0, 60, 0}, {0, 255, 0},  {0, 0, 60},   {0, 0, 0xFF}};
+    for (const TimeOfDay &no : noBinaryTimes)
+        ExpectTaken(Readings(false).Then(no.hours, no.minutes, no.seconds).Then(12, 34, 56), 123456, 2);
+}
+
+TEST(CmosClock, AClockThatShowsNoTimeIsReadEightTimesMoreAndTakenAtItsWord) {
+    Readings bad(true);
+    for (int i = 0; i < 8; ++i)
+        bad.Then(0x12, 0x34, 0xFF);
+    Readings good = bad;
+    ExpectTaken(good.Then(0x12, 0x34, 0x56), 123456, 9);
+    Readings worse = bad;
+    ExpectTaken(worse.Then(0x92, 0x34, 0x56).Then(0x12, 0x34, 0x56), 923456, 9);
+}
