@@ -11,8 +11,9 @@ from lines import Line, every_line
 
 # Imports that cannot fail, or fail only when the program calls them wrongly.
 CANNOT_FAIL = {
-    "__cxa_finalize", "__errno_location", "__libc_start_main", "clearerr", "ferror", "fileno", "getauxval", "getpgrp",
-    "getsid", "memchr", "memcpy", "memset", "raise", "sigaction", "sigaddset", "sigemptyset", "signal", "sigprocmask", "strtoull",
+    "__cxa_finalize", "__errno_location", "__libc_start_main", "clearerr", "ferror", "fileno", "getauxval",
+    "getpgrp", "getsid", "memchr", "memcpy", "memset", "raise", "sigaction", "sigaddset", "sigemptyset", "signal",
+    "sigprocmask", "strtoull",
     "ftell",  # asks a stream in memory alone
     "prctl",  # takes PR_SET_DUMPABLE with 0 from everybody
     "tcgetsid",  # is asked where tcgetpgrp has answered
