@@ -63,7 +63,6 @@ def test_in_the_background_output_may_stop_it_with_nothing_switched(run, job, ar
     if args.startswith("/SIO"):
         assert one.log() == run(args).log[: -len(CLOSE)]  # locked
     one.foreground()
-    one.expect("continued")
     one.expect("ended 0")
     assert one.text() == run(args, extra=LOOKS[args]).text
     one.assert_terminal_is_as_before()
@@ -89,7 +88,6 @@ def test_in_the_background_a_wait_stops_it_and_goes_on_in_the_foreground(run, jo
     assert WAITS[args] in one.screen
     seen = one.screen
     one.foreground()
-    one.expect("continued")
     one.wait_for_key_wait()
     assert one.screen == seen
     one.press(b" ")
@@ -102,7 +100,6 @@ def test_a_wait_goes_on_with_the_next_page(run, job):
     one = job("/MEM /DUMP 0x1000")
     one.expect(stopped(signal.SIGTTIN))
     one.foreground()
-    one.expect("continued")
     for _ in range(2):
         one.wait_for_key_wait()
         one.press(b" ")
@@ -120,7 +117,6 @@ def test_a_wait_in_the_background_takes_no_key(job):
     one.expect(stopped(signal.SIGTTIN))
     one.press(b"ls\n")
     one.background()
-    one.expect("continued")
     one.expect(stopped(signal.SIGTTIN))
     assert os.read(one.slave, 100) == b"ls\n"
     one.assert_terminal_is_as_before()
@@ -150,11 +146,9 @@ def test_ctrl_z_at_a_wait_then_bg_then_fg(run, job, args):
     one.expect(stopped(signal.SIGTSTP))
     one.assert_terminal_is_as_before()
     one.background()
-    one.expect("continued")
     one.expect(stopped(signal.SIGTTIN))
     one.assert_terminal_is_as_before()
     one.foreground()
-    one.expect("continued")
     one.wait_for_key_wait()
     assert one.press_to_the_end(ESC) == run(args, stdin=ESC).status
     one.assert_terminal_is_as_before()
@@ -169,7 +163,6 @@ def test_stopped_by_force_it_finds_other_modes_and_sets_its_own_again(job, args)
     assert one.key_mode()
     termios.tcsetattr(one.slave, termios.TCSANOW, one.before)  # as a shell does
     one.foreground()
-    one.expect("continued")
     one.wait_for_key_wait()
     seen = len(one.screen)
     one.press(b" ")
@@ -212,7 +205,6 @@ def test_stopped_by_force_with_the_chip_unlocked_and_sent_to_the_background_it_l
     one.expect(stopped(signal.SIGSTOP))
     termios.tcsetattr(one.slave, termios.TCSANOW, one.before)
     one.background()
-    one.expect("continued")
     one.expect("ended 0")
     assert one.log() == run("/SIO /DUMP", stdin=ESC).log
     one.assert_terminal_is_as_before()
@@ -227,7 +219,6 @@ def test_ctrl_z_with_the_chip_unlocked_locks_it_first(run, job):
     assert one.log() == escaped.log[: -len(CLOSE)]
     one.assert_terminal_is_as_before()
     one.foreground()
-    one.expect("continued")
     one.expect("ended 0")
     assert one.log() == escaped.log
     assert one.text().replace("^Z", "") == escaped.text
@@ -241,7 +232,6 @@ def test_a_countdown_goes_on_in_the_background(job, args, status):
     one.expect(stopped(signal.SIGTSTP))
     one.assert_terminal_is_as_before()
     one.background()
-    one.expect("continued")
     one.press(ESC)
     one.expect(f"ended {status}")
     one.assert_terminal_is_as_before()

@@ -2,7 +2,7 @@
 gives the terminal to it or takes it away.
 
 Its first word is the terminal's descriptor, the second that of a socket, the third the job as JSON. It writes a line
-to the socket for each change of the program: its number, then "stopped N", "continued", "ended STATUS". It takes "f"
+to the socket for each change of the program: its number, then "stopped N", "ended STATUS". It takes "f"
 (the program gets the terminal) and "b" (the terminal is the leader's); both let the program go on.
 """
 
@@ -48,7 +48,7 @@ def take_terminal_away(terminal):
 def told(status):
     if os.WIFSTOPPED(status):
         return f"stopped {os.WSTOPSIG(status)}"
-    return "continued" if os.WIFCONTINUED(status) else f"ended {os.waitstatus_to_exitcode(status)}"
+    return f"ended {os.waitstatus_to_exitcode(status)}"
 
 
 def lead(terminal, talk, program):
@@ -61,10 +61,10 @@ def lead(terminal, talk, program):
                 return
             os.tcsetpgrp(terminal, program if wish == b"f" else os.getpgrp())
             os.kill(program, signal.SIGCONT)
-        changed, status = os.waitpid(program, os.WUNTRACED | os.WCONTINUED | os.WNOHANG)
+        changed, status = os.waitpid(program, os.WUNTRACED | os.WNOHANG)
         if changed:
             os.write(talk, f"{told(status)}\n".encode())
-            if not (os.WIFSTOPPED(status) or os.WIFCONTINUED(status)):
+            if not os.WIFSTOPPED(status):
                 os.read(talk, 1)  # the session is there until nobody looks at its terminal any more
                 return
 
