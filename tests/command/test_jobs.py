@@ -173,6 +173,33 @@ def test_stopped_by_force_it_finds_other_modes_and_sets_its_own_again(job, args)
     one.assert_terminal_is_as_before()
 
 
+def stop_in_key_mode(one):
+    """A countdown is in it for moments alone."""
+    while True:
+        one.send(signal.SIGSTOP)
+        one.expect(stopped(signal.SIGSTOP))
+        if one.key_mode():
+            return
+        one.foreground()
+
+
+@pytest.mark.parametrize("args, background, status", [("/MEM /DUMP 0x1000", [stopped(signal.SIGTTIN)], 0),
+                                                      ("/TIMEOUT /T 60", [], 21)])
+def test_stopped_by_force_it_puts_back_the_modes_that_nobody_else_did(job, args, background, status):
+    one = job(args, foreground=True)
+    one.until(one.key_mode)
+    stop_in_key_mode(one)
+    one.background()
+    for event in background:
+        one.expect(event)
+    assert one.key_mode() or args.startswith("/TIMEOUT")  # may have been about to put them back
+    time.sleep(0.1)
+    one.foreground()
+    one.press(ESC)
+    one.expect(f"ended {status}")
+    one.assert_terminal_is_as_before()
+
+
 def processor_time(pid):
     with open(f"/proc/{pid}/stat") as stat:
         return sum(int(ticks) for ticks in stat.read().rpartition(")")[2].split()[11:13])

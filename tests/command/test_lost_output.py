@@ -234,3 +234,36 @@ def test_with_a_sound_output_nothing_is_said(run, terminal, tmp_path, args):
 def test_where_nothing_is_printed_nothing_is_lost(lost):
     result = lost("/TIMEOUT", "full")
     assert (result.status, result.err) == (0, b"")
+
+
+# ---- where nobody is left to be told --------------------------------------------------------------------------------
+
+
+def test_no_key_is_asked_for_with_the_chip_unlocked(run):
+    master, keyboard = pty.openpty()
+    with open("/dev/full", "wb") as full:
+        result = run("/SIO /DUMP", stdin=keyboard, stdout=full)
+    assert (result.status, result.err, result.log) == (0, LOST, run("/SIO /DUMP", stdin=ESC).log)
+    os.close(master)
+    os.close(keyboard)
+
+
+def test_a_standard_error_without_a_reader_changes_no_status(run):
+    reading, writing = os.pipe()
+    os.close(reading)
+    with open("/dev/full", "wb") as full:
+        assert run("/PCI /RB 0 0 0 0", stdout=full, stderr=writing).status == 0x86
+    os.close(writing)
+
+
+def test_a_standard_error_that_nobody_empties_keeps_nothing_up(run):
+    reading, writing = os.pipe()
+    os.set_blocking(writing, False)
+    with contextlib.suppress(BlockingIOError):
+        while os.write(writing, bytes(4096)):
+            pass
+    os.set_blocking(writing, True)
+    with open("/dev/full", "wb") as full:
+        assert run("/PCI /RB 0 0 0 0", stdout=full, stderr=writing).status == 0x86
+    os.close(reading)
+    os.close(writing)

@@ -13,6 +13,7 @@
 
 #include <gtest/gtest.h>
 
+#include "Common/ComFunc/Signals.h"
 #include "Common/Global.h"
 #include "TestHelp.h"
 
@@ -242,4 +243,26 @@ TEST(Console, ShowTitlePrintsAnotherHeadingAsText) {
     FeedInput("a");
     gTitle = "100%d\n";
     EXPECT_EQ(Printed([] { ShowTitle(); }), "*********Press Enter to continue!*********\n100%d\n");
+}
+
+static unsigned mLooks = 0;
+static unsigned mLooksWithoutHold = 0;
+
+extern "C" pid_t __real_tcgetpgrp(int fd);
+
+// The program's look whether it is in the foreground.
+extern "C" pid_t __wrap_tcgetpgrp(int fd) {
+    ++mLooks;
+    mLooksWithoutHold += SignalsAreHeld() ? 0 : 1;
+    return __real_tcgetpgrp(fd);
+}
+
+TEST(Console, NoStopComesBetweenTheLookForTheForegroundAndTheModes) {
+    int keyboard = OpenKeyboard();
+    mLooks = mLooksWithoutHold = 0;
+    isKeyBoardHit();
+    ASSERT_EQ(write(keyboard, "k", 1), 1);
+    EXPECT_EQ(getch(), 'k');
+    EXPECT_GE(mLooks, 2u);
+    EXPECT_EQ(mLooksWithoutHold, 0u);
 }
