@@ -225,16 +225,20 @@ def test_a_signal_that_does_nothing_wakes_a_wait_at_most_once(job, args, blocked
     one.assert_terminal_is_as_before()
 
 
-def test_stopped_by_force_with_the_chip_unlocked_and_sent_to_the_background_it_locks_it(run, job):
-    one = job("/SIO /DUMP", foreground=True)
+@pytest.mark.parametrize("args, event", [("/MEM /DUMP 0x1000", stopped(signal.SIGTTIN)), ("/SIO /DUMP", "ended 0")])
+def test_stopped_by_force_and_sent_to_the_background_it_leaves_the_modes_to_the_shell(run, job, args, event):
+    one = job(args, foreground=True)
     one.wait_for_key_wait()
     one.send(signal.SIGSTOP)
     one.expect(stopped(signal.SIGSTOP))
-    termios.tcsetattr(one.slave, termios.TCSANOW, one.before)
+    shells = list(one.before)
+    shells[3] ^= termios.ECHO | termios.ECHOK
+    termios.tcsetattr(one.slave, termios.TCSANOW, shells)
     one.background()
-    one.expect("ended 0")
-    assert one.log() == run("/SIO /DUMP", stdin=ESC).log
-    one.assert_terminal_is_as_before()
+    one.expect(event)
+    assert termios.tcgetattr(one.slave) == shells
+    if event == "ended 0":  # the chip is locked
+        assert one.log() == run(args, stdin=ESC).log
 
 
 def test_ctrl_z_with_the_chip_unlocked_locks_it_first(run, job):
