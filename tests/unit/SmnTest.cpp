@@ -4,6 +4,8 @@
 #include <sys/wait.h>
 #include <unistd.h>
 
+#include <vector>
+
 #include <gtest/gtest.h>
 
 #include "BasicLib/Cpu.h"
@@ -187,4 +189,29 @@ TEST(Smn, OnAmdAndHygonTheProcessorDecides) {
         OpenBoard(board);
         EXPECT_EQ(InitSmuService(), served ? EFI_SUCCESS : EFI_ACCESS_DENIED);
     }
+}
+
+// What is held back at each write to the bridge.
+static std::vector<uint64_t> mHeldAtWrites;
+
+extern "C" {
+void __real__Z10PciWrite32ttttj(uint16_t bus, uint16_t dev, uint16_t fun, uint16_t offset, uint32_t value);
+void __wrap__Z10PciWrite32ttttj(uint16_t bus, uint16_t dev, uint16_t fun, uint16_t offset, uint32_t value);
+}
+
+void __wrap__Z10PciWrite32ttttj(uint16_t bus, uint16_t dev, uint16_t fun, uint16_t offset, uint32_t value) {
+    mHeldAtWrites.push_back(SignalsBlocked());
+    __real__Z10PciWrite32ttttj(bus, dev, fun, offset, value);
+}
+
+TEST(Smn, EverySignalIsHeldFromTheChoiceOfADieToItsReturn) {
+    OpenBoard("amd");
+    uint32_t value = 0;
+    mHeldAtWrites.clear();
+    AmdSmnRegisterRead(PCI_WIDTH_32, 1, SMN_ON_TWO_DIES, &value);
+    AmdSmnRegisterWrite(PCI_WIDTH_32, 1, SMN_ON_TWO_DIES, &value);
+    ASSERT_EQ(mHeldAtWrites.size(), 7u); // die, address, die 0; and the data of the write
+    for (uint64_t held : mHeldAtWrites)
+        ExpectWholeTable(held);
+    EXPECT_EQ(SignalsBlocked(), 0u);
 }

@@ -2,6 +2,7 @@
 
 #include <fcntl.h>
 #include <pty.h>
+#include <signal.h>
 #include <stdio_ext.h>
 #include <unistd.h>
 
@@ -11,6 +12,7 @@
 #include <cstring>
 #include <filesystem>
 #include <fstream>
+#include <set>
 #include <sstream>
 
 #include <gtest/gtest.h>
@@ -290,4 +292,16 @@ void ResetEverything() {
     LeaveScratchFolder();
     CloseBoard();
     mGivenDescriptor = -1;
+}
+
+uint64_t SignalsBlocked() {
+    std::string status = FileText("/proc/self/status");
+    return strtoull(status.c_str() + status.find("SigBlk:") + strlen("SigBlk:"), nullptr, 16);
+}
+
+void ExpectWholeTable(uint64_t signals) {
+    const std::set<int> others = {SIGKILL, SIGSTOP, SIGILL,  SIGTRAP, SIGBUS, SIGFPE,
+                                  SIGSEGV, SIGSYS,  SIGABRT, SIGCHLD, SIGURG, SIGWINCH};
+    for (int number = 1; number <= 64; ++number)
+        EXPECT_EQ((signals >> (number - 1)) & 1, others.count(number) ? 0u : 1u) << number;
 }

@@ -29,6 +29,12 @@ int OpenKeyboard();
 // The bytes of standard input that have not been read yet, up to its end or up to where a read would wait.
 std::string InputLeft();
 
+// The signals that the kernel holds back from this process now, number 1 in the lowest bit.
+uint64_t SignalsBlocked();
+
+// Every signal that ends or stops a program, but for those that nobody can hold and crashes.
+void ExpectWholeTable(uint64_t signals);
+
 // Makes an empty folder, which is removed with its files when the test ends, the current one.
 void EnterScratchFolder();
 
