@@ -1,9 +1,12 @@
 """Job control: the program in the foreground of its terminal, stopped, or in the background, where another job has the
 terminal and its modes."""
 
+import fcntl
 import os
+import pty
 import select
 import signal
+import subprocess
 import termios
 import time
 
@@ -267,3 +270,19 @@ def test_a_countdown_goes_on_in_the_background(job, args, status):
     one.expect(f"ended {status}")
     one.assert_terminal_is_as_before()
     assert ("system shutdown -P now" in one.log()) == args.startswith("/RTC")
+
+
+# ---- terminals of others --------------------------------------------------------------------------------------------
+
+
+def test_the_other_end_of_a_terminal_is_read_whatever_job_is_in_its_foreground(run):
+    master, slave = pty.openpty()
+    session = subprocess.Popen(["sleep", "60"], stdin=slave, start_new_session=True,
+                               preexec_fn=lambda: fcntl.ioctl(0, termios.TIOCSCTTY, 0))
+    os.write(slave, b" \x1b")
+    result = run("/MEM /DUMP 0x1000", stdin=master)
+    assert result.text == run("/MEM /DUMP 0x1000", stdin=b" \x1b").text
+    session.kill()
+    session.wait()
+    os.close(master)
+    os.close(slave)
