@@ -183,7 +183,7 @@ def stop_in_key_mode(one):
         one.expect(stopped(signal.SIGSTOP))
         if one.key_mode():
             return
-        one.foreground()
+        one.send(signal.SIGCONT)
 
 
 @pytest.mark.parametrize("args, background, status", [("/MEM /DUMP 0x1000", [stopped(signal.SIGTTIN)], 0),

@@ -172,6 +172,17 @@ TEST(OutputDeathTest, OutputThatCannotBeWrittenIsLostAndSaidToBe) {
                 "^hwreg: output was lost\n$");
 }
 
+static void PrintMoreThanIsKept() {
+    HoldOutput();
+    fputs(std::string(200000, 'v').c_str(), stdout);
+    ReleaseOutput();
+}
+
+TEST(OutputDeathTest, WhatDoesNotFitIntoWhatIsKeptIsSaidToBeLost) {
+    EXPECT_EXIT(EndTelling("/dev/null", PrintMoreThanIsKept), testing::ExitedWithCode(1),
+                "^hwreg: output was lost\n$");
+}
+
 TEST(OutputDeathTest, OutputThatIsWrittenIsNotLost) {
     EXPECT_EXIT(EndTelling("/dev/null", PrintAndFlush), testing::ExitedWithCode(0), "^$");
     EXPECT_EXIT(EndTelling("/dev/null", PrintHeldAndShow), testing::ExitedWithCode(0), "^$");
