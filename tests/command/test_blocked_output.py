@@ -15,7 +15,7 @@ import time
 
 import pytest
 from expected import CLOSE
-from harness import SLOWNESS, Run, prepare_child, stop_of, take_rest
+from harness import SLOWNESS, WRAPPER, Run, prepare_child, stop_of, take_rest
 
 SECONDS = 20 * SLOWNESS  # at most for anything that is waited for
 SOON = 10 * SLOWNESS  # after a signal: 1 to 70 ms, but for what a busy machine puts in between
@@ -147,6 +147,7 @@ def test_once_locked_it_waits_for_the_reader_as_any_program(run, blocked, args):
     assert one.log() == whole.log[: reaches(whole, args)]
 
 
+@pytest.mark.skipif(bool(WRAPPER), reason="the wrapper takes no notice of a stop")
 @pytest.mark.parametrize("kind", ["pipe", "socket"])
 @pytest.mark.parametrize("args", FORMS)
 def test_a_stop_then_a_reader_all_text_arrives(run, blocked, args, kind):
