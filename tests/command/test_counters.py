@@ -67,15 +67,6 @@ def test_in_a_directory_that_takes_no_files_the_cycle_goes_on(cycle):
 
 
 @pytest.mark.parametrize("name", CYCLES)
-def test_a_file_that_cannot_be_opened_for_writing_is_reported(run, tmp_path, name):
-    args, command = CYCLES[name]
-    (tmp_path / name).mkdir()
-    result = run(args)
-    assert f"Have no {name} file!\n{name} write fail!\n" in result.text
-    assert result.systems() == [command]
-
-
-@pytest.mark.parametrize("name", CYCLES)
 def test_on_a_full_disk_the_cycle_goes_on_without_a_word(on_disk, tmp_path, name):
     args, command = CYCLES[name]
     fill = f"touch {name} && dd if=/dev/zero of=FILL bs=4096 count=16 status=none"
