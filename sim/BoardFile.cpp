@@ -3,6 +3,7 @@
 #include "Arena.h"
 #include "Keywords.h"
 #include "Settings.h"
+#include "State.h"
 
 #include <errno.h>
 #include <fcntl.h>
@@ -134,6 +135,7 @@ uint8_t *ReadWholeFile(const BoardLine *line, const char *path, uint64_t *length
         done += static_cast<uint64_t>(got);
     }
     syscall(SYS_close, descriptor);
+    StateNoteFile(contents, size);
     *length = size;
     return contents;
 }

@@ -13,7 +13,7 @@ constexpr int EVERY_CPU = -1;
 struct MsrEntry {
     int cpu; // EVERY_CPU: of those without an entry of their own
     uint32_t index;
-    uint64_t *values; // of each CPU
+    uint64_t *values;  // of each CPU
     uint64_t writable; // bits that a write changes
     bool readOnly;     // a write raises #GP
     uint64_t step;     // added after each read

@@ -29,7 +29,7 @@ constexpr uint64_t SECOND = 1000000; // in microseconds of the clock
 constexpr uint64_t ANNOUNCEMENT = 244;
 constexpr uint64_t CYCLE = 1984;
 constexpr uint64_t FOR_EVER = UINT64_MAX;
-constexpr uint64_t DAY = 86400;         // in seconds
+constexpr uint64_t DAY = 86400;          // in seconds
 constexpr uint64_t CALENDAR = 7 * 36525; // in days: then the date and the day of the week come again
 
 enum TimeSource { STANDS_STILL, BY_DELAYS, BY_HOST };
