@@ -11,6 +11,7 @@
 #include "Msr.h"
 #include "Ports.h"
 #include "Settings.h"
+#include "State.h"
 #include "Trap.h"
 #include "models/AmdPm.h"
 #include "models/Answers.h"
@@ -85,8 +86,12 @@ __attribute__((constructor)) void LoadFromEnvironment() {
     }
     LogOpenFile(getenv("HWBOARD_LOG"));
     Load(path, getenv("HWBOARD_MEMFILE"));
-    if (const char *registers = getenv("HWBOARD_REGISTERS"))
+    if (const char *state = getenv("HWBOARD_STATE"))
+        StateTake(state, getenv("HWBOARD_RESET") != nullptr);
+    else if (const char *registers = getenv("HWBOARD_REGISTERS"))
         ArenaShareRegisters(registers);
+    PciPlaceDevices();
+    AmdPmPlaceDevices();
 }
 
 } // namespace

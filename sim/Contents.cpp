@@ -1,6 +1,7 @@
 #include "Contents.h"
 
 #include "Arena.h"
+#include "State.h"
 
 #include <errno.h>
 #include <fcntl.h>
@@ -65,4 +66,5 @@ void ReadContents(const BoardLine *line, int descriptor, const char *path, void 
     syscall(SYS_close, descriptor);
     if (done < length)
         LineFail(line, "the file cannot be read", path);
+    StateNoteFile(static_cast<const uint8_t *>(contents), length);
 }
