@@ -39,6 +39,8 @@ class Reader:
         self.file = ""
         self.line = 0
         self.title: str | None = ""  # of the next part of memory
+        self.notes: list[str] = []  # to the next part
+        self.source = ""
         self.section = ""
         self.function: Function | None = None
         self.slave: Slave | None = None
@@ -105,12 +107,18 @@ class Reader:
             self.section, self.title = text.strip("- "), ""
         elif text.startswith("missing: "):
             machine.missing.append(text.removeprefix("missing: "))
+        elif text.startswith("from: ") and self.section == "memory":
+            self.source = text.removeprefix("from: ")
+        elif text.startswith("from: ") and self.section == "superio":
+            self.notes.append(text)
         elif text.startswith("from: "):
             machine.sources.setdefault(self.section, []).append(text.removeprefix("from: "))
         elif text.startswith(("iomem: ", "ioports: ")):
             machine.resources.append(text)
         elif text.startswith("smbus-bytes ") and self.slave:
             self.smbus_bytes(text.removeprefix("smbus-bytes "))  # beyond what the simulated slave holds
+        elif text.startswith("note: "):
+            self.notes.append(text.removeprefix("note: "))
         elif not self.section:
             machine.heading.append(text)
         else:
@@ -256,8 +264,8 @@ class Reader:
     def memory(self, address: int, data: bytes, mask: bytes | None) -> None:
         parts = self.machine.parts
         if self.title is not None or not parts:
-            parts.append(Part(self.title or ""))
-            self.title = None
+            parts.append(Part(self.title or "", notes=self.notes, source=self.source))
+            self.title, self.notes, self.source = None, [], ""
         self.size += len(data)
         if self.size > MEMORY:
             raise self.fail("the file has more than 64 MiB of memory")
@@ -298,7 +306,8 @@ class Reader:
         self.slave.cells.put(offset, data, mask)
 
     def superio(self, rest: str) -> None:
-        self.machine.superio.append(SuperIo(rest.strip()))
+        self.machine.superio.append(SuperIo(rest.strip(), notes=self.notes))
+        self.notes = []
 
     def superio_registers(self, rest: str) -> None:
         if not self.machine.superio:
@@ -436,9 +445,8 @@ def write_board(machine: Machine) -> str:
     section("pci", body)
     body = []
     for part in machine.parts:
+        body += [f"# from: {part.source}"] * bool(part.source)
         body += [f"# {part.title or 'memory'}", *(f"# note: {note}" for note in part.notes)]
-        if part.source:
-            body.insert(-1 - len(part.notes), f"# from: {part.source}")
         for run in part.runs:
             body += memory_lines(run.address, bytes(run.data), bytes(run.mask) if run.mask is not None else None)
     section("memory", body)
