@@ -2,10 +2,12 @@
 #include "Board.h"
 
 #include "Arena.h"
-#include "BoardFile.h"
+#include "BoardReader.h"
+#include "Complete.h"
 #include "Doors.h"
 #include "Log.h"
 #include "Memory.h"
+#include "Mistake.h"
 #include "Msr.h"
 #include "Ports.h"
 #include "Settings.h"
@@ -14,9 +16,12 @@
 #include "models/Answers.h"
 #include "models/Cmos.h"
 #include "models/DwI2c.h"
+#include "models/Ecam.h"
+#include "models/PciConfigPorts.h"
 #include "models/PciFunction.h"
 #include "models/Pm1.h"
 #include "models/SimplePorts.h"
+#include "models/SmbusHost.h"
 #include "models/SmbusSlaves.h"
 #include "models/Smn.h"
 #include "models/SuperIo.h"
@@ -34,6 +39,7 @@ void ForgetBoard() {
     if (gCpuidFaulting)
         TrapCpuid(false);
     gCpuidFaulting = false;
+    ArenaReset();
     SettingsReset();
     PortsReset();
     SimplePortsReset();
@@ -47,15 +53,20 @@ void ForgetBoard() {
     DwI2cReset();
     SmnReset();
     PciReset();
+    PciConfigPortsReset();
+    EcamReset();
+    SmbusHostsReset();
     MsrReset();
-    ArenaReset();
 }
 
 void Load(const char *path, const char *memoryFile) {
     ForgetBoard();
     MemoryReset(memoryFile);
     DoorsReset();
-    ReadBoardFile(path, nullptr);
+    DelayPortStart();
+    ReadBoardFile(path);
+    SettingsComplete();
+    CheckReach();
     gBoard.loaded = true;
     if (gBoard.cpuidLeaves) {
         TrapArm();
@@ -67,6 +78,11 @@ __attribute__((constructor)) void LoadFromEnvironment() {
     const char *path = getenv("HWBOARD");
     if (!path || !*path)
         return;
+    if (getenv("HWBOARD_CHECK")) {
+        MistakesCollect();
+        Load(path, nullptr);
+        MistakesEnd();
+    }
     LogOpenFile(getenv("HWBOARD_LOG"));
     Load(path, getenv("HWBOARD_MEMFILE"));
     if (const char *registers = getenv("HWBOARD_REGISTERS"))

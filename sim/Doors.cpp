@@ -4,6 +4,7 @@
 #include "Arena.h"
 #include "Log.h"
 #include "Memory.h"
+#include "Mistake.h"
 #include "Msr.h"
 #include "Settings.h"
 #include "Trap.h"
@@ -313,7 +314,7 @@ int PrintSystem(const char *command) {
 
 int BoardSystem(const char *command) {
     if (strcmp(command, "modprobe msr") == 0) {
-        gBoard.msrModuleLoaded = true;
+        *gBoard.msrModuleLoaded = true;
         return gBoard.msrNodes == MSR_NODES_NEVER ? 1 << 8 : 0;
     }
     for (const SystemRule *rule = gBoard.systemRules; rule; rule = rule->next) {

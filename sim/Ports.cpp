@@ -1,6 +1,7 @@
 #include "Ports.h"
 
 #include "Arena.h"
+#include "Mistake.h"
 
 #include <string.h>
 
@@ -37,6 +38,13 @@ PortClaim *ClaimPorts(uint32_t base, uint32_t count, unsigned widths, PortReader
     return claim;
 }
 
+PortClaim *PortClaimOf(const void *device) {
+    int i = 0;
+    while (gClaims[i].device != device)
+        i++;
+    return &gClaims[i];
+}
+
 void PortsReset() {
     gClaimCount = 0;
     memset(gUnlogged, 0, sizeof gUnlogged);
@@ -44,7 +52,7 @@ void PortsReset() {
 
 void UnloggedLine(BoardLine *line) {
     uint64_t port = LineNumber(line, 1, 0xFFFF);
-    memset(gUnlogged + port, true, LineNumber(line, 2, 0x10000 - port));
+    memset(gUnlogged + port, true, LineCount(line, 2, 0x10000 - port));
 }
 
 bool PortLogged(uint16_t port) {

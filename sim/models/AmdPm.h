@@ -6,6 +6,8 @@
 #include "../BoardFile.h"
 
 void AmdPmReset();
+// Fails unless a "pm-registers" line came before.
+void NeedAmdPm(const BoardLine *line);
 
 // "pm-registers": the ports; all registers are 0.
 void AmdPmLine(BoardLine *line);
@@ -17,3 +19,5 @@ uint8_t AmdPmRegister(uint8_t index);
 
 // Calls the procedure after each change of a register, for a device that is placed by them.
 void AmdPmFollow(void (*changed)(void *device), void *device);
+// Calls them all: the registers have become others.
+void AmdPmPlaceDevices();

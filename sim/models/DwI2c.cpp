@@ -7,6 +7,7 @@
 
 #include "../Arena.h"
 #include "../Memory.h"
+#include "../Mistake.h"
 #include "SimplePorts.h"
 
 #include <string.h>
@@ -74,14 +75,15 @@ constexpr uint32_t COMP_TYPE_MAGIC = 0x44570140;
 constexpr uint32_t COUNT_REGISTERS = 6;
 constexpr uint32_t MAX_DEPTH = 256;
 constexpr uint32_t DEVICE_BYTES = 512;
+constexpr uint32_t ADDRESSES = 128;
+constexpr int MAX_CORES = 64;
 
 struct Device {
-    uint8_t address;
+    bool present;
     uint32_t refuses; // 0 for no byte
     uint8_t bytes[DEVICE_BYTES];
     uint32_t at;
     uint32_t written; // bytes since the address
-    Device *next;
 };
 
 enum BusState { BUS_IDLE, BUS_ADDRESS, BUS_BYTE, BUS_HELD };
@@ -102,23 +104,20 @@ struct Core {
     uint16_t command; // on the bus
     uint64_t ends;    // of the address or byte on the bus
     uint32_t received;
-    Device *addressed;
-    Device *devices;
-    Core *next;
+    Device devices[ADDRESSES];
 };
 
-Core *gCores;
+Core *gCores[MAX_CORES];
+int gCoreCount;
 Core *gCore; // the ones that the lines of the board file are about
 Device *gDevice;
 
 // ---- devices
 // --------------------------------------------------------------------------------------------------------
 
-Device *FindDevice(const Core *core, uint32_t address) {
-    Device *device = core->devices;
-    while (device && device->address != address)
-        device = device->next;
-    return device;
+// The one that the core's address register names, which keeps its value while the core is at work.
+Device *Addressed(Core *core) {
+    return &core->devices[core->tar & TAR_7_BIT];
 }
 
 // True when the device acknowledges.
@@ -219,19 +218,19 @@ void NextCommand(Core *core, uint64_t time) {
 }
 
 void AddressSent(Core *core) {
-    core->addressed = FindDevice(core, core->tar & TAR_7_BIT);
-    if (!core->addressed) {
+    Device *device = Addressed(core);
+    if (!device->present) {
         Abort(core, ABRT_7B_ADDR_NOACK);
         return;
     }
-    core->addressed->written = 0;
+    device->written = 0;
     NextCommand(core, core->ends);
 }
 
 void ByteSent(Core *core) {
     if (core->command & DATA_CMD_READ) {
-        Received(core, DeviceGives(core->addressed));
-    } else if (!DeviceTakes(core->addressed, static_cast<uint8_t>(core->command))) {
+        Received(core, DeviceGives(Addressed(core)));
+    } else if (!DeviceTakes(Addressed(core), static_cast<uint8_t>(core->command))) {
         Abort(core, ABRT_TXDATA_NOACK);
         return;
     }
@@ -413,22 +412,23 @@ void WriteBlock(void *device, uint64_t address, unsigned width, uint32_t value) 
 // -----------------------------------------------------------------------------------------------------
 
 Core *FindCore(uint64_t base) {
-    Core *core = gCores;
-    while (core && core->base != base)
-        core = core->next;
-    return core;
+    for (int i = 0; i < gCoreCount; i++)
+        if (gCores[i]->base == base)
+            return gCores[i];
+    return nullptr;
 }
 
 void NewCore(uint64_t base) {
-    gCore = static_cast<Core *>(ArenaTake(sizeof(Core)));
+    if (gCoreCount == MAX_CORES)
+        BoardFail("more than %d I2C cores", MAX_CORES);
+    gCore = static_cast<Core *>(ArenaTakeRegisters(sizeof(Core)));
+    gCores[gCoreCount++] = gCore;
     gCore->base = base;
     gCore->rxDepth = gCore->txDepth = 16;
     gCore->byteTime = 90;
     gCore->con = CON_RESET;
     gCore->tar = TAR_RESET;
     gCore->mask = INTR_MASK_RESET;
-    gCore->next = gCores;
-    gCores = gCore;
     ClaimMemory(base, BLOCK, ReadBlock, WriteBlock, gCore);
 }
 
@@ -442,29 +442,31 @@ uint32_t Depth(const BoardLine *line, int word) {
 } // namespace
 
 void DwI2cReset() {
-    gCores = nullptr;
+    gCoreCount = 0;
     gCore = nullptr;
     gDevice = nullptr;
 }
 
 void I2cCoreLine(BoardLine *line) {
-    uint64_t base = LineNumber(line, 1, UINT32_MAX);
+    uint64_t base = LineAddress(line, 1);
     gDevice = nullptr;
+    if (base % BLOCK != 0)
+        LineFail(line, "no multiple of 1000h", line->words[1]);
     gCore = FindCore(base);
     if (!gCore)
         NewCore(base);
     for (int i = 2; i < line->count; i++) {
-        if (LineHas(line, i, "rx")) {
+        if (LineOption(line, i, "rx")) {
             gCore->rxDepth = Depth(line, ++i);
-        } else if (LineHas(line, i, "tx")) {
+        } else if (LineOption(line, i, "tx")) {
             gCore->txDepth = Depth(line, ++i);
-        } else if (LineHas(line, i, "byte-time")) {
+        } else if (LineOption(line, i, "byte-time")) {
             gCore->byteTime = static_cast<uint32_t>(LineNumber(line, ++i, UINT32_MAX));
-        } else if (LineHas(line, i, "never-disables")) {
+        } else if (LineOption(line, i, "never-disables")) {
             gCore->neverDisables = true;
-        } else if (LineHas(line, i, "stays-busy")) {
+        } else if (LineOption(line, i, "stays-busy")) {
             gCore->staysBusy = true;
-        } else if (LineHas(line, i, "abort-after")) {
+        } else if (LineOption(line, i, "abort-after")) {
             gCore->abortAfter = static_cast<uint32_t>(LineNumber(line, ++i, UINT32_MAX));
             gCore->abortSource = static_cast<uint32_t>(LineNumber(line, ++i, UINT32_MAX));
         } else {
@@ -476,17 +478,12 @@ void I2cCoreLine(BoardLine *line) {
 void I2cDeviceLine(BoardLine *line) {
     if (!gCore)
         LineFail(line, "no \"i2c-core\" line comes before", line->words[0]);
-    uint8_t address = static_cast<uint8_t>(LineNumber(line, 1, 0x7F));
-    gDevice = FindDevice(gCore, address);
-    if (!gDevice) {
-        gDevice = static_cast<Device *>(ArenaTake(sizeof(Device)));
-        gDevice->address = address;
-        gDevice->next = gCore->devices;
-        gCore->devices = gDevice;
-    }
-    if (line->count > 2 && !LineHas(line, 2, "refuses"))
-        LineFail(line, "not \"refuses\"", line->words[2]);
-    if (line->count > 2)
+    uint8_t address = static_cast<uint8_t>(LineNumber(line, 1, 0xFF));
+    if (address > 0x7F)
+        LineFail(line, "addresses have 7 bits here: a0 is 50", line->words[1]);
+    gDevice = &gCore->devices[address];
+    gDevice->present = true;
+    if (LineHas(line, 2, "refuses"))
         gDevice->refuses = static_cast<uint32_t>(LineNumber(line, 3, UINT32_MAX));
 }
 

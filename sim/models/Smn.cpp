@@ -11,12 +11,17 @@
 namespace {
 
 struct SmnRegister {
-    uint32_t die, address, value;
+    uint32_t die, address;
+    uint32_t *value;
     bool readOnly;
     SmnRegister *next;
 };
 
+constexpr int MAX_REGISTERS = 16384;
+
 SmnRegister *gRegisters;
+int gRegisterCount;
+bool gPresent; // a function has the way there
 
 SmnRegister *Find(uint32_t die, uint32_t address) {
     SmnRegister *found = gRegisters;
@@ -50,14 +55,14 @@ struct Mailbox {
     bool working;
     uint64_t ends;
     uint32_t taken[ARGUMENTS];
-    Reply *replies;
 };
 
 Mailbox *gMailbox;
+Reply *gReplies;
 
 const Reply *FindReply(uint32_t id) {
     static const Reply UNKNOWN = {0, RESPONSE_UNKNOWN_COMMAND, 0, {}, nullptr};
-    const Reply *reply = gMailbox->replies;
+    const Reply *reply = gReplies;
     while (reply && reply->id != id)
         reply = reply->next;
     return reply ? reply : &UNKNOWN;
@@ -117,7 +122,7 @@ uint32_t ReadNetwork(uint32_t die, uint32_t address) {
     if (IsMailbox(die, address))
         return ReadMailbox(address);
     const SmnRegister *found = Find(die, address);
-    return found ? found->value : 0xFFFFFFFF;
+    return found ? *found->value : 0xFFFFFFFF;
 }
 
 void WriteNetwork(uint32_t die, uint32_t address, uint32_t value) {
@@ -127,7 +132,7 @@ void WriteNetwork(uint32_t die, uint32_t address, uint32_t value) {
     }
     SmnRegister *found = Find(die, address);
     if (found && !found->readOnly)
-        found->value = value;
+        *found->value = value;
 }
 
 // ---- the host bridge
@@ -174,36 +179,54 @@ void AfterWrite(PciFunction *function, uint16_t offset, unsigned width) {
 } // namespace
 
 void SmnReset() {
+    gPresent = false;
     gRegisters = nullptr;
+    gRegisterCount = 0;
     gMailbox = nullptr;
+    gReplies = nullptr;
 }
 
 void SmnLine(BoardLine *line) {
     PciFunction *function = PciLineFunction(line);
+    if (function->device)
+        LineFail(line, "the function is an SMBus host already", nullptr);
+    gPresent = true;
     function->beforeRead = BeforeRead;
     function->afterWrite = AfterWrite;
     for (uint16_t offset = INDEXES[0]; offset < INDEXES[1] + 8; offset++)
         function->writable[offset] = 0xFF;
 }
 
+static void NeedNetwork(const BoardLine *line) {
+    if (!gPresent)
+        LineFail(line, "no \"smn\" line comes before", line->words[0]);
+}
+
 void SmnRegisterLine(BoardLine *line) {
     uint32_t die = static_cast<uint32_t>(LineNumber(line, 1, UINT32_MAX));
-    uint32_t address = static_cast<uint32_t>(LineNumber(line, 2, UINT32_MAX & ~3u));
+    uint32_t address = static_cast<uint32_t>(LineNumber(line, 2, UINT32_MAX));
+    NeedNetwork(line);
+    if (address % 4 != 0)
+        LineFail(line, "dwords stand at multiples of 4", line->words[2]);
     SmnRegister *found = Find(die, address);
     if (!found) {
+        if (gRegisterCount++ == MAX_REGISTERS)
+            LineFail(line, "more than 16384 registers", nullptr);
         found = static_cast<SmnRegister *>(ArenaTake(sizeof(SmnRegister)));
         found->die = die;
         found->address = address;
+        found->value = static_cast<uint32_t *>(ArenaTakeRegisters(sizeof(uint32_t)));
         found->next = gRegisters;
         gRegisters = found;
     }
-    found->value = static_cast<uint32_t>(LineNumber(line, 3, UINT32_MAX));
+    *found->value = static_cast<uint32_t>(LineNumber(line, 3, UINT32_MAX));
     found->readOnly = LineHas(line, 4, "ro");
 }
 
 void SmuMailboxLine(BoardLine *line) {
+    NeedNetwork(line);
     if (!gMailbox)
-        gMailbox = static_cast<Mailbox *>(ArenaTake(sizeof(Mailbox)));
+        gMailbox = static_cast<Mailbox *>(ArenaTakeRegisters(sizeof(Mailbox)));
     gMailbox->response = RESPONSE_OK;
     gMailbox->time = line->count > 1 ? static_cast<uint32_t>(LineNumber(line, 1, UINT32_MAX)) : USUAL_TIME;
 }
@@ -216,6 +239,6 @@ void SmuReplyLine(BoardLine *line) {
     reply->response = static_cast<uint32_t>(LineNumber(line, 2, UINT32_MAX));
     for (int i = 3; i < line->count && reply->count < ARGUMENTS; i++)
         reply->arguments[reply->count++] = static_cast<uint32_t>(LineNumber(line, i, UINT32_MAX));
-    reply->next = gMailbox->replies;
-    gMailbox->replies = reply;
+    reply->next = gReplies;
+    gReplies = reply;
 }
