@@ -3,6 +3,7 @@
 What hand-written machines say beyond that (described functions, capabilities ...) is told to be captured first.
 """
 
+import itertools
 import os
 import pathlib
 from collections.abc import Callable
@@ -13,6 +14,7 @@ from hwregboard.inputs import read_text
 from hwregboard.machine import BRIEF, FULL, ByCpu, Cells, Function, Machine, Part, Slave, SuperIo, cpu_list
 
 DEPTH = 8  # of includes
+BLANKS = " " * 15  # between 16 bytes
 CPUS = 4096
 MEMORY = 64 << 20  # bytes of memory that a file may mention
 DOORS = ["iopl", "mem", "msr-nodes", "pci-ports", "ecam", "pm-registers"]
@@ -63,7 +65,13 @@ class Reader:
         self.file, self.line = file, 0
         text = read_text(file)
         opened = closed = 0
-        for self.line, line in enumerate(text.split("\n"), 1):
+        told = text.split("\n")
+        while self.line < len(told):
+            line = told[self.line]
+            if line.startswith("bytes ") and not closed and (taken := self.block(told, self.line)):
+                self.line += taken
+                continue
+            self.line += 1
             if "#" in line:
                 line = self.without_comment(line)
             words = line.strip()
@@ -89,6 +97,31 @@ class Reader:
         if opened and not closed:
             raise self.fail('the file is cut off: its last line is not "end"')
         self.file, self.line = saved
+
+    def block(self, told: list[str], first: int) -> int:
+        """Takes rows of 16 bytes that follow each other at once, as captures have thousands of them; gives their number.
+        0 when there are no two such rows: they go the usual way."""
+        word = told[first].split(" ", 2)[1]
+        try:
+            start = at = int(word, 16)
+        except ValueError:
+            return 0
+        rows = []
+        for line in itertools.islice(told, first, None):
+            prefix = f"bytes {at:x} "
+            row = line[len(prefix):]
+            if len(row) != 47 or row[2::3] != BLANKS or not line.startswith(prefix):
+                break
+            rows.append(row)
+            at += 16
+        try:
+            data = bytes.fromhex(" ".join(rows))
+        except ValueError:
+            return 0
+        if len(rows) < 2 or len(data) != 16 * len(rows) or at > 1 << 32:
+            return 0
+        self.memory(start, data, None)
+        return len(rows)
 
     def without_comment(self, line: str) -> str:
         quoted = False

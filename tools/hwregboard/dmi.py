@@ -14,6 +14,7 @@ from hwregboard.machine import Machine, overlaid, read_memory
 from hwregboard.placing import BIOS_AREA, ENTRY_AREA, TABLES, find_room, is_free, place
 
 FILE_OFFSET = 32
+LEGACY_ALIGN = 0x10000  # where a table can be read that no systab names
 ENTRY_TITLE = "smbios entry point"
 TABLE_TITLE = "smbios table"
 
@@ -136,7 +137,7 @@ def place_tables(machine: Machine, entry: bytes, table: bytes, source: str, say:
     place(machine, ENTRY_TITLE, at, entry, source, notes)
     told = field(entry, kind.address)
     if told == FILE_OFFSET or not is_free(machine, told, len(table)):
-        address = find_room(machine, len(table), (ENTRY_AREA, BIOS_AREA, TABLES))
+        address = find_room(machine, len(table), (BIOS_AREA, TABLES), LEGACY_ALIGN)
         notes.append(f"the table's address and the checksum are the importer's; the dump says {told:x}")
         machine.parts[-1].runs[0].data[:] = with_address(entry, kind, address)
     else:

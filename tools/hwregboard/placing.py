@@ -7,6 +7,7 @@ BIOS_AREA = (0xE0000, 0x100000)
 ENTRY_AREA = (0xF0000, 0x100000)  # where entry points are looked for, 16 bytes apart
 TABLES = (0x7E000000, 0x80000000)  # an importer's own choice
 TOP = 1 << 32
+GAP = 16
 
 
 def is_free(machine: Machine, address: int, count: int) -> bool:
@@ -22,9 +23,9 @@ def find_room(machine: Machine, count: int, areas: tuple[tuple[int, int], ...], 
     for first, end in areas:
         address = first
         for run in runs:
-            if run.end <= address or run.address >= address + count + align:
+            if run.end <= address or run.address >= address + count + GAP:
                 continue
-            address = (run.end + 1 + align - 1) // align * align
+            address = (run.end + align) // align * align
         if address + count <= end:
             return address
     raise Mistake(machine.name or "import", 0, f"no room for {count} bytes of tables")
