@@ -39,12 +39,18 @@ manual(hwreg hwreg.8)
 install(PROGRAMS sim/hwreg-sim DESTINATION bin COMPONENT hwreg-sim)
 install(TARGETS hwboard LIBRARY DESTINATION lib/x86_64-linux-gnu/hwreg COMPONENT hwreg-sim)
 install(DIRECTORY sim/boards/ DESTINATION share/hwreg/boards COMPONENT hwreg-sim)
+# So does hwreg-board with its modules.
+install(PROGRAMS tools/hwreg-board DESTINATION bin COMPONENT hwreg-sim)
+install(DIRECTORY tools/hwregboard DESTINATION share/hwreg COMPONENT hwreg-sim FILES_MATCHING PATTERN "*.py"
+  PATTERN __pycache__ EXCLUDE)
 # bash looks for a completion by the command's name.
 file(CREATE_LINK hwreg ${made}/hwreg-sim/completion SYMBOLIC)
-install(FILES ${made}/hwreg-sim/completion DESTINATION share/bash-completion/completions RENAME hwreg-sim
-  COMPONENT hwreg-sim)
+foreach(command hwreg-sim hwreg-board)
+  install(FILES ${made}/hwreg-sim/completion DESTINATION share/bash-completion/completions RENAME ${command}
+    COMPONENT hwreg-sim)
+endforeach()
 install(FILES docs/boards.md DESTINATION share/doc/hwreg-sim COMPONENT hwreg-sim)
-manual(hwreg-sim hwreg-sim.1)
+manual(hwreg-sim hwreg-sim.1 hwreg-board.1)
 
 get_property(installed_files GLOBAL PROPERTY installed_files)
 add_custom_target(hwreg_documents ALL DEPENDS ${installed_files})
@@ -81,6 +87,6 @@ set(CPACK_DEBIAN_HWREG_PACKAGE_DEPENDS
 set(CPACK_DEBIAN_HWREG_PACKAGE_SUGGESTS "bash-completion, clustershell, hwreg-sim")
 
 package(hwreg-sim devel "machines of text files to run hwreg on")
-set(CPACK_DEBIAN_HWREG-SIM_PACKAGE_DEPENDS "hwreg (= ${PROJECT_VERSION})")
+set(CPACK_DEBIAN_HWREG-SIM_PACKAGE_DEPENDS "hwreg (= ${PROJECT_VERSION}), python3 (>= 3.11)")
 set(CPACK_DEBIAN_HWREG-SIM_PACKAGE_SUGGESTS "bash-completion")
 include(CPack)
