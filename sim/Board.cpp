@@ -56,6 +56,7 @@ void Load(const char *path, const char *memoryFile) {
     MemoryReset(memoryFile);
     DoorsReset();
     ReadBoardFile(path, nullptr);
+    SettingsComplete();
     gBoard.loaded = true;
     if (gBoard.cpuidLeaves) {
         TrapArm();

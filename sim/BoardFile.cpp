@@ -15,6 +15,7 @@
 namespace {
 
 constexpr int MAX_INCLUDE_DEPTH = 16;
+constexpr uint64_t CAPTURE_FORMAT = 1;
 int gIncludeDepth;
 
 // Cuts one line into words, in place; returns where the next line begins.
@@ -52,6 +53,32 @@ char *CutLine(char *at, BoardLine *line) {
 
 } // namespace
 
+// Where a file that is a capture stands: it begins with "capture" and ends with "end".
+enum CaptureState { NOTHING_READ, NO_CAPTURE, CAPTURE, CAPTURE_ENDED };
+
+// Carries out one statement; the state of the file behind it.
+static CaptureState CarryOut(BoardLine *line, CaptureState state) {
+    if (state == CAPTURE_ENDED)
+        LineFail(line, "nothing may follow \"end\"", line->words[0]);
+    if (LineHas(line, 0, "capture")) {
+        if (state != NOTHING_READ)
+            LineFail(line, "not the first line of the file", line->words[0]);
+        if (LineNumber(line, 1, UINT32_MAX) != CAPTURE_FORMAT)
+            LineFail(line, "this format of captures is not known", line->words[1]);
+        return CAPTURE;
+    }
+    if (LineHas(line, 0, "end")) {
+        if (state != CAPTURE)
+            LineFail(line, "no \"capture\" line comes before", line->words[0]);
+        return CAPTURE_ENDED;
+    }
+    if (LineHas(line, 0, "include"))
+        ReadBoardFile(LinePath(line, 1), line);
+    else
+        CarryOutKeyword(line);
+    return state == NOTHING_READ ? NO_CAPTURE : state;
+}
+
 void ReadBoardFile(const char *path, const BoardLine *from) {
     if (++gIncludeDepth > MAX_INCLUDE_DEPTH)
         BoardFail("%s: board files include each other", path);
@@ -59,16 +86,15 @@ void ReadBoardFile(const char *path, const BoardLine *from) {
     char *at = reinterpret_cast<char *>(ReadWholeFile(from, path, &length));
     BoardLine line = {path, 0, 0, {}};
     char *end = at + length;
+    CaptureState state = NOTHING_READ;
     while (at < end && *at) {
         line.number++;
         at = CutLine(at, &line);
-        if (line.count == 0)
-            continue;
-        if (LineHas(&line, 0, "include"))
-            ReadBoardFile(LinePath(&line, 1), &line);
-        else
-            CarryOutKeyword(&line);
+        if (line.count != 0)
+            state = CarryOut(&line, state);
     }
+    if (state == CAPTURE)
+        LineFail(&line, "the file is cut off: its last line is not \"end\"", nullptr);
     gIncludeDepth--;
 }
 
@@ -90,21 +116,39 @@ uint64_t LineNumber(const BoardLine *line, int index, uint64_t maximum) {
     return value;
 }
 
+uint8_t LineByte(const BoardLine *line, int index) {
+    return LineHas(line, index, "??") ? 0xFF : static_cast<uint8_t>(LineNumber(line, index, 0xFF));
+}
+
 bool LineHas(const BoardLine *line, int index, const char *word) {
     return index < line->count && strcmp(line->words[index], word) == 0;
 }
 
-void LineCpuSet(const BoardLine *line, int index, bool *set) {
-    const char *word = LineWord(line, index);
+// A CPU or a range of them in front of a comma or the word's end; what is behind it, null for a mistake.
+static const char *TakeCpus(const char *at, bool *set) {
     char *end;
-    unsigned long first = strtoul(word, &end, 10);
+    unsigned long first = strtoul(at, &end, 10);
     unsigned long last = first;
-    if (end != word && *end == '-')
-        last = strtoul(end + 1, &end, 10);
-    if (end == word || *end || first > last || last >= MAX_CPUS)
-        LineFail(line, "not a CPU number or a range of them", word);
+    if (end == at || *at == '-')
+        return nullptr;
+    if (*end == '-') {
+        at = end + 1;
+        last = strtoul(at, &end, 10);
+    }
+    if (end == at || (*end && *end != ',') || first > last || last >= MAX_CPUS)
+        return nullptr;
     for (unsigned long cpu = first; cpu <= last; cpu++)
         set[cpu] = true;
+    return end;
+}
+
+void LineCpuSet(const BoardLine *line, int index, bool *set) {
+    const char *at = LineWord(line, index);
+    do {
+        at = TakeCpus(at, set);
+        if (!at)
+            LineFail(line, "not a CPU number or a range of them", line->words[index]);
+    } while (*at++ == ',');
 }
 
 const char *LinePath(const BoardLine *line, int index) {

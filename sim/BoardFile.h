@@ -15,15 +15,18 @@ struct BoardLine {
 
 // Reads the file, carrying out each line through the keyword table (Keywords.cpp). "include NAME" reads
 // another file at that place; a relative name counts from the folder of the file that names it. `from` is the
-// line that includes it, null for none.
+// line that includes it, null for none. A file whose first statement is "capture 1" has "end" as its last
+// one, so that one which was cut off is known.
 void ReadBoardFile(const char *path, const BoardLine *from);
 
 // The words stay valid for as long as the board is loaded.
 const char *LineWord(const BoardLine *line, int index);
 uint64_t LineNumber(const BoardLine *line, int index, uint64_t maximum);
+// A byte of a dump: two digits, or "??" where nobody knows it, which reads FFh.
+uint8_t LineByte(const BoardLine *line, int index);
 // True when the word is there and is this one.
 bool LineHas(const BoardLine *line, int index, const char *word);
-// Adds the CPUs named by the word ("0-3" or "5") to the set.
+// Adds the CPUs named by the word ("5", "0-3" or "0-3,5") to the set.
 void LineCpuSet(const BoardLine *line, int index, bool *set);
 // A file name, from the folder of the board file; the result stays valid.
 const char *LinePath(const BoardLine *line, int index);

@@ -11,6 +11,7 @@
 #include "models/Ecam.h"
 #include "models/PciConfigPorts.h"
 #include "models/PciFunction.h"
+#include "models/PciVerbatim.h"
 #include "models/Pm1.h"
 #include "models/Sequence.h"
 #include "models/SimplePorts.h"
@@ -82,6 +83,8 @@ const Keyword KEYWORDS[] = {
     {"ecam", EcamLine},
     {"pci", PciLine},
     {"pci-remove", PciRemoveLine},
+    {"config", PciConfigLine},
+    {"window", PciWindowLine},
     {"byte", PciByteLine},
     {"word", PciWordLine},
     {"dword", PciDwordLine},

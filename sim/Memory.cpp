@@ -251,7 +251,7 @@ static uint8_t *LineMemory(const BoardLine *line, uint64_t address, uint64_t len
 void BytesLine(BoardLine *line) {
     uint8_t *memory = LineMemory(line, LineNumber(line, 1, UINT64_MAX), static_cast<uint64_t>(line->count));
     for (int i = 2; i < line->count; i++)
-        *memory++ = static_cast<uint8_t>(LineNumber(line, i, 0xFF));
+        *memory++ = LineByte(line, i);
 }
 
 void TextLine(BoardLine *line) {

@@ -14,6 +14,19 @@ void SettingsReset() {
     gBoard.cpuPresent[0] = true;
 }
 
+// The processor that answers CPUID is the first CPU: the leaves of others are for whoever reads the file.
+void SettingsComplete() {
+    int first = 0;
+    while (first < MAX_CPUS - 1 && !gBoard.cpuPresent[first])
+        first++;
+    CpuidLeaf **link = &gBoard.cpuidLeaves;
+    while (*link)
+        if ((*link)->someCpus && !(*link)->cpus[first])
+            *link = (*link)->next;
+        else
+            link = &(*link)->next;
+}
+
 bool MsrNodePresent(int cpu) {
     if (cpu < 0 || cpu >= MAX_CPUS || !gBoard.cpuPresent[cpu])
         return false;
@@ -103,6 +116,12 @@ void CpuidLine(BoardLine *line) {
     entry->subleaf = static_cast<uint32_t>(LineNumber(line, 2, 0xFFFFFFFF));
     for (int i = 0; i < 4; i++)
         entry->registers[i] = static_cast<uint32_t>(LineNumber(line, 3 + i, 0xFFFFFFFF));
+    for (int i = 7; i < line->count; i++) {
+        if (!LineHas(line, i, "cpus"))
+            LineFail(line, "not \"cpus\"", line->words[i]);
+        entry->someCpus = true;
+        LineCpuSet(line, ++i, entry->cpus);
+    }
     entry->next = gBoard.cpuidLeaves;
     gBoard.cpuidLeaves = entry;
 }

@@ -19,6 +19,8 @@ struct SystemRule {
 struct CpuidLeaf {
     uint32_t leaf, subleaf;
     uint32_t registers[4]; // EAX, EBX, ECX, EDX
+    bool someCpus;         // of `cpus` only
+    bool cpus[MAX_CPUS];
     CpuidLeaf *next;
 };
 
@@ -45,6 +47,8 @@ struct BoardSettings {
 extern BoardSettings gBoard;
 
 void SettingsReset();
+// To be called when the board file has been read.
+void SettingsComplete();
 
 // True when the node /dev/cpu/N/msr exists at this moment.
 bool MsrNodePresent(int cpu);

@@ -128,7 +128,7 @@ void CmosBytesLine(BoardLine *line) {
         if (at >= 2 * BANK_SIZE)
             LineFail(line, "more bytes than there are behind the index", LineWord(line, 1));
         Bank *bank = at < BANK_SIZE ? &gCmos->clock : &gCmos->extended;
-        bank->bytes[at % BANK_SIZE] = static_cast<uint8_t>(LineNumber(line, i, 0xFF));
+        bank->bytes[at % BANK_SIZE] = LineByte(line, i);
     }
 }
 

@@ -8,7 +8,7 @@ namespace {
 
 uint32_t ReadWindow(void *device, uint64_t address, unsigned width) {
     uint64_t offset = address - *static_cast<uint64_t *>(device);
-    return PciConfigRead(static_cast<uint16_t>(offset >> 12), offset & 0xFFF, width);
+    return PciWindowRead(static_cast<uint16_t>(offset >> 12), offset & 0xFFF, width);
 }
 
 void WriteWindow(void *device, uint64_t address, unsigned width, uint32_t value) {

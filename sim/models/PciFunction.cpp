@@ -47,25 +47,12 @@ uint8_t CapabilityPointer(const PciFunction *function) {
     return cardBus ? static_cast<uint8_t>(PCI_CARDBUS_CAPABILITIES) : static_cast<uint8_t>(PCI_CAPABILITIES);
 }
 
-// The writable bits that every header of the layout has.
-void SetHeaderMasks(PciFunction *function) {
-    uint8_t *writable = function->writable;
-    SetMask(writable, PCI_COMMAND, 2, COMMAND_BITS);
-    SetMask(function->oneClears, PCI_STATUS, 2, STATUS_ERRORS);
-    writable[PCI_CACHE_LINE_SIZE] = 0xFF;
-    writable[PCI_LATENCY_TIMER] = function->express ? 0 : 0xF8;
-    writable[PCI_INTERRUPT_LINE] = 0xFF;
-    if ((function->config[PCI_HEADER_TYPE] & HEADER_LAYOUT) == 0)
-        return;
-    SetMask(writable, PCI_PRIMARY_BUS, 4, 0x00FFFFFF);
-    SetMask(writable, PCI_BRIDGE_CONTROL, 2, 0x0FFF);
-    if ((function->config[PCI_HEADER_TYPE] & HEADER_LAYOUT) != 1)
-        return;
-    SetMask(writable, 0x1C, 2, 0xF0F0);     // I/O window
-    SetMask(writable, 0x20, 4, 0xFFF0FFF0); // memory window
-    SetMask(writable, 0x24, 4, 0xFFF0FFF0); // prefetchable window
-    SetMask(writable, 0x28, 4, 0xFFFFFFFF);
-    SetMask(writable, 0x2C, 4, 0xFFFFFFFF);
+void NewFunction(BoardLine *line, uint16_t number) {
+    PciFunction *function = static_cast<PciFunction *>(ArenaTake(sizeof(PciFunction)));
+    function->number = number;
+    function->config = static_cast<uint8_t *>(ArenaTakeRegisters(PCI_SPACE));
+    function->verbatim = strcmp(LineWord(line, 2), "verbatim") == 0; // else its identification stands there
+    gFunctions[number] = function;
 }
 
 // "00:1f.3" as a function number, -1 if the word is none.
@@ -153,6 +140,20 @@ uint32_t PciConfigRead(uint16_t number, uint16_t offset, unsigned width) {
     return PciStored(function, offset, width);
 }
 
+uint32_t PciWindowRead(uint16_t number, uint16_t offset, unsigned width) {
+    uint32_t value = PciConfigRead(number, offset, width);
+    const PciFunction *function = PciFind(number);
+    if (!function || !function->window || offset + width > PCI_SPACE)
+        return value;
+    uint8_t bytes[sizeof value];
+    memcpy(bytes, &value, sizeof value);
+    for (unsigned i = 0; i < width; i++)
+        if (function->window->differs[offset + i])
+            bytes[i] = function->window->bytes[offset + i];
+    memcpy(&value, bytes, sizeof value);
+    return value;
+}
+
 void PciConfigWrite(uint16_t number, uint16_t offset, unsigned width, uint32_t value) {
     PciFunction *function = PciFind(number);
     if (!function || offset + width > PCI_SPACE || (offset >= PCI_EXTENDED_SPACE && !function->express))
@@ -168,6 +169,26 @@ void PciConfigWrite(uint16_t number, uint16_t offset, unsigned width, uint32_t v
         function->afterWrite(function, offset, width);
 }
 
+void PciSetHeaderMasks(PciFunction *function) {
+    uint8_t *writable = function->writable;
+    SetMask(writable, PCI_COMMAND, 2, COMMAND_BITS);
+    SetMask(function->oneClears, PCI_STATUS, 2, STATUS_ERRORS);
+    writable[PCI_CACHE_LINE_SIZE] = 0xFF;
+    writable[PCI_LATENCY_TIMER] = function->express ? 0 : 0xF8;
+    writable[PCI_INTERRUPT_LINE] = 0xFF;
+    if ((function->config[PCI_HEADER_TYPE] & HEADER_LAYOUT) == 0)
+        return;
+    SetMask(writable, PCI_PRIMARY_BUS, 4, 0x00FFFFFF);
+    SetMask(writable, PCI_BRIDGE_CONTROL, 2, 0x0FFF);
+    if ((function->config[PCI_HEADER_TYPE] & HEADER_LAYOUT) != 1)
+        return;
+    SetMask(writable, 0x1C, 2, 0xF0F0);     // I/O window
+    SetMask(writable, 0x20, 4, 0xFFF0FFF0); // memory window
+    SetMask(writable, 0x24, 4, 0xFFF0FFF0); // prefetchable window
+    SetMask(writable, 0x28, 4, 0xFFFFFFFF);
+    SetMask(writable, 0x2C, 4, 0xFFFFFFFF);
+}
+
 PciFunction *PciLineFunction(const BoardLine *line) {
     if (!gCurrent)
         LineFail(line, "no \"pci\" line comes before", line->words[0]);
@@ -178,14 +199,13 @@ void PciLine(BoardLine *line) {
     int number = FunctionNumber(LineWord(line, 1));
     if (number < 0)
         LineFail(line, "not a function as in 00:1f.3", line->words[1]);
-    if (!gFunctions[number]) {
-        gFunctions[number] = static_cast<PciFunction *>(ArenaTake(sizeof(PciFunction)));
-        gFunctions[number]->number = static_cast<uint16_t>(number);
-        gFunctions[number]->config = static_cast<uint8_t *>(ArenaTakeRegisters(PCI_SPACE));
-        LineWord(line, 2); // a new function needs its identification
-    }
+    bool fresh = !gFunctions[number];
+    if (fresh)
+        NewFunction(line, static_cast<uint16_t>(number));
     gCurrent = gFunctions[number];
-    if (line->count > 2)
+    if (!fresh && LineHas(line, 2, "verbatim"))
+        LineFail(line, "the function is there already", line->words[1]);
+    if (line->count > 2 && !LineHas(line, 2, "verbatim"))
         SetIds(line, PCI_VENDOR_ID, line->words[2]);
     for (int i = 3; i < line->count; i++) {
         if (LineHas(line, i, "class")) {
@@ -200,7 +220,7 @@ void PciLine(BoardLine *line) {
         else
             LineFail(line, "none of \"class\", \"rev\", \"header\", \"multi\"", line->words[i]);
     }
-    SetHeaderMasks(gCurrent);
+    PciSetHeaderMasks(gCurrent);
 }
 
 void PciRemoveLine(BoardLine *line) {

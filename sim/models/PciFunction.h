@@ -8,9 +8,11 @@
 constexpr unsigned PCI_SPACE = 4096;
 
 struct PciFunction {
-    uint16_t number; // (bus << 8) | (device << 3) | function
-    bool express;    // has the extended space; a conventional function reads all ones from 0x100 on
-    uint8_t *config; // PCI_SPACE bytes
+    uint16_t number;          // (bus << 8) | (device << 3) | function
+    bool express;             // has the extended space; a conventional function reads all ones from 0x100 on
+    bool verbatim;            // as it was found on a machine, whether it can be reached or not
+    uint8_t *config;          // PCI_SPACE bytes
+    struct PciWindow *window; // null where the configuration window shows what the ports show
     uint8_t writable[PCI_SPACE];  // bits that take the value written
     uint8_t oneClears[PCI_SPACE]; // bits that a written 1 clears
     uint8_t lastCap;              // where the capability list ends so far, 0 for no list
@@ -22,12 +24,20 @@ struct PciFunction {
     void *device;
 };
 
+// What the configuration window shows in place of the stored byte.
+struct PciWindow {
+    bool differs[PCI_SPACE];
+    uint8_t bytes[PCI_SPACE];
+};
+
 void PciReset();
 
 // Null where no such function is.
 PciFunction *PciFind(uint16_t number);
 // One access of 1 to 4 bytes within an aligned dword. An absent function reads all ones.
 uint32_t PciConfigRead(uint16_t number, uint16_t offset, unsigned width);
+// The same through the configuration window.
+uint32_t PciWindowRead(uint16_t number, uint16_t offset, unsigned width);
 void PciConfigWrite(uint16_t number, uint16_t offset, unsigned width, uint32_t value);
 
 // The bits as they are stored, without side effects and masks.
@@ -37,8 +47,12 @@ void PciStore(PciFunction *function, uint16_t offset, unsigned width, uint32_t v
 // The function that the lines of a board file are about; ends the process when no "pci" line came before.
 PciFunction *PciLineFunction(const BoardLine *line);
 
+// The writable bits that every header of the function's layout has.
+void PciSetHeaderMasks(PciFunction *function);
+
 // "pci BB:DD.F VVVV:DDDD [class CCSSPP] [rev RR] [header HH] [multi]" makes the function or goes on with one
-// that is there; the lines behind it describe it.
+// that is there; the lines behind it describe it. "pci BB:DD.F verbatim" makes one whose bytes are all given
+// by "config" lines, those that are not being 0.
 void PciLine(BoardLine *line);
 // "pci-remove BB:DD.F" or "pci-remove all"
 void PciRemoveLine(BoardLine *line);

@@ -150,7 +150,7 @@ void SmbusBytesLine(BoardLine *line) {
     uint32_t count = static_cast<uint32_t>(line->count - 2);
     uint8_t *bytes = Contents(line, static_cast<uint32_t>(LineNumber(line, 1, NEVER)), count);
     for (uint32_t i = 0; i < count; i++)
-        bytes[i] = static_cast<uint8_t>(LineNumber(line, static_cast<int>(i + 2), 0xFF));
+        bytes[i] = LineByte(line, static_cast<int>(i + 2));
 }
 
 void SmbusFillLine(BoardLine *line) {
