@@ -34,6 +34,7 @@ void ForgetBoard() {
     if (gCpuidFaulting)
         TrapCpuid(false);
     gCpuidFaulting = false;
+    ArenaReset();
     SettingsReset();
     PortsReset();
     SimplePortsReset();
@@ -48,7 +49,6 @@ void ForgetBoard() {
     SmnReset();
     PciReset();
     MsrReset();
-    ArenaReset();
 }
 
 void Load(const char *path, const char *memoryFile) {

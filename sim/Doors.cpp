@@ -313,7 +313,7 @@ int PrintSystem(const char *command) {
 
 int BoardSystem(const char *command) {
     if (strcmp(command, "modprobe msr") == 0) {
-        gBoard.msrModuleLoaded = true;
+        *gBoard.msrModuleLoaded = true;
         return gBoard.msrNodes == MSR_NODES_NEVER ? 1 << 8 : 0;
     }
     for (const SystemRule *rule = gBoard.systemRules; rule; rule = rule->next) {

@@ -60,6 +60,7 @@ const Keyword KEYWORDS[] = {
     {"cmos-bytes", CmosBytesLine},
     {"cmos-time", CmosTimeLine},
     {"cmos-run", CmosRunLine},
+    {"cmos-stop", CmosStopLine},
     {"cmos-stuck", CmosStuckLine},
     {"pm1", Pm1Line},
     {"superio", SuperIoLine},

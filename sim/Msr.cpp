@@ -11,9 +11,9 @@ namespace {
 constexpr int EVERY_CPU = -1;
 
 struct MsrEntry {
-    int cpu; // EVERY_CPU: what a CPU without an entry of its own starts from
+    int cpu; // EVERY_CPU: of those without an entry of their own
     uint32_t index;
-    uint64_t value;
+    uint64_t *values; // of each CPU
     uint64_t writable; // bits that a write changes
     bool readOnly;     // a write raises #GP
     uint64_t step;     // added after each read
@@ -32,27 +32,25 @@ MsrEntry *Find(int cpu, uint32_t index) {
     return nullptr;
 }
 
-MsrEntry *Put(const MsrEntry *contents) {
+void Put(const MsrEntry *contents) {
     MsrEntry *entry = Find(contents->cpu, contents->index);
     MsrEntry *next = entry ? entry->next : gMsrs;
     if (!entry)
         gMsrs = entry = static_cast<MsrEntry *>(ArenaTake(sizeof(MsrEntry)));
     *entry = *contents;
     entry->next = next;
-    return entry;
 }
 
-// The CPU's own register, made from the common one at its first use.
-MsrEntry *OwnEntry(int cpu, uint32_t index) {
+uint64_t *NewValues(uint64_t value) {
+    uint64_t *values = static_cast<uint64_t *>(ArenaTakeRegisters(MAX_CPUS * sizeof(uint64_t)));
+    for (int cpu = 0; cpu < MAX_CPUS; cpu++)
+        values[cpu] = value;
+    return values;
+}
+
+MsrEntry *EntryOf(int cpu, uint32_t index) {
     MsrEntry *entry = Find(cpu, index);
-    if (entry)
-        return entry;
-    entry = Find(EVERY_CPU, index);
-    if (!entry)
-        return nullptr;
-    MsrEntry own = *entry;
-    own.cpu = cpu;
-    return Put(&own);
+    return entry ? entry : Find(EVERY_CPU, index);
 }
 
 uint64_t HiddenBits(int cpu, const MsrEntry *entry) {
@@ -70,7 +68,7 @@ void MsrLine(BoardLine *line) {
     bool cpus[MAX_CPUS] = {};
     bool everyCpu = true;
     entry.index = static_cast<uint32_t>(LineNumber(line, 1, 0xFFFFFFFF));
-    entry.value = LineNumber(line, 2, UINT64_MAX);
+    entry.values = NewValues(LineNumber(line, 2, UINT64_MAX));
     entry.writable = UINT64_MAX;
     for (int i = 3; i < line->count; i++) {
         if (LineHas(line, i, "ro"))
@@ -100,35 +98,36 @@ void MsrLine(BoardLine *line) {
 }
 
 bool MsrRead(int cpu, uint32_t index, uint64_t *value) {
-    MsrEntry *entry = OwnEntry(cpu, index);
+    MsrEntry *entry = EntryOf(cpu, index);
     if (!entry)
         return false;
     if (AnswerMsr(value))
         return true;
-    *value = entry->value & ~HiddenBits(cpu, entry);
-    entry->value += entry->step;
+    *value = entry->values[cpu] & ~HiddenBits(cpu, entry);
+    entry->values[cpu] += entry->step;
     return true;
 }
 
 bool MsrWrite(int cpu, uint32_t index, uint64_t value) {
-    MsrEntry *entry = OwnEntry(cpu, index);
+    MsrEntry *entry = EntryOf(cpu, index);
     if (!entry || entry->readOnly)
         return false;
     uint64_t writable = entry->writable & ~HiddenBits(cpu, entry);
-    entry->value = (entry->value & ~writable) | (value & writable);
+    entry->values[cpu] = (entry->values[cpu] & ~writable) | (value & writable);
     return true;
 }
 
 void MsrSet(int cpu, uint32_t index, uint64_t value) {
-    MsrEntry *entry = OwnEntry(cpu, index);
-    MsrEntry fresh = {cpu, index, value, UINT64_MAX, false, 0, 0, 0, 0, nullptr};
-    if (entry)
-        entry->value = value;
-    else
-        Put(&fresh);
+    MsrEntry *entry = EntryOf(cpu, index);
+    if (entry) {
+        entry->values[cpu] = value;
+        return;
+    }
+    MsrEntry fresh = {cpu, index, NewValues(value), UINT64_MAX, false, 0, 0, 0, 0, nullptr};
+    Put(&fresh);
 }
 
 uint64_t MsrGet(int cpu, uint32_t index) {
-    MsrEntry *entry = OwnEntry(cpu, index);
-    return entry ? entry->value : 0;
+    MsrEntry *entry = EntryOf(cpu, index);
+    return entry ? entry->values[cpu] : 0;
 }

@@ -37,6 +37,13 @@ PortClaim *ClaimPorts(uint32_t base, uint32_t count, unsigned widths, PortReader
     return claim;
 }
 
+PortClaim *PortClaimOf(const void *device) {
+    int i = 0;
+    while (gClaims[i].device != device)
+        i++;
+    return &gClaims[i];
+}
+
 void PortsReset() {
     gClaimCount = 0;
     memset(gUnlogged, 0, sizeof gUnlogged);

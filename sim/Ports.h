@@ -25,6 +25,8 @@ struct PortClaim {
 // value.
 PortClaim *ClaimPorts(uint32_t base, uint32_t count, unsigned widths, PortReader read, PortWriter write,
                       void *device);
+// The first claim that was made for a device.
+PortClaim *PortClaimOf(const void *device);
 void PortsReset();
 
 // "unlogged PORT COUNT": accesses there leave no line in the log, as for a wait of a million polls.

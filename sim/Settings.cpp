@@ -11,6 +11,7 @@ BoardSettings gBoard;
 
 void SettingsReset() {
     gBoard = {};
+    gBoard.msrModuleLoaded = static_cast<bool *>(ArenaTakeRegisters(sizeof(bool)));
     gBoard.cpuPresent[0] = true;
 }
 
@@ -31,7 +32,7 @@ bool MsrNodePresent(int cpu) {
     if (cpu < 0 || cpu >= MAX_CPUS || !gBoard.cpuPresent[cpu])
         return false;
     return gBoard.msrNodes == MSR_NODES_ALWAYS ||
-           (gBoard.msrNodes == MSR_NODES_AFTER_MODPROBE && gBoard.msrModuleLoaded);
+           (gBoard.msrNodes == MSR_NODES_AFTER_MODPROBE && *gBoard.msrModuleLoaded);
 }
 
 static int WordError(BoardLine *line, int index) {

@@ -36,7 +36,7 @@ struct BoardSettings {
     int memError;  // 0: /dev/mem opens
     MsrNodes msrNodes;
     int msrError; // of a node that is there; 0: opens
-    bool msrModuleLoaded;
+    bool *msrModuleLoaded;
     bool cpuPresent[MAX_CPUS];
     SystabFile sysSystab, procSystab;
     SystemRule *systemRules;

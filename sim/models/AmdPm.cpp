@@ -4,8 +4,6 @@
 #include "../Arena.h"
 #include "../Ports.h"
 
-#include <string.h>
-
 namespace {
 
 constexpr uint16_t PM_INDEX = 0xCD6;
@@ -17,34 +15,32 @@ struct Follower {
     void *device;
 };
 
-uint8_t gRegisters[REGISTERS];
-uint8_t gIndex;
+struct AmdPm {
+    uint8_t registers[REGISTERS];
+    uint8_t index;
+};
+
+AmdPm *gPm;
 Follower gFollowers[MAX_FOLLOWERS];
 int gFollowerCount;
 
-void TellFollowers() {
-    for (int i = 0; i < gFollowerCount; i++)
-        gFollowers[i].changed(gFollowers[i].device);
-}
-
 uint32_t Read(void *, uint16_t port, unsigned) {
-    return port == PM_INDEX ? gIndex : gRegisters[gIndex];
+    return port == PM_INDEX ? gPm->index : gPm->registers[gPm->index];
 }
 
 void Write(void *, uint16_t port, unsigned, uint32_t value) {
     if (port == PM_INDEX) {
-        gIndex = static_cast<uint8_t>(value);
+        gPm->index = static_cast<uint8_t>(value);
         return;
     }
-    gRegisters[gIndex] = static_cast<uint8_t>(value);
-    TellFollowers();
+    gPm->registers[gPm->index] = static_cast<uint8_t>(value);
+    AmdPmPlaceDevices();
 }
 
 } // namespace
 
 void AmdPmReset() {
-    memset(gRegisters, 0, sizeof gRegisters);
-    gIndex = 0;
+    gPm = static_cast<AmdPm *>(ArenaTakeRegisters(sizeof(AmdPm)));
     gFollowerCount = 0;
 }
 
@@ -59,13 +55,18 @@ void AmdPmBytesLine(BoardLine *line) {
         uint32_t at = first + static_cast<uint32_t>(i) - 2;
         if (at >= REGISTERS)
             LineFail(line, "there are 256 registers", LineWord(line, i));
-        gRegisters[at] = static_cast<uint8_t>(LineNumber(line, i, 0xFF));
+        gPm->registers[at] = static_cast<uint8_t>(LineNumber(line, i, 0xFF));
     }
-    TellFollowers();
+    AmdPmPlaceDevices();
+}
+
+void AmdPmPlaceDevices() {
+    for (int i = 0; i < gFollowerCount; i++)
+        gFollowers[i].changed(gFollowers[i].device);
 }
 
 uint8_t AmdPmRegister(uint8_t index) {
-    return gRegisters[index];
+    return gPm->registers[index];
 }
 
 void AmdPmFollow(void (*changed)(void *device), void *device) {

@@ -17,3 +17,5 @@ uint8_t AmdPmRegister(uint8_t index);
 
 // Calls the procedure after each change of a register, for a device that is placed by them.
 void AmdPmFollow(void (*changed)(void *device), void *device);
+// Calls them all: the registers have become others.
+void AmdPmPlaceDevices();

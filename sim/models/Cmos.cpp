@@ -107,8 +107,13 @@ void CmosReset() {
     CmosClockReset();
 }
 
+void CmosCatchUp() {
+    if (gCmos)
+        CmosClockCatchUp(gCmos->clock.bytes);
+}
+
 void CmosLine(BoardLine *) {
-    gCmos = static_cast<Cmos *>(ArenaTake(sizeof(Cmos)));
+    gCmos = static_cast<Cmos *>(ArenaTakeRegisters(sizeof(Cmos)));
     gCmos->clock.bytes[RTC_A] = A_DEFAULT;
     gCmos->clock.bytes[RTC_B] = B_DEFAULT;
     gCmos->clock.bytes[RTC_D] = D_VALID;

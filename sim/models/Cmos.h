@@ -9,6 +9,9 @@ void CmosReset();
 // "cmos": the clock, set to 2000-01-01 00:00:00 in BCD and 24 hours; the memory is zero.
 void CmosLine(BoardLine *line);
 
+// Lets the time pass for the clock, if there is one, for those whom its alarm reaches.
+void CmosCatchUp();
+
 // "cmos-bytes INDEX BYTE...": contents; indexes from 80h on are those of the second bank.
 void CmosBytesLine(BoardLine *line);
 

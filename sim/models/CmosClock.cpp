@@ -2,6 +2,7 @@
 // 32,768 Hz crystal and is announced 244 us ahead), registers A to C.
 #include "CmosClock.h"
 
+#include "../Arena.h"
 #include "Pm1.h"
 #include "SimplePorts.h"
 
@@ -28,14 +29,22 @@ constexpr uint64_t SECOND = 1000000; // in microseconds of the clock
 constexpr uint64_t ANNOUNCEMENT = 244;
 constexpr uint64_t CYCLE = 1984;
 constexpr uint64_t FOR_EVER = UINT64_MAX;
+constexpr uint64_t DAY = 86400;         // in seconds
+constexpr uint64_t CALENDAR = 7 * 36525; // in days: then the date and the day of the week come again
 
 enum TimeSource { STANDS_STILL, BY_DELAYS, BY_HOST };
 
 TimeSource gSource;
 uint64_t gFactor;
-uint64_t gStart;      // of the source, when the clock was started
-uint64_t gSecondFrom; // where the clock's present second began
-uint64_t gStuckPolls;
+uint64_t gHostAhead; // of the time since the host's start
+
+struct Progress {
+    uint64_t seen;    // microseconds of the source, when the clock was last looked at
+    uint64_t elapsed; // of the clock's, in its present second
+    uint64_t stuckPolls;
+};
+
+Progress *gProgress;
 
 uint8_t InRegisterForm(const uint8_t *registers, unsigned value) {
     return static_cast<uint8_t>(registers[RTC_B] & B_BINARY ? value : value / 10 * 16 + value % 10);
@@ -119,18 +128,27 @@ void Update(uint8_t *registers) {
         Pm1ClockAlarm();
 }
 
-uint64_t HostMicroseconds() {
+// Many seconds cost no more than two days: then the time of day, and with it the alarm, has been what it is
+// going to be, and only the date goes on.
+void PassSeconds(uint8_t *registers, uint64_t seconds) {
+    if (registers[RTC_B] & B_SET)
+        return;
+    uint64_t days = seconds > 2 * DAY ? seconds / DAY - 1 : 0;
+    for (uint64_t left = seconds - days * DAY; left > 0; left--)
+        Update(registers);
+    for (days %= CALENDAR; days > 0; days--)
+        CountDate(registers);
+}
+
+uint64_t HostMicroseconds(clockid_t clock) {
     timespec now = {};
-    syscall(SYS_clock_gettime, CLOCK_MONOTONIC, &now);
+    syscall(SYS_clock_gettime, clock, &now);
     return static_cast<uint64_t>(now.tv_sec) * SECOND + static_cast<uint64_t>(now.tv_nsec) / 1000;
 }
 
+// From one process to the next the host's time of day goes on, within one nobody may set it.
 uint64_t SourceMicroseconds() {
-    return gSource == BY_HOST ? HostMicroseconds() : DelayPortMicroseconds();
-}
-
-uint64_t ClockMicroseconds() {
-    return (SourceMicroseconds() - gStart) * gFactor;
+    return gSource == BY_HOST ? gHostAhead + HostMicroseconds(CLOCK_MONOTONIC) : DelayPortMicroseconds();
 }
 
 // A duration of the update cycle. On a fast clock it takes as much of the source's time as on a real one, so
@@ -144,14 +162,14 @@ uint64_t Stretched(uint64_t microseconds) {
 bool WithinLast(const uint8_t *registers, uint64_t microseconds) {
     if (gSource == STANDS_STILL || (registers[RTC_B] & B_SET))
         return false;
-    return ClockMicroseconds() - gSecondFrom >= SECOND - microseconds;
+    return gProgress->elapsed >= SECOND - microseconds;
 }
 
 } // namespace
 
 void CmosClockReset() {
     gSource = STANDS_STILL;
-    gStuckPolls = 0;
+    gProgress = static_cast<Progress *>(ArenaTakeRegisters(sizeof(Progress)));
 }
 
 void CmosClockSet(uint8_t *registers, const ClockTime *time) {
@@ -168,14 +186,17 @@ void CmosClockSet(uint8_t *registers, const ClockTime *time) {
 void CmosClockCatchUp(uint8_t *registers) {
     if (gSource == STANDS_STILL)
         return;
-    for (uint64_t now = ClockMicroseconds(); now - gSecondFrom >= SECOND; gSecondFrom += SECOND)
-        if (!(registers[RTC_B] & B_SET))
-            Update(registers);
+    uint64_t now = SourceMicroseconds();
+    if (now > gProgress->seen) // the host's time of day may have been set back since another process
+        gProgress->elapsed += (now - gProgress->seen) * gFactor;
+    gProgress->seen = now;
+    PassSeconds(registers, gProgress->elapsed / SECOND);
+    gProgress->elapsed %= SECOND;
 }
 
 bool CmosClockAnnouncesUpdate(const uint8_t *registers) {
-    if (gStuckPolls != 0) {
-        gStuckPolls -= gStuckPolls != FOR_EVER;
+    if (gProgress->stuckPolls != 0) {
+        gProgress->stuckPolls -= gProgress->stuckPolls != FOR_EVER;
         return true;
     }
     return WithinLast(registers, Stretched(ANNOUNCEMENT) + Stretched(CYCLE));
@@ -190,10 +211,15 @@ void CmosRunLine(BoardLine *line) {
         LineFail(line, "neither \"delays\" nor \"real\"", LineWord(line, 1));
     gSource = LineHas(line, 1, "real") ? BY_HOST : BY_DELAYS;
     gFactor = line->count > 2 ? LineNumber(line, 2, 0xFFFF) : 1;
-    gStart = SourceMicroseconds();
-    gSecondFrom = 0;
+    gHostAhead = HostMicroseconds(CLOCK_REALTIME) - HostMicroseconds(CLOCK_MONOTONIC);
+    gProgress->seen = SourceMicroseconds();
+    gProgress->elapsed = 0;
+}
+
+void CmosStopLine(BoardLine *) {
+    gSource = STANDS_STILL;
 }
 
 void CmosStuckLine(BoardLine *line) {
-    gStuckPolls = line->count > 1 ? LineNumber(line, 1, UINT32_MAX) : FOR_EVER;
+    gProgress->stuckPolls = line->count > 1 ? LineNumber(line, 1, UINT32_MAX) : FOR_EVER;
 }

@@ -33,7 +33,8 @@ void CmosClockReset();
 // Puts a time into the registers, in the form that register B asks for.
 void CmosClockSet(uint8_t *registers, const ClockTime *time);
 
-// To be called before each access: lets the time pass that has passed since the last one.
+// To be called before each access: lets the time pass that has passed since the last one, which may lie in
+// another process or long ago.
 void CmosClockCatchUp(uint8_t *registers);
 
 // True in an update cycle, and in the time before it in which register A announces it. To be asked once for
@@ -46,6 +47,9 @@ bool CmosClockUpdates(const uint8_t *registers);
 // "cmos-run delays|real [FACTOR]": the clock runs with the board's delays or with the host's time, FACTOR
 // times as fast.
 void CmosRunLine(BoardLine *line);
+
+// "cmos-stop": the clock stands still.
+void CmosStopLine(BoardLine *line);
 
 // "cmos-stuck [POLLS]": register A announces an update in its next so many reads, or for ever.
 void CmosStuckLine(BoardLine *line);

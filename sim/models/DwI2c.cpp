@@ -74,14 +74,15 @@ constexpr uint32_t COMP_TYPE_MAGIC = 0x44570140;
 constexpr uint32_t COUNT_REGISTERS = 6;
 constexpr uint32_t MAX_DEPTH = 256;
 constexpr uint32_t DEVICE_BYTES = 512;
+constexpr uint32_t ADDRESSES = 128;
+constexpr int MAX_CORES = 64;
 
 struct Device {
-    uint8_t address;
+    bool present;
     uint32_t refuses; // 0 for no byte
     uint8_t bytes[DEVICE_BYTES];
     uint32_t at;
     uint32_t written; // bytes since the address
-    Device *next;
 };
 
 enum BusState { BUS_IDLE, BUS_ADDRESS, BUS_BYTE, BUS_HELD };
@@ -102,23 +103,20 @@ struct Core {
     uint16_t command; // on the bus
     uint64_t ends;    // of the address or byte on the bus
     uint32_t received;
-    Device *addressed;
-    Device *devices;
-    Core *next;
+    Device devices[ADDRESSES];
 };
 
-Core *gCores;
+Core *gCores[MAX_CORES];
+int gCoreCount;
 Core *gCore; // the ones that the lines of the board file are about
 Device *gDevice;
 
 // ---- devices
 // --------------------------------------------------------------------------------------------------------
 
-Device *FindDevice(const Core *core, uint32_t address) {
-    Device *device = core->devices;
-    while (device && device->address != address)
-        device = device->next;
-    return device;
+// The one that the core's address register names, which keeps its value while the core is at work.
+Device *Addressed(Core *core) {
+    return &core->devices[core->tar & TAR_7_BIT];
 }
 
 // True when the device acknowledges.
@@ -219,19 +217,19 @@ void NextCommand(Core *core, uint64_t time) {
 }
 
 void AddressSent(Core *core) {
-    core->addressed = FindDevice(core, core->tar & TAR_7_BIT);
-    if (!core->addressed) {
+    Device *device = Addressed(core);
+    if (!device->present) {
         Abort(core, ABRT_7B_ADDR_NOACK);
         return;
     }
-    core->addressed->written = 0;
+    device->written = 0;
     NextCommand(core, core->ends);
 }
 
 void ByteSent(Core *core) {
     if (core->command & DATA_CMD_READ) {
-        Received(core, DeviceGives(core->addressed));
-    } else if (!DeviceTakes(core->addressed, static_cast<uint8_t>(core->command))) {
+        Received(core, DeviceGives(Addressed(core)));
+    } else if (!DeviceTakes(Addressed(core), static_cast<uint8_t>(core->command))) {
         Abort(core, ABRT_TXDATA_NOACK);
         return;
     }
@@ -413,22 +411,23 @@ void WriteBlock(void *device, uint64_t address, unsigned width, uint32_t value) 
 // -----------------------------------------------------------------------------------------------------
 
 Core *FindCore(uint64_t base) {
-    Core *core = gCores;
-    while (core && core->base != base)
-        core = core->next;
-    return core;
+    for (int i = 0; i < gCoreCount; i++)
+        if (gCores[i]->base == base)
+            return gCores[i];
+    return nullptr;
 }
 
 void NewCore(uint64_t base) {
-    gCore = static_cast<Core *>(ArenaTake(sizeof(Core)));
+    if (gCoreCount == MAX_CORES)
+        BoardFail("more than %d I2C cores", MAX_CORES);
+    gCore = static_cast<Core *>(ArenaTakeRegisters(sizeof(Core)));
+    gCores[gCoreCount++] = gCore;
     gCore->base = base;
     gCore->rxDepth = gCore->txDepth = 16;
     gCore->byteTime = 90;
     gCore->con = CON_RESET;
     gCore->tar = TAR_RESET;
     gCore->mask = INTR_MASK_RESET;
-    gCore->next = gCores;
-    gCores = gCore;
     ClaimMemory(base, BLOCK, ReadBlock, WriteBlock, gCore);
 }
 
@@ -442,7 +441,7 @@ uint32_t Depth(const BoardLine *line, int word) {
 } // namespace
 
 void DwI2cReset() {
-    gCores = nullptr;
+    gCoreCount = 0;
     gCore = nullptr;
     gDevice = nullptr;
 }
@@ -477,13 +476,8 @@ void I2cDeviceLine(BoardLine *line) {
     if (!gCore)
         LineFail(line, "no \"i2c-core\" line comes before", line->words[0]);
     uint8_t address = static_cast<uint8_t>(LineNumber(line, 1, 0x7F));
-    gDevice = FindDevice(gCore, address);
-    if (!gDevice) {
-        gDevice = static_cast<Device *>(ArenaTake(sizeof(Device)));
-        gDevice->address = address;
-        gDevice->next = gCore->devices;
-        gCore->devices = gDevice;
-    }
+    gDevice = &gCore->devices[address];
+    gDevice->present = true;
     if (line->count > 2 && !LineHas(line, 2, "refuses"))
         LineFail(line, "not \"refuses\"", line->words[2]);
     if (line->count > 2)

@@ -117,6 +117,12 @@ void PciReset() {
     gCurrent = nullptr;
 }
 
+void PciPlaceDevices() {
+    for (PciFunction *function : gFunctions)
+        if (function && function->afterWrite)
+            function->afterWrite(function, 0, 0);
+}
+
 PciFunction *PciFind(uint16_t number) {
     return gFunctions[number];
 }

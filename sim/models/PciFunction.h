@@ -18,7 +18,8 @@ struct PciFunction {
     uint8_t lastCap;              // where the capability list ends so far, 0 for no list
     uint16_t lastExtendedCap;
     // For a model that lives in configuration space, both may be null: called before a read is served, so
-    // that it can put the value of the moment into config, and after a write has changed config.
+    // that it can put the value of the moment into config, and after a write of so many bytes has changed
+    // config (of none: it has become another as a whole).
     void (*beforeRead)(PciFunction *function, uint16_t offset, unsigned width);
     void (*afterWrite)(PciFunction *function, uint16_t offset, unsigned width);
     void *device;
@@ -31,6 +32,9 @@ struct PciWindow {
 };
 
 void PciReset();
+
+// Lets the models that live in configuration space look at it anew.
+void PciPlaceDevices();
 
 // Null where no such function is.
 PciFunction *PciFind(uint16_t number);

@@ -5,6 +5,7 @@
 
 #include "../Arena.h"
 #include "../Ports.h"
+#include "Cmos.h"
 
 namespace {
 
@@ -35,6 +36,7 @@ void Change(int which, uint16_t bits, uint16_t value) {
 }
 
 uint32_t Read(void *, uint16_t port, unsigned) {
+    CmosCatchUp();
     unsigned offset = static_cast<unsigned>(port - gPm1->base);
     return static_cast<uint32_t>(gPm1->registers[offset / 2]) >> (offset % 2 * 8);
 }
@@ -42,6 +44,7 @@ uint32_t Read(void *, uint16_t port, unsigned) {
 void Write(void *, uint16_t port, unsigned width, uint32_t value) {
     unsigned offset = static_cast<unsigned>(port - gPm1->base);
     unsigned shift = offset % 2 * 8;
+    CmosCatchUp();
     unsigned bits = width == WIDTH_16 ? 0xFFFF : 0xFFu << shift;
     Change(static_cast<int>(offset / 2), static_cast<uint16_t>(bits), static_cast<uint16_t>(value << shift));
 }
@@ -53,7 +56,7 @@ void Pm1Reset() {
 }
 
 void Pm1Line(BoardLine *line) {
-    gPm1 = static_cast<Pm1 *>(ArenaTake(sizeof(Pm1)));
+    gPm1 = static_cast<Pm1 *>(ArenaTakeRegisters(sizeof(Pm1)));
     gPm1->base = static_cast<uint16_t>(LineNumber(line, 1, 0xFFFF - 2 * REGISTERS));
     for (int i = 0; i < REGISTERS && line->count > 2; i++)
         gPm1->registers[i] = static_cast<uint16_t>(LineNumber(line, i + 2, 0xFFFF));

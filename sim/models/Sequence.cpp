@@ -21,7 +21,7 @@ uint32_t ReadNext(void *device, uint64_t, unsigned) {
 } // namespace
 
 void SequenceLine(BoardLine *line) {
-    Sequence *sequence = static_cast<Sequence *>(ArenaTake(sizeof(Sequence)));
+    Sequence *sequence = static_cast<Sequence *>(ArenaTakeRegisters(sizeof(Sequence)));
     uint64_t address = LineNumber(line, 1, UINT32_MAX & ~3u);
     LineWord(line, 2);
     for (int i = 2; i < line->count; i++)

@@ -7,9 +7,11 @@
 
 namespace {
 
-uint8_t gStored[0x10000];
-bool gLatched[0x10000];
-uint64_t gMicroseconds;
+constexpr size_t PORTS = 0x10000;
+
+uint8_t *gStored;
+bool gLatched[PORTS];
+uint64_t *gMicroseconds;
 
 uint32_t ReadLatch(void *, uint16_t port, unsigned) {
     return gStored[port];
@@ -25,15 +27,15 @@ void ClaimLatches(uint32_t port, uint32_t count) {
 }
 
 void CountMicrosecond(void *, uint16_t, unsigned, uint32_t) {
-    gMicroseconds++;
+    (*gMicroseconds)++;
 }
 
 } // namespace
 
 void SimplePortsReset() {
-    memset(gStored, 0, sizeof gStored);
+    gStored = static_cast<uint8_t *>(ArenaTakeRegisters(PORTS));
     memset(gLatched, 0, sizeof gLatched);
-    gMicroseconds = 0;
+    gMicroseconds = static_cast<uint64_t *>(ArenaTakeRegisters(sizeof(uint64_t)));
 }
 
 void LatchPortLine(BoardLine *line) {
@@ -86,5 +88,5 @@ void DelayPortLine(BoardLine *line) {
 }
 
 uint64_t DelayPortMicroseconds() {
-    return gMicroseconds;
+    return *gMicroseconds;
 }

@@ -15,7 +15,7 @@ namespace {
 
 enum : uint16_t { HST_STS = 0, HST_CNT = 2, HST_CMD = 3, XMIT_SLVA = 4, HST_D0 = 5, HST_D1 = 6 };
 
-constexpr uint32_t PORTS = 0x20;
+constexpr uint32_t PORTS = 0x20; // from a multiple of it on
 constexpr uint8_t STS_HOST_BUSY = 0x01;
 constexpr uint8_t STS_INTR = 0x02;
 constexpr uint8_t STS_DEV_ERR = 0x04;
@@ -40,7 +40,6 @@ constexpr uint32_t USUAL_TIME = 5;
 constexpr uint64_t CLOCK_LOW_TIMEOUT = 25000; // tTIMEOUT, System Management Bus 2.0, 3.1.1.3
 
 struct Host {
-    PortClaim *claim;
     bool hasInUse; // the semaphore bit, which AMD's has not
     uint32_t time;
     uint8_t status, control, command, address, data0, data1;
@@ -120,7 +119,7 @@ void WriteControl(Host *host, uint8_t value) {
 uint32_t ReadPort(void *device, uint16_t port, unsigned) {
     Host *host = static_cast<Host *>(device);
     Advance(host);
-    switch (port - host->claim->base) {
+    switch (port & (PORTS - 1)) {
     case HST_STS:
         return ReadStatus(host);
     case HST_CNT:
@@ -153,7 +152,7 @@ void WriteSetting(Host *host, uint32_t offset, uint8_t value) {
 
 void WritePort(void *device, uint16_t port, unsigned, uint32_t value) {
     Host *host = static_cast<Host *>(device);
-    uint32_t offset = port - host->claim->base;
+    uint32_t offset = port & (PORTS - 1);
     Advance(host);
     if (offset == HST_STS)
         WriteStatus(host, static_cast<uint8_t>(value));
@@ -164,21 +163,21 @@ void WritePort(void *device, uint16_t port, unsigned, uint32_t value) {
 }
 
 void PlaceByPci(PciFunction *function, uint16_t, unsigned) {
-    PortClaim *claim = static_cast<Host *>(function->device)->claim;
+    PortClaim *claim = PortClaimOf(function->device);
     claim->base = PciStored(function, PCI_BAR4, 2) & ~(PORTS - 1);
     claim->enabled = (function->config[PCI_COMMAND] & 1) && (function->config[PCI_HOST_CONFIGURATION] & 1);
 }
 
 void PlaceByPm(void *device) {
-    PortClaim *claim = static_cast<Host *>(device)->claim;
+    PortClaim *claim = PortClaimOf(device);
     claim->base = static_cast<uint32_t>(AmdPmRegister(PM_SMBUS_BASE_HIGH)) << 8;
     claim->enabled = AmdPmRegister(PM_DECODE_ENABLE) & PM_SMBUS_ENABLED;
 }
 
 Host *NewHost(bool hasInUse) {
-    Host *host = static_cast<Host *>(ArenaTake(sizeof(Host)));
+    Host *host = static_cast<Host *>(ArenaTakeRegisters(sizeof(Host)));
     host->hasInUse = hasInUse;
-    host->claim = ClaimPorts(0, PORTS, WIDTH_8, ReadPort, WritePort, host);
+    ClaimPorts(0, PORTS, WIDTH_8, ReadPort, WritePort, host);
     return host;
 }
 

@@ -12,30 +12,32 @@ constexpr uint8_t SELECT_PAGE_0 = 0x6C; // SPA0; with the read bit RPA, read pag
 constexpr uint8_t SELECT_PAGE_1 = 0x6E; // SPA1; with the read bit it is no command
 constexpr uint8_t NOT_DRIVEN = 0xFF;
 
+constexpr unsigned ADDRESSES = 128;
+
 struct Slave {
-    uint8_t address;
-    bool paged;
+    bool present, paged;
     uint8_t bytes[2 * PAGE];
     uint32_t writeTime;
     uint64_t answersFrom; // microseconds
     uint32_t stops, collides, holds;
-    Slave *next;
 };
 
-Slave *gSlaves;
+struct Bus {
+    Slave slaves[ADDRESSES];
+    uint32_t spdPage;
+};
+
+Bus *gBus;
 Slave *gCurrent; // the one that the lines of the board file are about
-uint32_t gSpdPage;
 
 Slave *Find(uint8_t address) {
-    Slave *slave = gSlaves;
-    while (slave && slave->address != (address & 0xFE))
-        slave = slave->next;
-    return slave;
+    Slave *slave = &gBus->slaves[address / 2];
+    return slave->present ? slave : nullptr;
 }
 
 bool HasSpd() {
-    for (const Slave *slave = gSlaves; slave; slave = slave->next)
-        if (slave->paged)
+    for (const Slave &slave : gBus->slaves)
+        if (slave.present && slave.paged)
             return true;
     return false;
 }
@@ -45,7 +47,7 @@ SmbusOutcome Address(const Slave *slave, uint32_t *offset, uint64_t time) {
     if (!slave || time < slave->answersFrom)
         return SMBUS_NOT_ACKNOWLEDGED;
     if (slave->paged)
-        *offset += gSpdPage * PAGE;
+        *offset += gBus->spdPage * PAGE;
     if (*offset >= slave->collides)
         return SMBUS_COLLISION;
     if (*offset >= slave->holds)
@@ -57,13 +59,11 @@ void NewSlave(BoardLine *line, bool paged) {
     uint8_t address = static_cast<uint8_t>(LineNumber(line, 1, 0xFF));
     if (address & 1)
         LineFail(line, "bit 0 of an address is the direction", line->words[1]);
-    gCurrent = Find(address);
-    if (!gCurrent) {
-        gCurrent = static_cast<Slave *>(ArenaTake(sizeof(Slave)));
-        gCurrent->address = address;
+    gCurrent = &gBus->slaves[address / 2];
+    if (!gCurrent->present) {
+        *gCurrent = {};
+        gCurrent->present = true;
         gCurrent->stops = gCurrent->collides = gCurrent->holds = NEVER;
-        gCurrent->next = gSlaves;
-        gSlaves = gCurrent;
     }
     gCurrent->paged = paged;
     for (int i = 2; i < line->count; i++) {
@@ -92,14 +92,13 @@ uint8_t *Contents(const BoardLine *line, uint32_t offset, uint32_t count) {
 } // namespace
 
 void SmbusSlavesReset() {
-    gSlaves = nullptr;
+    gBus = static_cast<Bus *>(ArenaTakeRegisters(sizeof(Bus)));
     gCurrent = nullptr;
-    gSpdPage = 0;
 }
 
 SmbusOutcome SmbusReadByte(uint8_t address, uint8_t command, uint8_t *data, uint64_t time) {
     const Slave *slave = Find(address);
-    if (!slave && HasSpd() && (address & 0xFE) == SELECT_PAGE_0 && gSpdPage == 0) {
+    if (!slave && HasSpd() && (address & 0xFE) == SELECT_PAGE_0 && gBus->spdPage == 0) {
         *data = NOT_DRIVEN;
         return SMBUS_DONE;
     }
@@ -114,7 +113,7 @@ SmbusOutcome SmbusWriteByte(uint8_t address, uint8_t command, uint8_t data, uint
     Slave *slave = Find(address);
     bool selects = HasSpd() && (address == SELECT_PAGE_0 || address == SELECT_PAGE_1);
     if (selects)
-        gSpdPage = address == SELECT_PAGE_1;
+        gBus->spdPage = address == SELECT_PAGE_1;
     if (!slave && selects)
         return SMBUS_DONE;
     uint32_t offset = command;
@@ -135,13 +134,10 @@ void SmbusSpdLine(BoardLine *line) {
 }
 
 void SmbusRemoveLine(BoardLine *line) {
-    const Slave *gone = Find(static_cast<uint8_t>(LineNumber(line, 1, 0xFF)));
+    Slave *gone = Find(static_cast<uint8_t>(LineNumber(line, 1, 0xFF)));
     if (!gone)
         LineFail(line, "no such slave", line->words[1]);
-    Slave **link = &gSlaves;
-    while (*link != gone)
-        link = &(*link)->next;
-    *link = gone->next;
+    gone->present = false;
     gCurrent = nullptr;
 }
 

@@ -11,7 +11,8 @@
 namespace {
 
 struct SmnRegister {
-    uint32_t die, address, value;
+    uint32_t die, address;
+    uint32_t *value;
     bool readOnly;
     SmnRegister *next;
 };
@@ -50,14 +51,14 @@ struct Mailbox {
     bool working;
     uint64_t ends;
     uint32_t taken[ARGUMENTS];
-    Reply *replies;
 };
 
 Mailbox *gMailbox;
+Reply *gReplies;
 
 const Reply *FindReply(uint32_t id) {
     static const Reply UNKNOWN = {0, RESPONSE_UNKNOWN_COMMAND, 0, {}, nullptr};
-    const Reply *reply = gMailbox->replies;
+    const Reply *reply = gReplies;
     while (reply && reply->id != id)
         reply = reply->next;
     return reply ? reply : &UNKNOWN;
@@ -117,7 +118,7 @@ uint32_t ReadNetwork(uint32_t die, uint32_t address) {
     if (IsMailbox(die, address))
         return ReadMailbox(address);
     const SmnRegister *found = Find(die, address);
-    return found ? found->value : 0xFFFFFFFF;
+    return found ? *found->value : 0xFFFFFFFF;
 }
 
 void WriteNetwork(uint32_t die, uint32_t address, uint32_t value) {
@@ -127,7 +128,7 @@ void WriteNetwork(uint32_t die, uint32_t address, uint32_t value) {
     }
     SmnRegister *found = Find(die, address);
     if (found && !found->readOnly)
-        found->value = value;
+        *found->value = value;
 }
 
 // ---- the host bridge
@@ -176,6 +177,7 @@ void AfterWrite(PciFunction *function, uint16_t offset, unsigned width) {
 void SmnReset() {
     gRegisters = nullptr;
     gMailbox = nullptr;
+    gReplies = nullptr;
 }
 
 void SmnLine(BoardLine *line) {
@@ -194,16 +196,17 @@ void SmnRegisterLine(BoardLine *line) {
         found = static_cast<SmnRegister *>(ArenaTake(sizeof(SmnRegister)));
         found->die = die;
         found->address = address;
+        found->value = static_cast<uint32_t *>(ArenaTakeRegisters(sizeof(uint32_t)));
         found->next = gRegisters;
         gRegisters = found;
     }
-    found->value = static_cast<uint32_t>(LineNumber(line, 3, UINT32_MAX));
+    *found->value = static_cast<uint32_t>(LineNumber(line, 3, UINT32_MAX));
     found->readOnly = LineHas(line, 4, "ro");
 }
 
 void SmuMailboxLine(BoardLine *line) {
     if (!gMailbox)
-        gMailbox = static_cast<Mailbox *>(ArenaTake(sizeof(Mailbox)));
+        gMailbox = static_cast<Mailbox *>(ArenaTakeRegisters(sizeof(Mailbox)));
     gMailbox->response = RESPONSE_OK;
     gMailbox->time = line->count > 1 ? static_cast<uint32_t>(LineNumber(line, 1, UINT32_MAX)) : USUAL_TIME;
 }
@@ -216,6 +219,6 @@ void SmuReplyLine(BoardLine *line) {
     reply->response = static_cast<uint32_t>(LineNumber(line, 2, UINT32_MAX));
     for (int i = 3; i < line->count && reply->count < ARGUMENTS; i++)
         reply->arguments[reply->count++] = static_cast<uint32_t>(LineNumber(line, i, UINT32_MAX));
-    reply->next = gMailbox->replies;
-    gMailbox->replies = reply;
+    reply->next = gReplies;
+    gReplies = reply;
 }

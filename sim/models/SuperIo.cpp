@@ -25,9 +25,7 @@ struct Register {
 };
 
 struct Device {
-    uint8_t number;
     Register registers[0x100];
-    Device *next;
 };
 
 struct Chip {
@@ -39,24 +37,16 @@ struct Chip {
     bool open;
     uint8_t index;
     Register globals[FIRST_DEVICE_REGISTER];
-    Device *devices;
+    Device devices[0x100];
 };
 
 Chip *gChip; // the one that the lines of the board file are about
 
-Device *FindDevice(Chip *chip, uint8_t number) {
-    Device *device = chip->devices;
-    while (device && device->number != number)
-        device = device->next;
-    return device;
-}
-
-// The register that the index names, null where nobody is.
+// The register that the index names.
 Register *Selected(Chip *chip) {
     if (chip->index < FIRST_DEVICE_REGISTER)
         return &chip->globals[chip->index];
-    Device *device = FindDevice(chip, chip->globals[LOGICAL_DEVICE].value);
-    return device ? &device->registers[chip->index] : nullptr;
+    return &chip->devices[chip->globals[LOGICAL_DEVICE].value].registers[chip->index];
 }
 
 void Close(Chip *chip) {
@@ -87,7 +77,7 @@ void WriteData(Chip *chip, uint8_t value) {
         return;
     if (!chip->hasExitKey && chip->index == CONFIGURE_CONTROL && (value & WAIT_FOR_KEY))
         Close(chip);
-    else if (selected && selected->present && selected->writable)
+    else if (selected->present && selected->writable)
         selected->value = value;
 }
 
@@ -98,7 +88,7 @@ uint32_t ReadPort(void *device, uint16_t port, unsigned) {
     if (port == chip->port)
         return chip->index;
     const Register *selected = Selected(chip);
-    return selected && selected->present ? selected->value : 0xFF;
+    return selected->present ? selected->value : 0xFF;
 }
 
 void WritePort(void *device, uint16_t port, unsigned, uint32_t value) {
@@ -132,7 +122,7 @@ void SuperIoReset() {
 }
 
 void SuperIoLine(BoardLine *line) {
-    gChip = static_cast<Chip *>(ArenaTake(sizeof(Chip)));
+    gChip = static_cast<Chip *>(ArenaTakeRegisters(sizeof(Chip)));
     gChip->port = static_cast<uint16_t>(LineNumber(line, 1, 0xFFFE));
     gChip->keys[0] = static_cast<uint8_t>(LineNumber(line, 2, 0xFF));
     gChip->keys[1] = static_cast<uint8_t>(LineNumber(line, 3, 0xFF));
@@ -151,12 +141,5 @@ void SuperIoGlobalLine(BoardLine *line) {
 void SuperIoDeviceLine(BoardLine *line) {
     NeedChip(line);
     uint8_t number = static_cast<uint8_t>(LineNumber(line, 1, 0xFF));
-    Device *device = FindDevice(gChip, number);
-    if (!device) {
-        device = static_cast<Device *>(ArenaTake(sizeof(Device)));
-        device->number = number;
-        device->next = gChip->devices;
-        gChip->devices = device;
-    }
-    SetRegisters(line, 2, device->registers, FIRST_DEVICE_REGISTER, 0x100);
+    SetRegisters(line, 2, gChip->devices[number].registers, FIRST_DEVICE_REGISTER, 0x100);
 }

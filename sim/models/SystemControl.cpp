@@ -26,5 +26,5 @@ void Write(void *device, uint16_t, unsigned, uint32_t value) {
 } // namespace
 
 void SystemControlLine(BoardLine *) {
-    ClaimPorts(PORT, 1, WIDTH_8, Read, Write, ArenaTake(1));
+    ClaimPorts(PORT, 1, WIDTH_8, Read, Write, ArenaTakeRegisters(1));
 }

@@ -80,6 +80,12 @@ def test_a_clock_that_is_being_set_does_not_count(ports):
     assert ports(words, *CLOCK, "cmos-time 2024-02-03 04:05:06", RUN) == [0x06, 0x31]
 
 
+def test_a_clock_that_was_started_can_be_stopped(ports):
+    lines = [*CLOCK, "cmos-time 2024-02-03 04:05:06"]
+    assert ports(f"{delays(40)} {cmos(0)}", *lines, RUN, "cmos-stop") == [0x06]
+    assert ports(f"{delays(16)} {cmos(0)}", *lines, "cmos-stop", RUN) == [0x07]
+
+
 def test_the_host_s_clock_can_drive_it(ports):
     words = " ".join([cmos(0)] * 200)
     assert len(set(ports(words, *CLOCK, "cmos-run real ffff"))) > 2
@@ -133,6 +139,11 @@ def test_the_alarm_sets_its_flag_when_its_time_has_come(ports):
 def test_with_its_interrupt_enabled_the_alarm_reaches_the_pm1_block(ports):
     words = f"{store(0xB, 0x22)} {delays(16)} in16 600 {delays(16)} {cmos(0xC)} in16 600"
     assert ports(words, *ALARM) == [0x0000, 0xB0, 0x0400]
+
+
+def test_the_pm1_block_knows_of_the_alarm_before_the_clock_is_looked_at(ports):
+    assert ports(f"{store(0xB, 0x22)} {delays(32)} in16 600", *ALARM) == [0x0400]
+    assert ports(f"{store(0xB, 0x22)} {delays(32)} out16 600 400 in16 600", *ALARM) == [0x0000]
 
 
 def test_an_alarm_without_a_pm1_block_only_sets_its_flag(ports):
