@@ -54,7 +54,5 @@ set(CPACK_PACKAGE_DESCRIPTION "${description}")
 # libc is found from the binaries. kmod: modprobe msr; ncurses-bin: clear; the rest: shutdown.
 set(CPACK_DEBIAN_PACKAGE_SHLIBDEPS ON)
 set(CPACK_DEBIAN_PACKAGE_DEPENDS "kmod, ncurses-bin (>= 6.2), systemd-sysv | sysvinit-core | runit-init")
-# The processor that hwreg-sim lends to /SMN and /SMU.
-set(CPACK_DEBIAN_PACKAGE_RECOMMENDS qemu-user)
 set(CPACK_DEBIAN_PACKAGE_SUGGESTS "bash-completion, clustershell")
 include(CPack)

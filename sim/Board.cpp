@@ -3,6 +3,7 @@
 
 #include "Arena.h"
 #include "BoardFile.h"
+#include "Cpuid.h"
 #include "Doors.h"
 #include "Log.h"
 #include "Memory.h"
@@ -28,12 +29,8 @@
 
 namespace {
 
-bool gCpuidFaulting;
-
 void ForgetBoard() {
-    if (gCpuidFaulting)
-        TrapCpuid(false);
-    gCpuidFaulting = false;
+    ReplaceCpuid(false);
     ArenaReset();
     SettingsReset();
     PortsReset();
@@ -60,7 +57,7 @@ void Load(const char *path, const char *memoryFile) {
     gBoard.loaded = true;
     if (gBoard.cpuidLeaves) {
         TrapArm();
-        gCpuidFaulting = TrapCpuid(true);
+        ReplaceCpuid(true);
     }
 }
 
@@ -154,8 +151,4 @@ EXPORTED void BoardAnswer(unsigned doors, const void *bytes, uint64_t length, ui
 
 EXPORTED void BoardLimit(uint64_t accesses) {
     LimitAccesses(accesses);
-}
-
-EXPORTED int BoardCpuidFaulting() {
-    return gCpuidFaulting;
 }

@@ -8,18 +8,16 @@ import pytest
 
 from expected import CLEAR, NBIO_USAGE, assert_run, legacy
 from harness import signal, signal_behind
-from processor import on_processor  # noqa: F401 (fixture)
 
 BRIDGE = "00:00.0"
 AMD = legacy(BRIDGE, 0, "in16 0cfc -> 1022")
-NAPLES = 0x00800F12  # family 17h, model 01h, stepping 2
 REFUSED = "InitSmuService error: 8000000F\n"
 
 
 @pytest.fixture
-def smn(on_processor):  # noqa: F811
+def smn(run):
     def go(args, **options):
-        return on_processor(NAPLES, f"/SMN {args}", **options)
+        return run(f"/SMN {args}", board="amd", **options)
 
     return go
 
@@ -62,10 +60,14 @@ def test_other_makers_chipsets_are_refused_before_any_operand_is_looked_at(run, 
     assert_run(run(args, board=board), REFUSED, 0x8000000F, legacy(BRIDGE, 0, f"in16 0cfc -> {maker}"))
 
 
+def signature_line(signature):
+    return f"cpuid 80000001 0 {signature:x} 0 0 0"
+
+
 @pytest.mark.parametrize("signature", [0x00800F00, 0x00800F12, 0x00800F82, 0x00900F01, 0x00900F22])
 @pytest.mark.parametrize("board", ["amd", "hygon", "ati"])
-def test_family_17h_and_18h_models_00h_to_0fh_are_served(on_processor, signature, board):  # noqa: F811
-    result = on_processor(signature, "/SMN /RD 0 0x18000", board=board)
+def test_family_17h_and_18h_models_00h_to_0fh_are_served(run, signature, board):
+    result = run("/SMN /RD 0 0x18000", board=board, extra=signature_line(signature))
     assert result.text == read_text("Dword", 0, 0x18000) + data_text(0x11223344, 8)
 
 
@@ -75,8 +77,8 @@ def test_family_17h_and_18h_models_00h_to_0fh_are_served(on_processor, signature
     0x00910F00, 0x00A00F11, 0x00A20F10,  # family 18h, model 10h; family 19h
     0x00700F01, 0x00600F12, 0x00000F12, 0x000306C3,  # families 16h, 15h, 0Fh; an Intel one
 ])  # fmt: skip
-def test_other_processors_are_refused(on_processor, signature, args):  # noqa: F811
-    assert_run(on_processor(signature, args), REFUSED, 0x8000000F, AMD)
+def test_other_processors_are_refused(run, signature, args):
+    assert_run(run(args, board="amd", extra=signature_line(signature)), REFUSED, 0x8000000F, AMD)
 
 
 @pytest.mark.parametrize("word", ["SMN", "SMU"])

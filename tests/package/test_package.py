@@ -100,10 +100,9 @@ class Installation:
 
 @pytest.fixture(scope="session")
 def installed(clean, package):
-    """The package, installed with apt, what it depends on and recommends first."""
+    """The package, installed with apt, what it depends on first."""
     plan = clean.must("apt-get install -s /root/hwreg.deb")
-    clean.must("apt-get", "satisfy", "-y", "--no-install-recommends", "--no-download",
-               f"{field(package, 'Depends')}, {field(package, 'Recommends')}")
+    clean.must("apt-get", "satisfy", "-y", "--no-install-recommends", "--no-download", field(package, "Depends"))
     before = clean.files()
     said = clean.must("apt-get install -y /root/hwreg.deb")
     return Installation(clean, set(re.findall(r"^Inst (\S+)", plan, re.MULTILINE)), said, before)
@@ -146,8 +145,8 @@ def test_nothing_runs_when_it_is_installed_or_removed(package):
 # Installed
 
 def test_what_the_commands_need_comes_along(installed):
-    assert {"hwreg", "kmod", "systemd-sysv", "qemu-user"} <= installed.planned
-    for program in ("modprobe", "shutdown", "clear", "qemu-x86_64"):
+    assert {"hwreg", "kmod", "systemd-sysv"} <= installed.planned
+    for program in ("modprobe", "shutdown", "clear"):
         assert installed.root.run(f"command -v {program}").returncode == 0
 
 
@@ -178,8 +177,8 @@ def test_simulated_machines_work_for_everybody(root):
 
 
 def test_the_network_of_the_simulated_processor_can_be_read(root):
-    ran = root.run("hwreg-sim --board amd /SMN /RD 0 0x100", user="nobody")
-    assert ran.stderr == "" and ran.stdout.startswith("SMN Read Dword Die:0, Regester:100, return data:0x")
+    ran = root.run("hwreg-sim --board amd /SMN /RD 0 0x18000", user="nobody")
+    assert (ran.stdout, ran.stderr) == ("SMN Read Dword Die:0, Regester:18000, return data:0x11223344\n", "")
 
 
 def test_every_simulated_machine_is_whole(root):
