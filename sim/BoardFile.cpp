@@ -185,7 +185,7 @@ void LineComplete(const BoardLine *line) {
     for (int i = 1; i < line->count; i++)
         if (!line->taken[i]) {
             MistakePlace(line->path, line->number);
-            BoardFail("a word too many: \"%s\" (the line is: %s%s%s)", line->words[i], line->words[0],
+            BoardFail("a word too many: \"%.300s\" (the line is: %s%s%s)", line->words[i], line->words[0],
                       *line->operands ? " " : "", line->operands);
         }
 }
@@ -193,6 +193,6 @@ void LineComplete(const BoardLine *line) {
 void LineFail(const BoardLine *line, const char *message, const char *word) {
     MistakePlace(line->path, line->number);
     if (word)
-        BoardFail("%s: \"%.80s\"", message, word);
+        BoardFail("%s: \"%.300s\"", message, word);
     BoardFail("%s", message);
 }

@@ -42,11 +42,14 @@ const Keyword *FindStatement(const char *word) {
     return FindKeyword(word);
 }
 
-void CarryOut(void *argument) {
-    BoardLine *line = static_cast<BoardLine *>(argument);
+// The line that is read next.
+struct NextLine {
+    BoardLine line;
+    char *at;
+};
+
+void CarryOut(BoardLine *line, bool first) {
     const Keyword *keyword = FindStatement(line->words[0]);
-    bool first = !gReading->begun;
-    gReading->begun = true;
     if (gReading->ended)
         LineFail(line, "nothing may follow \"end\"", line->words[0]);
     if (!keyword)
@@ -58,21 +61,22 @@ void CarryOut(void *argument) {
     LineComplete(line);
 }
 
-struct NextLine {
-    BoardLine line;
-    char *at;
-};
+bool IsEmpty(const char *at) {
+    at += strspn(at, " \t\r");
+    return *at == 0 || *at == '\n' || *at == '#';
+}
 
-void Cut(void *argument) {
+void ReadLine(void *argument) {
     NextLine *next = static_cast<NextLine *>(argument);
     char *at = next->at;
-    // Known before it is cut, for after a mistake.
     char *newline = strchr(at, '\n');
-    next->at = newline ? newline + 1 : at + strlen(at);
-    next->line.count = 0;
+    next->at = newline ? newline + 1 : at + strlen(at); // where it goes on after a mistake, too
+    if (IsEmpty(at))
+        return;
+    bool first = !gReading->begun;
+    gReading->begun = true;
     LineCut(&next->line, at);
-    if (next->line.count != 0)
-        CarryOut(&next->line);
+    CarryOut(&next->line, first);
 }
 
 bool IsText(char character) {
@@ -105,7 +109,7 @@ void ReadLines(const char *path, char *contents, uint64_t length, int depth) {
     gReading = &reading;
     while (*next->at) {
         next->line.number++;
-        MistakeTry(Cut, next);
+        MistakeTry(ReadLine, next);
         gReading = &reading; // a mistake may have come out of an included file
     }
     if (!reading.begun)
