@@ -139,6 +139,11 @@ uint64_t LineCount(const BoardLine *line, int index, uint64_t maximum) {
 }
 
 uint8_t LineByte(const BoardLine *line, int index) {
+    const char *word = LineWord(line, index);
+    int high = Digit(word[0]);
+    int low = high < 0 ? -1 : Digit(word[1]);
+    if (low >= 0 && word[2] == 0) // as nearly all words of a large file
+        return static_cast<uint8_t>(high << 4 | low);
     return LineHas(line, index, "??") ? 0xFF : static_cast<uint8_t>(LineNumber(line, index, 0xFF));
 }
 

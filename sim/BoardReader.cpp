@@ -79,21 +79,25 @@ void ReadLine(void *argument) {
     CarryOut(&next->line, first);
 }
 
-bool IsText(char character) {
-    uint8_t byte = static_cast<uint8_t>(character);
-    return byte >= ' ' ? byte != 0x7F : byte == '\n' || byte == '\t';
+// A file of lines has no other control characters, and carriage returns only in front of a line feed.
+bool IsText(const char *at) {
+    uint8_t byte = static_cast<uint8_t>(*at);
+    if (byte >= ' ')
+        return byte != 0x7F;
+    return byte == '\n' || byte == '\t' || (byte == '\r' && at[1] == '\n');
 }
 
-// A file of lines has no other control characters, and carriage returns only in front of a line feed.
-void NeedText(BoardLine *line, const char *at, const char *end) {
+void NeedText(BoardLine *line, const char *contents, uint64_t length) {
+    const char *end = contents + length;
+    const char *at = contents;
+    while (at < end && IsText(at))
+        at++;
+    if (at == end)
+        return;
     line->number = 1;
-    for (; at < end; at++) {
-        bool endsLine = *at == '\r' && at + 1 < end && at[1] == '\n';
-        if (!IsText(*at) && !endsLine)
-            LineFail(line, "not a text file: it has control characters", nullptr);
-        line->number += *at == '\n';
-    }
-    line->number = 0;
+    while (at > contents)
+        line->number += *--at == '\n';
+    LineFail(line, "not a text file: it has control characters", nullptr);
 }
 
 const char *WithoutMark(const char *contents) { // of UTF-8
@@ -104,7 +108,7 @@ void ReadLines(const char *path, char *contents, uint64_t length, int depth) {
     Reading reading = {false, false, false, depth};
     NextLine *next = static_cast<NextLine *>(ArenaTake(sizeof(NextLine)));
     next->line.path = path;
-    NeedText(&next->line, contents, contents + length);
+    NeedText(&next->line, contents, length);
     next->at = contents + (WithoutMark(contents) - contents);
     gReading = &reading;
     while (*next->at) {
