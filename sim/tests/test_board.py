@@ -642,7 +642,7 @@ def test_each_board_can_be_loaded(probe, name):
 def test_a_mistake_in_a_board_file_names_its_line(probe, line, message):
     result = probe("", "# a comment", line)
     assert result.status == -signal.SIGABRT
-    assert "extended.board:3: " + message in result.err.decode()
+    assert "extended.board:4: " + message in result.err.decode()
 
 
 def test_board_files_that_include_each_other_are_refused(run, tmp_path):
