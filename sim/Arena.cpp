@@ -1,10 +1,9 @@
 #include "Arena.h"
 
+#include "Mistake.h"
+
 #include <errno.h>
 #include <fcntl.h>
-#include <signal.h>
-#include <stdarg.h>
-#include <stdio.h>
 #include <sys/file.h>
 #include <sys/mman.h>
 #include <sys/stat.h>
@@ -103,21 +102,4 @@ int MoveDescriptorHigh(int descriptor) {
     int high = static_cast<int>(syscall(SYS_fcntl, descriptor, F_DUPFD_CLOEXEC, FIRST_HIGH_DESCRIPTOR));
     syscall(SYS_close, descriptor);
     return high;
-}
-
-void BoardFail(const char *format, ...) {
-    char text[512];
-    va_list arguments;
-    va_start(arguments, format);
-    int length = vsnprintf(text, sizeof text - 1, format, arguments);
-    va_end(arguments);
-    if (length > static_cast<int>(sizeof text) - 2)
-        length = static_cast<int>(sizeof text) - 2;
-    text[length] = '\n';
-    syscall(SYS_write, 2, "board: ", 7L);
-    syscall(SYS_write, 2, text, static_cast<long>(length) + 1);
-    // SIGABRT, and not an exit status, which could be taken for a value that the program has read.
-    signal(SIGABRT, SIG_DFL);
-    syscall(SYS_tgkill, getpid(), syscall(SYS_gettid), SIGABRT);
-    _exit(127);
 }

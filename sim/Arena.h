@@ -22,6 +22,3 @@ void ArenaReset();
 // Moves a descriptor out of the program's sight (200 or above, close-on-exec), so that the lowest free
 // numbers stay the program's own. Negative descriptors are passed on.
 int MoveDescriptorHigh(int descriptor);
-
-// Ends the process with a message: the board was told or asked for something that it does not have.
-[[noreturn]] void BoardFail(const char *format, ...) __attribute__((format(printf, 1, 2)));

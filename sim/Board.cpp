@@ -2,10 +2,12 @@
 #include "Board.h"
 
 #include "Arena.h"
-#include "BoardFile.h"
+#include "BoardReader.h"
+#include "Complete.h"
 #include "Doors.h"
 #include "Log.h"
 #include "Memory.h"
+#include "Mistake.h"
 #include "Msr.h"
 #include "Ports.h"
 #include "Settings.h"
@@ -15,9 +17,12 @@
 #include "models/Answers.h"
 #include "models/Cmos.h"
 #include "models/DwI2c.h"
+#include "models/Ecam.h"
+#include "models/PciConfigPorts.h"
 #include "models/PciFunction.h"
 #include "models/Pm1.h"
 #include "models/SimplePorts.h"
+#include "models/SmbusHost.h"
 #include "models/SmbusSlaves.h"
 #include "models/Smn.h"
 #include "models/SuperIo.h"
@@ -49,6 +54,9 @@ void ForgetBoard() {
     DwI2cReset();
     SmnReset();
     PciReset();
+    PciConfigPortsReset();
+    EcamReset();
+    SmbusHostsReset();
     MsrReset();
 }
 
@@ -56,7 +64,10 @@ void Load(const char *path, const char *memoryFile) {
     ForgetBoard();
     MemoryReset(memoryFile);
     DoorsReset();
-    ReadBoardFile(path, nullptr);
+    DelayPortStart();
+    ReadBoardFile(path);
+    SettingsComplete();
+    CheckReach();
     gBoard.loaded = true;
     if (gBoard.cpuidLeaves) {
         TrapArm();
@@ -68,6 +79,11 @@ __attribute__((constructor)) void LoadFromEnvironment() {
     const char *path = getenv("HWBOARD");
     if (!path || !*path)
         return;
+    if (getenv("HWBOARD_CHECK")) {
+        MistakesCollect();
+        Load(path, nullptr);
+        MistakesEnd();
+    }
     LogOpenFile(getenv("HWBOARD_LOG"));
     Load(path, getenv("HWBOARD_MEMFILE"));
     if (const char *state = getenv("HWBOARD_STATE"))

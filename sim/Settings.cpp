@@ -15,6 +15,19 @@ void SettingsReset() {
     gBoard.cpuPresent[0] = true;
 }
 
+// The processor that answers CPUID is the first CPU: the leaves of others are for whoever reads the file.
+void SettingsComplete() {
+    int first = 0;
+    while (first < MAX_CPUS - 1 && !gBoard.cpuPresent[first])
+        first++;
+    CpuidLeaf **link = &gBoard.cpuidLeaves;
+    while (*link)
+        if ((*link)->someCpus && !(*link)->cpus[first])
+            *link = (*link)->next;
+        else
+            link = &(*link)->next;
+}
+
 bool MsrNodePresent(int cpu) {
     if (cpu < 0 || cpu >= MAX_CPUS || !gBoard.cpuPresent[cpu])
         return false;
@@ -54,6 +67,7 @@ void MsrNodesLine(BoardLine *line) {
 }
 
 void CpusLine(BoardLine *line) {
+    LineWord(line, 1);
     memset(gBoard.cpuPresent, 0, sizeof gBoard.cpuPresent);
     for (int i = 1; i < line->count; i++)
         LineCpuSet(line, i, gBoard.cpuPresent);
@@ -66,10 +80,11 @@ void SystabLine(BoardLine *line) {
         LineFail(line, "neither \"sys\" nor \"proc\"", where);
     SystabFile *file = sys ? &gBoard.sysSystab : &gBoard.procSystab;
     const char *word = LineWord(line, 2);
-    if (ErrorNumber(word) != 0) {
+    if (!line->quoted[2] && ErrorNumber(word) != 0) {
         *file = {nullptr, ErrorNumber(word)};
         return;
     }
+    LineText(line, 2);
     size_t before = file->text ? strlen(file->text) : 0;
     char *text = static_cast<char *>(ArenaTake(before + strlen(word) + 2));
     if (before != 0)
@@ -104,6 +119,12 @@ void CpuidLine(BoardLine *line) {
     entry->subleaf = static_cast<uint32_t>(LineNumber(line, 2, 0xFFFFFFFF));
     for (int i = 0; i < 4; i++)
         entry->registers[i] = static_cast<uint32_t>(LineNumber(line, 3 + i, 0xFFFFFFFF));
+    for (int i = 7; i < line->count; i++) {
+        if (!LineHas(line, i, "cpus"))
+            LineFail(line, "not \"cpus\"", line->words[i]);
+        entry->someCpus = true;
+        LineCpuSet(line, ++i, entry->cpus);
+    }
     entry->next = gBoard.cpuidLeaves;
     gBoard.cpuidLeaves = entry;
 }

@@ -3,8 +3,6 @@
 
 #include "BoardFile.h"
 
-constexpr int MAX_CPUS = 256;
-
 enum MsrNodes { MSR_NODES_ALWAYS, MSR_NODES_AFTER_MODPROBE, MSR_NODES_NEVER };
 
 enum SystemAction { SYSTEM_RECORD, SYSTEM_PRINT, SYSTEM_REAL, SYSTEM_EXIT };
@@ -19,6 +17,8 @@ struct SystemRule {
 struct CpuidLeaf {
     uint32_t leaf, subleaf;
     uint32_t registers[4]; // EAX, EBX, ECX, EDX
+    bool someCpus;         // of `cpus` only
+    bool cpus[MAX_CPUS];
     CpuidLeaf *next;
 };
 
@@ -45,6 +45,8 @@ struct BoardSettings {
 extern BoardSettings gBoard;
 
 void SettingsReset();
+// To be called when the board file has been read.
+void SettingsComplete();
 
 // True when the node /dev/cpu/N/msr exists at this moment.
 bool MsrNodePresent(int cpu);

@@ -3,6 +3,7 @@
 #include "CmosClock.h"
 
 #include "../Arena.h"
+#include "Cmos.h"
 #include "Pm1.h"
 #include "SimplePorts.h"
 
@@ -207,19 +208,22 @@ bool CmosClockUpdates(const uint8_t *registers) {
 }
 
 void CmosRunLine(BoardLine *line) {
+    NeedCmos(line);
     if (!LineHas(line, 1, "delays") && !LineHas(line, 1, "real"))
         LineFail(line, "neither \"delays\" nor \"real\"", LineWord(line, 1));
     gSource = LineHas(line, 1, "real") ? BY_HOST : BY_DELAYS;
-    gFactor = line->count > 2 ? LineNumber(line, 2, 0xFFFF) : 1;
+    gFactor = line->count > 2 ? LineCount(line, 2, 0xFFFF) : 1;
     gHostAhead = HostMicroseconds(CLOCK_REALTIME) - HostMicroseconds(CLOCK_MONOTONIC);
     gProgress->seen = SourceMicroseconds();
     gProgress->elapsed = 0;
 }
 
-void CmosStopLine(BoardLine *) {
+void CmosStopLine(BoardLine *line) {
+    NeedCmos(line);
     gSource = STANDS_STILL;
 }
 
 void CmosStuckLine(BoardLine *line) {
+    NeedCmos(line);
     gProgress->stuckPolls = line->count > 1 ? LineNumber(line, 1, UINT32_MAX) : FOR_EVER;
 }

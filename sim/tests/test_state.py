@@ -39,8 +39,9 @@ def probe(run, tmp_path, environment):
 
 
 MEM = "open /dev/mem rw map 3 2000 1000 rw"
-FUNCTION = ["pci-ports", "pci 00:1f.4 8086:a323", "dword 20 efa1 rw ffff", "word 04 1", "byte 40 1 rw 1",
-            "smbus-host pci 0"]  # fmt: skip
+FUNCTION = ["pci-ports", "pci 00:00.0 8086:3e30 class 060000", "pci 00:05.0 8086:a323 class 0c0500",
+            "dword 20 efa1 rw ffff", "word 04 1", "byte 40 1 rw 1", "smbus-host pci 0"]  # fmt: skip
+AMD = ["pci-ports", "pci 00:00.0 1022:1480 class 060000", "smn", "pci 00:14.0 1022:790b class 0c0500"]
 SPD = [*FUNCTION, "smbus-spd a0", "smbus-bytes 0 11", "smbus-bytes 100 22"]
 READ_SPD = "out8 efa0 fe out8 efa4 a1 out8 efa3 0 out8 efa2 48 in8 efa0 in8 efa5"
 CHIP = ["superio 2e 87 87 aa", "superio-global 20 12", "superio-device 3 f0 5"]
@@ -74,20 +75,20 @@ I2C = "open /dev/mem rw map 3 fe000000 1000 rw store mov32 6c 0 store mov32 4 50
      "in f0 in 99"),
     (CHIP, "iopl 3 out8 2e 87", "iopl 3 out8 2e 87 out8 2e 20 in8 2f", "in 12"),
     (SPD, "iopl 3 out8 efa4 6e out8 efa2 48 in8 efa0", f"iopl 3 {READ_SPD}", "in 2 in 22"),
-    (SPD, "iopl 3 out32 cf8 8000fc20 out16 cfc ef01", f"iopl 3 {READ_SPD.replace('efa', 'ef0')}", "in 2 in 11"),
+    (SPD, "iopl 3 out32 cf8 80002820 out16 cfc ef01", f"iopl 3 {READ_SPD.replace('efa', 'ef0')}", "in 2 in 11"),
     ([*FUNCTION[:-1], "smbus-host pci ffff", "delay ed", "smbus-eeprom a0"], "iopl 3 out8 efa2 48", "iopl 3 in8 efa0",
      "in 1"),
-    (["pm-registers", "pm-bytes 0 10 0b", "smbus-host pm 0", "smbus-eeprom a0 write-time 10"],
+    ([*AMD, "pm-registers", "pm-bytes 0 10 0b", "smbus-host pm 0", "smbus-eeprom a0 write-time 10"],
      "iopl 3 out8 cd6 1 out8 cd7 c out8 c04 a0 out8 c03 7 out8 c05 66 out8 c02 48 in8 c00",
      "iopl 3 in8 c05 in8 c03", "in 66 in 7"),
     (CORE, f"iopl 3 {I2C} store mov32 10 5 store mov32 10 77 store mov32 10 266 {'out8 ed 0 ' * 9} load mov32 70",
      f"iopl 3 {I2C} store mov32 10 5 store mov32 10 100 {'out8 ed 0 ' * 9} load mov32 10", "load 77"),
     (["sequence fe000000 1 2 3"], "open /dev/mem rw map 3 fe000000 1000 rw load mov32 0",
      "open /dev/mem rw map 3 fe000000 1000 rw load mov32 0 load mov32 0 load mov32 0", "load 2 load 3 load 3"),
-    (["pci-ports", "pci 00:00.0 1022:1480", "smn", "smn-register 2 1000 5", "smu-mailbox"],
+    ([*AMD, "smn-register 2 1000 5", "smu-mailbox"],
      "iopl 3 out32 cf8 800000c0 out32 cfc 2 out32 cf8 800000c4 out32 cfc 1000 out32 cf8 800000c8 out32 cfc 99",
      "iopl 3 in32 cfc", "in 99"),
-    (["pci-ports", "pci 00:00.0 1022:1480", "smn", "smu-mailbox 0", "smu-reply 1 1 42"],
+    ([*AMD, "smu-mailbox 0", "smu-reply 1 1 42"],
      "iopl 3 out32 cf8 800000b8 out32 cfc 3b10528 out32 cf8 800000bc out32 cfc 1",
      "iopl 3 out32 cf8 800000b8 out32 cfc 3b10598 out32 cf8 800000bc in32 cfc out32 cf8 800000b8 out32 cfc 3b10564 "
      "out32 cf8 800000bc in32 cfc", "in 42 in 1"),
@@ -335,7 +336,7 @@ def test_what_cannot_be_a_state_is_refused(probe, tmp_path, reset, kind, complai
     os.mkfifo(tmp_path / "pipe")
     (tmp_path / "null").symlink_to("/dev/null")
     said = probe("iopl 3", *LINES, status=125, HWBOARD_STATE=str(tmp_path / kind), **reset)
-    assert said == (f"hwreg-sim: {tmp_path / kind}: {complaint}; --state needs a file that can be written, and --reset "
+    assert said == (f"{tmp_path / kind}: {complaint}; --state needs a file that can be written, and --reset "
                     "leaves this alone\n")
 
 

@@ -151,7 +151,7 @@ def test_a_state_of_another_board_is_refused(either):
     either("--state machine /IO /RB 0x61")
     ran = either("--board amd --state machine /IO /RB 0x61")
     assert (ran.stdout, ran.returncode) == ("", 125)
-    assert ran.stderr == ("hwreg-sim: machine: the state of another board, or of this one before its files were "
+    assert ran.stderr == ("machine: the state of another board, or of this one before its files were "
                           "changed; --reset begins anew\n")
 
 
