@@ -152,7 +152,7 @@ def test_an_smu_that_never_answers_is_waited_for_until_ctrl_c(smu):
 
 def test_a_network_that_reads_as_all_ones_has_answered(smu):
     # A bridge without the pair: what is written goes nowhere.
-    extra = ["pci-remove 00:00.0", "pci 00:00.0 1022:1450 class 060000", "dword bc ffffffff"]
+    extra = ["pci-remove 00:00.0", "pci 00:00.0 1022:1450 class 060000 multi", "dword bc ffffffff"]
     result = smu("/RD 1 2", extra=extra)
     assert (result.text, result.status) == (text_of(1, [0xFFFFFFFF] * 6, 0xFFFFFFFF), 0)
 
