@@ -78,6 +78,38 @@ def test_log_is_appended_to_a_file(sim, tmp_path):
     assert (tmp_path / "accesses").read_text().splitlines() == 2 * READ_HOST_LOG
 
 
+def test_an_explained_log_names_what_is_reached(sim, tmp_path):
+    explained = [line.split() for line in sim("--log --explain /PCI /RB 0 0 0 0").stderr.splitlines()]
+    assert ["+2", "us", "pci", "00:00.0+00", "read8", "->", "86", "Vendor", "ID"] in explained
+    for _ in range(2):
+        sim("--log=told --explain /PCI /RB 0 0 0 0")
+    assert [line.split() for line in (tmp_path / "told").read_text().splitlines()] == explained * 2
+
+
+def test_an_explained_log_keeps_the_status_and_the_output_of_the_program(sim):
+    ran = sim("--explain --log /PCI /RB 0 0 0 0")
+    assert (ran.stdout, ran.returncode) == (READ_HOST, 0x86)
+
+
+def test_an_explained_log_that_cannot_be_written_runs_nothing(sim):
+    ran = sim("--explain --log=/nowhere/log /PCI /RB 0 0 0 0")
+    assert (ran.stdout, ran.returncode) == ("", 125) and "/nowhere/log" in ran.stderr
+
+
+def test_the_lines_of_a_machine_hold_those_of_the_files_that_it_includes(sim, tmp_path):
+    (tmp_path / "part.board").write_text("latch 300 1\n")
+    (tmp_path / "mine.board").write_text("# Mine.\ninclude part.board\ninclude noiopl.board")
+    lines = sim("--board mine.board --lines").stdout.splitlines()
+    assert lines[:2] == ["# Mine.", "latch 300 1"] and {"iopl EPERM", "pci-ports"} <= set(lines)
+    assert not any(line.startswith("include") for line in lines)
+
+
+def test_the_lines_of_a_machine_with_mistakes_are_not_printed(sim, tmp_path):
+    (tmp_path / "mine.board").write_text("include mine.board\n")
+    ran = sim("--board mine.board --lines")
+    assert (ran.stdout, ran.returncode) == ("", 125) and "mine.board" in ran.stderr
+
+
 def test_log_and_other_output_share_a_file(sim, tmp_path):
     with open(tmp_path / "all", "w") as file:
         for note in ("before", "between"):
