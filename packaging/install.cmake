@@ -22,6 +22,7 @@ install(PROGRAMS sim/hwreg-sim DESTINATION bin)
 install(TARGETS hwboard LIBRARY DESTINATION lib/x86_64-linux-gnu/hwreg)
 install(DIRECTORY sim/boards/ DESTINATION share/hwreg/boards)
 compressed(${CMAKE_SOURCE_DIR}/docs/hwreg-sim.1 hwreg-sim.1 share/man/man1)
+compressed(${CMAKE_SOURCE_DIR}/docs/hwreg-board.5 hwreg-board.5 share/man/man5)
 
 # The help screen sends its readers to ReadMe.doc.
 install(FILES docs/commands.txt DESTINATION ${documents} RENAME ReadMe.doc)
