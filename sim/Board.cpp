@@ -4,6 +4,7 @@
 #include "Arena.h"
 #include "BoardReader.h"
 #include "Complete.h"
+#include "Cpuid.h"
 #include "Doors.h"
 #include "Log.h"
 #include "Memory.h"
@@ -34,12 +35,8 @@
 
 namespace {
 
-bool gCpuidFaulting;
-
 void ForgetBoard() {
-    if (gCpuidFaulting)
-        TrapCpuid(false);
-    gCpuidFaulting = false;
+    ReplaceCpuid(false);
     ArenaReset();
     SettingsReset();
     PortsReset();
@@ -71,7 +68,7 @@ void Load(const char *path, const char *memoryFile) {
     gBoard.loaded = true;
     if (gBoard.cpuidLeaves) {
         TrapArm();
-        gCpuidFaulting = TrapCpuid(true);
+        ReplaceCpuid(true);
     }
 }
 
@@ -174,8 +171,4 @@ EXPORTED void BoardAnswer(unsigned doors, const void *bytes, uint64_t length, ui
 
 EXPORTED void BoardLimit(uint64_t accesses) {
     LimitAccesses(accesses);
-}
-
-EXPORTED int BoardCpuidFaulting() {
-    return gCpuidFaulting;
 }

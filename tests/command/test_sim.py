@@ -4,7 +4,6 @@ import os
 import re
 import resource
 import shlex
-import shutil
 import signal
 import socket
 
@@ -17,9 +16,6 @@ READ_HOST = "PCI Read Byte BDFO: 0 0 0 0, return data:0x86\n"
 READ_HOST_LOG = ["iopl 3", "open /dev/mem rdwr sync cloexec -> ok", "open /dev/cpu/0/msr rdonly cloexec -> ok",
                  "close /dev/cpu/0/msr", "out8 00ed 00", "out8 00ed 00", "out32 0cf8 80000000", "in8 0cfc -> 86",
                  "iopl 0", "close /dev/mem"]
-
-SANITIZED = bool(re.search(r"^HWREG_SANITIZE:.*=.+$", (BUILD / "CMakeCache.txt").read_text(), re.MULTILINE))
-emulated = pytest.mark.skipif(SANITIZED, reason="a sanitizer's memory map has no room under user emulation")
 
 
 # Machines
@@ -123,37 +119,16 @@ def test_without_standard_error_the_log_is_lost_and_nothing_else(sim):
 
 # The processor
 
-@emulated
 @pytest.mark.parametrize("word", ["/SMN", "-smn", "smn"])
 def test_smn_meets_the_processor_that_it_asks_for(sim, word):
-    ran = sim(f"--board amd {word} /RD 0 0x100")
-    assert re.fullmatch(r"SMN Read Dword Die:0, Regester:100, return data:0x[0-9A-F]{8}\n", ran.stdout)
+    ran = sim(f"--board amd {word} /RD 0 0x18000")
+    assert ran.stdout == "SMN Read Dword Die:0, Regester:18000, return data:0x11223344\n"
     assert ran.stderr == ""
 
 
-def first_lines_of_cpuinfo():
-    with open("/proc/cpuinfo") as file:
-        return dict(re.findall(r"^(.+?)\s*: (.*)$", file.read().split("\n\n")[0], re.MULTILINE))
-
-
-def test_smn_without_the_emulator_meets_the_real_processor_and_says_so(sim, tmp_path):
-    tools = tmp_path / "tools"
-    tools.mkdir()
-    for name in ("bash", "env", "dirname", "readlink", "realpath"):
-        (tools / name).symlink_to(shutil.which(name))
-    ran = sim("--board amd /SMN /RD 0 0x100", path=str(tools))
-    assert ran.stderr == "hwreg-sim: without qemu-x86_64 (package qemu-user) the processor is this machine's own\n"
-    family = int(first_lines_of_cpuinfo()["cpu family"])
-    assert ran.stdout.startswith("SMN Read" if family in (0x17, 0x18) else "InitSmuService error")
-    refused = sim("--cpu EPYC /CPUID /RD 0", path=str(tools))
-    assert (refused.stdout, refused.returncode) == ("", 125)
-
-
-@emulated
-def test_cpu_gives_the_cpuid_of_another_processor(sim):
-    family = sim("--cpu max,vendor=HygonGenuine,family=24,model=1 /CPUID /RD 0").stdout
-    assert "Ebx:6F677948" in family  # "Hygo"
-    assert "Eax:00900F1" in sim("--cpu=max,family=24,model=1 /CPUID /RD 1").stdout
+def test_each_machine_has_its_own_processor(sim):
+    for board, maker in (("intel", "756E6547"), ("amd", "68747541"), ("hygon", "6F677948")):
+        assert f"Ebx:{maker}" in sim(f"--board {board} /CPUID /RD 0").stdout
 
 
 # Its own words

@@ -22,7 +22,8 @@ _hwreg_smbios_structures() { printf '%s\n' 0-0 17-0 17-1; }
 _hwreg_resources() {
     case $1 in
     ioports) printf '%s\n' '0000-0cf7 : PCI' '  0060-0060 : keyboard' '0cf8-0cff : PCI conf1' ;;
-    iomem) printf '%s\n' '000f0000-000fffff : System ROM' 'fed00000-fed003ff : HPET 0' ;;
+    iomem) printf '%s\n' '000f0000-000fffff : System ROM' 'fed00000-fed003ff : HPET 0' \
+        '100000000-27fffffff : System RAM' ;;
     esac
 }
 """
@@ -168,8 +169,7 @@ def test_this_machine_is_asked_without_errors():
     ("--board = amd /PC", "/PCI"),
     ("--log /PCI /RB 0 ", "0 0x1f"),
     ("--log = f /pci /rb 0 ", "0 0x1f"),
-    ("--cpu ", ""),
-    ("--cpu max --log -- /PC", "/PCI"),
+    ("--board amd --log -- /PC", "/PCI"),
     ("--state machine --re", "--reset"),
     ("--state = machine /PC", "/PCI"),
     ("--board amd --cap", "--capture"),
