@@ -50,7 +50,7 @@ foreach(command hwreg-sim hwreg-board)
     COMPONENT hwreg-sim)
 endforeach()
 install(FILES docs/boards.md DESTINATION share/doc/hwreg-sim COMPONENT hwreg-sim)
-manual(hwreg-sim hwreg-sim.1 hwreg-board.1)
+manual(hwreg-sim hwreg-sim.1 hwreg-board.1 hwreg-board.5)
 
 get_property(installed_files GLOBAL PROPERTY installed_files)
 add_custom_target(hwreg_documents ALL DEPENDS ${installed_files})

@@ -12,7 +12,6 @@ import pytest
 from harness import BOARDS, BUILD, TOP
 
 SIM = TOP / "sim" / "hwreg-sim"
-PAGE = TOP / "docs" / "boards.md"
 READ_HOST = "PCI Read Byte BDFO: 0 0 0 0, return data:0x86\n"
 READ_HOST_LOG = ["iopl 3", "open /dev/mem rdwr sync cloexec -> ok", "open /dev/cpu/0/msr rdonly cloexec -> ok",
                  "close /dev/cpu/0/msr", "out8 00ed 00", "out8 00ed 00", "out32 0cf8 80000000", "in8 0cfc -> 86",
@@ -179,25 +178,3 @@ def test_help_names_every_option(sim):
     assert [option for option in cases if option not in ran.stdout] == []
     manual = (TOP / "docs" / "hwreg-sim.1").read_text().replace("\\-", "-")
     assert [option for option in cases if option not in manual] == []
-
-
-# The page for users
-
-def test_the_small_machine_of_the_page_does_what_the_page_shows(sim, tmp_path):
-    text = PAGE.read_text()
-    block = re.search(r"\n\n((?:    .*\n|\n)+)", text[text.index("small.board"):]).group(1)
-    (tmp_path / "small.board").write_text(block)
-    session = re.search(r"(?:    \$ (?:.*\n)(?:    [^$].*\n)+)+", text).group(0).replace("\n    ", "\n").lstrip()
-    steps = re.findall(r"^\$ hwreg-sim (.*)\n((?:[^$].*\n?)*)", session, re.MULTILINE)
-    assert len(steps) == 4
-    for words, shown in steps:
-        logged = words.endswith(" >/dev/null")
-        ran = sim(words.removesuffix(" >/dev/null"))
-        assert (ran.stderr if logged else ran.stdout).strip() == shown.strip()
-
-
-def test_the_variant_of_the_page_can_be_built(sim, tmp_path):
-    lines = re.search(r"    (include /usr.*\n(?:    .*\n)+)", PAGE.read_text()).group(1)
-    (tmp_path / "variant.board").write_text(lines.replace("/usr/share/hwreg/boards", str(BOARDS)))
-    ran = sim("--board variant.board /MSR /RD 0 0x1A0")
-    assert (ran.stdout, ran.stderr) == ("Cpu[00] Msr read from 000001A0, return MSR: 0x00000000_00850088\n", "")
