@@ -34,12 +34,12 @@ class Desk:
         try:
             with contextlib.redirect_stdout(out), contextlib.redirect_stderr(err):
                 status = command.main([str(word) for word in words])
-                out.flush()
-                err.flush()
         except SystemExit as end:
             status = end.code
         finally:
             os.chdir(here)
+            out.flush()
+            err.flush()
         return Result(status, out.buffer.getvalue().decode(), err.buffer.getvalue().decode())
 
     def write(self, name, contents):

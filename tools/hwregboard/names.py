@@ -6,6 +6,7 @@ from hwregboard.names_pci import Register as Register
 from hwregboard.names_pci import capabilities as capabilities
 from hwregboard.names_pci import capability_name as capability_name
 from hwregboard.names_pci import class_name as class_name
+from hwregboard.names_pci import layout as layout
 from hwregboard.names_pci import pci_register as pci_register
 from hwregboard.names_pci import pci_register_name as pci_register_name
 
@@ -33,8 +34,8 @@ PORTS = (
     (0x3B0, 0x3DF, "VGA"), (0x3E8, 0x3EF, "COM3"), (0x3F0, 0x3F5, "Floppy"), (0x3F6, 0x3F6, "Primary IDE control"),
     (0x3F7, 0x3F7, "Floppy"), (0x3F8, 0x3FF, "COM1"), (0x4D0, 0x4D1, "Interrupt edge and level control"),
     (0xC00, 0xC01, "PCI interrupt map"), (0xCD6, 0xCD6, "Power management index"),
-    (0xCD7, 0xCD7, "Power management data"), (0xCF8, 0xCFB, "PCI configuration address"),
-    (0xCF9, 0xCF9, "Reset Control"), (0xCFC, 0xCFF, "PCI configuration data"),
+    (0xCD7, 0xCD7, "Power management data"), (0xCF9, 0xCF9, "Reset Control"),
+    (0xCF8, 0xCFB, "PCI configuration address"), (0xCFC, 0xCFF, "PCI configuration data"),
 )  # fmt: skip
 
 SUPERIO = {
