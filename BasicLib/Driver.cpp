@@ -4,6 +4,7 @@
 #include <sys/io.h>
 #include <unistd.h>
 
+#include "BasicLib/Cpu.h"
 #include "Common/ComFunc/Shell.h"
 
 int16_t gMemFd = MEM_FD_NONE;
@@ -19,28 +20,26 @@ static int16_t OpenPhysicalMemory(int caching) {
     return fd < 0 ? MEM_FD_NONE : static_cast<int16_t>(fd);
 }
 
-// True when the MSR node of CPU 0 can be opened.
-static bool ProbeMsrNode() {
-    int fd = open("/dev/cpu/0/msr", O_RDONLY | O_CLOEXEC);
-    if (fd < 0)
-        return false;
-    close(fd);
-    return true;
-}
-
 int16_t CachedMemFd() {
     if (mCachedMemFd == MEM_FD_NONE)
         mCachedMemFd = OpenPhysicalMemory(0);
     return mCachedMemFd;
 }
 
-EFI_STATUS OpenLinuxDriver() {
+EFI_STATUS OpenPortsAndMemory() {
     if (iopl(3) != 0)
         return EFI_ACCESS_DENIED;
     gMemFd = OpenPhysicalMemory(O_SYNC);
-    if (!ProbeMsrNode()) {
+    return EFI_SUCCESS;
+}
+
+EFI_STATUS OpenLinuxDriver() {
+    EFI_STATUS status = OpenPortsAndMemory();
+    if (status != EFI_SUCCESS)
+        return status;
+    if (ProbeMsrNode(0) != 0) {
         ExecuteSystemCmd("modprobe msr");
-        ProbeMsrNode(); // a second failure is of no matter: MSRs then read 0
+        ProbeMsrNode(0); // a second failure is of no matter: MSRs then read 0
     }
     return EFI_SUCCESS;
 }

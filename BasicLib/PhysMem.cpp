@@ -18,23 +18,32 @@ typedef volatile uint8_t Register8;
 typedef volatile uint16_t __attribute__((aligned(1))) Register16;
 typedef volatile uint32_t __attribute__((aligned(1))) Register32;
 
-static void *MapThrough(int16_t fd, uint32_t address, size_t size) {
-    return mmap(nullptr, size, PROT_READ | PROT_WRITE, MAP_SHARED, fd,
-                static_cast<off_t>(address & PAGE_MASK));
+static void *MapThrough(int16_t fd, uint32_t address, size_t size, int protection) {
+    return mmap(nullptr, size, protection, MAP_SHARED, fd, static_cast<off_t>(address & PAGE_MASK));
 }
 
 // Maps size bytes from the page of address on; NULL when the kernel refuses. With EAGAIN the kernel says that
 // it holds the page cached itself and will not map it uncached as well: then, and only then, a cached map is
 // tried.
-static volatile uint8_t *MapPages(uint32_t address, size_t size) {
-    void *map = MapThrough(gMemFd, address, size);
+static volatile uint8_t *MapPages(uint32_t address, size_t size, int protection = PROT_READ | PROT_WRITE) {
+    void *map = MapThrough(gMemFd, address, size, protection);
     if (map == MAP_FAILED && errno == EAGAIN && CachedMemFd() != MEM_FD_NONE)
-        map = MapThrough(CachedMemFd(), address, size);
+        map = MapThrough(CachedMemFd(), address, size, protection);
     return map == MAP_FAILED ? nullptr : static_cast<volatile uint8_t *>(map);
 }
 
 static void UnmapPages(volatile uint8_t *map, size_t size) {
     munmap(const_cast<uint8_t *>(map), size);
+}
+
+int ProbePhysMem(uint32_t address) {
+    if (gMemFd == MEM_FD_NONE)
+        return ENODEV;
+    volatile uint8_t *map = MapPages(address, PAGE_4KB, PROT_READ);
+    if (map == nullptr)
+        return errno;
+    UnmapPages(map, PAGE_4KB);
+    return 0;
 }
 
 static uint32_t LoadOnce(volatile uint8_t *place, uint32_t width) {

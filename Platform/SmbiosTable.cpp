@@ -14,17 +14,8 @@ constexpr uint32_t DMI_ANCHOR = 0x494D445F; // "_DMI"
 constexpr int SYSTAB_LINE = 63;             // 62 characters and the NUL
 constexpr uint8_t TYPE_PROCESSOR = 4;
 
-// Where an entry point keeps what is used of it.
-struct EntryLayout {
-    uint32_t size;
-    uint32_t lengthOffset;  // u16; of the 64-bit form's u32 the low half
-    uint32_t addressOffset; // u32; of the 64-bit form's u64 the low half
-    uint32_t majorOffset;
-    uint32_t anchorOffset; // intermediate anchor
-};
-
-static const EntryLayout mEntry32 = {32, 0x16, 0x18, 0x06, 0x10};
-static const EntryLayout mEntry64 = {24, 0x0C, 0x10, 0x07, 0};
+const SmbiosEntryLayout gSmbiosEntry32 = {32, 0x16, 0x18, 0x06, 0x10};
+const SmbiosEntryLayout gSmbiosEntry64 = {24, 0x0C, 0x10, 0x07, 0};
 
 constexpr size_t LOADED_COPIES = 16;
 
@@ -81,7 +72,7 @@ SmbiosTable SmbiosTableAround(const uint8_t *structure) {
 }
 
 // Copies the table that the entry point at an address describes; without the memory device there is none.
-static EFI_STATUS CopyByEntryPoint(uint32_t entryPoint, const EntryLayout *layout, uint8_t **table,
+static EFI_STATUS CopyByEntryPoint(uint32_t entryPoint, const SmbiosEntryLayout *layout, uint8_t **table,
                                    uint32_t *length) {
     if (gMemFd == MEM_FD_NONE)
         return EFI_NOT_FOUND;
@@ -96,8 +87,7 @@ static EFI_STATUS CopyByEntryPoint(uint32_t entryPoint, const EntryLayout *layou
     return EFI_SUCCESS;
 }
 
-// The entry point that a line "NAME=ADDRESS" of the firmware's table file names; NULL for any other line.
-static const EntryLayout *ParseSystabLine(char *line, uint32_t *entryPoint) {
+const SmbiosEntryLayout *SmbiosOfSystabLine(char *line, uint32_t *entryPoint) {
     char *value = line;
     while (*value != 0 && *value != '=')
         ++value;
@@ -106,8 +96,8 @@ static const EntryLayout *ParseSystabLine(char *line, uint32_t *entryPoint) {
     *value++ = 0;
     *entryPoint = static_cast<uint32_t>(strtoull(value, nullptr, 0));
     if (Strcmp(line, "SMBIOS3") == 0)
-        return &mEntry64;
-    return Strcmp(line, "SMBIOS") == 0 ? &mEntry32 : nullptr;
+        return &gSmbiosEntry64;
+    return Strcmp(line, "SMBIOS") == 0 ? &gSmbiosEntry32 : nullptr;
 }
 
 // The first line in file order wins.
@@ -115,7 +105,7 @@ static EFI_STATUS LoadBySystab(FILE *systab, uint8_t **table, uint32_t *length) 
     char line[SYSTAB_LINE];
     while (fgets(line, sizeof(line), systab) != nullptr) {
         uint32_t entryPoint;
-        const EntryLayout *layout = ParseSystabLine(line, &entryPoint);
+        const SmbiosEntryLayout *layout = SmbiosOfSystabLine(line, &entryPoint);
         if (layout != nullptr)
             return CopyByEntryPoint(entryPoint, layout, table, length);
     }
@@ -147,7 +137,7 @@ static uint32_t FindEntry32() {
     if (SearchFromMemReadByte(BIOS_AREA, BIOS_AREA_SIZE, "_SM_", &pos, 1) != EFI_SUCCESS)
         return 0;
     uint32_t entry = BIOS_AREA + pos - anchorLength;
-    if (MemRead32(entry + mEntry32.anchorOffset) == DMI_ANCHOR)
+    if (MemRead32(entry + gSmbiosEntry32.anchorOffset) == DMI_ANCHOR)
         return entry;
     if (SearchFromMemReadByte(BIOS_AREA, BIOS_AREA_SIZE, "_SM_", &pos, 0) != EFI_SUCCESS)
         return 0;
@@ -165,22 +155,22 @@ static uint32_t FindEntry64() {
 EFI_STATUS GetSmbiosVersion(uint8_t **entryPoint, uint8_t *version) {
     if (entryPoint == nullptr || version == nullptr)
         return EFI_INVALID_PARAMETER;
-    const EntryLayout *layout = &mEntry64;
+    const SmbiosEntryLayout *layout = &gSmbiosEntry64;
     uint32_t address = FindEntry64();
     if (address == 0) {
-        layout = &mEntry32;
+        layout = &gSmbiosEntry32;
         address = FindEntry32();
     }
     if (address == 0)
         return EFI_NOT_FOUND;
     // Room for either layout: an odd version byte may choose the other one's offsets.
-    uint8_t *copy = static_cast<uint8_t *>(Malloc(mEntry32.size));
+    uint8_t *copy = static_cast<uint8_t *>(Malloc(gSmbiosEntry32.size));
     if (copy == nullptr)
         return EFI_OUT_OF_RESOURCES;
-    Memset(copy, 0, mEntry32.size);
+    Memset(copy, 0, gSmbiosEntry32.size);
     MemDump(address, layout->size, copy);
     *version = copy[layout->majorOffset];
-    if (layout == &mEntry32 && *version > 2)
+    if (layout == &gSmbiosEntry32 && *version > 2)
         *version = 2;
     *entryPoint = copy;
     return EFI_SUCCESS;
@@ -192,7 +182,7 @@ EFI_STATUS LegacySmbiosStructTableAddress(uint32_t *address, uint16_t *length) {
     EFI_STATUS status = GetSmbiosVersion(&entryPoint, &version);
     if (status != EFI_SUCCESS)
         return status;
-    const EntryLayout *layout = version > 2 ? &mEntry64 : &mEntry32;
+    const SmbiosEntryLayout *layout = version > 2 ? &gSmbiosEntry64 : &gSmbiosEntry32;
     *address = Load32(entryPoint + layout->addressOffset);
     *length = Load16(entryPoint + layout->lengthOffset);
     Free(entryPoint);

@@ -22,6 +22,18 @@ struct SmbiosTable {
     const uint8_t *end;
 };
 
+// Where an entry point (DSP0134, 5.2) keeps what is used of it.
+struct SmbiosEntryLayout {
+    uint32_t size;
+    uint32_t lengthOffset;  // u16; of the 64-bit form's u32 the low half
+    uint32_t addressOffset; // u32; of the 64-bit form's u64 the low half
+    uint32_t majorOffset;
+    uint32_t anchorOffset; // intermediate anchor
+};
+
+// "_SM_" and "_SM3_".
+extern const SmbiosEntryLayout gSmbiosEntry32, gSmbiosEntry64;
+
 constexpr uint8_t SMBIOS_TYPE_END = 127;
 
 // Copies the table into a heap block (the caller releases it with ReleaseTable), length without the guard. 0,
@@ -31,6 +43,10 @@ EFI_STATUS LoadSmbios(uint8_t **table, uint32_t *length);
 // The same: through the entry point that the firmware's table file names ("/sys/firmware/efi/systab", then
 // "/proc/efi/systab"), or, when neither can be opened, by the legacy way. 0, or 0x8000000E.
 EFI_STATUS GetFwTableLinux(uint8_t **table, uint32_t *length);
+
+// The entry point that a line "NAME=ADDRESS" of that file names, and its layout; NULL for any other line. The
+// line is cut at the "=".
+const SmbiosEntryLayout *SmbiosOfSystabLine(char *line, uint32_t *entryPoint);
 
 // Looks for an entry point (DSP0134, 5.2) in 0xF0000-0xFFFFF, "_SM3_" before "_SM_", and copies it into a
 // heap block that the caller frees. version is the major version (a "_SM_" never gives more than 2).

@@ -4,6 +4,7 @@
 #include "Arena.h"
 #include "BoardReader.h"
 #include "Complete.h"
+#include "Cpuid.h"
 #include "Doors.h"
 #include "Log.h"
 #include "Memory.h"
@@ -11,6 +12,7 @@
 #include "Msr.h"
 #include "Ports.h"
 #include "Settings.h"
+#include "State.h"
 #include "Trap.h"
 #include "models/AmdPm.h"
 #include "models/Answers.h"
@@ -33,12 +35,8 @@
 
 namespace {
 
-bool gCpuidFaulting;
-
 void ForgetBoard() {
-    if (gCpuidFaulting)
-        TrapCpuid(false);
-    gCpuidFaulting = false;
+    ReplaceCpuid(false);
     ArenaReset();
     SettingsReset();
     PortsReset();
@@ -70,7 +68,7 @@ void Load(const char *path, const char *memoryFile) {
     gBoard.loaded = true;
     if (gBoard.cpuidLeaves) {
         TrapArm();
-        gCpuidFaulting = TrapCpuid(true);
+        ReplaceCpuid(true);
     }
 }
 
@@ -85,8 +83,12 @@ __attribute__((constructor)) void LoadFromEnvironment() {
     }
     LogOpenFile(getenv("HWBOARD_LOG"));
     Load(path, getenv("HWBOARD_MEMFILE"));
-    if (const char *registers = getenv("HWBOARD_REGISTERS"))
+    if (const char *state = getenv("HWBOARD_STATE"))
+        StateTake(state, getenv("HWBOARD_RESET") != nullptr);
+    else if (const char *registers = getenv("HWBOARD_REGISTERS"))
         ArenaShareRegisters(registers);
+    PciPlaceDevices();
+    AmdPmPlaceDevices();
 }
 
 } // namespace
@@ -169,8 +171,4 @@ EXPORTED void BoardAnswer(unsigned doors, const void *bytes, uint64_t length, ui
 
 EXPORTED void BoardLimit(uint64_t accesses) {
     LimitAccesses(accesses);
-}
-
-EXPORTED int BoardCpuidFaulting() {
-    return gCpuidFaulting;
 }

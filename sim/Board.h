@@ -66,10 +66,6 @@ void BoardAnswer(unsigned doors, const void *bytes, uint64_t length, uint8_t res
 // they are not logged.
 void BoardLimit(uint64_t accesses);
 
-// 1 when the board's CPUID leaves are in force, 0 when the processor cannot make CPUID fault or none were
-// given.
-int BoardCpuidFaulting(void);
-
 #ifdef __cplusplus
 }
 #endif

@@ -1,19 +1,10 @@
 #include "Decode.h"
 
+#include "Encoding.h"
+
 #include <string.h>
 
 namespace {
-
-struct Prefixes {
-    bool operandSize; // 66
-    bool addressSize; // 67
-    uint8_t repeat;   // F2, F3 or 0
-    bool segment;     // FS or GS: not decoded
-    bool rexW, rexR, rexX, rexB;
-    unsigned vectorWidth; // 16; 32 and 64 with VEX and EVEX
-    unsigned map;         // 0 one byte, 1: 0F, 2: 0F 38, 3: 0F 3A
-    bool evex;
-};
 
 // The register numbers of ModRM and SIB bytes.
 const int REGISTERS[16] = {REG_RAX, REG_RCX, REG_RDX, REG_RBX, REG_RSP, REG_RBP, REG_RSI, REG_RDI,
@@ -34,62 +25,9 @@ int64_t Displacement(const uint8_t *at, unsigned size) {
     return value;
 }
 
-const uint8_t *ReadPrefixes(const uint8_t *at, Prefixes *p) {
-    *p = {};
-    p->vectorWidth = 16;
-    for (;; at++) {
-        if (*at == 0x66)
-            p->operandSize = true;
-        else if (*at == 0x67)
-            p->addressSize = true;
-        else if (*at == 0xF2 || *at == 0xF3)
-            p->repeat = *at;
-        else if (*at == 0x64 || *at == 0x65)
-            p->segment = true;
-        else if (*at != 0x2E && *at != 0x36 && *at != 0x3E && *at != 0x26 && *at != 0xF0)
-            break;
-    }
-    if ((*at & 0xF0) == 0x40) {
-        p->rexW = *at & 8;
-        p->rexR = *at & 4;
-        p->rexX = *at & 2;
-        p->rexB = *at & 1;
-        at++;
-    }
-    return at;
-}
-
-// The prefix that the two low bits of a VEX or EVEX byte stand for.
-void ImpliedPrefix(uint8_t bits, Prefixes *p) {
-    p->operandSize = bits == 1;
-    p->repeat = bits == 2 ? 0xF3 : bits == 3 ? 0xF2 : 0;
-}
-
-const uint8_t *ReadVectorPrefix(const uint8_t *at, Prefixes *p) {
-    if (at[0] == 0xC5) {
-        p->map = 1;
-        p->vectorWidth = (at[1] & 4) ? 32 : 16;
-        ImpliedPrefix(at[1] & 3, p);
-        return at + 2;
-    }
-    p->rexX = !(at[1] & 0x40);
-    p->rexB = !(at[1] & 0x20);
-    p->rexW = at[2] & 0x80;
-    ImpliedPrefix(at[2] & 3, p);
-    if (at[0] == 0xC4) {
-        p->map = at[1] & 0x1F;
-        p->vectorWidth = (at[2] & 4) ? 32 : 16;
-        return at + 3;
-    }
-    p->evex = true;
-    p->map = at[1] & 7;
-    p->vectorWidth = 16u << ((at[3] >> 5) & 3);
-    return at + 4;
-}
-
 // The effective address of a ModRM byte that names memory. A compressed displacement (EVEX) counts in units
 // of the access width.
-bool EffectiveAddress(const uint8_t *modrm, const greg_t *registers, const Prefixes *p, unsigned width,
+bool EffectiveAddress(const uint8_t *modrm, const greg_t *registers, const Encoding *e, unsigned width,
                       uint64_t *address) {
     unsigned mode = *modrm >> 6;
     unsigned base = *modrm & 7;
@@ -97,7 +35,7 @@ bool EffectiveAddress(const uint8_t *modrm, const greg_t *registers, const Prefi
     uint64_t sum = 0;
     bool noBase = false;
     if (base == 4) {
-        unsigned index = ((*at >> 3) & 7) | (p->rexX ? 8 : 0);
+        unsigned index = ((*at >> 3) & 7) | (e->rexX ? 8 : 0);
         base = *at & 7;
         if (index != 4)
             sum = static_cast<uint64_t>(registers[REGISTERS[index]]) << (*at >> 6);
@@ -107,12 +45,12 @@ bool EffectiveAddress(const uint8_t *modrm, const greg_t *registers, const Prefi
         return false; // relative to the instruction pointer: no device was ever mapped there
     }
     if (!noBase)
-        sum += static_cast<uint64_t>(registers[REGISTERS[base | (p->rexB ? 8 : 0)]]);
+        sum += static_cast<uint64_t>(registers[REGISTERS[base | (e->rexB ? 8 : 0)]]);
     if (mode == 1)
-        sum += static_cast<uint64_t>(Displacement(at, 1) * (p->evex ? static_cast<int64_t>(width) : 1));
+        sum += static_cast<uint64_t>(Displacement(at, 1) * (e->evex ? static_cast<int64_t>(width) : 1));
     else if (mode == 2 || noBase)
         sum += static_cast<uint64_t>(Displacement(at, 4));
-    *address = p->addressSize ? sum & 0xFFFFFFFF : sum;
+    *address = e->addressSize ? sum & 0xFFFFFFFF : sum;
     return true;
 }
 
@@ -166,42 +104,42 @@ Access OneByteAccess(uint8_t opcode, uint8_t modrm, unsigned width) {
 }
 
 // Scalar forms of the SSE moves: movss with F3, movsd with F2, else the whole vector.
-unsigned ScalarOrVector(const Prefixes *p) {
-    return p->repeat == 0xF3 ? 4 : p->repeat == 0xF2 ? 8 : p->vectorWidth;
+unsigned ScalarOrVector(const Encoding *e) {
+    return e->repeat == 0xF3 ? 4 : e->repeat == 0xF2 ? 8 : e->vectorWidth;
 }
 
 // Opcodes behind 0F.
-Access TwoByteAccess(uint8_t opcode, uint8_t modrm, unsigned width, const Prefixes *p) {
-    unsigned general = p->rexW ? 8 : 4;
-    bool vector = p->operandSize || p->repeat != 0 || p->vectorWidth > 16;
+Access TwoByteAccess(uint8_t opcode, uint8_t modrm, unsigned width, const Encoding *e) {
+    unsigned general = e->rexW ? 8 : 4;
+    bool vector = e->operandSize || e->repeat != 0 || e->vectorWidth > 16;
     if (opcode >= 0x40 && opcode <= 0x4F) // cmov
         return {READS, width};
     switch (opcode) {
     case 0x10:
-        return {READS, ScalarOrVector(p)};
+        return {READS, ScalarOrVector(e)};
     case 0x11:
-        return {WRITES, ScalarOrVector(p)};
+        return {WRITES, ScalarOrVector(e)};
     case 0x12:
     case 0x16:
-        return {READS, p->repeat == 0xF3 ? p->vectorWidth : 8};
+        return {READS, e->repeat == 0xF3 ? e->vectorWidth : 8};
     case 0x13:
     case 0x17:
     case 0xD6:
         return {WRITES, 8};
     case 0x28:
-        return {READS, p->vectorWidth};
+        return {READS, e->vectorWidth};
     case 0x29:
     case 0x2B:
-        return {WRITES, p->vectorWidth};
+        return {WRITES, e->vectorWidth};
     case 0x6E:
         return {READS, general};
     case 0x6F:
-        return {READS, vector ? p->vectorWidth : 8};
+        return {READS, vector ? e->vectorWidth : 8};
     case 0x7E:
-        return p->repeat == 0xF3 ? Access{READS, 8} : Access{WRITES, general};
+        return e->repeat == 0xF3 ? Access{READS, 8} : Access{WRITES, general};
     case 0x7F:
     case 0xE7:
-        return {WRITES, vector ? p->vectorWidth : 8};
+        return {WRITES, vector ? e->vectorWidth : 8};
     case 0xB6:
     case 0xBE:
         return {READS, 1};
@@ -222,25 +160,25 @@ Access TwoByteAccess(uint8_t opcode, uint8_t modrm, unsigned width, const Prefix
         return {WRITES, general};
     default: // arithmetic on vectors
         return {(opcode >= 0x50 && opcode <= 0x76) || opcode >= 0xD0 ? READS : NOTHING,
-                vector ? p->vectorWidth : 8};
+                vector ? e->vectorWidth : 8};
     }
 }
 
 // Opcodes behind 0F 38.
-Access ThreeByteAccess(uint8_t opcode, unsigned width, const Prefixes *p) {
+Access ThreeByteAccess(uint8_t opcode, unsigned width, const Encoding *e) {
     if (opcode == 0xF0 || opcode == 0xF1) // movbe
         return {opcode == 0xF0 ? READS : WRITES, width};
     if (opcode == 0x58 || opcode == 0x59 || opcode == 0x78 || opcode == 0x79) { // vpbroadcast d, q, b, w
         const unsigned WIDTHS[4] = {4, 8, 1, 2};
         return {READS, WIDTHS[(opcode & 1) | (opcode >= 0x78 ? 2 : 0)]};
     }
-    return {READS, p->vectorWidth};
+    return {READS, e->vectorWidth};
 }
 
-void DecodePort(uint8_t opcode, const uint8_t *at, const greg_t *registers, const Prefixes *p,
+void DecodePort(uint8_t opcode, const uint8_t *at, const greg_t *registers, const Encoding *e,
                 Instruction *result) {
     result->kind = (opcode & 2) ? INSTRUCTION_PORT_OUT : INSTRUCTION_PORT_IN;
-    result->width = !(opcode & 1) ? 1 : p->operandSize ? 2 : 4;
+    result->width = !(opcode & 1) ? 1 : e->operandSize ? 2 : 4;
     result->port = (opcode & 8) ? static_cast<uint16_t>(registers[REG_RDX]) : *at;
     result->length = (opcode & 8) ? 0 : 1;
 }
@@ -284,47 +222,37 @@ bool DecodeString(uint8_t opcode, const greg_t *registers, unsigned width, Instr
 
 Instruction DecodeInstruction(const uint8_t *code, const greg_t *registers) {
     Instruction result = {};
-    Prefixes p;
-    const uint8_t *at = ReadPrefixes(code, &p);
-    if (*at == 0xC4 || *at == 0xC5 || *at == 0x62)
-        at = ReadVectorPrefix(at, &p);
-    else if (*at == 0x0F) {
-        p.map = at[1] == 0x38 ? 2 : at[1] == 0x3A ? 3 : 1;
-        at += p.map == 1 ? 1 : 2;
-    }
-    unsigned width = p.rexW ? 8 : p.operandSize ? 2 : 4;
-    uint8_t opcode = *at++;
+    Encoding e;
+    ReadEncoding(code, &e);
+    const uint8_t *at = code + e.head;
+    uint8_t opcode = e.opcode;
+    unsigned width = e.rexW ? 8 : e.operandSize ? 2 : 4;
 
-    if (p.map == 0 && (opcode & 0xF4) == 0xE4) {
-        DecodePort(opcode, at, registers, &p, &result);
-        result.length += static_cast<unsigned>(at - code);
+    if (e.map == 0 && (opcode & 0xF4) == 0xE4) {
+        DecodePort(opcode, at, registers, &e, &result);
+        result.length += e.head;
         return result;
     }
-    if (p.map == 0 && opcode >= 0x6C && opcode <= 0x6F) {
+    if (e.map == 0 && opcode >= 0x6C && opcode <= 0x6F) {
         result.kind = INSTRUCTION_PORT_STRING;
         return result;
     }
-    if (p.map == 1 && opcode == 0xA2) {
-        result.kind = INSTRUCTION_CPUID;
-        result.length = static_cast<unsigned>(at - code);
+    if (e.segment || (e.map == 0 && DecodeString(opcode, registers, width, &result)))
         return result;
-    }
-    if (p.segment || (p.map == 0 && DecodeString(opcode, registers, width, &result)))
-        return result;
-    if (p.map == 0 && opcode >= 0xA0 && opcode <= 0xA3) { // mov between the accumulator and a full address
+    if (e.map == 0 && opcode >= 0xA0 && opcode <= 0xA3) { // mov between the accumulator and a full address
         uint64_t address;
         memcpy(&address, at, sizeof address);
         result.kind = INSTRUCTION_MEMORY;
         AddOperand(&result, address, (opcode & 1) ? width : 1, (opcode & 2) ? WRITES : READS);
         return result;
     }
-    Access access = p.map == 0   ? OneByteAccess(opcode, *at, width)
-                    : p.map == 1 ? TwoByteAccess(opcode, *at, width, &p)
-                    : p.map == 2 ? ThreeByteAccess(opcode, width, &p)
-                                 : Access{READS, p.vectorWidth};
+    Access access = e.map == 0   ? OneByteAccess(opcode, *at, width)
+                    : e.map == 1 ? TwoByteAccess(opcode, *at, width, &e)
+                    : e.map == 2 ? ThreeByteAccess(opcode, width, &e)
+                                 : Access{READS, e.vectorWidth};
     uint64_t address;
     if (access.direction == NOTHING || *at >= 0xC0 ||
-        !EffectiveAddress(at, registers, &p, access.width, &address))
+        !EffectiveAddress(at, registers, &e, access.width, &address))
         return result;
     result.kind = INSTRUCTION_MEMORY;
     AddOperand(&result, address, access.width, access.direction);

@@ -1,6 +1,5 @@
 // As much of the instruction set as is needed to tell what an instruction that faulted wanted of the
-// hardware. Intel 64 and IA-32 Architectures Software Developer's Manual, volume 2: 2.1 to 2.7 (formats), A
-// (opcode maps).
+// hardware.
 #pragma once
 
 #include <stdint.h>
@@ -11,7 +10,6 @@ enum InstructionKind {
     INSTRUCTION_PORT_IN,
     INSTRUCTION_PORT_OUT,
     INSTRUCTION_PORT_STRING, // ins, outs
-    INSTRUCTION_CPUID,
     INSTRUCTION_MEMORY,
     INSTRUCTION_MEMORY_STRING, // movs, stos, lods, cmps, scas
 };
@@ -24,7 +22,7 @@ struct MemoryOperand {
 
 struct Instruction {
     InstructionKind kind;
-    unsigned length; // known for port instructions and CPUID only
+    unsigned length; // known for port instructions only
     unsigned width;  // of a port access
     uint16_t port;
     int operandCount;

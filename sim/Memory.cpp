@@ -5,6 +5,7 @@
 #include "Log.h"
 #include "Mistake.h"
 
+#include <errno.h>
 #include <fcntl.h>
 #include <linux/falloc.h>
 #include <string.h>
@@ -14,7 +15,6 @@
 
 namespace {
 
-constexpr uint64_t MEMORY_SIZE = (static_cast<uint64_t>(4) << 30) + (1 << 20);
 constexpr uint64_t PAGE = 4096;
 constexpr uint64_t MAX_CONTENTS = static_cast<uint64_t>(256) << 20; // that a board file may give
 constexpr int MAX_RANGES = 512;
@@ -130,6 +130,30 @@ void MemoryReset(const char *path) {
     gContents = 0;
     gRangeCount = 0;
     gMappingCount = 0;
+}
+
+bool MemoryCopy(int descriptor) {
+    long start = 0;
+    while ((start = syscall(SYS_lseek, gMemoryDescriptor, start, SEEK_DATA)) >= 0) {
+        long end = syscall(SYS_lseek, gMemoryDescriptor, start, SEEK_HOLE);
+        while (start < end) {
+            long written = syscall(SYS_pwrite64, descriptor, gMemory + start, end - start, start);
+            if (written <= 0)
+                return false;
+            start += written;
+        }
+    }
+    return errno == ENXIO; // there is no more
+}
+
+bool MemoryTake(int descriptor) {
+    if (syscall(SYS_mmap, gMemory, MEMORY_SIZE, PROT_READ | PROT_WRITE,
+                MAP_SHARED | MAP_NORESERVE | MAP_FIXED, descriptor, 0L) == -1)
+        return false;
+    syscall(SYS_close, gMemoryDescriptor);
+    gMemoryDescriptor = descriptor;
+    gMemoryNamed = true;
+    return true;
 }
 
 int MemoryDescriptor() {

@@ -1,6 +1,7 @@
 #include "Trap.h"
 
 #include "Arena.h"
+#include "Cpuid.h"
 #include "Decode.h"
 #include "Log.h"
 #include "Memory.h"
@@ -20,7 +21,6 @@ namespace {
 
 constexpr greg_t PAGE_FAULT_WRITE = 2;
 constexpr greg_t EFLAGS_TF = 0x100;
-constexpr int ARCH_CPUID_SET = 0x1012;
 constexpr uint64_t PAGE = 4096;
 constexpr uint64_t MEMORY_COSTS = 10; // port accesses that take the time of one in memory
 
@@ -38,8 +38,14 @@ constexpr uintptr_t HANDLER_DEFAULT = 0;
 constexpr uintptr_t HANDLER_IGNORE = 1;
 
 bool gArmed;
-bool gNoStep;               // HWBOARD_NO_STEP: an emulated processor that has no trap flag
-KernelSigaction gBefore[2]; // SIGSEGV, SIGTRAP
+bool gNoStep; // HWBOARD_NO_STEP: an emulated processor that has no trap flag
+
+// Who had the signals that the board takes.
+struct Taken {
+    int signal;
+    KernelSigaction before;
+};
+Taken gTaken[] = {{SIGSEGV, {}}, {SIGTRAP, {}}, {SIGILL, {}}};
 
 // The one instruction that runs with its pages open.
 struct Step {
@@ -75,7 +81,10 @@ greg_t *Registers(ucontext_t *context) {
 
 // Not ours: the previous handler has it, or the default action when the instruction runs again.
 void PassOn(int signal, siginfo_t *info, void *context) {
-    const KernelSigaction *before = &gBefore[signal == SIGTRAP];
+    const Taken *taken = gTaken;
+    while (taken->signal != signal)
+        taken++;
+    const KernelSigaction *before = &taken->before;
     if (before->handler > HANDLER_IGNORE) {
         reinterpret_cast<SignalHandler>(before->handler)(signal, info, context);
         return;
@@ -117,36 +126,12 @@ void PortOut(const Instruction *instruction, greg_t rax) {
     LoggedPortWrite(instruction->port, instruction->width, value);
 }
 
-void Cpuid(greg_t *registers) {
-    uint32_t leaf = static_cast<uint32_t>(registers[REG_RAX]);
-    uint32_t subleaf = static_cast<uint32_t>(registers[REG_RCX]);
-    const CpuidLeaf *found = gBoard.cpuidLeaves;
-    while (found && (found->leaf != leaf || found->subleaf != subleaf))
-        found = found->next;
-    uint32_t values[4];
-    if (found)
-        memcpy(values, found->registers, sizeof values);
-    else { // a leaf that the board does not describe is the processor's own
-        TrapCpuid(false);
-        __asm__ volatile("cpuid"
-                         : "=a"(values[0]), "=b"(values[1]), "=c"(values[2]), "=d"(values[3])
-                         : "a"(leaf), "c"(subleaf));
-        TrapCpuid(true);
-    }
-    registers[REG_RAX] = greg_t(values[0]);
-    registers[REG_RBX] = greg_t(values[1]);
-    registers[REG_RCX] = greg_t(values[2]);
-    registers[REG_RDX] = greg_t(values[3]);
-}
-
 // True when the instruction was one of the board's and has been carried out.
 bool OnGeneralProtection(ucontext_t *context) {
     greg_t *registers = Registers(context);
     const uint8_t *code = reinterpret_cast<const uint8_t *>(registers[REG_RIP]);
     Instruction instruction = DecodeInstruction(code, registers);
-    if (instruction.kind == INSTRUCTION_CPUID && gBoard.cpuidLeaves)
-        Cpuid(registers);
-    else if (gBoard.privilege < 3)
+    if (gBoard.privilege < 3)
         return false;
     else if (instruction.kind == INSTRUCTION_PORT_IN)
         PortIn(&instruction, &registers[REG_RAX]);
@@ -266,8 +251,7 @@ void OnSegmentationFault(int signal, siginfo_t *info, void *opaque) {
     if (stepping) // the instruction was let through and faults once more: its other operand is the program's
                   // mistake
         EndStep(context);
-    // Told apart by the signal's code: user-mode emulators, which serve for their CPUID, give no trap number.
-    // A signal that was sent has neither code.
+    // Told apart by the signal's code. A signal that was sent has neither.
     bool generalProtection = info->si_code == SI_KERNEL;
     bool pageFault = info->si_code == SEGV_MAPERR || info->si_code == SEGV_ACCERR;
     if (gBoard.loaded && !stepping &&
@@ -288,6 +272,11 @@ void OnTrap(int signal, siginfo_t *info, void *opaque) {
         LogMemory(gStep.string, true, gStep.operands[i].physical, gStep.operands[i].width);
         StoreToDevices(gStep.operands[i].physical, gStep.operands[i].width);
     }
+}
+
+void OnIllegalInstruction(int signal, siginfo_t *info, void *opaque) {
+    if (info->si_code <= 0 || !CarryOutCpuid(Registers(static_cast<ucontext_t *>(opaque))))
+        PassOn(signal, info, opaque);
 }
 
 } // namespace
@@ -317,14 +306,11 @@ void TrapArm() {
     gNoStep = getenv("HWBOARD_NO_STEP") != nullptr;
     if (gNoStep)
         TakeStackForSignals();
-    KernelSigaction action = {reinterpret_cast<uintptr_t>(OnSegmentationFault),
-                              SA_SIGINFO | SA_ONSTACK | SA_RESTART | KERNEL_SA_RESTORER, BoardSignalReturn,
-                              0};
-    SetSignal(SIGSEGV, &action, &gBefore[0]);
-    action.handler = reinterpret_cast<uintptr_t>(OnTrap);
-    SetSignal(SIGTRAP, &action, &gBefore[1]);
-}
-
-bool TrapCpuid(bool on) {
-    return syscall(SYS_arch_prctl, ARCH_CPUID_SET, on ? 0L : 1L) == 0 && on;
+    const SignalHandler handlers[] = {OnSegmentationFault, OnTrap, OnIllegalInstruction};
+    for (int i = 0; i < 3; i++) {
+        KernelSigaction action = {reinterpret_cast<uintptr_t>(handlers[i]),
+                                  SA_SIGINFO | SA_ONSTACK | SA_RESTART | KERNEL_SA_RESTORER,
+                                  BoardSignalReturn, 0};
+        SetSignal(gTaken[i].signal, &action, &gTaken[i].before);
+    }
 }

@@ -1,6 +1,6 @@
-// The instructions that a door stands in: port accesses and CPUID (general protection fault), loads and
-// stores to pages of devices (page fault). Intel SDM volume 3, 6.15 for the faults, 17.3.1.4 for
-// single-stepping.
+// The instructions that a door stands in: port accesses (general protection fault), loads and stores to pages
+// of devices (page fault), and what stands in the place of CPUID (invalid opcode). Intel SDM volume 3, 6.15
+// for the faults, 17.3.1.4 for single-stepping.
 #pragma once
 
 #include <stdint.h>
@@ -9,8 +9,5 @@
 uint32_t LoggedPortRead(uint16_t port, unsigned width);
 void LoggedPortWrite(uint16_t port, unsigned width, uint32_t value);
 
-// Takes SIGSEGV and SIGTRAP, once; what is no matter of the board goes to whoever had them before.
+// Takes SIGSEGV, SIGTRAP and SIGILL, once; what is no matter of the board goes to whoever had them before.
 void TrapArm();
-
-// Makes CPUID fault where the processor allows it (arch_prctl ARCH_CPUID_SET); true when it now does.
-bool TrapCpuid(bool on);

@@ -573,7 +573,7 @@ def test_the_msr_nodes_may_come_with_the_module_or_never(probe):
     assert probe(words, board="latemsr").systems() == ["modprobe msr"]
 
 
-# The shell, the firmware's table file, CPUID
+# The shell, the firmware's table file
 
 
 def test_commands_are_recorded_and_not_run(probe, tmp_path):
@@ -608,19 +608,6 @@ def test_a_machine_without_efi_has_no_table_file(probe):
     assert said(probe("fopen /sys/firmware/efi/systab r open /proc/efi/systab r")) == ["fopen ENOENT", "open ENOENT"]
 
 
-def test_cpuid_leaves_come_from_the_board(probe):
-    line = "cpuid 1 0 00800f12 00080800 7ed8320b 178bfbff"
-    if said(probe("cpuid-faulting", line)) == ["cpuid-faulting 0"]:
-        pytest.skip("this processor cannot make CPUID fault")
-    result = probe("cpuid 1 cpuid 0", line)
-    assert said(result)[0] == "cpuid 00800f12 00080800 7ed8320b 178bfbff"
-    assert said(result)[1] == said(probe("cpuid 0"))[0]
-
-
-def test_without_leaves_in_the_board_cpuid_is_the_processors(probe):
-    assert said(probe("cpuid-faulting cpuid 0"))[0] == "cpuid-faulting 0"
-
-
 # Board files
 
 
@@ -643,7 +630,7 @@ def test_each_board_can_be_loaded(probe, name):
 def test_a_mistake_in_a_board_file_names_its_line(probe, line, message):
     result = probe("", "# a comment", line)
     assert result.status == MISTAKE
-    assert "extended.board:3: " + message in result.err.decode()
+    assert "extended.board:4: " + message in result.err.decode()
 
 
 def test_board_files_that_include_each_other_are_refused(run, tmp_path):

@@ -6,8 +6,7 @@ import time
 
 import pytest
 from expected import CLOSE
-from harness import WRAPPER, act_behind, held_behind, signal_behind
-from processor import on_processor  # noqa: F401 (fixture)
+from harness import WRAPPER, act_behind, held_behind
 
 pytestmark = pytest.mark.skipif(bool(WRAPPER), reason="the wrapper takes part in what signals do")
 
@@ -22,6 +21,7 @@ ENABLE = "mw32 fedc206c 00000001"
 HOST = "efa"  # the ports of the SMBus host
 START = "out8 efa2 48"
 WRITTEN_BACK = "out8 efa0 42"
+DIE_1, DIE_0 = "out32 0cfc 00000001", "out32 0cfc 00000000"
 
 
 def behind(log, line, count=1):
@@ -40,8 +40,8 @@ class State:
     """Hardware is switched behind some accesses of a command: how many, by the log of an undisturbed run, and what the
     log of a run has when everything is put back."""
 
-    def __init__(self, args, where, back=until_locked, board="intel", extra=(), keys=None):
-        self.args, self.where, self.back, self.board, self.extra = args, where, back, board, [*QUIET, *extra]
+    def __init__(self, args, where, back=until_locked, board="intel", extra=(), keys=None, quiet=QUIET):
+        self.args, self.where, self.back, self.board, self.extra = args, where, back, board, [*quiet, *extra]
         self.keys = keys  # a wait for a key ends as by them
         self.wholes = {}
 
@@ -90,6 +90,15 @@ def enabled(log):
     return [behind(log, ENABLE), behind(log, ENABLE) + 1]
 
 
+def selected(log):
+    """Behind the selection of the die, of the register, and behind the last access before the die is set back."""
+    return [behind(log, DIE_1), behind(log, DIE_1) + 2, behind(log, DIE_0) - 1]
+
+
+def set_back(log, place):
+    return log[: behind(log[place:], DIE_0) + place]
+
+
 ESC = b"\x1b"
 ADDRESSES = ["unlogged efa0 4", "unlogged efa5 3"]
 SIO = [State(f"/SIO {words}", unlocked) for words in
@@ -99,7 +108,9 @@ SMBUS = [State(f"/SMBUS {words}", transaction, transaction_ended) for words in
          ("/RB 0xa0 2", "/WB 0xa0 2 5", "/S 0xa0 0xa4", "/DUMP 0xa4")] + [
         State("/SMBUS /DUMP 0xa2", pages, extra=ADDRESSES)]  # fmt: skip
 I2C = [State(f"/I2C {words}", enabled, board="amd") for words in ("/RB 0 0x50 1", "/WB 0 0x50 1 2")]
-STATES = [*SIO, *SMBUS, *I2C]
+SMN = [State(f"/SMN {words}", selected, set_back, board="amd", quiet=QUIET[:1]) for words in
+       ("/RD 1 0x18000", "/WB 1 0x18000 7 /WD")]  # fmt: skip
+STATES = [*SIO, *SMBUS, *I2C, *SMN]
 
 
 @pytest.mark.parametrize("number", ENDING)
@@ -133,23 +144,11 @@ def test_a_signal_that_ends_nothing_changes_nothing(run, state, number):
 @pytest.mark.parametrize("how", ["ignored", "blocked"])
 @pytest.mark.parametrize("number", [signal.SIGINT, signal.SIGHUP, signal.SIGTERM, signal.SIGTSTP, signal.SIGTTIN,
                                     signal.SIGPIPE, signal.SIGUSR1, 34, 64])
-@pytest.mark.parametrize("state", [SIO[0], SIO[-1], SMBUS[0], SMBUS[-1], I2C[0]], ids=str)
+@pytest.mark.parametrize("state", [SIO[0], SIO[-1], SMBUS[0], SMBUS[-1], I2C[0], SMN[0]], ids=str)
 def test_one_that_was_ignored_or_blocked_from_the_start_changes_nothing(run, state, number, how):
     whole = state.whole(run)
     for result, _, _ in state.runs(run, sent_behind, number, **{how: [number]}):
         assert (result.log, result.text, result.status) == (whole.log, whole.text, whole.status)
-
-
-# The processor is emulated here, with its signals: what is held back shows after a while alone.
-@pytest.mark.parametrize("number", [signal.SIGHUP, signal.SIGTERM, signal.SIGUSR1, signal.SIGALRM, signal.SIGPWR, 40])
-@pytest.mark.parametrize("args", ["/SMN /RD 1 0x18000", "/SMN /WB 1 0x18000 7 /WD"])
-def test_a_signal_while_a_die_is_selected_waits_until_it_is_set_back(on_processor, args, number):  # noqa: F811
-    naples = 0x00800F12
-    whole = on_processor(naples, args, extra=QUIET[:1]).log
-    selected, set_back = behind(whole, "out32 0cfc 00000001"), behind(whole, "out32 0cfc 00000000")
-    runner = signal_behind(whole[:selected], number)
-    result = on_processor(naples, args, extra=QUIET[:1], runner=runner)
-    assert (result.status, result.log) == (-number, whole[:set_back])
 
 
 # ---- nothing is switched --------------------------------------------------------------------------------------------

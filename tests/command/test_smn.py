@@ -7,19 +7,16 @@ and a read-only 815h at 5A86Ch. Other registers read all ones.
 import pytest
 
 from expected import CLEAR, NBIO_USAGE, assert_run, legacy
-from harness import signal, signal_behind
-from processor import on_processor  # noqa: F401 (fixture)
 
 BRIDGE = "00:00.0"
 AMD = legacy(BRIDGE, 0, "in16 0cfc -> 1022")
-NAPLES = 0x00800F12  # family 17h, model 01h, stepping 2
 REFUSED = "InitSmuService error: 8000000F\n"
 
 
 @pytest.fixture
-def smn(on_processor):  # noqa: F811
+def smn(run):
     def go(args, **options):
-        return on_processor(NAPLES, f"/SMN {args}", **options)
+        return run(f"/SMN {args}", board="amd", **options)
 
     return go
 
@@ -62,10 +59,14 @@ def test_other_makers_chipsets_are_refused_before_any_operand_is_looked_at(run, 
     assert_run(run(args, board=board), REFUSED, 0x8000000F, legacy(BRIDGE, 0, f"in16 0cfc -> {maker}"))
 
 
+def signature_line(signature):
+    return f"cpuid 80000001 0 {signature:x} 0 0 0"
+
+
 @pytest.mark.parametrize("signature", [0x00800F00, 0x00800F12, 0x00800F82, 0x00900F01, 0x00900F22])
 @pytest.mark.parametrize("board", ["amd", "hygon", "ati"])
-def test_family_17h_and_18h_models_00h_to_0fh_are_served(on_processor, signature, board):  # noqa: F811
-    result = on_processor(signature, "/SMN /RD 0 0x18000", board=board)
+def test_family_17h_and_18h_models_00h_to_0fh_are_served(run, signature, board):
+    result = run("/SMN /RD 0 0x18000", board=board, extra=signature_line(signature))
     assert result.text == read_text("Dword", 0, 0x18000) + data_text(0x11223344, 8)
 
 
@@ -75,8 +76,8 @@ def test_family_17h_and_18h_models_00h_to_0fh_are_served(on_processor, signature
     0x00910F00, 0x00A00F11, 0x00A20F10,  # family 18h, model 10h; family 19h
     0x00700F01, 0x00600F12, 0x00000F12, 0x000306C3,  # families 16h, 15h, 0Fh; an Intel one
 ])  # fmt: skip
-def test_other_processors_are_refused(on_processor, signature, args):  # noqa: F811
-    assert_run(on_processor(signature, args), REFUSED, 0x8000000F, AMD)
+def test_other_processors_are_refused(run, signature, args):
+    assert_run(run(args, board="amd", extra=signature_line(signature)), REFUSED, 0x8000000F, AMD)
 
 
 @pytest.mark.parametrize("word", ["SMN", "SMU"])
@@ -195,22 +196,6 @@ def test_bits_above_31_read_0_and_are_not_written(smn, bit):
     for word in ("/RI", "/WI"):
         text = f"SMN Write Dword Die:0, Regester:5A000, Bit {shown}, Data:1, return data:0\n"
         assert_run(smn(f"{word} 0 0x5a000 {bit} 1"), text, 0x0F, AMD, reads(32, 0, 0x5A000, 0x0F))
-
-
-# ---- signals --------------------------------------------------------------------------------------------------------
-
-
-@pytest.mark.parametrize("args", ["/RB 1 0x18000", "/WD 1 0x18000 7"])
-@pytest.mark.parametrize("register", ["800000c0", "800000c4", "800000c8"])
-def test_a_signal_while_a_die_is_selected_waits_until_it_is_set_back(smn, args, register):
-    whole = smn(args).log
-    # Behind the selection of the die, of the register, and behind the access.
-    at = whole.index(f"out32 0cf8 {register}") + 1
-    result = smn(args, runner=signal_behind(whole[: at + 1], signal.SIGINT))
-    assert result.status == -signal.SIGINT
-    ending = legacy(BRIDGE, 0xC0, "out32 0cfc 00000000")
-    set_back = next(i for i in range(at, len(whole)) if whole[i : i + len(ending)] == ending) + len(ending)
-    assert result.log == whole[:set_back]
 
 
 # ---- operands and forms ---------------------------------------------------------------------------------------------

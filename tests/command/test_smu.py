@@ -11,19 +11,17 @@ import subprocess
 import pytest
 
 from expected import assert_run, legacy
-from harness import prepare_child
-from processor import on_processor  # noqa: F401 (fixture)
+from harness import WRAPPER, prepare_child
 
 BRIDGE = "00:00.0"
 AMD = legacy(BRIDGE, 0, "in16 0cfc -> 1022")
-NAPLES = 0x00800F12
 MESSAGE, RESPONSE, ARGUMENT = 0x3B10528, 0x3B10564, 0x3B10598
 
 
 @pytest.fixture
-def smu(on_processor):  # noqa: F811
+def smu(run):
     def go(args, **options):
-        return on_processor(NAPLES, f"/SMU {args}", **options)
+        return run(f"/SMU {args}", board="amd", **options)
 
     return go
 
@@ -120,24 +118,27 @@ def test_without_a_dword_word_nothing_is_sent(smu, args):
 # ---- waits without an end -------------------------------------------------------------------------------------------
 
 
-def interrupted(on_processor, args, extra, awaited):  # noqa: F811
+no_wrapper = pytest.mark.skipif(bool(WRAPPER), reason="the wrapper takes part in what signals do")
+
+
+def interrupted(smu, args, extra, awaited):
     """Starts the program, sends it SIGINT when it has said or done enough, and gives the outcome."""
 
-    def run_and_interrupt(run, cwd, stdin, stdout, stderr, timeout):
-        child = subprocess.Popen(run.command, executable=run.executable, stdin=subprocess.DEVNULL,
-                                 stdout=subprocess.PIPE, stderr=subprocess.DEVNULL, env=run.environment, cwd=cwd,
+    def run_and_interrupt(prepared, cwd, stdin, stdout, stderr, timeout):
+        child = subprocess.Popen(prepared.command, executable=prepared.executable, stdin=subprocess.DEVNULL,
+                                 stdout=subprocess.PIPE, stderr=subprocess.DEVNULL, env=prepared.environment, cwd=cwd,
                                  preexec_fn=prepare_child([], None))
         try:
-            said = awaited(child, run.log_file)
+            said = awaited(child, prepared.log_file)
             assert child.poll() is None
             child.send_signal(signal.SIGINT)
             rest = child.communicate(timeout=timeout)[0]
         finally:
             child.kill()
             child.wait()
-        return run.result(child.returncode, said + rest, b"")
+        return prepared.result(child.returncode, said + rest, b"")
 
-    return on_processor(NAPLES, args, extra=extra, runner=run_and_interrupt)
+    return smu(args, extra=extra, runner=run_and_interrupt)
 
 
 def until_polled(child, log_file):
@@ -147,14 +148,15 @@ def until_polled(child, log_file):
     return b""
 
 
-def test_an_smu_that_never_answers_is_waited_for_until_ctrl_c(on_processor):  # noqa: F811
-    result = interrupted(on_processor, "/SMU /RD 7", ["smu-reply 7 0", "unlogged 00ed 1"], until_polled)
+@no_wrapper
+def test_an_smu_that_never_answers_is_waited_for_until_ctrl_c(smu):
+    result = interrupted(smu, "/RD 7", ["smu-reply 7 0", "unlogged 00ed 1"], until_polled)
     assert (result.status, result.text) == (-signal.SIGINT, "")
 
 
 def test_a_network_that_reads_as_all_ones_has_answered(smu):
     # A bridge without the pair: what is written goes nowhere.
-    extra = ["pci-remove 00:00.0", "pci 00:00.0 1022:1450 class 060000", "dword bc ffffffff"]
+    extra = ["pci-remove 00:00.0", "pci 00:00.0 1022:1450 class 060000 multi", "dword bc ffffffff"]
     result = smu("/RD 1 2", extra=extra)
     assert (result.text, result.status) == (text_of(1, [0xFFFFFFFF] * 6, 0xFFFFFFFF), 0)
 
@@ -168,8 +170,9 @@ def until_asserted(child, log_file):
     return said
 
 
-def test_a_fatal_answer_is_asserted_without_end(on_processor):  # noqa: F811
-    result = interrupted(on_processor, "/SMU /RD 8", ["smu-reply 8 fc"], until_asserted)
+@no_wrapper
+def test_a_fatal_answer_is_asserted_without_end(smu):
+    result = interrupted(smu, "/RD 8", ["smu-reply 8 fc"], until_asserted)
     lines = result.text.splitlines()
     assert result.status == -signal.SIGINT
     assert set(lines[:1000]) == {"ASSERT in ./Project/NbioSmu.c on 166: FALSE"}

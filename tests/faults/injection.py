@@ -6,7 +6,6 @@ import shutil
 import subprocess
 
 from harness import BUILD, Run, Timeout
-from processor import can_fault, emulate, is_sanitized, EXTENDED_SIGNATURE
 
 SECONDS = 30
 LIBRARIES = f"{BUILD}/libhwfaults.so:{BUILD}/libhwboard.so"
@@ -22,17 +21,11 @@ class Bench:
         self.line = line
         self.folder = folder
         self.work = folder / "work"
-        extra = list(line.extra)
-        if line.signature and can_fault():
-            extra.append(f"cpuid {EXTENDED_SIGNATURE:x} 0 {line.signature:x} 0 0 0")
-        self.extra = extra
         self.first = self.prepared()
 
     def prepared(self):
-        run = Run(self.folder, self.line.words, self.line.board, self.extra, False, "hwreg", None)
+        run = Run(self.folder, self.line.words, self.line.board, self.line.extra, False, "hwreg", None)
         run.environment["LD_PRELOAD"] = LIBRARIES
-        if self.line.signature and not can_fault():
-            emulate(run, self.line.signature)
         return run
 
     def clear(self):
@@ -75,15 +68,6 @@ def told(result, work):
     result.log = [line for line in result.log if not line.startswith(theirs)]
     result.files = {path.name: path.read_bytes() for path in work.iterdir()} if work.exists() else {}
     return result
-
-
-def cannot_run(line):
-    """Why this machine cannot run the line, or None."""
-    if not line.signature or can_fault():
-        return None
-    if is_sanitized():
-        return "the address sanitizer does not run emulated"
-    return None if shutil.which("qemu-x86_64") else "the processor cannot make CPUID fault, and there is no qemu-x86_64"
 
 
 def wishes_for_no_memory(line, calls):

@@ -11,8 +11,6 @@ import re
 import texts
 from power import RUN
 
-NAPLES = 0x00800F12  # a signature of family 17h, which /SMN and /SMU ask for
-
 # Values of operands, by the beginning of the form; longer beginnings win. Of several values each makes a line.
 VALUES = {
     "": {"bit": "3", "data": "0x12", "value": "1"},
@@ -35,8 +33,6 @@ VALUES = {
     "/SHUTDOWN": {"delay": "1"},
     "/TIMEOUT": {"delay": "1"},
 }
-
-EMULATED = ("/SMN", "/SMU")  # in general another processor than this machine's
 
 # The machines of a command, with further lines of the board.
 INTEL = [("intel", [])]
@@ -68,11 +64,6 @@ class Line:
     @property
     def command(self):
         return self.words.split()[0] if self.words else ""
-
-    @property
-    def signature(self):
-        """Of the processor that the command asks for, or None."""
-        return NAPLES if self.command in EMULATED and "/?" not in self.words else None
 
     @property
     def keys(self):
@@ -120,11 +111,10 @@ def command_lines(form):
 
 
 def lines_of(entry):
-    """Every choice on the first machine of the command; on the others, and where they are slow, the first choices."""
+    """Every choice on the first machine of the command; on the others the first choices."""
     command = entry.names[0].split()[0].split("|")[0]
     for number, (board, extra) in enumerate(MACHINES.get(command, INTEL)):
-        all_of_them = number == 0 and command not in EMULATED
-        forms = sorted({text for form in entry.forms for text in alternatives(form, all_of_them)})
+        forms = sorted({text for form in entry.forms for text in alternatives(form, number == 0)})
         for form in [*forms, f"{command} /?"]:
             for words in command_lines(form):
                 yield Line(words, board, tuple(extra), entry)

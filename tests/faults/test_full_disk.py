@@ -12,7 +12,7 @@ from lines import every_line
 
 PER_COMMAND = {}  # with a line for each way to write
 for line in every_line():
-    if line.signature is None and "/?" not in line.words:
+    if "/?" not in line.words:
         writes = [word for word in ("/DUMP", "/RF", "/T") if word in line.words.split()]
         PER_COMMAND.setdefault((line.command, *writes), line)
 WRITING = list(PER_COMMAND.values())

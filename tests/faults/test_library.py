@@ -34,7 +34,7 @@ def a_line(words):
 
 
 def test_every_function_of_the_program_that_can_fail_is_failed():
-    if injection.is_sanitized():
+    if b"__asan_init" in (BUILD / "hwreg").read_bytes():
         pytest.skip("the sanitizers' functions stand among the imports")
     doors = symbols(BUILD / "libhwfaults.so", "--defined-only")
     imported = symbols(BUILD / "hwreg", "--undefined-only")

@@ -27,9 +27,9 @@ build_tree() {
     ) 9>"$dir/.lock"
 }
 
-# need_tree builds the program and what its tests use, with the emulator that lends /SMN and /SMU a processor.
+# need_tree builds the program and what its tests use.
 need_tree() {
-    need_packages qemu-user && build_tree "$HWREG_BUILD" all
+    build_tree "$HWREG_BUILD" all
 }
 
 # run_pytest RESULT FOLDER EXPRESSION [OPTION...] runs the tests of a folder of tests/.

@@ -1,9 +1,5 @@
 #include "Project/CpuAcc.h"
 
-#include <cpuid.h>
-
-#include <cstdio>
-
 #include <gtest/gtest.h>
 
 #include "TestHelp.h"
@@ -154,19 +150,16 @@ TEST(CpuAcc, MsrAccessGivesTheValueReadBack) {
 }
 
 TEST(CpuAcc, CpuidPrintsTheFourRegistersAndReturnsEax) {
-    uint32_t eax, ebx, ecx, edx;
-    __cpuid(0, eax, ebx, ecx, edx);
-    char line[160];
-    snprintf(line, sizeof(line), "CPUID read from 00000000: Eax:%08X, Ebx:%08X, Ecx:%08X, Edx:%08X\n", eax,
-             ebx, ecx, edx);
-    EXPECT_EQ(RunCpu({"hwreg", "/CPUID", "/RD", "0"}, eax), line);
-    EXPECT_EQ(RunCpu({"hwreg", "/CPUID", "/RQ", "0"}, eax), line);
-    EXPECT_EQ(RunCpu({"hwreg", "/CPUID", "/RD"}, eax), line); // a missing leaf is leaf 0
+    OpenBoard("amd");
+    const std::string line =
+        "CPUID read from 00000000: Eax:0000000D, Ebx:68747541, Ecx:444D4163, Edx:69746E65\n";
+    EXPECT_EQ(RunCpu({"hwreg", "/CPUID", "/RD", "0"}, 0xD), line);
+    EXPECT_EQ(RunCpu({"hwreg", "/CPUID", "/RQ", "0"}, 0xD), line);
+    EXPECT_EQ(RunCpu({"hwreg", "/CPUID", "/RD"}, 0xD), line); // a missing leaf is leaf 0
 }
 
 TEST(CpuAcc, CpuidTakesALeafOf32Bits) {
-    uint32_t eax, ebx, ecx, edx;
-    __cpuid(0x80000002, eax, ebx, ecx, edx);
-    std::string text = RunCpu({"hwreg", "/CPUID", "/RD", "0x180000002"}, eax);
-    EXPECT_EQ(text.substr(0, 30), "CPUID read from 80000002: Eax:");
+    OpenBoard("amd");
+    EXPECT_EQ(RunCpu({"hwreg", "/CPUID", "/RD", "0x180000001"}, 0x800F82),
+              "CPUID read from 80000001: Eax:00800F82, Ebx:20000000, Ecx:35C233FF, Edx:2FD3FBFF\n");
 }

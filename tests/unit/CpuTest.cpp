@@ -105,6 +105,16 @@ TEST(Cpu, ARefusedWriteIsSilent) {
 }
 
 TEST(Cpu, CpuidGivesTheFourRegistersOfSubLeafZero) {
+    OpenBoard("base", "cpuid 4 0 1 2 3 4\ncpuid 4 1 5 6 7 8");
+    uint32_t registers[4] = {};
+    GetCpuId(4, registers);
+    EXPECT_EQ(registers[0], 1u);
+    EXPECT_EQ(registers[1], 2u);
+    EXPECT_EQ(registers[2], 3u);
+    EXPECT_EQ(registers[3], 4u);
+}
+
+TEST(Cpu, CpuidOnTheMachineItselfIsThatOfTheProcessor) {
     for (uint32_t leaf : {0u, 4u, 7u, 0xDu, 0x80000000u, 0x80000002u}) {
         uint32_t registers[4] = {};
         uint32_t expected[4] = {};

@@ -8,7 +8,6 @@
 
 #include <gtest/gtest.h>
 
-#include "BasicLib/Cpu.h"
 #include "BasicLib/PciConfig.h"
 #include "TestHelp.h"
 #include "sim/Board.h"
@@ -179,15 +178,13 @@ TEST(Smn, OtherMakersChipsetsAreRefused) {
 }
 
 TEST(Smn, OnAmdAndHygonTheProcessorDecides) {
-    OpenBoard("amd");
-    uint32_t regs[4];
-    GetCpuId(0x80000001, regs);
-    uint32_t signature = regs[0] & 0x0FFF0F00;
-    bool served = signature == 0x00800F00 || signature == 0x00900F00;
     for (const char *board : {"amd", "hygon", "ati"}) {
         ResetEverything();
         OpenBoard(board);
-        EXPECT_EQ(InitSmuService(), served ? EFI_SUCCESS : EFI_ACCESS_DENIED);
+        EXPECT_EQ(InitSmuService(), EFI_SUCCESS);
+        ResetEverything();
+        OpenBoard(board, "cpuid 80000001 0 00870f10 0 0 0");
+        EXPECT_EQ(InitSmuService(), EFI_ACCESS_DENIED);
     }
 }
 

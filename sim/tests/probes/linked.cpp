@@ -96,6 +96,32 @@ static void LoadingAgainStartsAfresh(const char *boards) {
           "an unloaded board is gone");
 }
 
+__attribute__((noinline)) static uint32_t Signature() {
+    uint32_t eax = 1, ebx, ecx = 0, edx;
+    __asm__ volatile("cpuid" : "+a"(eax), "=b"(ebx), "+c"(ecx), "=d"(edx));
+    return eax;
+}
+
+static void CpuidIsThatOfTheLoadedBoard(const char *boards) {
+    char path[4096];
+    uint32_t own = Signature();
+    for (int round = 0; round < 2; round++) {
+        snprintf(path, sizeof path, "%s/amd.board", boards);
+        BoardLoad(path);
+        Check(Signature() == 0x00800F82, "a loaded board answers CPUID");
+        snprintf(path, sizeof path, "%s/hygon.board", boards);
+        BoardLoad(path);
+        Check(Signature() == 0x00900F02, "the next one answers it, too");
+        snprintf(path, sizeof path, "%s/base.board", boards);
+        BoardLoad(path);
+        Check(Signature() == own, "one without leaves leaves it to the processor");
+        snprintf(path, sizeof path, "%s/amd.board", boards);
+        BoardLoad(path);
+        BoardUnload();
+        Check(Signature() == own, "without a board it is the processor's again");
+    }
+}
+
 static void AnswersStandInFrontOfDevices(const char *boards) {
     char path[4096];
     const uint8_t bytes[] = {0x86, 0x80, 0x11, 0x22, 0x33, 0x44, 0x55, 0x66, 0x77, 0x88, 0x99, 0xAA, 0xBB};
@@ -147,6 +173,7 @@ int main(int, char **argv) {
     MemoryFromOutside();
     RegistersFromOutside();
     LoadingAgainStartsAfresh(argv[1]);
+    CpuidIsThatOfTheLoadedBoard(argv[1]);
     AnswersStandInFrontOfDevices(argv[1]);
     ALimitedProgramLeaves(argv[1]);
     return gFailures != 0;

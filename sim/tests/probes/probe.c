@@ -7,7 +7,8 @@
  * pwrite FD OFFSET VALUE (of 8 bytes) | map FD ADDRESS LENGTH PROTECTION (r, w) | unmap load FORM OFFSET |
  * store FORM OFFSET VALUE | copy FORM OFFSET COUNT (FORM: repmovsb or memcpy) unmapat OFFSET LENGTH | movs
  * FROM TO (offsets; - for no memory at all) | repeat PORT COUNT | crash system COMMAND | cpuid LEAF |
- * cpuid-faulting | raise SIGNAL
+ * cpuid-behind-data LEAF | cpuid-stepped LEAF | like-cpuid | code-pages | hold (all signals but those of
+ * faults) | child (forks; the rest is done there) | ud2 | raise SIGNAL
  */
 #define _GNU_SOURCE
 #include <errno.h>
@@ -19,11 +20,9 @@
 #include <string.h>
 #include <sys/io.h>
 #include <sys/mman.h>
-#include <sys/syscall.h>
 #include <sys/types.h>
+#include <sys/wait.h>
 #include <unistd.h>
-
-#define ARCH_CPUID_GET 0x1011
 
 static char **gArguments;
 static uint8_t *gMapping;
@@ -246,10 +245,99 @@ static void Transfer(const char *word) {
     }
 }
 
-static void Cpuid(uint32_t leaf) {
+static void ShowCpuid(uint32_t a, uint32_t b, uint32_t c, uint32_t d) {
+    printf("cpuid %08x %08x %08x %08x\n", a, b, c, d);
+    fflush(stdout);
+}
+
+__attribute__((noinline)) static void Cpuid(uint32_t leaf) {
     uint32_t a = leaf, b, c = 0, d;
     __asm__ volatile("cpuid" : "+a"(a), "=b"(b), "+c"(c), "=d"(d));
-    printf("cpuid %08x %08x %08x %08x\n", a, b, c, d);
+    ShowCpuid(a, b, c, d);
+}
+
+/* In a function that cannot be decoded. */
+__attribute__((noinline)) static void CpuidBehindData(uint32_t leaf) {
+    uint32_t a = leaf, b, c = 0, d;
+    __asm__ volatile("jmp 1f; .byte 0x06; 1: cpuid" : "+a"(a), "=b"(b), "+c"(c), "=d"(d));
+    ShowCpuid(a, b, c, d);
+}
+
+static volatile int gSteps;
+
+static void CountStep(int signal) {
+    (void)signal;
+    gSteps++;
+}
+
+/* With the trap flag: how many times it stopped afterwards is shown, too. */
+__attribute__((noinline)) static void CpuidStepped(uint32_t leaf) {
+    uint32_t a = leaf, b, c = 0, d;
+    __asm__ volatile("pushfq; orl $0x100, (%%rsp); popfq\n"
+                     "nop; cpuid; nop; nop\n"
+                     "pushfq; andl $~0x100, (%%rsp); popfq"
+                     : "+a"(a), "=b"(b), "+c"(c), "=d"(d)
+                     :
+                     : "memory", "cc");
+    ShowCpuid(a, b, c, d);
+    Show("steps", (uint64_t)gSteps);
+}
+
+/* The bytes of CPUID in other instructions, at their end and in front of the real one. */
+__attribute__((noinline)) static uint64_t LikeCpuid(void) {
+    uint32_t one, other;
+    __asm__ volatile("movl $0xa20fa20f, %0" : "=r"(one));
+    __asm__ volatile("leal 0xa20f(%1), %0" : "=r"(other) : "r"((uint64_t)one));
+    return other;
+}
+
+/* How the page is mapped that holds CPUID. */
+static void CodePages(void) {
+    FILE *maps = fopen("/proc/self/maps", "r");
+    char line[500], protection[8];
+    unsigned long start, end, at = (unsigned long)(uintptr_t)Cpuid;
+    while (fgets(line, sizeof line, maps))
+        if (sscanf(line, "%lx-%lx %7s", &start, &end, protection) == 3 && start <= at && at < end)
+            printf("code %s\n", protection);
+    fclose(maps);
+}
+
+static void HoldSignals(void) {
+    sigset_t held;
+    sigfillset(&held);
+    sigdelset(&held, SIGILL);
+    sigdelset(&held, SIGSEGV);
+    sigdelset(&held, SIGTRAP);
+    sigprocmask(SIG_BLOCK, &held, NULL);
+}
+
+static void GoOnInChild(void) {
+    int status = 0;
+    pid_t child = fork();
+    if (child == 0)
+        return;
+    waitpid(child, &status, 0);
+    exit(WEXITSTATUS(status));
+}
+
+/* Words about the processor; false when it is none of them. */
+static int Processor(const char *word) {
+    if (!strcmp(word, "cpuid"))
+        Cpuid((uint32_t)Number());
+    else if (!strcmp(word, "cpuid-behind-data"))
+        CpuidBehindData((uint32_t)Number());
+    else if (!strcmp(word, "cpuid-stepped")) {
+        signal(SIGTRAP, CountStep);
+        CpuidStepped((uint32_t)Number());
+    } else if (!strcmp(word, "like-cpuid"))
+        Show("like-cpuid", LikeCpuid());
+    else if (!strcmp(word, "code-pages"))
+        CodePages();
+    else if (!strcmp(word, "ud2"))
+        __asm__ volatile("ud2");
+    else
+        return 0;
+    return 1;
 }
 
 static void Descriptors(const char *word) {
@@ -341,15 +429,15 @@ int main(int argc, char **argv) {
                 In("8", port, 0);
         } else if (!strcmp(word, "system"))
             ShowResult("system", system(Word()));
-        else if (!strcmp(word, "cpuid"))
-            Cpuid((uint32_t)Number());
-        else if (!strcmp(word, "cpuid-faulting"))
-            Show("cpuid-faulting", syscall(SYS_arch_prctl, ARCH_CPUID_GET) == 0);
+        else if (!strcmp(word, "hold"))
+            HoldSignals();
+        else if (!strcmp(word, "child"))
+            GoOnInChild();
         else if (!strcmp(word, "crash"))
             *(volatile int *)strtoull("8", NULL, 16) = 1;
         else if (!strcmp(word, "raise"))
             raise((int)Number());
-        else
+        else if (!Processor(word))
             Descriptors(word);
     }
     return 0;

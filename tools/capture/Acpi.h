@@ -1,0 +1,20 @@
+// The ACPI tables (ACPI 6.4, 5.2): every one that the root pointer leads to, below 4 GiB.
+#pragma once
+
+#include <cstdint>
+
+// Adds the table tree of a root pointer at that address; what was added before is not added again.
+void AddAcpi(uint32_t rootPointer);
+
+// Addresses of the tables that were added, all of whose bytes one part holds. count below AcpiTableCount().
+struct AcpiTable {
+    uint32_t address;
+    uint32_t signature;
+    uint32_t length;
+    bool sound; // its bytes add up to 0
+};
+uint32_t AcpiTableCount();
+const AcpiTable *AcpiTableAt(uint32_t count);
+
+// Last bus of the configuration window at a base, as the table MCFG has it; -1 when it has none.
+int LastWindowBus(uint32_t base);
