@@ -108,7 +108,7 @@ def cpuid_text(cpus=2):
     text = ""
     for cpu in range(cpus):
         text += (f"CPU {cpu}:\n   0x00000000 0x00: eax=0x00000001 ebx=0x756e6547 ecx=0x6c65746e edx=0x49656e69\n"
-                 f"   0x00000001 0x00: eax=0x000906ea ebx=0x{cpu:02x}100800 ecx=0x7ffafbbf edx=0xbfebfbff\n")  # fmt: skip
+                 f"   0x00000001 0x00: eax=0x000906ea ebx=0x{cpu:02x}100800 ecx=0x7ffafbbf edx=0xbfebfbff\n")
     return text
 
 

@@ -79,7 +79,8 @@ def test_everything_is_shown_with_names(desk):
     for text in ("03:00.0 Ethernet controller: 8086:1533 (rev 02), extended", "  [100] Advanced Error Reporting",
                  "0000003a: 0000000000000005  IA32_FEATURE_CONTROL", "DSDT at 7ffe1000, 237 bytes ACME  BOARD01",
                  'type 0 BIOS Information: Vendor "Acme BIOS", Version "1.01", Release Date "11/22/2026"',
-                 "a0 smbus-spd: 512 bytes, DDR4, part 'MODULE 8G'", "10: 10  Floppy Types", "    60: 03  I/O Base 0 High",
+                 "a0 smbus-spd: 512 bytes, DDR4, part 'MODULE 8G'", "10: 10  Floppy Types",
+                 "    60: 03  I/O Base 0 High",
                  "2 CPUs: 0-1"):  # fmt: skip
         assert text in shown
     assert desk("show", "m.board", "spd").out == "a0 smbus-spd: 512 bytes, DDR4, part 'MODULE 8G'\n"
@@ -117,7 +118,8 @@ def test_what_a_machine_does_not_have_cannot_be_exported(desk, part):
     (names.msr_name, 0x409, "IA32_MC2_STATUS"), (names.msr_name, 0xDEAD, "MSR dead"),
     (names.cmos_name, 0x0A, "Register A"), (names.cmos_name, 0x90, "CMOS 90"),
     (names.port_name, 0xCF9, "Reset Control"), (names.port_name, 0x9999, "Port 9999"),
-    (names.superio_name, 0x30, "Activate"), (names.smbios_name, 17, "Memory Device"), (names.smbios_name, 200, "OEM-specific"),
+    (names.superio_name, 0x30, "Activate"), (names.smbios_name, 17, "Memory Device"),
+    (names.smbios_name, 200, "OEM-specific"),
 ])  # fmt: skip
 def test_numbers_have_names(function, argument, name):
     assert function(argument) == name
@@ -125,7 +127,8 @@ def test_numbers_have_names(function, argument, name):
 
 @pytest.mark.parametrize("config, offset, name", [
     (None, 0x04, "Command"), (None, 0x13, "BAR0"), (None, 0x60, "Register 60"), (samples.CARD, 0x42, "PCI Express: PCI "
-     "Express Capabilities"), (samples.CARD, 0x51, "PCI Express: Link Control"), (samples.CARD, 0x74, "MSI: Message Address"),
+     "Express Capabilities"), (samples.CARD, 0x51, "PCI Express: Link Control"),
+    (samples.CARD, 0x74, "MSI: Message Address"),
     (samples.CARD, 0x78, "MSI: Message Upper Address"), (samples.CARD, 0x104, "Advanced Error Reporting: Uncorrectable "
      "Error Status"), (samples.CARD, 0x147, "Device Serial Number: Serial Number Low"),
     (samples.FUNCTIONS["00:00.0"], 0x60, "PCIEXBAR"), (b"", 0xFFF, "Register ffc"), (bytes(64), 0x40, "Register 40"),

@@ -61,7 +61,8 @@ def test_acpixtract_finds_the_tables(desk, machine):
     ("/PCI /RD 3 0 0 0x144", "return data:0x4030201"), ("/PCI /RB 0 0 0 0", "return data:0x86"),
     ("/MSR /RD /ALL 0x3A", "Cpu[01] Msr read from 0000003A, return MSR: 0x00000000_00000005"),
     ("/SMBUS /RB 0xA0 2", "0x0C"), ("/IO /INDEX /RB 0x70 0x71 0x20", "return data:0x20"),
-    ("/SMBIOS /DUMP /NOMSG", "SMBIOS Type:001, Length:027, Handle:001"), ("/MEM /RD 0x7FFE1000", "return data:0x54445344"),
+    ("/SMBIOS /DUMP /NOMSG", "SMBIOS Type:001, Length:027, Handle:001"),
+    ("/MEM /RD 0x7FFE1000", "return data:0x54445344"),
     ("/ACPI /DUMP /LOG /TEXT", "52 53 44 20 50 54 52 20"),
 ])  # fmt: skip
 def test_hwreg_works_on_the_machine_at_once(run, machine, words, text):
@@ -77,7 +78,8 @@ def test_the_command_works_from_any_folder_and_ends_quietly_at_a_closed_pipe(des
     ran = subprocess.run(["bash", "-c", f"{command} show {machine} | head -1; echo ${{PIPESTATUS[0]}}"],
                          capture_output=True, text=True, check=True)  # fmt: skip
     assert ran.stderr == "" and ran.stdout.splitlines() == ["Made by hwreg-board import.", "0"]
-    full = subprocess.run(f"{command} show {machine} >/dev/full", shell=True, capture_output=True, text=True, check=False)
+    full = subprocess.run(f"{command} show {machine} >/dev/full", shell=True, capture_output=True, text=True,
+                          check=False)  # fmt: skip
     assert full.returncode == 2 and "No space left" in full.stderr and "Traceback" not in full.stderr
 
 
@@ -94,7 +96,8 @@ def mutated(chance, data):
         elif how == 1:
             del data[at:at + chance.choice((1, 3, 16, 200))]
         elif how == 2:
-            data[at:at] = chance.choice((b"??", b"\n", b"\r", b"\0", b"99999999999999999999", b"@", b"-1", b"\xff\xfe", b"_"))
+            data[at:at] = chance.choice((b"??", b"\n", b"\r", b"\0", b"99999999999999999999", b"@", b"-1",
+                                          b"\xff\xfe", b"_"))  # fmt: skip
         elif how == 3:
             data[at:at] = data[at - 60:at]
         elif how == 4:
@@ -152,7 +155,8 @@ def make_many(folder, count):
     for number in range(count):
         lines = ["capture 1", "cpus 0-3", f"msr 10 {chance.getrandbits(48):x}", f"msr 3a {5 if number % 100 else 1}"]
         for place, data in functions.items():
-            lines += [f"pci {place} verbatim", *(f"  config {at:x} {data[at:at + 16].hex(' ')}" for at in range(0, 256, 16))]
+            lines.append(f"pci {place} verbatim")
+            lines += [f"  config {at:x} {data[at:at + 16].hex(' ')}" for at in range(0, 256, 16)]
         (folder / f"{number:04}.board").write_text("\n".join([*lines, *common, "end", ""]))
 
 

@@ -13,7 +13,8 @@ from hwregboard.msr import CPU_LINE, CPUS
 PLAIN = re.compile(r"\s*0x([0-9a-f]{1,8}) 0x([0-9a-f]{1,8}): eax=0x([0-9a-f]{1,8}) ebx=0x([0-9a-f]{1,8})"
                    r" ecx=0x([0-9a-f]{1,8}) edx=0x([0-9a-f]{1,8})\s*$", re.IGNORECASE)  # fmt: skip
 PLAIN_CPU = re.compile(r"\s*CPU(?:\s+(\d+))?\s*:\s*$")
-AIDA = re.compile(r"\s*CPUID ([0-9A-F]{8}): ([0-9A-F]{8})-([0-9A-F]{8})-([0-9A-F]{8})-([0-9A-F]{8})(.*)$", re.IGNORECASE)
+AIDA = re.compile(r"\s*CPUID ([0-9A-F]{8}): ([0-9A-F]{8})-([0-9A-F]{8})-([0-9A-F]{8})-([0-9A-F]{8})(.*)$",
+                  re.IGNORECASE)  # fmt: skip
 AIDA_CPU = re.compile(r"-+\[ (?:CPUID Registers / )?Logical CPU #(\d+).*\]-+")
 SUBLEAF = re.compile(r"\[SL ([0-9A-F]+)\]", re.IGNORECASE)
 RAW = re.compile(r"\s*(\w+)\[(\d{1,3})\]=([0-9a-f]{1,8})[ ]+([0-9a-f]{1,8})[ ]+([0-9a-f]{1,8})[ ]+([0-9a-f]{1,8})\s*$")

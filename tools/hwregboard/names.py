@@ -96,7 +96,8 @@ SMBIOS_FIELDS: dict[int, dict[int, tuple[int, str]]] = {
 
 # Offset and width of the FADT's fields (ACPI 6.5, table 5.9).
 FADT = (
-    (36, 4, "FIRMWARE_CTRL"), (40, 4, "DSDT"), (44, 1, "INT_MODEL"), (45, 1, "Preferred_PM_Profile"), (46, 2, "SCI_INT"),
+    (36, 4, "FIRMWARE_CTRL"), (40, 4, "DSDT"), (44, 1, "INT_MODEL"), (45, 1, "Preferred_PM_Profile"),
+    (46, 2, "SCI_INT"),
     (48, 4, "SMI_CMD"), (52, 1, "ACPI_ENABLE"), (53, 1, "ACPI_DISABLE"), (54, 1, "S4BIOS_REQ"), (55, 1, "PSTATE_CNT"),
     (56, 4, "PM1a_EVT_BLK"), (60, 4, "PM1b_EVT_BLK"), (64, 4, "PM1a_CNT_BLK"), (68, 4, "PM1b_CNT_BLK"),
     (72, 4, "PM2_CNT_BLK"), (76, 4, "PM_TMR_BLK"), (80, 4, "GPE0_BLK"), (84, 4, "GPE1_BLK"), (88, 1, "PM1_EVT_LEN"),
@@ -111,7 +112,8 @@ FADT = (
     (268, 8, "Hypervisor Vendor Identity"),
 )  # fmt: skip
 TABLE_HEADER = ((0, 4, "Signature"), (4, 4, "Length"), (8, 1, "Revision"), (9, 1, "Checksum"), (10, 6, "OEM ID"),
-                (16, 8, "OEM Table ID"), (24, 4, "OEM Revision"), (28, 4, "Creator ID"), (32, 4, "Creator Revision"))  # fmt: skip
+                (16, 8, "OEM Table ID"), (24, 4, "OEM Revision"), (28, 4, "Creator ID"), (32, 4, "Creator Revision"))
+TABLE_TEXTS = ("OEM ID", "OEM Table ID", "Creator ID")
 
 CPUID = {
     0x00: "Maximum leaf and vendor", 0x01: "Version and features", 0x02: "Cache and TLB descriptors",
@@ -125,7 +127,8 @@ CPUID = {
     0x80000006: "L2 and L3 cache", 0x80000007: "Power management", 0x80000008: "Address sizes", 0x8000000A: "SVM",
     0x80000019: "TLB 1G pages", 0x8000001A: "Performance optimisation", 0x8000001B: "IBS",
     0x8000001D: "Cache properties", 0x8000001E: "Topology", 0x8000001F: "Memory encryption",
-    0x80000020: "Resource enforcement", 0x80000021: "Extended features 2", 0x80000022: "Extended performance monitoring",
+    0x80000020: "Resource enforcement", 0x80000021: "Extended features 2",
+    0x80000022: "Extended performance monitoring",
 }  # fmt: skip
 
 # DDR4 (JEDEC 21-C annex L); the first three and the type are those of any module.
