@@ -30,10 +30,6 @@ def spd_argument(text: str) -> tuple[int, str]:
         raise argparse.ArgumentTypeError(str(error)) from None
 
 
-def address_argument(text: str) -> int:
-    return spd_argument(text + "=x")[0]
-
-
 def parser() -> argparse.ArgumentParser:
     top = argparse.ArgumentParser("hwreg-board", description=DESCRIPTION, allow_abbrev=False)
     top.add_argument("--version", action="version", version=version())

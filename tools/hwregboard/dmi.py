@@ -46,7 +46,7 @@ def field(data: bytes, where: tuple[int, int]) -> int:
 
 
 def with_address(entry: bytes, kind: Kind, address: int) -> bytes:
-    """The entry point with another table address. The checksum follows by the difference: a wrong one stays as wrong."""
+    """The entry point with another table address. The checksum follows by the difference, and stays wrong if it was."""
     start, width = kind.address
     changed = bytearray(entry)
     changed[start:start + width] = address.to_bytes(width, "little")
