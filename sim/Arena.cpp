@@ -1,9 +1,9 @@
 #include "Arena.h"
 
+#include "Mistake.h"
+
+#include <errno.h>
 #include <fcntl.h>
-#include <signal.h>
-#include <stdarg.h>
-#include <stdio.h>
 #include <sys/file.h>
 #include <sys/mman.h>
 #include <sys/stat.h>
@@ -49,10 +49,9 @@ bool HoldsRegisters(int descriptor) {
     struct stat status;
     if (descriptor < 0 || syscall(SYS_fstat, descriptor, &status) != 0)
         return false;
-    long length = static_cast<long>(gRegisters.used);
     if (status.st_size == 0)
-        return syscall(SYS_pwrite64, descriptor, gRegisters.start, length, 0L) == length;
-    return status.st_size == length;
+        return ArenaWriteRegisters(descriptor, 0);
+    return status.st_size == static_cast<long>(gRegisters.used);
 }
 
 } // namespace
@@ -65,15 +64,28 @@ void *ArenaTakeRegisters(size_t size) {
     return Take(&gRegisters, size);
 }
 
+uint64_t ArenaRegisterBytes() {
+    return gRegisters.used;
+}
+
+bool ArenaWriteRegisters(int descriptor, uint64_t offset) {
+    long length = static_cast<long>(gRegisters.used);
+    long written = syscall(SYS_pwrite64, descriptor, gRegisters.start, length, offset);
+    if (written >= 0 && written < length)
+        errno = ENOSPC;
+    return written == length;
+}
+
+bool ArenaMapRegisters(int descriptor, uint64_t offset) {
+    return syscall(SYS_mmap, gRegisters.start, gRegisters.used, PROT_READ | PROT_WRITE,
+                   MAP_SHARED | MAP_FIXED, descriptor, offset) != -1;
+}
+
 void ArenaShareRegisters(const char *path) {
-    if (gRegisters.used == 0)
-        return;
     int descriptor =
         static_cast<int>(syscall(SYS_openat, AT_FDCWD, path, O_RDWR | O_CREAT | O_CLOEXEC, 0666));
     syscall(SYS_flock, descriptor, LOCK_EX); // one process fills the file
-    if (!HoldsRegisters(descriptor) ||
-        syscall(SYS_mmap, gRegisters.start, gRegisters.used, PROT_READ | PROT_WRITE, MAP_SHARED | MAP_FIXED,
-                descriptor, 0L) == -1)
+    if (!HoldsRegisters(descriptor) || !ArenaMapRegisters(descriptor, 0))
         BoardFail("%s: no file for the registers of this board", path);
     syscall(SYS_flock, descriptor, LOCK_UN); // the mapping would hold it
     syscall(SYS_close, descriptor);
@@ -90,21 +102,4 @@ int MoveDescriptorHigh(int descriptor) {
     int high = static_cast<int>(syscall(SYS_fcntl, descriptor, F_DUPFD_CLOEXEC, FIRST_HIGH_DESCRIPTOR));
     syscall(SYS_close, descriptor);
     return high;
-}
-
-void BoardFail(const char *format, ...) {
-    char text[512];
-    va_list arguments;
-    va_start(arguments, format);
-    int length = vsnprintf(text, sizeof text - 1, format, arguments);
-    va_end(arguments);
-    if (length > static_cast<int>(sizeof text) - 2)
-        length = static_cast<int>(sizeof text) - 2;
-    text[length] = '\n';
-    syscall(SYS_write, 2, "board: ", 7L);
-    syscall(SYS_write, 2, text, static_cast<long>(length) + 1);
-    // SIGABRT, and not an exit status, which could be taken for a value that the program has read.
-    signal(SIGABRT, SIG_DFL);
-    syscall(SYS_tgkill, getpid(), syscall(SYS_gettid), SIGABRT);
-    _exit(127);
 }

@@ -13,11 +13,12 @@ void *ArenaTakeRegisters(size_t size);
 // From now on these registers are those of the file, and so of each process that names it. The first one's go
 // into the empty file. Once the board is loaded, and for the life of the process.
 void ArenaShareRegisters(const char *path);
+// Their length; writing them into a file, and making that place in it theirs. False with errno on failure.
+uint64_t ArenaRegisterBytes();
+bool ArenaWriteRegisters(int descriptor, uint64_t offset);
+bool ArenaMapRegisters(int descriptor, uint64_t offset);
 void ArenaReset();
 
 // Moves a descriptor out of the program's sight (200 or above, close-on-exec), so that the lowest free
 // numbers stay the program's own. Negative descriptors are passed on.
 int MoveDescriptorHigh(int descriptor);
-
-// Ends the process with a message: the board was told or asked for something that it does not have.
-[[noreturn]] void BoardFail(const char *format, ...) __attribute__((format(printf, 1, 2)));

@@ -2,22 +2,28 @@
 #include "Board.h"
 
 #include "Arena.h"
-#include "BoardFile.h"
+#include "BoardReader.h"
+#include "Complete.h"
 #include "Cpuid.h"
 #include "Doors.h"
 #include "Log.h"
 #include "Memory.h"
+#include "Mistake.h"
 #include "Msr.h"
 #include "Ports.h"
 #include "Settings.h"
+#include "State.h"
 #include "Trap.h"
 #include "models/AmdPm.h"
 #include "models/Answers.h"
 #include "models/Cmos.h"
 #include "models/DwI2c.h"
+#include "models/Ecam.h"
+#include "models/PciConfigPorts.h"
 #include "models/PciFunction.h"
 #include "models/Pm1.h"
 #include "models/SimplePorts.h"
+#include "models/SmbusHost.h"
 #include "models/SmbusSlaves.h"
 #include "models/Smn.h"
 #include "models/SuperIo.h"
@@ -45,6 +51,9 @@ void ForgetBoard() {
     DwI2cReset();
     SmnReset();
     PciReset();
+    PciConfigPortsReset();
+    EcamReset();
+    SmbusHostsReset();
     MsrReset();
 }
 
@@ -52,8 +61,10 @@ void Load(const char *path, const char *memoryFile) {
     ForgetBoard();
     MemoryReset(memoryFile);
     DoorsReset();
-    ReadBoardFile(path, nullptr);
+    DelayPortStart();
+    ReadBoardFile(path);
     SettingsComplete();
+    CheckReach();
     gBoard.loaded = true;
     if (gBoard.cpuidLeaves) {
         TrapArm();
@@ -65,10 +76,19 @@ __attribute__((constructor)) void LoadFromEnvironment() {
     const char *path = getenv("HWBOARD");
     if (!path || !*path)
         return;
+    if (getenv("HWBOARD_CHECK")) {
+        MistakesCollect();
+        Load(path, nullptr);
+        MistakesEnd();
+    }
     LogOpenFile(getenv("HWBOARD_LOG"));
     Load(path, getenv("HWBOARD_MEMFILE"));
-    if (const char *registers = getenv("HWBOARD_REGISTERS"))
+    if (const char *state = getenv("HWBOARD_STATE"))
+        StateTake(state, getenv("HWBOARD_RESET") != nullptr);
+    else if (const char *registers = getenv("HWBOARD_REGISTERS"))
         ArenaShareRegisters(registers);
+    PciPlaceDevices();
+    AmdPmPlaceDevices();
 }
 
 } // namespace

@@ -1,118 +1,140 @@
 #include "BoardFile.h"
 
-#include "Arena.h"
-#include "Keywords.h"
-#include "Settings.h"
+#include "Mistake.h"
 
-#include <errno.h>
-#include <fcntl.h>
 #include <stdlib.h>
 #include <string.h>
-#include <sys/stat.h>
-#include <sys/syscall.h>
-#include <unistd.h>
 
 namespace {
 
-constexpr int MAX_INCLUDE_DEPTH = 16;
-constexpr uint64_t CAPTURE_FORMAT = 1;
-int gIncludeDepth;
+constexpr unsigned MAX_DIGITS = 16;
 
-// Cuts one line into words, in place; returns where the next line begins.
-char *CutLine(char *at, BoardLine *line) {
-    line->count = 0;
-    while (*at && *at != '\n') {
-        if (*at == ' ' || *at == '\t' || *at == '\r') {
-            at++;
-            continue;
-        }
-        if (*at == '#') {
-            while (*at && *at != '\n')
-                at++;
-            break;
-        }
-        bool quoted = *at == '"';
-        if (quoted)
-            at++;
-        if (line->count == MAX_WORDS)
-            LineFail(line, "too many words", nullptr);
-        line->words[line->count++] = at;
-        while (*at && *at != '\n' && (quoted ? *at != '"' : *at != ' ' && *at != '\t' && *at != '\r'))
-            at++;
-        if (quoted && *at != '"')
-            LineFail(line, "a quotation mark is missing", nullptr);
-        if (!*at || *at == '\n')
-            break;
-        *at++ = 0;
+bool IsBlank(char character) {
+    return character == ' ' || character == '\t' || character == '\r';
+}
+
+bool EndsLine(char character) {
+    return character == 0 || character == '\n';
+}
+
+char *SkipComment(char *at) {
+    while (!EndsLine(*at))
+        at++;
+    return at;
+}
+
+// The end of the word that begins there, which is in double quotes if the line says so.
+char *EndOfWord(const BoardLine *line, char *at, bool quoted) {
+    while (!EndsLine(*at) && (quoted ? *at != '"' : !IsBlank(*at) && *at != '"'))
+        at++;
+    if (quoted && *at != '"')
+        LineFail(line, "a quotation mark is missing", nullptr);
+    if (*at == '"' && (!quoted || !(IsBlank(at[1]) || EndsLine(at[1]))))
+        LineFail(line, "a quotation mark within a word", nullptr);
+    return at;
+}
+
+int Digit(char character) {
+    if (character >= '0' && character <= '9')
+        return character - '0';
+    char lower = static_cast<char>(character | 0x20);
+    return lower >= 'a' && lower <= 'f' ? lower - 'a' + 10 : -1;
+}
+
+// A CPU or a range of them in front of a comma or the word's end; what is behind it, null for a mistake.
+const char *TakeCpus(const char *at, bool *set) {
+    char *end;
+    if (*at < '0' || *at > '9')
+        return nullptr;
+    unsigned long first = strtoul(at, &end, 10);
+    unsigned long last = first;
+    if (*end == '-') {
+        if (end[1] < '0' || end[1] > '9')
+            return nullptr;
+        last = strtoul(end + 1, &end, 10);
     }
-    if (!*at)
-        return at;
-    *at = 0;
-    return at + 1;
+    if ((*end && *end != ',') || first > last || last >= MAX_CPUS)
+        return nullptr;
+    for (unsigned long cpu = first; cpu <= last; cpu++)
+        set[cpu] = true;
+    return end;
 }
 
 } // namespace
 
-// Where a file that is a capture stands: it begins with "capture" and ends with "end".
-enum CaptureState { NOTHING_READ, NO_CAPTURE, CAPTURE, CAPTURE_ENDED };
-
-// Carries out one statement; the state of the file behind it.
-static CaptureState CarryOut(BoardLine *line, CaptureState state) {
-    if (state == CAPTURE_ENDED)
-        LineFail(line, "nothing may follow \"end\"", line->words[0]);
-    if (LineHas(line, 0, "capture")) {
-        if (state != NOTHING_READ)
-            LineFail(line, "not the first line of the file", line->words[0]);
-        if (LineNumber(line, 1, UINT32_MAX) != CAPTURE_FORMAT)
-            LineFail(line, "this format of captures is not known", line->words[1]);
-        return CAPTURE;
+void LineCut(BoardLine *line, char *at) {
+    line->count = 0;
+    line->operands = nullptr;
+    for (;;) {
+        while (IsBlank(*at))
+            at++;
+        if (*at == '#')
+            at = SkipComment(at);
+        if (EndsLine(*at))
+            break;
+        if (line->count == MAX_WORDS)
+            LineFail(line, "more than 300 words", nullptr);
+        bool quoted = *at == '"';
+        at += quoted;
+        line->words[line->count] = at;
+        line->quoted[line->count] = quoted;
+        line->taken[line->count++] = false;
+        at = EndOfWord(line, at, quoted);
+        if (EndsLine(*at))
+            break;
+        *at++ = 0;
     }
-    if (LineHas(line, 0, "end")) {
-        if (state != CAPTURE)
-            LineFail(line, "no \"capture\" line comes before", line->words[0]);
-        return CAPTURE_ENDED;
-    }
-    if (LineHas(line, 0, "include"))
-        ReadBoardFile(LinePath(line, 1), line);
-    else
-        CarryOutKeyword(line);
-    return state == NOTHING_READ ? NO_CAPTURE : state;
-}
-
-void ReadBoardFile(const char *path, const BoardLine *from) {
-    if (++gIncludeDepth > MAX_INCLUDE_DEPTH)
-        BoardFail("%s: board files include each other", path);
-    uint64_t length;
-    char *at = reinterpret_cast<char *>(ReadWholeFile(from, path, &length));
-    BoardLine line = {path, 0, 0, {}};
-    char *end = at + length;
-    CaptureState state = NOTHING_READ;
-    while (at < end && *at) {
-        line.number++;
-        at = CutLine(at, &line);
-        if (line.count != 0)
-            state = CarryOut(&line, state);
-    }
-    if (state == CAPTURE)
-        LineFail(&line, "the file is cut off: its last line is not \"end\"", nullptr);
-    gIncludeDepth--;
+    *at = 0;
 }
 
 const char *LineWord(const BoardLine *line, int index) {
+    if (index >= line->count && line->operands) {
+        MistakePlace(line->path, line->number);
+        BoardFail("a word is missing: \"%s %s\"", line->words[0], line->operands);
+    }
     if (index >= line->count)
         LineFail(line, "a word is missing", nullptr);
+    line->taken[index] = true;
     return line->words[index];
+}
+
+const char *LineText(const BoardLine *line, int index) {
+    const char *word = LineWord(line, index);
+    if (!line->quoted[index])
+        LineFail(line, "a text stands in double quotes", word);
+    return word;
+}
+
+bool TakeHex(const char **at, uint64_t *value) {
+    if ((*at)[0] == '0' && ((*at)[1] | 0x20) == 'x')
+        *at += 2;
+    unsigned digits = 0;
+    uint64_t sum = 0;
+    for (int digit = Digit(**at); digit >= 0; digit = Digit(**at)) {
+        sum = sum << 4 | static_cast<unsigned>(digit);
+        digits += sum != 0 || digits == 0; // leading zeros do not count
+        ++*at;
+    }
+    *value = sum;
+    return digits != 0 && digits <= MAX_DIGITS;
 }
 
 uint64_t LineNumber(const BoardLine *line, int index, uint64_t maximum) {
     const char *word = LineWord(line, index);
-    char *end;
-    errno = 0;
-    unsigned long value = strtoul(word, &end, 16);
-    if (end == word || *end || errno != 0 || *word == '-')
+    const char *at = word;
+    uint64_t value;
+    bool fits = TakeHex(&at, &value);
+    if (*at || at == word || Digit(at[-1]) < 0)
         LineFail(line, "not a hexadecimal number", word);
-    if (value > maximum)
+    if (!fits || value > maximum)
         LineFail(line, "the number is too large", word);
+    return value;
+}
+
+uint64_t LineCount(const BoardLine *line, int index, uint64_t maximum) {
+    uint64_t value = LineNumber(line, index, maximum);
+    if (value == 0)
+        LineFail(line, "the number is 0", line->words[index]);
     return value;
 }
 
@@ -121,25 +143,33 @@ uint8_t LineByte(const BoardLine *line, int index) {
 }
 
 bool LineHas(const BoardLine *line, int index, const char *word) {
-    return index < line->count && strcmp(line->words[index], word) == 0;
+    bool is = index < line->count && strcmp(line->words[index], word) == 0;
+    if (is)
+        line->taken[index] = true;
+    return is;
 }
 
-// A CPU or a range of them in front of a comma or the word's end; what is behind it, null for a mistake.
-static const char *TakeCpus(const char *at, bool *set) {
-    char *end;
-    unsigned long first = strtoul(at, &end, 10);
-    unsigned long last = first;
-    if (end == at || *at == '-')
-        return nullptr;
-    if (*end == '-') {
-        at = end + 1;
-        last = strtoul(at, &end, 10);
-    }
-    if (end == at || (*end && *end != ',') || first > last || last >= MAX_CPUS)
-        return nullptr;
-    for (unsigned long cpu = first; cpu <= last; cpu++)
-        set[cpu] = true;
-    return end;
+bool LineOption(const BoardLine *line, int index, const char *word) {
+    if (!LineHas(line, index, word))
+        return false;
+    for (int i = 1; i < index; i++)
+        if (strcmp(line->words[i], word) == 0)
+            LineFail(line, "given twice", word);
+    return true;
+}
+
+uint64_t LineAddress(const BoardLine *line, int index) {
+    uint64_t address = LineNumber(line, index, UINT64_MAX);
+    if (address >= MEMORY_END)
+        LineFail(line, "not below 4 GiB", line->words[index]);
+    return address;
+}
+
+uint64_t LineLength(const BoardLine *line, int index, uint64_t address) {
+    uint64_t length = LineCount(line, index, UINT64_MAX);
+    if (length > MEMORY_END - address)
+        LineFail(line, "the range does not end below 4 GiB", line->words[index]);
+    return length;
 }
 
 void LineCpuSet(const BoardLine *line, int index, bool *set) {
@@ -151,41 +181,18 @@ void LineCpuSet(const BoardLine *line, int index, bool *set) {
     } while (*at++ == ',');
 }
 
-const char *LinePath(const BoardLine *line, int index) {
-    const char *name = LineWord(line, index);
-    const char *slash = strrchr(line->path, '/');
-    if (*name == '/' || !slash)
-        return name;
-    size_t folder = static_cast<size_t>(slash + 1 - line->path);
-    char *path = static_cast<char *>(ArenaTake(folder + strlen(name) + 1));
-    memcpy(path, line->path, folder);
-    strcpy(path + folder, name);
-    return path;
-}
-
-uint8_t *ReadWholeFile(const BoardLine *line, const char *path, uint64_t *length) {
-    int descriptor = static_cast<int>(syscall(SYS_openat, AT_FDCWD, path, O_RDONLY | O_CLOEXEC, 0));
-    struct stat status;
-    if (descriptor < 0 || syscall(SYS_fstat, descriptor, &status) != 0)
-        LineFail(line, "the file cannot be read", path);
-    uint64_t size = static_cast<uint64_t>(status.st_size);
-    uint8_t *contents = static_cast<uint8_t *>(ArenaTake(size + 1));
-    uint64_t done = 0;
-    while (done < size) {
-        long got = syscall(SYS_read, descriptor, contents + done, size - done);
-        if (got <= 0)
-            LineFail(line, "the file cannot be read", path);
-        done += static_cast<uint64_t>(got);
-    }
-    syscall(SYS_close, descriptor);
-    *length = size;
-    return contents;
+void LineComplete(const BoardLine *line) {
+    for (int i = 1; i < line->count; i++)
+        if (!line->taken[i]) {
+            MistakePlace(line->path, line->number);
+            BoardFail("a word too many: \"%s\" (the line is: %s%s%s)", line->words[i], line->words[0],
+                      *line->operands ? " " : "", line->operands);
+        }
 }
 
 void LineFail(const BoardLine *line, const char *message, const char *word) {
-    if (!line)
-        BoardFail("%s: %s", word, message);
+    MistakePlace(line->path, line->number);
     if (word)
-        BoardFail("%s:%d: %s: \"%s\"", line->path, line->number, message, word);
-    BoardFail("%s:%d: %s", line->path, line->number, message);
+        BoardFail("%s: \"%.80s\"", message, word);
+    BoardFail("%s", message);
 }

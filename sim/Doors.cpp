@@ -4,6 +4,7 @@
 #include "Arena.h"
 #include "Log.h"
 #include "Memory.h"
+#include "Mistake.h"
 #include "Msr.h"
 #include "Settings.h"
 #include "Trap.h"

@@ -3,5 +3,11 @@
 
 #include "BoardFile.h"
 
-// Calls the procedure that belongs to the line's first word.
-void CarryOutKeyword(BoardLine *line);
+struct Keyword {
+    const char *word;
+    const char *operands; // as docs/hwreg-board.5 shows them
+    void (*carryOut)(BoardLine *line);
+};
+
+// Null for a word that is none.
+const Keyword *FindKeyword(const char *word);

@@ -1,6 +1,7 @@
 #include "Log.h"
 
 #include "Arena.h"
+#include "Mistake.h"
 
 #include <errno.h>
 #include <fcntl.h>

@@ -1,8 +1,11 @@
 #include "Memory.h"
 
 #include "Arena.h"
+#include "Contents.h"
 #include "Log.h"
+#include "Mistake.h"
 
+#include <errno.h>
 #include <fcntl.h>
 #include <linux/falloc.h>
 #include <string.h>
@@ -12,8 +15,8 @@
 
 namespace {
 
-constexpr uint64_t MEMORY_SIZE = (static_cast<uint64_t>(4) << 30) + (1 << 20);
 constexpr uint64_t PAGE = 4096;
+constexpr uint64_t MAX_CONTENTS = static_cast<uint64_t>(256) << 20; // that a board file may give
 constexpr int MAX_RANGES = 512;
 constexpr int MAX_MAPPINGS = 1024;
 
@@ -39,6 +42,7 @@ struct Mapping {
 int gMemoryDescriptor = -1;
 bool gMemoryNamed;
 uint8_t *gMemory;
+uint64_t gContents;
 Range gRanges[MAX_RANGES];
 int gRangeCount;
 Mapping gMappings[MAX_MAPPINGS];
@@ -123,8 +127,33 @@ void MemoryReset(const char *path) {
     else
         syscall(SYS_fallocate, gMemoryDescriptor, FALLOC_FL_PUNCH_HOLE | FALLOC_FL_KEEP_SIZE, 0L,
                 MEMORY_SIZE);
+    gContents = 0;
     gRangeCount = 0;
     gMappingCount = 0;
+}
+
+bool MemoryCopy(int descriptor) {
+    long start = 0;
+    while ((start = syscall(SYS_lseek, gMemoryDescriptor, start, SEEK_DATA)) >= 0) {
+        long end = syscall(SYS_lseek, gMemoryDescriptor, start, SEEK_HOLE);
+        while (start < end) {
+            long written = syscall(SYS_pwrite64, descriptor, gMemory + start, end - start, start);
+            if (written <= 0)
+                return false;
+            start += written;
+        }
+    }
+    return errno == ENXIO; // there is no more
+}
+
+bool MemoryTake(int descriptor) {
+    if (syscall(SYS_mmap, gMemory, MEMORY_SIZE, PROT_READ | PROT_WRITE,
+                MAP_SHARED | MAP_NORESERVE | MAP_FIXED, descriptor, 0L) == -1)
+        return false;
+    syscall(SYS_close, gMemoryDescriptor);
+    gMemoryDescriptor = descriptor;
+    gMemoryNamed = true;
+    return true;
 }
 
 int MemoryDescriptor() {
@@ -241,59 +270,76 @@ void StoreToDevices(uint64_t address, unsigned width) {
     }
 }
 
+// The memory of so many bytes that the line describes.
 static uint8_t *LineMemory(const BoardLine *line, uint64_t address, uint64_t length) {
-    uint8_t *memory = MemoryAt(address, length);
-    if (!memory)
-        LineFail(line, "the range does not lie below 4 GiB", LineWord(line, 1));
-    return memory;
+    if (length > MEMORY_END - address)
+        LineFail(line, "the range does not end below 4 GiB", line->words[1]);
+    if (length > MAX_CONTENTS - gContents)
+        LineFail(line, "more than 256 MiB of contents", line->words[1]);
+    gContents += length;
+    return gMemory + address;
 }
 
 void BytesLine(BoardLine *line) {
-    uint8_t *memory = LineMemory(line, LineNumber(line, 1, UINT64_MAX), static_cast<uint64_t>(line->count));
+    uint64_t address = LineAddress(line, 1);
+    LineWord(line, 2);
+    uint8_t *memory = LineMemory(line, address, static_cast<uint64_t>(line->count) - 2);
     for (int i = 2; i < line->count; i++)
         *memory++ = LineByte(line, i);
 }
 
 void TextLine(BoardLine *line) {
-    const char *text = LineWord(line, 2);
-    memcpy(LineMemory(line, LineNumber(line, 1, UINT64_MAX), strlen(text)), text, strlen(text));
+    uint64_t address = LineAddress(line, 1);
+    const char *text = LineText(line, 2);
+    memcpy(LineMemory(line, address, strlen(text)), text, strlen(text));
 }
 
-void FillLine(BoardLine *line) {
-    uint64_t address = LineNumber(line, 1, UINT64_MAX);
-    uint64_t length = LineNumber(line, 2, UINT64_MAX);
+static void FillWithAddresses(const BoardLine *line, uint64_t address, uint64_t length) {
+    if (address % 4 != 0 || length % 4 != 0)
+        LineFail(line, "dwords stand at multiples of 4", line->words[address % 4 != 0 ? 1 : 2]);
     uint8_t *memory = LineMemory(line, address, length);
-    if (!LineHas(line, 3, "address")) {
-        memset(memory, static_cast<int>(LineNumber(line, 3, 0xFF)), length);
-        return;
-    }
-    for (uint64_t i = 0; i + 4 <= length; i += 4) {
+    for (uint64_t i = 0; i < length; i += 4) {
         uint32_t own = static_cast<uint32_t>(address + i);
         memcpy(memory + i, &own, sizeof own);
     }
 }
 
+void FillLine(BoardLine *line) {
+    uint64_t address = LineAddress(line, 1);
+    uint64_t length = LineLength(line, 2, address);
+    if (LineHas(line, 3, "address")) {
+        FillWithAddresses(line, address, length);
+        return;
+    }
+    int value = static_cast<int>(LineNumber(line, 3, 0xFF));
+    memset(LineMemory(line, address, length), value, length);
+}
+
 void FileLine(BoardLine *line) {
+    uint64_t address = LineAddress(line, 1);
+    const char *path = PathBeside(line, LineWord(line, 2));
     uint64_t length;
-    const uint8_t *contents = ReadWholeFile(line, LinePath(line, 2), &length);
-    memcpy(LineMemory(line, LineNumber(line, 1, UINT64_MAX), length), contents, length);
+    int descriptor = OpenContents(line, path, MAX_CONTENTS, &length);
+    ReadContents(line, descriptor, path, LineMemory(line, address, length), length);
 }
 
 void WatchLine(BoardLine *line) {
-    AddRange(RANGE_WATCHED, LineNumber(line, 1, UINT32_MAX),
-             LineNumber(line, 2, static_cast<uint64_t>(1) << 32));
+    uint64_t address = LineAddress(line, 1);
+    AddRange(RANGE_WATCHED, address, LineLength(line, 2, address));
 }
 
 void HoleLine(BoardLine *line) {
-    ClaimMemory(LineNumber(line, 1, UINT32_MAX), LineNumber(line, 2, static_cast<uint64_t>(1) << 32), nullptr,
-                nullptr, nullptr);
+    uint64_t address = LineAddress(line, 1);
+    ClaimMemory(address, LineLength(line, 2, address), nullptr, nullptr, nullptr);
 }
 
 void RefuseLine(BoardLine *line) {
-    Range *range = AddRange(RANGE_REFUSED, LineNumber(line, 1, UINT32_MAX),
-                            LineNumber(line, 2, static_cast<uint64_t>(1) << 32));
-    range->error = ErrorNumber(LineWord(line, 3));
-    range->syncOnly = LineHas(line, 4, "sync");
-    if (range->error == 0)
+    uint64_t address = LineAddress(line, 1);
+    uint64_t length = LineLength(line, 2, address);
+    int error = ErrorNumber(LineWord(line, 3));
+    if (error == 0)
         LineFail(line, "not the name of an error", LineWord(line, 3));
+    Range *range = AddRange(RANGE_REFUSED, address, length);
+    range->error = error;
+    range->syncOnly = LineHas(line, 4, "sync");
 }

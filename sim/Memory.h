@@ -10,10 +10,16 @@
 typedef uint32_t (*MemoryReader)(void *device, uint64_t address, unsigned width);
 typedef void (*MemoryWriter)(void *device, uint64_t address, unsigned width, uint32_t value);
 
+constexpr uint64_t MEMORY_SIZE = (static_cast<uint64_t>(4) << 30) + (1 << 20);
+
 // The memory file, emptied: the named one if path is not null, else one without a name that lasts for the
 // process.
 void MemoryReset(const char *path);
 int MemoryDescriptor();
+// Copies what is in the memory to the same place in another file, and makes that file the memory, as it is.
+// False with errno on failure.
+bool MemoryCopy(int descriptor);
+bool MemoryTake(int descriptor);
 // The memory itself, outside of all mappings that the program knows. Null where there is none.
 uint8_t *MemoryAt(uint64_t address, uint64_t length);
 

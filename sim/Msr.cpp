@@ -13,7 +13,7 @@ constexpr int EVERY_CPU = -1;
 struct MsrEntry {
     int cpu; // EVERY_CPU: of those without an entry of their own
     uint32_t index;
-    uint64_t *values; // of each CPU
+    uint64_t *values;  // of each CPU
     uint64_t writable; // bits that a write changes
     bool readOnly;     // a write raises #GP
     uint64_t step;     // added after each read
@@ -23,20 +23,27 @@ struct MsrEntry {
     MsrEntry *next;
 };
 
-MsrEntry *gMsrs;
+constexpr uint32_t BUCKETS = 4096;
+
+MsrEntry *gMsrs[BUCKETS];
+
+MsrEntry **Bucket(int cpu, uint32_t index) {
+    return &gMsrs[(index * 31 + static_cast<uint32_t>(cpu)) % BUCKETS];
+}
 
 MsrEntry *Find(int cpu, uint32_t index) {
-    for (MsrEntry *entry = gMsrs; entry; entry = entry->next)
+    for (MsrEntry *entry = *Bucket(cpu, index); entry; entry = entry->next)
         if (entry->cpu == cpu && entry->index == index)
             return entry;
     return nullptr;
 }
 
 void Put(const MsrEntry *contents) {
+    MsrEntry **bucket = Bucket(contents->cpu, contents->index);
     MsrEntry *entry = Find(contents->cpu, contents->index);
-    MsrEntry *next = entry ? entry->next : gMsrs;
+    MsrEntry *next = entry ? entry->next : *bucket;
     if (!entry)
-        gMsrs = entry = static_cast<MsrEntry *>(ArenaTake(sizeof(MsrEntry)));
+        *bucket = entry = static_cast<MsrEntry *>(ArenaTake(sizeof(MsrEntry)));
     *entry = *contents;
     entry->next = next;
 }
@@ -60,7 +67,7 @@ uint64_t HiddenBits(int cpu, const MsrEntry *entry) {
 } // namespace
 
 void MsrReset() {
-    gMsrs = nullptr;
+    memset(gMsrs, 0, sizeof gMsrs);
 }
 
 void MsrLine(BoardLine *line) {
@@ -71,13 +78,13 @@ void MsrLine(BoardLine *line) {
     entry.values = NewValues(LineNumber(line, 2, UINT64_MAX));
     entry.writable = UINT64_MAX;
     for (int i = 3; i < line->count; i++) {
-        if (LineHas(line, i, "ro"))
+        if (LineOption(line, i, "ro"))
             entry.readOnly = true;
-        else if (LineHas(line, i, "rw"))
+        else if (LineOption(line, i, "rw"))
             entry.writable = LineNumber(line, ++i, UINT64_MAX);
-        else if (LineHas(line, i, "count"))
+        else if (LineOption(line, i, "count"))
             entry.step = LineNumber(line, ++i, UINT64_MAX);
-        else if (LineHas(line, i, "hidden")) {
+        else if (LineOption(line, i, "hidden")) {
             entry.hidden = LineNumber(line, ++i, UINT64_MAX);
             entry.keyIndex = static_cast<uint32_t>(LineNumber(line, ++i, 0xFFFFFFFF));
             entry.keyBits = LineNumber(line, ++i, UINT64_MAX);
@@ -87,6 +94,8 @@ void MsrLine(BoardLine *line) {
         } else
             LineFail(line, "none of \"ro\", \"rw\", \"count\", \"hidden\", \"cpus\"", line->words[i]);
     }
+    if (entry.readOnly && entry.writable != UINT64_MAX)
+        LineFail(line, "\"ro\" and \"rw\" contradict each other", nullptr);
     entry.cpu = EVERY_CPU;
     if (everyCpu)
         Put(&entry);

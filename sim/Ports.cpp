@@ -1,6 +1,7 @@
 #include "Ports.h"
 
 #include "Arena.h"
+#include "Mistake.h"
 
 #include <string.h>
 
@@ -51,7 +52,7 @@ void PortsReset() {
 
 void UnloggedLine(BoardLine *line) {
     uint64_t port = LineNumber(line, 1, 0xFFFF);
-    memset(gUnlogged + port, true, LineNumber(line, 2, 0x10000 - port));
+    memset(gUnlogged + port, true, LineCount(line, 2, 0x10000 - port));
 }
 
 bool PortLogged(uint16_t port) {

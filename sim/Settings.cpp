@@ -67,6 +67,7 @@ void MsrNodesLine(BoardLine *line) {
 }
 
 void CpusLine(BoardLine *line) {
+    LineWord(line, 1);
     memset(gBoard.cpuPresent, 0, sizeof gBoard.cpuPresent);
     for (int i = 1; i < line->count; i++)
         LineCpuSet(line, i, gBoard.cpuPresent);
@@ -79,10 +80,11 @@ void SystabLine(BoardLine *line) {
         LineFail(line, "neither \"sys\" nor \"proc\"", where);
     SystabFile *file = sys ? &gBoard.sysSystab : &gBoard.procSystab;
     const char *word = LineWord(line, 2);
-    if (ErrorNumber(word) != 0) {
+    if (!line->quoted[2] && ErrorNumber(word) != 0) {
         *file = {nullptr, ErrorNumber(word)};
         return;
     }
+    LineText(line, 2);
     size_t before = file->text ? strlen(file->text) : 0;
     char *text = static_cast<char *>(ArenaTake(before + strlen(word) + 2));
     if (before != 0)

@@ -3,8 +3,6 @@
 
 #include "BoardFile.h"
 
-constexpr int MAX_CPUS = 256;
-
 enum MsrNodes { MSR_NODES_ALWAYS, MSR_NODES_AFTER_MODPROBE, MSR_NODES_NEVER };
 
 enum SystemAction { SYSTEM_RECORD, SYSTEM_PRINT, SYSTEM_REAL, SYSTEM_EXIT };

@@ -5,6 +5,7 @@
 #include "Decode.h"
 #include "Log.h"
 #include "Memory.h"
+#include "Mistake.h"
 #include "Ports.h"
 #include "Settings.h"
 

@@ -2,6 +2,7 @@
 #include "AmdPm.h"
 
 #include "../Arena.h"
+#include "../Mistake.h"
 #include "../Ports.h"
 
 namespace {
@@ -21,6 +22,7 @@ struct AmdPm {
 };
 
 AmdPm *gPm;
+bool gPresent;
 Follower gFollowers[MAX_FOLLOWERS];
 int gFollowerCount;
 
@@ -42,13 +44,21 @@ void Write(void *, uint16_t port, unsigned, uint32_t value) {
 void AmdPmReset() {
     gPm = static_cast<AmdPm *>(ArenaTakeRegisters(sizeof(AmdPm)));
     gFollowerCount = 0;
+    gPresent = false;
+}
+
+void NeedAmdPm(const BoardLine *line) {
+    if (!gPresent)
+        LineFail(line, "no \"pm-registers\" line comes before", line->words[0]);
 }
 
 void AmdPmLine(BoardLine *) {
+    gPresent = true;
     ClaimPorts(PM_INDEX, 2, WIDTH_8, Read, Write, nullptr);
 }
 
 void AmdPmBytesLine(BoardLine *line) {
+    NeedAmdPm(line);
     uint32_t first = static_cast<uint32_t>(LineNumber(line, 1, REGISTERS - 1));
     LineWord(line, 2);
     for (int i = 2; i < line->count; i++) {

@@ -6,6 +6,8 @@
 #include "../BoardFile.h"
 
 void AmdPmReset();
+// Fails unless a "pm-registers" line came before.
+void NeedAmdPm(const BoardLine *line);
 
 // "pm-registers": the ports; all registers are 0.
 void AmdPmLine(BoardLine *line);

@@ -95,12 +95,18 @@ unsigned TakeNumber(const BoardLine *line, int word, const char **at, int digits
     return value;
 }
 
+unsigned DaysOfMonth(unsigned year, unsigned month) {
+    static const uint8_t DAYS[] = {31, 28, 31, 30, 31, 30, 31, 31, 30, 31, 30, 31};
+    bool leap = (year % 4 == 0 && year % 100 != 0) || year % 400 == 0;
+    return month == 2 && leap ? 29 : DAYS[month - 1];
+}
+
+} // namespace
+
 void NeedCmos(const BoardLine *line) {
     if (!gCmos)
         LineFail(line, "the board has no cmos yet", nullptr);
 }
-
-} // namespace
 
 void CmosReset() {
     gCmos = nullptr;
@@ -112,7 +118,9 @@ void CmosCatchUp() {
         CmosClockCatchUp(gCmos->clock.bytes);
 }
 
-void CmosLine(BoardLine *) {
+void CmosLine(BoardLine *line) {
+    if (gCmos)
+        LineFail(line, "the board has a cmos already", nullptr);
     gCmos = static_cast<Cmos *>(ArenaTakeRegisters(sizeof(Cmos)));
     gCmos->clock.bytes[RTC_A] = A_DEFAULT;
     gCmos->clock.bytes[RTC_B] = B_DEFAULT;
@@ -128,6 +136,7 @@ void CmosLine(BoardLine *) {
 void CmosBytesLine(BoardLine *line) {
     NeedCmos(line);
     uint32_t first = static_cast<uint32_t>(LineNumber(line, 1, 2 * BANK_SIZE - 1));
+    LineWord(line, 2);
     for (int i = 2; i < line->count; i++) {
         uint32_t at = first + static_cast<uint32_t>(i) - 2;
         if (at >= 2 * BANK_SIZE)
@@ -148,5 +157,7 @@ void CmosTimeLine(BoardLine *line) {
     time.hours = TakeNumber(line, 2, &at, 2, ':', 23);
     time.minutes = TakeNumber(line, 2, &at, 2, ':', 59);
     time.seconds = TakeNumber(line, 2, &at, 2, 0, 59);
+    if (time.month == 0 || time.day == 0 || time.day > DaysOfMonth(time.year, time.month))
+        LineFail(line, "no day of the calendar", line->words[1]);
     CmosClockSet(gCmos->clock.bytes, &time);
 }

@@ -5,6 +5,8 @@
 #include "../BoardFile.h"
 
 void CmosReset();
+// Fails unless a "cmos" line came before.
+void NeedCmos(const BoardLine *line);
 
 // "cmos": the clock, set to 2000-01-01 00:00:00 in BCD and 24 hours; the memory is zero.
 void CmosLine(BoardLine *line);

@@ -3,6 +3,7 @@
 #include "CmosClock.h"
 
 #include "../Arena.h"
+#include "Cmos.h"
 #include "Pm1.h"
 #include "SimplePorts.h"
 
@@ -29,7 +30,7 @@ constexpr uint64_t SECOND = 1000000; // in microseconds of the clock
 constexpr uint64_t ANNOUNCEMENT = 244;
 constexpr uint64_t CYCLE = 1984;
 constexpr uint64_t FOR_EVER = UINT64_MAX;
-constexpr uint64_t DAY = 86400;         // in seconds
+constexpr uint64_t DAY = 86400;          // in seconds
 constexpr uint64_t CALENDAR = 7 * 36525; // in days: then the date and the day of the week come again
 
 enum TimeSource { STANDS_STILL, BY_DELAYS, BY_HOST };
@@ -207,19 +208,22 @@ bool CmosClockUpdates(const uint8_t *registers) {
 }
 
 void CmosRunLine(BoardLine *line) {
+    NeedCmos(line);
     if (!LineHas(line, 1, "delays") && !LineHas(line, 1, "real"))
         LineFail(line, "neither \"delays\" nor \"real\"", LineWord(line, 1));
     gSource = LineHas(line, 1, "real") ? BY_HOST : BY_DELAYS;
-    gFactor = line->count > 2 ? LineNumber(line, 2, 0xFFFF) : 1;
+    gFactor = line->count > 2 ? LineCount(line, 2, 0xFFFF) : 1;
     gHostAhead = HostMicroseconds(CLOCK_REALTIME) - HostMicroseconds(CLOCK_MONOTONIC);
     gProgress->seen = SourceMicroseconds();
     gProgress->elapsed = 0;
 }
 
-void CmosStopLine(BoardLine *) {
+void CmosStopLine(BoardLine *line) {
+    NeedCmos(line);
     gSource = STANDS_STILL;
 }
 
 void CmosStuckLine(BoardLine *line) {
+    NeedCmos(line);
     gProgress->stuckPolls = line->count > 1 ? LineNumber(line, 1, UINT32_MAX) : FOR_EVER;
 }

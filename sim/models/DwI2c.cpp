@@ -7,6 +7,7 @@
 
 #include "../Arena.h"
 #include "../Memory.h"
+#include "../Mistake.h"
 #include "SimplePorts.h"
 
 #include <string.h>
@@ -447,23 +448,25 @@ void DwI2cReset() {
 }
 
 void I2cCoreLine(BoardLine *line) {
-    uint64_t base = LineNumber(line, 1, UINT32_MAX);
+    uint64_t base = LineAddress(line, 1);
     gDevice = nullptr;
+    if (base % BLOCK != 0)
+        LineFail(line, "no multiple of 1000h", line->words[1]);
     gCore = FindCore(base);
     if (!gCore)
         NewCore(base);
     for (int i = 2; i < line->count; i++) {
-        if (LineHas(line, i, "rx")) {
+        if (LineOption(line, i, "rx")) {
             gCore->rxDepth = Depth(line, ++i);
-        } else if (LineHas(line, i, "tx")) {
+        } else if (LineOption(line, i, "tx")) {
             gCore->txDepth = Depth(line, ++i);
-        } else if (LineHas(line, i, "byte-time")) {
+        } else if (LineOption(line, i, "byte-time")) {
             gCore->byteTime = static_cast<uint32_t>(LineNumber(line, ++i, UINT32_MAX));
-        } else if (LineHas(line, i, "never-disables")) {
+        } else if (LineOption(line, i, "never-disables")) {
             gCore->neverDisables = true;
-        } else if (LineHas(line, i, "stays-busy")) {
+        } else if (LineOption(line, i, "stays-busy")) {
             gCore->staysBusy = true;
-        } else if (LineHas(line, i, "abort-after")) {
+        } else if (LineOption(line, i, "abort-after")) {
             gCore->abortAfter = static_cast<uint32_t>(LineNumber(line, ++i, UINT32_MAX));
             gCore->abortSource = static_cast<uint32_t>(LineNumber(line, ++i, UINT32_MAX));
         } else {
@@ -475,12 +478,12 @@ void I2cCoreLine(BoardLine *line) {
 void I2cDeviceLine(BoardLine *line) {
     if (!gCore)
         LineFail(line, "no \"i2c-core\" line comes before", line->words[0]);
-    uint8_t address = static_cast<uint8_t>(LineNumber(line, 1, 0x7F));
+    uint8_t address = static_cast<uint8_t>(LineNumber(line, 1, 0xFF));
+    if (address > 0x7F)
+        LineFail(line, "addresses have 7 bits here: a0 is 50", line->words[1]);
     gDevice = &gCore->devices[address];
     gDevice->present = true;
-    if (line->count > 2 && !LineHas(line, 2, "refuses"))
-        LineFail(line, "not \"refuses\"", line->words[2]);
-    if (line->count > 2)
+    if (LineHas(line, 2, "refuses"))
         gDevice->refuses = static_cast<uint32_t>(LineNumber(line, 3, UINT32_MAX));
 }
 

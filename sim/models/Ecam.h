@@ -3,5 +3,10 @@
 
 #include "../BoardFile.h"
 
+void EcamReset();
+
 // "ecam BASE BUSES": a window of 1 MiB for each bus.
 void EcamLine(BoardLine *line);
+
+// True when a window has the bus.
+bool EcamReaches(unsigned bus);

@@ -12,6 +12,8 @@ constexpr uint32_t ADDRESS_ENABLE = 0x80000000;
 // Bits 30:24 are reserved; bits 1:0 do not exist, for the byte lanes come from the data port.
 constexpr uint32_t ADDRESS_BITS = 0x80FFFFFC;
 
+bool gPresent;
+
 uint32_t ReadAddress(void *device, uint16_t, unsigned) {
     return *static_cast<uint32_t *>(device);
 }
@@ -43,7 +45,16 @@ void WriteData(void *device, uint16_t port, unsigned width, uint32_t value) {
 
 } // namespace
 
+void PciConfigPortsReset() {
+    gPresent = false;
+}
+
+bool PciConfigPortsPresent() {
+    return gPresent;
+}
+
 void PciConfigPortsLine(BoardLine *) {
+    gPresent = true;
     void *address = ArenaTakeRegisters(sizeof(uint32_t));
     // Only a dword access reaches the address register; a narrower one belongs to whoever has the port.
     ClaimPorts(CONFIG_ADDRESS, 4, WIDTH_32, ReadAddress, WriteAddress, address);

@@ -3,5 +3,8 @@
 
 #include "../BoardFile.h"
 
+void PciConfigPortsReset();
+
 // "pci-ports": the address register at 0xCF8 and the data window at 0xCFC.
 void PciConfigPortsLine(BoardLine *line);
+bool PciConfigPortsPresent();

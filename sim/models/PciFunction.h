@@ -6,9 +6,11 @@
 #include "../BoardFile.h"
 
 constexpr unsigned PCI_SPACE = 4096;
+constexpr unsigned PCI_EXTENDED_SPACE = 0x100; // where it begins
 
 struct PciFunction {
     uint16_t number;          // (bus << 8) | (device << 3) | function
+    LinePlace place;          // of the line that made it
     bool express;             // has the extended space; a conventional function reads all ones from 0x100 on
     bool verbatim;            // as it was found on a machine, whether it can be reached or not
     uint8_t *config;          // PCI_SPACE bytes
@@ -16,6 +18,7 @@ struct PciFunction {
     uint8_t writable[PCI_SPACE];  // bits that take the value written
     uint8_t oneClears[PCI_SPACE]; // bits that a written 1 clears
     uint8_t lastCap;              // where the capability list ends so far, 0 for no list
+    bool inCap[PCI_SPACE];        // bytes of its capabilities so far
     uint16_t lastExtendedCap;
     // For a model that lives in configuration space, both may be null: called before a read is served, so
     // that it can put the value of the moment into config, and after a write of so many bytes has changed
@@ -54,20 +57,14 @@ PciFunction *PciLineFunction(const BoardLine *line);
 // The writable bits that every header of the function's layout has.
 void PciSetHeaderMasks(PciFunction *function);
 
-// "pci BB:DD.F VVVV:DDDD [class CCSSPP] [rev RR] [header HH] [multi]" makes the function or goes on with one
-// that is there; the lines behind it describe it. "pci BB:DD.F verbatim" makes one whose bytes are all given
-// by "config" lines, those that are not being 0.
+// The layout of the function's header.
+uint8_t PciLayout(const PciFunction *function);
+// Two numbers as in 8086:1234, into the dword at the offset.
+void PciSetIds(const BoardLine *line, int word, PciFunction *function, uint16_t offset);
+
+// "pci BB:DD.F VVVV:DDDD [class CCSSPP] [rev RR] [header HH] [multi] [verbatim]" makes the function or goes
+// on with one that is there; the lines behind it describe it. One that is `verbatim` is as it was found on a
+// machine, whether it can be reached or not, and needs no numbers: its bytes are given by "config" lines.
 void PciLine(BoardLine *line);
 // "pci-remove BB:DD.F" or "pci-remove all"
 void PciRemoveLine(BoardLine *line);
-// "byte OFFSET VALUE [rw MASK] [w1c MASK]" and so on
-void PciByteLine(BoardLine *line);
-void PciWordLine(BoardLine *line);
-void PciDwordLine(BoardLine *line);
-void PciIrqLine(BoardLine *line);
-void PciSubsystemLine(BoardLine *line);
-void PciBarLine(BoardLine *line);
-void PciBusesLine(BoardLine *line);
-void PciCapLine(BoardLine *line);
-void PciExpressLine(BoardLine *line);
-void PciExtendedCapLine(BoardLine *line);

@@ -5,8 +5,6 @@
 
 namespace {
 
-constexpr uint32_t PCI_EXTENDED_SPACE = 0x100;
-
 // Where the line's bytes begin; they fit behind it.
 uint32_t FirstByte(const BoardLine *line) {
     uint32_t offset = static_cast<uint32_t>(LineNumber(line, 1, PCI_SPACE - 1));

@@ -56,12 +56,14 @@ void Pm1Reset() {
 }
 
 void Pm1Line(BoardLine *line) {
+    for (int i = 0; gPm1 && i < REGISTERS; i++)
+        PortClaimOf(gPm1)[i].enabled = false;
     gPm1 = static_cast<Pm1 *>(ArenaTakeRegisters(sizeof(Pm1)));
     gPm1->base = static_cast<uint16_t>(LineNumber(line, 1, 0xFFFF - 2 * REGISTERS));
     for (int i = 0; i < REGISTERS && line->count > 2; i++)
         gPm1->registers[i] = static_cast<uint16_t>(LineNumber(line, i + 2, 0xFFFF));
     for (int i = 0; i < REGISTERS; i++)
-        ClaimPorts(gPm1->base + 2u * static_cast<unsigned>(i), 2, WIDTH_8 | WIDTH_16, Read, Write, nullptr);
+        ClaimPorts(gPm1->base + 2u * static_cast<unsigned>(i), 2, WIDTH_8 | WIDTH_16, Read, Write, gPm1);
 }
 
 void Pm1ClockAlarm() {

@@ -5,7 +5,8 @@
 
 void Pm1Reset();
 
-// "pm1 PORT [STATUS ENABLE CONTROL]": the block, with these contents (0 without them).
+// "pm1 PORT [STATUS ENABLE CONTROL]": the block, with these contents (0 without them), in place of an earlier
+// one.
 void Pm1Line(BoardLine *line);
 
 // The clock's alarm interrupt reaches the status register (RTC_STS), where there is one.

@@ -22,7 +22,9 @@ uint32_t ReadNext(void *device, uint64_t, unsigned) {
 
 void SequenceLine(BoardLine *line) {
     Sequence *sequence = static_cast<Sequence *>(ArenaTakeRegisters(sizeof(Sequence)));
-    uint64_t address = LineNumber(line, 1, UINT32_MAX & ~3u);
+    uint64_t address = LineAddress(line, 1);
+    if (address % 4 != 0)
+        LineFail(line, "dwords stand at multiples of 4", line->words[1]);
     LineWord(line, 2);
     for (int i = 2; i < line->count; i++)
         sequence->values[sequence->count++] = static_cast<uint32_t>(LineNumber(line, i, UINT32_MAX));

@@ -8,6 +8,7 @@
 namespace {
 
 constexpr size_t PORTS = 0x10000;
+constexpr uint32_t USUAL_DELAY_PORT = 0xED;
 
 uint8_t *gStored;
 bool gLatched[PORTS];
@@ -40,7 +41,7 @@ void SimplePortsReset() {
 
 void LatchPortLine(BoardLine *line) {
     uint32_t port = static_cast<uint32_t>(LineNumber(line, 1, 0xFFFF));
-    uint32_t count = static_cast<uint32_t>(LineNumber(line, 2, 0x10000 - port));
+    uint32_t count = static_cast<uint32_t>(LineCount(line, 2, 0x10000 - port));
     bool counting = LineHas(line, 3, "counting");
     uint8_t value = line->count > 3 && !counting ? static_cast<uint8_t>(LineNumber(line, 3, 0xFF)) : 0;
     ClaimLatches(port, count);
@@ -76,15 +77,24 @@ void ConstantPortLine(BoardLine *line) {
     Constant *constant = static_cast<Constant *>(ArenaTake(sizeof(Constant)));
     constant->port = static_cast<uint16_t>(LineNumber(line, 1, 0xFFFF));
     LineWord(line, 2);
+    if (constant->port + line->count - 3 > 0xFFFF)
+        LineFail(line, "the ports end at ffff", line->words[line->count - 1]);
     for (int i = 2; i < line->count; i++)
         constant->bytes[i - 2] = static_cast<uint8_t>(LineNumber(line, i, 0xFF));
     ClaimPorts(constant->port, static_cast<uint32_t>(line->count - 2), WIDTH_8, ReadConstant, nullptr,
                constant);
 }
 
+static void ClaimDelay(uint32_t port) {
+    ClaimPorts(port, 1, WIDTH_8, nullptr, CountMicrosecond, nullptr);
+}
+
+void DelayPortStart() {
+    ClaimDelay(USUAL_DELAY_PORT);
+}
+
 void DelayPortLine(BoardLine *line) {
-    ClaimPorts(static_cast<uint32_t>(LineNumber(line, 1, 0xFFFF)), 1, WIDTH_8, nullptr, CountMicrosecond,
-               nullptr);
+    ClaimDelay(static_cast<uint32_t>(LineNumber(line, 1, 0xFFFF)));
 }
 
 uint64_t DelayPortMicroseconds() {

@@ -14,6 +14,9 @@ uint8_t LatchPortGet(uint16_t port);
 // "constant PORT BYTE...": reads these bytes, whatever is written.
 void ConstantPortLine(BoardLine *line);
 
-// "delay PORT": nothing answers there, and a write takes a microsecond of the board's time.
+// To be called before the board file is read: port EDh takes a microsecond of the board's time for each
+// write, until a line puts something else there.
+void DelayPortStart();
+// "delay PORT": another port that does, and where nothing answers.
 void DelayPortLine(BoardLine *line);
 uint64_t DelayPortMicroseconds();

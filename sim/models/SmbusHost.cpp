@@ -37,6 +37,7 @@ constexpr uint8_t PM_SMBUS_ENABLED = 0x10;
 constexpr uint8_t PM_SMBUS_BASE_HIGH = 0x01;
 
 constexpr uint32_t USUAL_TIME = 5;
+constexpr int MAX_HOSTS = 8;
 constexpr uint64_t CLOCK_LOW_TIMEOUT = 25000; // tTIMEOUT, System Management Bus 2.0, 3.1.1.3
 
 struct Host {
@@ -47,6 +48,9 @@ struct Host {
     bool running, timingOut;
     uint64_t ends;
 };
+
+SmbusHostPlace gHosts[MAX_HOSTS];
+int gHostCount;
 
 SmbusOutcome Transfer(Host *host) {
     if ((host->control & CNT_PROTOCOL) != PROTOCOL_BYTE_DATA)
@@ -174,26 +178,41 @@ void PlaceByPm(void *device) {
     claim->enabled = AmdPmRegister(PM_DECODE_ENABLE) & PM_SMBUS_ENABLED;
 }
 
-Host *NewHost(bool hasInUse) {
+Host *NewHost(const BoardLine *line, const PciFunction *function) {
+    if (gHostCount == MAX_HOSTS)
+        LineFail(line, "more than 8 SMBus hosts", nullptr);
+    gHosts[gHostCount++] = {{line->path, line->number}, function};
     Host *host = static_cast<Host *>(ArenaTakeRegisters(sizeof(Host)));
-    host->hasInUse = hasInUse;
+    host->hasInUse = function != nullptr;
     ClaimPorts(0, PORTS, WIDTH_8, ReadPort, WritePort, host);
     return host;
 }
 
 } // namespace
 
+void SmbusHostsReset() {
+    gHostCount = 0;
+}
+
+const SmbusHostPlace *SmbusHosts(int *count) {
+    *count = gHostCount;
+    return gHosts;
+}
+
 void SmbusHostLine(BoardLine *line) {
     Host *host;
     if (LineHas(line, 1, "pci")) {
         PciFunction *function = PciLineFunction(line);
+        if (function->beforeRead)
+            LineFail(line, "the function has the system management network", nullptr);
         if (!function->device)
-            function->device = NewHost(true);
+            function->device = NewHost(line, function);
         host = static_cast<Host *>(function->device);
         function->afterWrite = PlaceByPci;
         PlaceByPci(function, 0, 0);
     } else if (LineHas(line, 1, "pm")) {
-        host = NewHost(false);
+        NeedAmdPm(line);
+        host = NewHost(line, nullptr);
         AmdPmFollow(PlaceByPm, host);
         PlaceByPm(host);
     } else {

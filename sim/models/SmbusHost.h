@@ -3,6 +3,17 @@
 
 #include "../BoardFile.h"
 
+struct PciFunction;
+
+struct SmbusHostPlace {
+    LinePlace place;
+    const PciFunction *function; // null for "pm"
+};
+
+void SmbusHostsReset();
+// The hosts that the board file made.
+const SmbusHostPlace *SmbusHosts(int *count);
+
 // "smbus-host pci [US]": the host of the PCI function above, at its base address register 4 (offset 20h),
 // answering while bit 0 of the command register and bit 0 of the host configuration (offset 40h) are set.
 // Stated again after lines that change these registers. "smbus-host pm [US]": the host whose ports are placed

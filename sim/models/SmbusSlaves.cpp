@@ -8,6 +8,7 @@ namespace {
 
 constexpr uint32_t PAGE = 256;
 constexpr uint32_t NEVER = 2 * PAGE;
+constexpr uint8_t SPD_ADDRESSES = 0xA0;
 constexpr uint8_t SELECT_PAGE_0 = 0x6C; // SPA0; with the read bit RPA, read page address
 constexpr uint8_t SELECT_PAGE_1 = 0x6E; // SPA1; with the read bit it is no command
 constexpr uint8_t NOT_DRIVEN = 0xFF;
@@ -28,7 +29,8 @@ struct Bus {
 };
 
 Bus *gBus;
-Slave *gCurrent; // the one that the lines of the board file are about
+Slave *gCurrent;  // the one that the lines of the board file are about
+LinePlace gPlace; // of its line
 
 Slave *Find(uint8_t address) {
     Slave *slave = &gBus->slaves[address / 2];
@@ -55,25 +57,34 @@ SmbusOutcome Address(const Slave *slave, uint32_t *offset, uint64_t time) {
     return *offset >= slave->stops ? SMBUS_NOT_ACKNOWLEDGED : SMBUS_DONE;
 }
 
+// Two notations are about: 50 with 7 bits is a0 with 8.
+void NeedWholeAddress(const BoardLine *line, uint8_t address, bool spd) {
+    if (spd && (address & 0xF0) != SPD_ADDRESSES)
+        LineFail(line, "a module answers at a0 to ae (addresses have 8 bits: 50 is a0)", line->words[1]);
+    if (address & 1)
+        LineFail(line, "bit 0 of an address is the direction (addresses have 8 bits: 51 is a2)",
+                 line->words[1]);
+}
+
 void NewSlave(BoardLine *line, bool paged) {
     uint8_t address = static_cast<uint8_t>(LineNumber(line, 1, 0xFF));
-    if (address & 1)
-        LineFail(line, "bit 0 of an address is the direction", line->words[1]);
     gCurrent = &gBus->slaves[address / 2];
     if (!gCurrent->present) {
         *gCurrent = {};
         gCurrent->present = true;
         gCurrent->stops = gCurrent->collides = gCurrent->holds = NEVER;
     }
+    gPlace = {line->path, line->number};
     gCurrent->paged = paged;
+    NeedWholeAddress(line, address, paged);
     for (int i = 2; i < line->count; i++) {
-        if (LineHas(line, i, "write-time"))
+        if (LineOption(line, i, "write-time"))
             gCurrent->writeTime = static_cast<uint32_t>(LineNumber(line, ++i, UINT32_MAX));
-        else if (LineHas(line, i, "stops"))
+        else if (LineOption(line, i, "stops"))
             gCurrent->stops = static_cast<uint32_t>(LineNumber(line, ++i, NEVER));
-        else if (LineHas(line, i, "collides"))
+        else if (LineOption(line, i, "collides"))
             gCurrent->collides = static_cast<uint32_t>(LineNumber(line, ++i, NEVER));
-        else if (LineHas(line, i, "holds"))
+        else if (LineOption(line, i, "holds"))
             gCurrent->holds = static_cast<uint32_t>(LineNumber(line, ++i, NEVER));
         else
             LineFail(line, "none of \"write-time\", \"stops\", \"collides\", \"holds\"", line->words[i]);
@@ -94,6 +105,11 @@ uint8_t *Contents(const BoardLine *line, uint32_t offset, uint32_t count) {
 void SmbusSlavesReset() {
     gBus = static_cast<Bus *>(ArenaTakeRegisters(sizeof(Bus)));
     gCurrent = nullptr;
+    gPlace = {};
+}
+
+LinePlace SmbusSlavePlace() {
+    return gPlace;
 }
 
 SmbusOutcome SmbusReadByte(uint8_t address, uint8_t command, uint8_t *data, uint64_t time) {
@@ -150,7 +166,7 @@ void SmbusBytesLine(BoardLine *line) {
 }
 
 void SmbusFillLine(BoardLine *line) {
-    uint32_t count = static_cast<uint32_t>(LineNumber(line, 2, NEVER));
+    uint32_t count = static_cast<uint32_t>(LineCount(line, 2, NEVER));
     uint8_t *bytes = Contents(line, static_cast<uint32_t>(LineNumber(line, 1, NEVER)), count);
     bool counting = LineHas(line, 3, "counting");
     uint8_t value = counting ? static_cast<uint8_t>(0) : static_cast<uint8_t>(LineNumber(line, 3, 0xFF));

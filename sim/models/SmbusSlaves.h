@@ -5,6 +5,8 @@
 #include "../BoardFile.h"
 
 void SmbusSlavesReset();
+// The last line that made a slave.
+LinePlace SmbusSlavePlace();
 
 enum SmbusOutcome {
     SMBUS_DONE,

@@ -17,7 +17,11 @@ struct SmnRegister {
     SmnRegister *next;
 };
 
+constexpr int MAX_REGISTERS = 16384;
+
 SmnRegister *gRegisters;
+int gRegisterCount;
+bool gPresent; // a function has the way there
 
 SmnRegister *Find(uint32_t die, uint32_t address) {
     SmnRegister *found = gRegisters;
@@ -175,24 +179,39 @@ void AfterWrite(PciFunction *function, uint16_t offset, unsigned width) {
 } // namespace
 
 void SmnReset() {
+    gPresent = false;
     gRegisters = nullptr;
+    gRegisterCount = 0;
     gMailbox = nullptr;
     gReplies = nullptr;
 }
 
 void SmnLine(BoardLine *line) {
     PciFunction *function = PciLineFunction(line);
+    if (function->device)
+        LineFail(line, "the function is an SMBus host already", nullptr);
+    gPresent = true;
     function->beforeRead = BeforeRead;
     function->afterWrite = AfterWrite;
     for (uint16_t offset = INDEXES[0]; offset < INDEXES[1] + 8; offset++)
         function->writable[offset] = 0xFF;
 }
 
+static void NeedNetwork(const BoardLine *line) {
+    if (!gPresent)
+        LineFail(line, "no \"smn\" line comes before", line->words[0]);
+}
+
 void SmnRegisterLine(BoardLine *line) {
     uint32_t die = static_cast<uint32_t>(LineNumber(line, 1, UINT32_MAX));
-    uint32_t address = static_cast<uint32_t>(LineNumber(line, 2, UINT32_MAX & ~3u));
+    uint32_t address = static_cast<uint32_t>(LineNumber(line, 2, UINT32_MAX));
+    NeedNetwork(line);
+    if (address % 4 != 0)
+        LineFail(line, "dwords stand at multiples of 4", line->words[2]);
     SmnRegister *found = Find(die, address);
     if (!found) {
+        if (gRegisterCount++ == MAX_REGISTERS)
+            LineFail(line, "more than 16384 registers", nullptr);
         found = static_cast<SmnRegister *>(ArenaTake(sizeof(SmnRegister)));
         found->die = die;
         found->address = address;
@@ -205,6 +224,7 @@ void SmnRegisterLine(BoardLine *line) {
 }
 
 void SmuMailboxLine(BoardLine *line) {
+    NeedNetwork(line);
     if (!gMailbox)
         gMailbox = static_cast<Mailbox *>(ArenaTakeRegisters(sizeof(Mailbox)));
     gMailbox->response = RESPONSE_OK;

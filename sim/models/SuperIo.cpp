@@ -108,6 +108,7 @@ void NeedChip(const BoardLine *line) {
 void SetRegisters(const BoardLine *line, int word, Register *registers, uint32_t from, uint32_t to) {
     uint32_t at = static_cast<uint32_t>(LineNumber(line, word, to - 1));
     bool readOnly = LineHas(line, line->count - 1, "ro");
+    LineByte(line, word + 1);
     for (int i = word + 1; i < line->count - readOnly; i++, at++) {
         if (at < from || at >= to)
             LineFail(line, "registers 00 to 2f are the chip's, 30 to ff a device's", LineWord(line, word));

@@ -8,6 +8,7 @@ import subprocess
 import pytest
 from harness import BOARDS, BUILD, CLOSED
 
+MISTAKE = 125  # the exit status of a process that was told or asked for what the board does not have
 CPU_FLAGS = open("/proc/cpuinfo").read()
 
 
@@ -80,7 +81,7 @@ def test_in_changes_its_part_of_rax(probe, width, line, rax):
 
 def test_a_string_port_instruction_is_rejected_loudly(probe):
     result = probe("iopl 3 insb 80")
-    assert result.status == -signal.SIGABRT
+    assert result.status == MISTAKE
     assert b"string port instruction" in result.err
 
 
@@ -370,7 +371,7 @@ def test_a_byte_store_is_one_access(probe, form, line, after):
 ])
 def test_a_store_is_one_access_of_its_width(probe, form, lines):
     result = probe(f"open /dev/mem rw map 3 e0108000 1000 rw store {form} 28 5566778811223388 load mov32 28",
-                   "pci 01:01.0 1234:5678", "dword 28 0 rw ffffffff", "dword 2c 0 rw ffffffff", board="intel")
+                   "pci 01:01.0 1234:5678 verbatim", "dword 28 0 rw ffffffff", "dword 2c 0 rw ffffffff", board="intel")
     assert result.memory_accesses()[:-1] == lines
     # the register's 32 bits hold the last 32 bits written, as far as they were written
     written = lines[-1].split()[2][-8:]
@@ -378,7 +379,7 @@ def test_a_store_is_one_access_of_its_width(probe, form, lines):
 
 
 def test_a_copy_between_registers_shows_both_sides(probe):
-    result = probe("open /dev/mem rw map 3 e0108000 1000 rw movs 0 28 load mov32 28", "pci 01:01.0 1234:5678",
+    result = probe("open /dev/mem rw map 3 e0108000 1000 rw movs 0 28 load mov32 28", "pci 01:01.0 1234:5678 verbatim",
                    "dword 28 0 rw ffffffff", board="intel")
     assert result.memory_accesses()[:2] == ["ms32 e0108000 -> 56781234", "ms32 e0108028 56781234"]
     assert said(result)[2] == "load 56781234"
@@ -392,7 +393,7 @@ def test_a_repeated_string_copy_shows_each_byte(probe):
 
 def test_an_access_across_two_pages_of_devices_is_one_access(probe):
     result = probe("open /dev/mem rw map 3 e0108000 2000 rw load mov32 ffe store mov32 ffe 5678abcd load mov32 ffe",
-                   "pci 01:01.0 1234:5678", "pcie 40 0 DIS", "word ffe beef rw ffff", "pci 01:01.1 cafe:0001",
+                   "pci 01:01.0 1234:5678 verbatim", "pcie 40 0 DIS", "word ffe beef rw ffff", "pci 01:01.1 cafe:0001 verbatim",
                    board="intel")
     assert result.memory_accesses() == ["mr32 e0108ffe -> cafebeef", "mw32 e0108ffe 5678abcd",
                                         "mr32 e0108ffe -> cafeabcd"]
@@ -610,32 +611,32 @@ def test_a_machine_without_efi_has_no_table_file(probe):
 # Board files
 
 
-@pytest.mark.parametrize("name", sorted(path.stem for path in BOARDS.glob("*.board")))
+@pytest.mark.parametrize("name", sorted({path.stem for path in BOARDS.glob("*.board")} - {"smbus-slaves"}))
 def test_each_board_can_be_loaded(probe, name):
     assert probe("", board=name).status == 0
 
 
 @pytest.mark.parametrize("line, message", [
     ("nonsense 1", 'unknown keyword: "nonsense"'),
-    ("latch 80", "a word is missing"),
+    ("latch 80", 'a word is missing: "latch PORT COUNT [BYTE|counting]"'),
     ("latch 12345 1", 'the number is too large: "12345"'),
     ("latch xyz 1", 'not a hexadecimal number: "xyz"'),
     ("irq 1 1", 'no "pci" line comes before: "irq"'),
     ("pci 00:20.0 8086:1234", 'not a function as in 00:1f.3: "00:20.0"'),
     ("cpus 4-2", 'not a CPU number or a range of them: "4-2"'),
     ('text 1000 "open', "a quotation mark is missing"),
-    ("include nowhere.board", "the file cannot be read"),
+    ("include nowhere.board", 'there is no such file: "'),
 ])
 def test_a_mistake_in_a_board_file_names_its_line(probe, line, message):
     result = probe("", "# a comment", line)
-    assert result.status == -signal.SIGABRT
-    assert "extended.board:3: " + message in result.err.decode()
+    assert result.status == MISTAKE
+    assert "extended.board:4: " + message in result.err.decode()
 
 
 def test_board_files_that_include_each_other_are_refused(run, tmp_path):
     (tmp_path / "round.board").write_text("include round.board\n")
     result = run("", board=tmp_path / "round.board", program="hwboard_probe")
-    assert result.status == -signal.SIGABRT
+    assert result.status == MISTAKE
     assert b"include each other" in result.err
 
 
@@ -690,7 +691,7 @@ def test_a_process_that_lives_sees_what_another_one_writes(probe, tmp_path):
 def test_registers_of_another_board_or_without_a_file_are_refused(probe, tmp_path, name):
     (tmp_path / "registers").write_bytes(b"other")
     result = probe("iopl 3", *SPACE, env={"HWBOARD_REGISTERS": str(tmp_path / name)})
-    assert result.status == -signal.SIGABRT
+    assert result.status == MISTAKE
     assert result.err.endswith(b"registers: no file for the registers of this board\n")
 
 

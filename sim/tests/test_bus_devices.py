@@ -40,7 +40,7 @@ def wait(microseconds):
 
 # ---- SMBus host -----------------------------------------------------------------------------------------------------
 
-FUNCTION = ["pci-ports", "pci 00:1f.4 8086:a323 class 0c0500", "word 04 0001", "dword 20 0000d001 rw 0000ffe0",
+FUNCTION = ["pci-ports", "pci 00:1f.4 8086:a323 class 0c0500 verbatim", "word 04 0001", "dword 20 0000d001 rw 0000ffe0",
             "byte 40 01 rw 1f", "smbus-host pci a"]  # fmt: skip
 SLAVE = ["smbus-eeprom 58", "smbus-bytes 4 99"]
 HOST = [*FUNCTION, *SLAVE]
@@ -115,7 +115,8 @@ def test_the_host_moves_with_its_register(reads):
 
 
 def test_the_other_makers_host_is_placed_by_power_management_registers(reads):
-    lines = ["pm-registers", "pm-bytes 0 10 0b", "smbus-host pm 0", *SLAVE]
+    chipset = ["pci-ports", "pci 00:00.0 1022:1480 class 060000", "pci 00:14.0 1022:790b class 0c0500"]
+    lines = [*chipset, "pm-registers", "pm-bytes 0 10 0b", "smbus-host pm 0", *SLAVE]
     words = "out8 b04 59 out8 b03 4 out8 b02 48 in8 b00 in8 b00 in8 b05 "
     moved = "out8 cd6 1 out8 cd7 c in8 b03 in8 c03 out8 cd6 0 out8 cd7 0 in8 c03"
     assert reads(words + moved, *lines) == [0x02, 0x02, 0x99, 0xFF, 4, 0xFF]
@@ -188,11 +189,11 @@ def test_slaves_are_filled_changed_and_removed(reads):
     (["smbus-eeprom 50 slow"], "none of"),
     (["smbus-bytes 0 1"], "no slave comes before"),
     (["smbus-eeprom 50", "smbus-bytes ff 1 2"], "beyond the slave's end"),
-    (["smbus-spd 50", "smbus-fill 1 200 0"], "beyond the slave's end"),
+    (["smbus-spd a0", "smbus-fill 1 200 0"], "beyond the slave's end"),
     (["smbus-remove 50"], "no such slave"),
     (["smbus-host isa"], 'neither "pci" nor "pm"'),
     (["smbus-host pci"], "comes before"),
-    (["pm-bytes ff 1 2"], "256 registers"),
+    (["pm-registers", "pm-bytes ff 1 2"], "256 registers"),
 ])  # fmt: skip
 def test_mistakes_in_smbus_lines_are_told(complaint, lines, words):
     assert words in complaint(*lines)

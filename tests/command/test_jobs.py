@@ -263,7 +263,7 @@ def test_ctrl_z_with_the_chip_unlocked_locks_it_first(run, job):
 
 @pytest.mark.parametrize("args, status", [("/TIMEOUT /T 6", 0), ("/RTC 60 /T 6", 0)])
 def test_a_countdown_goes_on_in_the_background(job, args, status):
-    one = job(args, board="lab", extra=["cmos-run real 4"], foreground=True)
+    one = job(args, extra=["cmos-run real 4"], foreground=True)
     one.until(lambda: b"Time: " in one.screen)
     one.press(b"\x1a")
     one.expect(stopped(signal.SIGTSTP))

@@ -125,13 +125,15 @@ class Timeout(AssertionError):
 
 
 def board_file(folder, board, extra):
-    """The path of a board, with further lines in a file of its own that includes it."""
+    """The path of a board, with further lines in a file of its own that includes it. On a board of sim/boards the clock
+    stands still unless a line starts it again, so that a run is like any other."""
     path = pathlib.Path(board)
+    lines = [extra] if isinstance(extra, str) else list(extra)
     if path.suffix != ".board":
         path = BOARDS / f"{board}.board"
-    if not extra:
+        lines.insert(0, "cmos-stop")
+    if not lines:
         return path
-    lines = [extra] if isinstance(extra, str) else list(extra)
     made = folder / "extended.board"
     made.write_text("\n".join([f'include "{path}"', *lines, ""]))
     return made

@@ -236,7 +236,7 @@ void LoadBoard(const std::string &name, const std::string &lines) {
     int fd = mkstemp(path);
     ASSERT_GE(fd, 0);
     close(fd);
-    WriteFile(path, "include " HWREG_BOARDS "/" + name + ".board\n" + lines + "\n");
+    WriteFile(path, "include " HWREG_BOARDS "/" + name + ".board\ncmos-stop\n" + lines + "\n");
     BoardLoad(path);
     unlink(path); // it has been read
     mBoardLoaded = true;

@@ -58,7 +58,7 @@ void OpenGives(int descriptor);
 long GivenAndNotClosed();
 
 // Loads sim/boards/<name>.board with these lines of board description behind it, opens the hardware
-// and clears the log.
+// and clears the log. The clock stands still unless a line starts it again.
 void OpenBoard(const std::string &name, const std::string &lines = "");
 
 // The same without opening the hardware.

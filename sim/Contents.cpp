@@ -1,0 +1,70 @@
+#include "Contents.h"
+
+#include "Arena.h"
+#include "State.h"
+
+#include <errno.h>
+#include <fcntl.h>
+#include <string.h>
+#include <sys/stat.h>
+#include <sys/syscall.h>
+#include <unistd.h>
+
+namespace {
+
+const char *Complaint(const struct stat *status, uint64_t maximum) {
+    if (!S_ISREG(status->st_mode))
+        return "not a regular file";
+    if (status->st_size == 0)
+        return "the file is empty";
+    return static_cast<uint64_t>(status->st_size) > maximum ? "the file is too large" : nullptr;
+}
+
+} // namespace
+
+const char *PathIn(const char *folder, const char *name) {
+    if (*name == '/')
+        return name;
+    char *path = static_cast<char *>(ArenaTake(strlen(folder) + strlen(name) + 2));
+    strcat(strcat(strcpy(path, folder), "/"), name);
+    return path;
+}
+
+const char *PathBeside(const BoardLine *line, const char *name) {
+    const char *slash = strrchr(line->path, '/');
+    if (!slash)
+        return name;
+    char *folder = static_cast<char *>(ArenaTake(strlen(line->path) + 1));
+    memcpy(folder, line->path, static_cast<size_t>(slash - line->path));
+    return PathIn(folder, name);
+}
+
+int OpenContents(const BoardLine *line, const char *path, uint64_t maximum, uint64_t *length) {
+    // A pipe without a writer would keep the process waiting.
+    int flags = O_RDONLY | O_CLOEXEC | O_NONBLOCK | O_NOCTTY;
+    int descriptor = static_cast<int>(syscall(SYS_openat, AT_FDCWD, path, flags, 0));
+    struct stat status;
+    if (descriptor < 0)
+        LineFail(line, errno == ENOENT ? "there is no such file" : "the file cannot be read", path);
+    const char *complaint = syscall(SYS_fstat, descriptor, &status) != 0 ? "the file cannot be read"
+                                                                         : Complaint(&status, maximum);
+    if (complaint) {
+        syscall(SYS_close, descriptor);
+        LineFail(line, complaint, path);
+    }
+    *length = static_cast<uint64_t>(status.st_size);
+    return descriptor;
+}
+
+void ReadContents(const BoardLine *line, int descriptor, const char *path, void *contents, uint64_t length) {
+    uint64_t done = 0;
+    long got = 1;
+    while (done < length && got > 0) {
+        got = syscall(SYS_read, descriptor, static_cast<uint8_t *>(contents) + done, length - done);
+        done += got > 0 ? static_cast<uint64_t>(got) : 0;
+    }
+    syscall(SYS_close, descriptor);
+    if (done < length)
+        LineFail(line, "the file cannot be read", path);
+    StateNoteFile(static_cast<const uint8_t *>(contents), length);
+}
