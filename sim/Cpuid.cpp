@@ -1,6 +1,7 @@
 #include "Cpuid.h"
 
 #include "Arena.h"
+#include "Mistake.h"
 #include "Encoding.h"
 #include "Functions.h"
 #include "Mistake.h"
