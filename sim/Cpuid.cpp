@@ -3,6 +3,7 @@
 #include "Arena.h"
 #include "Encoding.h"
 #include "Functions.h"
+#include "Mistake.h"
 #include "Settings.h"
 
 #include <signal.h>
