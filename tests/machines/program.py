@@ -3,29 +3,33 @@
 import os
 import re
 import subprocess
-import sys
 
 from harness import BUILD, TOP
 
 SECONDS = 120
-HEAD = re.compile(rb" {3}00 01 02 .*")
+HEAD = re.compile(rb" {3}00( [0-9A-F]{2})* +0\S*")
 ROW = re.compile(rb"[0-9A-F]{2}((?: [0-9A-F]{2}){1,16}) {7,}")
 RETURNED = re.compile(r"(?:return data:|: )0x([0-9A-F]+)\n")
 
 
 def tool(*words):
     """What hwreg-board writes on standard output."""
-    command = [sys.executable, TOP / "tools" / "hwreg-board", *words]
+    command = ["/usr/bin/python3", TOP / "tools" / "hwreg-board", *words]
     run = subprocess.run(command, capture_output=True, timeout=SECONDS)
     assert run.returncode == 0, f"hwreg-board {' '.join(map(str, words))}: {run.stderr.decode()}"
     return run.stdout
 
 
-def hwreg(board, *words, state=None):
-    """What the program prints on the machine, which keeps its state in a file if one is named."""
+def changed(board, *lines):
+    """The machine with further lines, in a file beside the other."""
+    path = board.with_name(f"changed-{board.name}")
+    path.write_text("\n".join([f"include {board.name}", *lines, ""]))
+    return path
+
+
+def hwreg(board, *words):
+    """What the program prints on the machine."""
     environment = {**os.environ, "HWBOARD": str(board), "LD_PRELOAD": str(BUILD / "libhwboard.so")}
-    if state:
-        environment["HWBOARD_STATE"] = str(state)
     run = subprocess.run([BUILD / "hwreg", *map(str, words)], env=environment, cwd=board.parent,
                          stdin=subprocess.DEVNULL, capture_output=True, timeout=SECONDS)  # fmt: skip
     assert run.stderr == b"" and run.returncode >= 0, f"hwreg {words}: {run.returncode} {run.stderr.decode()}"

@@ -27,6 +27,11 @@ def table_length(entry):
         "<I", entry, 0x0C)[0]  # fmt: skip
 
 
+def table_address(entry):
+    return struct.unpack_from("<I", entry, 0x18)[0] if entry.startswith(b"_SM_") else struct.unpack_from(
+        "<Q", entry, 0x10)[0]  # fmt: skip
+
+
 def table_of(data):
     """The table's bytes, as many as there are; None in a file that holds an entry point alone."""
     if not is_entry(data):

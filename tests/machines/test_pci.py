@@ -167,7 +167,7 @@ def test_lspci_reads_the_dump_as_it_is_read_here(lspci_dump, tmp_path):
 def test_an_import_and_an_export_give_the_bytes_back(lspci_dump, tmp_path):
     for _, functions, path in machines_of(lspci_dump, tmp_path):
         board = imported(path, tmp_path)
-        text = tool("export", "--lspci", board).decode()
+        text = tool("export", "--lspci", "-", board).decode()
         wanted = {(0, *place): data for place, data in functions.items()}
         assert of_text(text) == wanted
         assert lspci(text, tmp_path, "-n", "-vvv") == lspci(text_of(wanted), tmp_path, "-n", "-vvv")

@@ -1,20 +1,34 @@
 """SMBIOS tables: each structure with its strings as the dump has it, and as dmidecode tells it."""
 
+import itertools
 import re
 
 import pytest
 from explained import judge
-from program import hwreg, memory, tool, views
-from smbios_dump import dump_file, dmidecode, structures, table_of, told_by_dmidecode
+from program import changed, hwreg, memory, tool, views
+from smbios_dump import (
+    END, TABLE_AT, dmidecode, dump_file, structures, table_address, table_of, told_by_dmidecode)
 
+ENTRY = re.compile(r"^# smbios entry point\n(?:# .*\n)*bytes ([0-9a-f]+)", re.MULTILINE)
 HEAD = re.compile(rb"SMBIOS Type:(\d+), Length:(\d+), Handle:(\d+)\n")
 PAGE = 256
+BOUNDARY = 0x10000
 
 
 def imported(dump, folder, name="machine"):
     board = folder / f"{name}.board"
     tool("import", "--dmi", dump.path, "-o", board)
     return board
+
+
+def shown_board(board):
+    """The machine with a system table file when its table is not at a 64 KiB boundary, where the program's copy begins
+    without one."""
+    at = int(ENTRY.search(board.read_text())[1], 16)
+    entry = memory(board, at, TABLE_AT)
+    if table_address(entry) % BOUNDARY == 0:
+        return board
+    return changed(board, f'systab sys "{"SMBIOS3" if entry.startswith(b"_SM3_") else "SMBIOS"}={at:#x}"')
 
 
 def table_in(dump):
@@ -42,28 +56,35 @@ def table_shown(out):
 
 
 def test_the_program_lists_the_structures_of_the_dump(smbios_dump, tmp_path):
-    wanted = [(one.type, one.length, one.handle, one.data) for one in structures(table_in(smbios_dump))]
-    found = listed(hwreg(imported(smbios_dump, tmp_path), "/SMBIOS", "/LOG", "/TEXT"))
-    differences = {}
-    for number in range(max(len(wanted), len(found))):
-        one, other = (rows[number] if number < len(rows) else None for rows in (wanted, found))
-        if one != other:
-            differences[f"structure {number}"] = f"{one} in the dump, {other} shown"
-    judge(smbios_dump, differences)
+    """But for the one that ends the table."""
+    wanted = [(one.type, one.length, one.handle, one.data) for one in structures(table_in(smbios_dump)) if one.type != END]
+    found = listed(hwreg(shown_board(imported(smbios_dump, tmp_path)), "/SMBIOS", "/LOG", "/TEXT"))
+    judge(smbios_dump, differences_of("structure", wanted, found), "structure")
+
+
+def differences_of(what, wanted, found):
+    rows = enumerate(itertools.zip_longest(wanted, found))
+    return {f"{what} {number}": f"{one} in the dump, {other} shown" for number, (one, other) in rows if one != other}
 
 
 def test_the_program_shows_the_table_of_the_dump(smbios_dump, tmp_path):
     table = table_in(smbios_dump)
-    shown = table_shown(hwreg(imported(smbios_dump, tmp_path), "/SMBIOS", "/DUMP", "/LOG", "/TEXT"))
-    differences = {} if shown == table else {"table": f"{len(table)} bytes in the dump, {len(shown)} others shown"}
-    judge(smbios_dump, differences)
+    shown = table_shown(hwreg(shown_board(imported(smbios_dump, tmp_path)), "/SMBIOS", "/DUMP", "/LOG", "/TEXT"))
+    judge(smbios_dump, differences_of("byte", table, shown), "byte")
 
 
 def test_dmidecode_tells_the_same_of_what_the_program_lists(smbios_dump, tmp_path):
     """What it says of the dump, structure by structure; the strings are in what it says of the bytes shown."""
     table = table_in(smbios_dump)
-    found = listed(hwreg(imported(smbios_dump, tmp_path), "/SMBIOS", "/LOG", "/TEXT"))
-    told = told_by_dmidecode(dump_file(table), tmp_path)
-    assert [(kind, length, handle, data[:length]) for kind, length, handle, data in found] == told
+    found = listed(hwreg(shown_board(imported(smbios_dump, tmp_path)), "/SMBIOS", "/LOG", "/TEXT"))
+    told = [one for one in told_by_dmidecode(dump_file(table), tmp_path) if one[0] != END]
+    heads = [(kind, length, handle, data[:length]) for kind, length, handle, data in found]
+    differences = differences_of("head", told, heads)
     again = dump_file(b"".join(data for *_, data in found))
-    assert dmidecode(again, tmp_path, "-q") == dmidecode(dump_file(table), tmp_path, "-q")
+    differences.update(differences_of("text", parts(dump_file(table), tmp_path), parts(again, tmp_path)))
+    judge(smbios_dump, differences, "(head|text)")
+
+
+def parts(data, folder):
+    """What it says of each structure but the one that ends the table."""
+    return [part for part in dmidecode(data, folder, "-q").split("\n\n") if not part.startswith("End Of Table")]
