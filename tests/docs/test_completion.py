@@ -170,6 +170,11 @@ def test_this_machine_is_asked_without_errors():
     ("--log /PCI /RB 0 ", "0 0x1f"),
     ("--log = f /pci /rb 0 ", "0 0x1f"),
     ("--board amd --log -- /PC", "/PCI"),
+    ("--state machine --re", "--reset"),
+    ("--state = machine /PC", "/PCI"),
+    ("--board amd --cap", "--capture"),
+    ("--capture ", ""),
+    ("--board amd --capture /PC", ""),
     ("/PCI --", ""),
 ])  # fmt: skip
 def test_the_simulators_options_are_offered_before_a_command_line(line, offered):
