@@ -62,7 +62,7 @@ SETTINGS = [
     ([], "mem EWRONG", 'neither "ok" nor the name of an error: "EWRONG"'),
     ([], "msr-nodes sometimes", 'neither "ok" nor the name of an error: "sometimes"'),
     ([], "cpus", 'a word is missing: "cpus LIST..."'),
-    ([], "cpus 0-256", 'not a CPU number or a range of them: "0-256"'),
+    ([], "cpus 0-1024", 'not a CPU number or a range of them: "0-1024"'),
     ([], "cpus 0,", 'not a CPU number or a range of them: "0,"'),
     ([], "cpus -1", 'not a CPU number or a range of them: "-1"'),
     ([], "systab sys ACPI20=0x1f77d014", f'{TEXT}: "ACPI20=0x1f77d014"'),

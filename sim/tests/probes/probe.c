@@ -8,11 +8,12 @@
  * store FORM OFFSET VALUE | copy FORM OFFSET COUNT (FORM: repmovsb or memcpy) unmapat OFFSET LENGTH | movs
  * FROM TO (offsets; - for no memory at all) | repeat PORT COUNT | crash system COMMAND | cpuid LEAF |
  * cpuid-before-data LEAF | cpuid-stepped LEAF | like-cpuid | code-pages | hold (all signals but those of
- * faults) | child (forks; the rest is done there) | ud2 | raise SIGNAL
+ * faults) | child (forks; the rest is done there) | ud2 | raise SIGNAL | bind CPU | allowed
  */
 #define _GNU_SOURCE
 #include <errno.h>
 #include <fcntl.h>
+#include <sched.h>
 #include <signal.h>
 #include <stdint.h>
 #include <stdio.h>
@@ -320,6 +321,24 @@ static void GoOnInChild(void) {
     exit(WEXITSTATUS(status));
 }
 
+static void Bind(unsigned cpu) {
+    cpu_set_t one;
+    CPU_ZERO(&one);
+    CPU_SET(cpu, &one);
+    int failed = sched_setaffinity(0, sizeof one, &one);
+    printf("bind %u -> %s\n", cpu, failed ? strerrorname_np(errno) : "ok");
+}
+
+static void Allowed(void) {
+    cpu_set_t cpus;
+    sched_getaffinity(0, sizeof cpus, &cpus);
+    printf("allowed");
+    for (int cpu = 0; cpu < CPU_SETSIZE; cpu++)
+        if (CPU_ISSET(cpu, &cpus))
+            printf(" %d", cpu);
+    printf("\n");
+}
+
 /* Words about the processor; false when it is none of them. */
 static int Processor(const char *word) {
     if (!strcmp(word, "cpuid"))
@@ -333,6 +352,10 @@ static int Processor(const char *word) {
         Show("like-cpuid", LikeCpuid());
     else if (!strcmp(word, "code-pages"))
         CodePages();
+    else if (!strcmp(word, "bind"))
+        Bind((unsigned)Number());
+    else if (!strcmp(word, "allowed"))
+        Allowed();
     else if (!strcmp(word, "ud2"))
         __asm__ volatile("ud2");
     else
