@@ -1,58 +1,92 @@
-# What is installed where, and the Debian package (packaging/build makes it).
-set(documents share/doc/hwreg)
+# What is installed where, and the two Debian packages (packaging/build makes them): `hwreg` for the machine under test,
+# `hwreg-sim` for the desk. Each is a component of the same name, in the package's words.
 set(made ${CMAKE_BINARY_DIR}/packaging)
 
-# compressed(SOURCE NAME FOLDER) installs SOURCE as FOLDER/NAME.gz, the same bytes at every build.
-function(compressed source name folder)
-  add_custom_command(OUTPUT ${made}/${name}.gz
-    COMMAND gzip -9 -n <${source} >${made}/${name}.gz DEPENDS ${source})
-  set_property(GLOBAL APPEND PROPERTY installed_files ${made}/${name}.gz)
-  install(FILES ${made}/${name}.gz DESTINATION ${folder})
+# compressed(SOURCE NAME FOLDER COMPONENT) installs SOURCE as FOLDER/NAME.gz, the same bytes at every build.
+function(compressed source name folder component)
+  add_custom_command(OUTPUT ${made}/${component}/${name}.gz
+    COMMAND gzip -9 -n <${source} >${made}/${component}/${name}.gz DEPENDS ${source})
+  set_property(GLOBAL APPEND PROPERTY installed_files ${made}/${component}/${name}.gz)
+  install(FILES ${made}/${component}/${name}.gz DESTINATION ${folder} COMPONENT ${component})
 endfunction()
 
-file(MAKE_DIRECTORY ${made})
-install(TARGETS hwreg RUNTIME DESTINATION sbin)
-# bash looks for a completion by the command's name.
-file(CREATE_LINK hwreg ${made}/hwreg-sim SYMBOLIC)
-install(FILES completion/hwreg ${made}/hwreg-sim DESTINATION share/bash-completion/completions)
-compressed(${CMAKE_SOURCE_DIR}/docs/hwreg.8 hwreg.8 share/man/man8)
+# manual(COMPONENT PAGE...) installs manual pages of docs/ in the section that their suffix names.
+function(manual component)
+  foreach(page ${ARGN})
+    string(REGEX REPLACE ".*[.]" "" section ${page})
+    compressed(${CMAKE_SOURCE_DIR}/docs/${page} ${page} share/man/man${section} ${component})
+  endforeach()
+endfunction()
 
-# hwreg-sim finds the rest from where it lies itself.
-install(PROGRAMS sim/hwreg-sim DESTINATION bin)
-install(TARGETS hwboard LIBRARY DESTINATION lib/x86_64-linux-gnu/hwreg)
-install(DIRECTORY sim/boards/ DESTINATION share/hwreg/boards)
-compressed(${CMAKE_SOURCE_DIR}/docs/hwreg-sim.1 hwreg-sim.1 share/man/man1)
+foreach(component hwreg hwreg-sim)
+  file(MAKE_DIRECTORY ${made}/${component})
+  install(FILES packaging/copyright DESTINATION share/doc/${component} COMPONENT ${component})
+  install(FILES packaging/${component}.lintian-overrides DESTINATION share/lintian/overrides RENAME ${component}
+    COMPONENT ${component})
+  compressed(${CMAKE_CURRENT_LIST_DIR}/changelog changelog share/doc/${component} ${component})
+endforeach()
 
+# ---- the target
+install(TARGETS hwreg RUNTIME DESTINATION sbin COMPONENT hwreg)
+install(FILES completion/hwreg DESTINATION share/bash-completion/completions COMPONENT hwreg)
 # The help screen sends its readers to ReadMe.doc.
-install(FILES docs/commands.txt DESTINATION ${documents} RENAME ReadMe.doc)
-install(DIRECTORY docs/ DESTINATION ${documents} FILES_MATCHING PATTERN "*.md")
+install(FILES docs/commands.txt DESTINATION share/doc/hwreg RENAME ReadMe.doc COMPONENT hwreg)
+install(FILES docs/power-cycling.md docs/fleets.md DESTINATION share/doc/hwreg COMPONENT hwreg)
+manual(hwreg hwreg.8)
 
-install(FILES packaging/copyright DESTINATION ${documents})
-install(FILES packaging/lintian-overrides DESTINATION share/lintian/overrides RENAME hwreg)
-compressed(${CMAKE_CURRENT_LIST_DIR}/changelog changelog ${documents})
+# ---- the desk
+# hwreg-sim finds the rest from where it lies itself.
+install(PROGRAMS sim/hwreg-sim DESTINATION bin COMPONENT hwreg-sim)
+install(TARGETS hwboard LIBRARY DESTINATION lib/x86_64-linux-gnu/hwreg COMPONENT hwreg-sim)
+install(DIRECTORY sim/boards/ DESTINATION share/hwreg/boards COMPONENT hwreg-sim)
+# So does hwreg-board with its modules.
+install(PROGRAMS tools/hwreg-board DESTINATION bin COMPONENT hwreg-sim)
+install(DIRECTORY tools/hwregboard DESTINATION share/hwreg COMPONENT hwreg-sim FILES_MATCHING PATTERN "*.py"
+  PATTERN __pycache__ EXCLUDE)
+# bash looks for a completion by the command's name.
+file(CREATE_LINK hwreg ${made}/hwreg-sim/completion SYMBOLIC)
+foreach(command hwreg-sim hwreg-board)
+  install(FILES ${made}/hwreg-sim/completion DESTINATION share/bash-completion/completions RENAME ${command}
+    COMPONENT hwreg-sim)
+endforeach()
+install(FILES docs/boards.md DESTINATION share/doc/hwreg-sim COMPONENT hwreg-sim)
+manual(hwreg-sim hwreg-sim.1 hwreg-board.1 hwreg-board.5)
 
 get_property(installed_files GLOBAL PROPERTY installed_files)
 add_custom_target(hwreg_documents ALL DEPENDS ${installed_files})
 
-# ---- the Debian package
-file(READ packaging/description description)
-string(STRIP "${description}" description)
-
+# ---- the Debian packages
 set(CPACK_GENERATOR DEB)
 set(CPACK_SOURCE_GENERATOR "")
 set(CPACK_PACKAGE_NAME hwreg)
 set(CPACK_PACKAGING_INSTALL_PREFIX /usr)
 set(CPACK_PRE_BUILD_SCRIPTS ${CMAKE_CURRENT_LIST_DIR}/strip.cmake)
-set(CPACK_HWREG_LIBRARY lib/x86_64-linux-gnu/hwreg/libhwboard.so)
+set(CPACK_COMPONENTS_ALL hwreg hwreg-sim)
+set(CPACK_COMPONENTS_GROUPING IGNORE)
+set(CPACK_DEB_COMPONENT_INSTALL ON)
 set(CPACK_INSTALL_DEFAULT_DIRECTORY_PERMISSIONS
   OWNER_READ OWNER_WRITE OWNER_EXECUTE GROUP_READ GROUP_EXECUTE WORLD_READ WORLD_EXECUTE)
 set(CPACK_DEBIAN_FILE_NAME DEB-DEFAULT)
 set(CPACK_DEBIAN_PACKAGE_MAINTAINER "hwreg maintainers <maintainers@hwreg.example>")
-set(CPACK_DEBIAN_PACKAGE_SECTION admin)
-set(CPACK_PACKAGE_DESCRIPTION_SUMMARY "register-level access to the hardware of a PC")
-set(CPACK_PACKAGE_DESCRIPTION "${description}")
-# libc is found from the binaries. kmod: modprobe msr; ncurses-bin: clear; the rest: shutdown.
-set(CPACK_DEBIAN_PACKAGE_SHLIBDEPS ON)
-set(CPACK_DEBIAN_PACKAGE_DEPENDS "kmod, ncurses-bin (>= 6.2), systemd-sysv | sysvinit-core | runit-init")
-set(CPACK_DEBIAN_PACKAGE_SUGGESTS "bash-completion, clustershell")
+set(CPACK_DEBIAN_PACKAGE_SHLIBDEPS ON) # libc is found from the binaries
+
+# package(COMPONENT SECTION SUMMARY) names a package; its description is packaging/COMPONENT.description.
+macro(package component section summary)
+  string(TOUPPER ${component} upper)
+  file(READ packaging/${component}.description description)
+  string(STRIP "${description}" description)
+  set(CPACK_DEBIAN_${upper}_PACKAGE_NAME ${component})
+  set(CPACK_DEBIAN_${upper}_PACKAGE_SECTION ${section})
+  set(CPACK_DEBIAN_${upper}_DESCRIPTION "${summary}\n${description}")
+endmacro()
+
+package(hwreg admin "register-level access to the hardware of a PC")
+# kmod: modprobe msr; ncurses-bin: clear; the rest: shutdown.
+set(CPACK_DEBIAN_HWREG_PACKAGE_DEPENDS
+  "kmod, ncurses-bin (>= 6.2), systemd-sysv | sysvinit-core | runit-init")
+set(CPACK_DEBIAN_HWREG_PACKAGE_SUGGESTS "bash-completion, clustershell, hwreg-sim")
+
+package(hwreg-sim devel "machines of text files to run hwreg on")
+set(CPACK_DEBIAN_HWREG-SIM_PACKAGE_DEPENDS "hwreg (= ${PROJECT_VERSION}), python3 (>= 3.11)")
+set(CPACK_DEBIAN_HWREG-SIM_PACKAGE_SUGGESTS "bash-completion")
 include(CPack)

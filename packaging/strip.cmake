@@ -1,5 +1,6 @@
-# Run by CPack on the files that go into the package: takes from the binaries what nobody needs to run them.
-foreach(name sbin/hwreg ${CPACK_HWREG_LIBRARY})
-  execute_process(COMMAND strip --remove-section=.comment --remove-section=.note
-    "${CPACK_TEMPORARY_DIRECTORY}${CPACK_PACKAGING_INSTALL_PREFIX}/${name}" COMMAND_ERROR_IS_FATAL ANY)
+# Run by CPack on the files that go into the packages: takes from the binaries what nobody needs to run them.
+set(packages ${CPACK_TEMPORARY_DIRECTORY}/*${CPACK_PACKAGING_INSTALL_PREFIX})
+file(GLOB files ${packages}/sbin/* ${packages}/lib/x86_64-linux-gnu/hwreg/*)
+foreach(file ${files})
+  execute_process(COMMAND strip --remove-section=.comment --remove-section=.note ${file} COMMAND_ERROR_IS_FATAL ANY)
 endforeach()

@@ -139,6 +139,11 @@ uint64_t LineCount(const BoardLine *line, int index, uint64_t maximum) {
 }
 
 uint8_t LineByte(const BoardLine *line, int index) {
+    const char *word = LineWord(line, index);
+    int high = Digit(word[0]);
+    int low = high < 0 ? -1 : Digit(word[1]);
+    if (low >= 0 && word[2] == 0) // as nearly all words of a large file
+        return static_cast<uint8_t>(high << 4 | low);
     return LineHas(line, index, "??") ? 0xFF : static_cast<uint8_t>(LineNumber(line, index, 0xFF));
 }
 
@@ -185,7 +190,7 @@ void LineComplete(const BoardLine *line) {
     for (int i = 1; i < line->count; i++)
         if (!line->taken[i]) {
             MistakePlace(line->path, line->number);
-            BoardFail("a word too many: \"%s\" (the line is: %s%s%s)", line->words[i], line->words[0],
+            BoardFail("a word too many: \"%.300s\" (the line is: %s%s%s)", line->words[i], line->words[0],
                       *line->operands ? " " : "", line->operands);
         }
 }
@@ -193,6 +198,6 @@ void LineComplete(const BoardLine *line) {
 void LineFail(const BoardLine *line, const char *message, const char *word) {
     MistakePlace(line->path, line->number);
     if (word)
-        BoardFail("%s: \"%.80s\"", message, word);
+        BoardFail("%s: \"%.300s\"", message, word);
     BoardFail("%s", message);
 }

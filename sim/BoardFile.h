@@ -5,7 +5,7 @@
 #include <stdint.h>
 
 constexpr int MAX_WORDS = 300;
-constexpr int MAX_CPUS = 256;
+constexpr int MAX_CPUS = 1024;
 constexpr uint64_t MEMORY_END = static_cast<uint64_t>(1) << 32; // of what a board file may describe
 
 // Where a line stands, for what can be told only when the whole board is known. The path is null for nowhere.

@@ -42,11 +42,14 @@ const Keyword *FindStatement(const char *word) {
     return FindKeyword(word);
 }
 
-void CarryOut(void *argument) {
-    BoardLine *line = static_cast<BoardLine *>(argument);
+// The line that is read next.
+struct NextLine {
+    BoardLine line;
+    char *at;
+};
+
+void CarryOut(BoardLine *line, bool first) {
     const Keyword *keyword = FindStatement(line->words[0]);
-    bool first = !gReading->begun;
-    gReading->begun = true;
     if (gReading->ended)
         LineFail(line, "nothing may follow \"end\"", line->words[0]);
     if (!keyword)
@@ -58,38 +61,43 @@ void CarryOut(void *argument) {
     LineComplete(line);
 }
 
-struct NextLine {
-    BoardLine line;
-    char *at;
-};
-
-void Cut(void *argument) {
-    NextLine *next = static_cast<NextLine *>(argument);
-    char *at = next->at;
-    // Known before it is cut, for after a mistake.
-    char *newline = strchr(at, '\n');
-    next->at = newline ? newline + 1 : at + strlen(at);
-    next->line.count = 0;
-    LineCut(&next->line, at);
-    if (next->line.count != 0)
-        CarryOut(&next->line);
+bool IsEmpty(const char *at) {
+    at += strspn(at, " \t\r");
+    return *at == 0 || *at == '\n' || *at == '#';
 }
 
-bool IsText(char character) {
-    uint8_t byte = static_cast<uint8_t>(character);
-    return byte >= ' ' ? byte != 0x7F : byte == '\n' || byte == '\t';
+void ReadLine(void *argument) {
+    NextLine *next = static_cast<NextLine *>(argument);
+    char *at = next->at;
+    char *newline = strchr(at, '\n');
+    next->at = newline ? newline + 1 : at + strlen(at); // where it goes on after a mistake, too
+    if (IsEmpty(at))
+        return;
+    bool first = !gReading->begun;
+    gReading->begun = true;
+    LineCut(&next->line, at);
+    CarryOut(&next->line, first);
 }
 
 // A file of lines has no other control characters, and carriage returns only in front of a line feed.
-void NeedText(BoardLine *line, const char *at, const char *end) {
+bool IsText(const char *at) {
+    uint8_t byte = static_cast<uint8_t>(*at);
+    if (byte >= ' ')
+        return byte != 0x7F;
+    return byte == '\n' || byte == '\t' || (byte == '\r' && at[1] == '\n');
+}
+
+void NeedText(BoardLine *line, const char *contents, uint64_t length) {
+    const char *end = contents + length;
+    const char *at = contents;
+    while (at < end && IsText(at))
+        at++;
+    if (at == end)
+        return;
     line->number = 1;
-    for (; at < end; at++) {
-        bool endsLine = *at == '\r' && at + 1 < end && at[1] == '\n';
-        if (!IsText(*at) && !endsLine)
-            LineFail(line, "not a text file: it has control characters", nullptr);
-        line->number += *at == '\n';
-    }
-    line->number = 0;
+    while (at > contents)
+        line->number += *--at == '\n';
+    LineFail(line, "not a text file: it has control characters", nullptr);
 }
 
 const char *WithoutMark(const char *contents) { // of UTF-8
@@ -100,12 +108,12 @@ void ReadLines(const char *path, char *contents, uint64_t length, int depth) {
     Reading reading = {false, false, false, depth};
     NextLine *next = static_cast<NextLine *>(ArenaTake(sizeof(NextLine)));
     next->line.path = path;
-    NeedText(&next->line, contents, contents + length);
+    NeedText(&next->line, contents, length);
     next->at = contents + (WithoutMark(contents) - contents);
     gReading = &reading;
     while (*next->at) {
         next->line.number++;
-        MistakeTry(Cut, next);
+        MistakeTry(ReadLine, next);
         gReading = &reading; // a mistake may have come out of an included file
     }
     if (!reading.begun)

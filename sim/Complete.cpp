@@ -81,7 +81,7 @@ void CheckHost(void *argument) {
         return;
     if (function ? !HasClass(function) : !AnyHasClass())
         BoardFail("the host cannot be found: no function of class 0c0500 stands for it");
-    if (!PciFind(0))
+    if (function && !PciFind(0))
         BoardFail("the host cannot be found: no host bridge (pci 00:00.0) tells the chipset");
     if (function && (function->config[PCI_BASE_ADDRESS_4] & 1) == 0)
         BoardFail("the host cannot be found: register 20h of its function names no ports");

@@ -12,12 +12,9 @@
 
 namespace {
 
-const char *Complaint(const struct stat *status, uint64_t maximum) {
-    if (!S_ISREG(status->st_mode))
-        return "not a regular file";
-    if (status->st_size == 0)
-        return "the file is empty";
-    return static_cast<uint64_t>(status->st_size) > maximum ? "the file is too large" : nullptr;
+// A file that is a line's own is named by the place.
+[[noreturn]] void FailFor(const BoardLine *line, const char *complaint, const char *path) {
+    LineFail(line, complaint, line->number == 0 ? nullptr : path);
 }
 
 } // namespace
@@ -39,20 +36,28 @@ const char *PathBeside(const BoardLine *line, const char *name) {
     return PathIn(folder, name);
 }
 
+// What is wrong with the file, null for nothing.
+static const char *Complaint(int descriptor, uint64_t maximum, uint64_t *length) {
+    struct stat status;
+    if (syscall(SYS_fstat, descriptor, &status) != 0)
+        return "the file cannot be read";
+    *length = static_cast<uint64_t>(status.st_size);
+    if (!S_ISREG(status.st_mode))
+        return "not a regular file";
+    return *length == 0 ? "the file is empty" : *length > maximum ? "the file is too large" : nullptr;
+}
+
 int OpenContents(const BoardLine *line, const char *path, uint64_t maximum, uint64_t *length) {
     // A pipe without a writer would keep the process waiting.
     int flags = O_RDONLY | O_CLOEXEC | O_NONBLOCK | O_NOCTTY;
     int descriptor = static_cast<int>(syscall(SYS_openat, AT_FDCWD, path, flags, 0));
-    struct stat status;
     if (descriptor < 0)
-        LineFail(line, errno == ENOENT ? "there is no such file" : "the file cannot be read", path);
-    const char *complaint = syscall(SYS_fstat, descriptor, &status) != 0 ? "the file cannot be read"
-                                                                         : Complaint(&status, maximum);
+        FailFor(line, errno == ENOENT ? "there is no such file" : "the file cannot be read", path);
+    const char *complaint = Complaint(descriptor, maximum, length);
     if (complaint) {
         syscall(SYS_close, descriptor);
-        LineFail(line, complaint, path);
+        FailFor(line, complaint, path);
     }
-    *length = static_cast<uint64_t>(status.st_size);
     return descriptor;
 }
 
@@ -65,6 +70,6 @@ void ReadContents(const BoardLine *line, int descriptor, const char *path, void 
     }
     syscall(SYS_close, descriptor);
     if (done < length)
-        LineFail(line, "the file cannot be read", path);
+        FailFor(line, "the file cannot be read", path);
     StateNoteFile(static_cast<const uint8_t *>(contents), length);
 }

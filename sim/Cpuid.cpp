@@ -4,6 +4,7 @@
 #include "Mistake.h"
 #include "Encoding.h"
 #include "Functions.h"
+#include "Mistake.h"
 #include "Settings.h"
 
 #include <signal.h>

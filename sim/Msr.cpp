@@ -23,7 +23,7 @@ struct MsrEntry {
     MsrEntry *next;
 };
 
-constexpr uint32_t BUCKETS = 4096;
+constexpr uint32_t BUCKETS = 65536;
 
 MsrEntry *gMsrs[BUCKETS];
 

@@ -4,12 +4,12 @@
 
 #include "Arena.h"
 #include "Memory.h"
+#include "Mistake.h"
 
 #include <elf.h>
 #include <errno.h>
 #include <fcntl.h>
 #include <link.h>
-#include <stdio.h>
 #include <string.h>
 #include <sys/file.h>
 #include <sys/stat.h>
@@ -20,7 +20,6 @@ extern "C" const ElfW(Ehdr) __ehdr_start __attribute__((visibility("hidden"))); 
 
 namespace {
 
-constexpr int NOT_RUN = 125;
 constexpr char MAGIC[16] = "hwreg-sim state";
 constexpr uint64_t HEADER = MEMORY_SIZE;
 constexpr uint64_t REGISTERS = HEADER + 4096;
@@ -34,22 +33,14 @@ struct Header {
     uint64_t registers; // their length
 };
 
-const char *gPath;
 uint64_t gBoardFiles = 0xCBF29CE484222325; // FNV-1a of their contents
 
-[[noreturn]] void StateFail(const char *message, const char *more) {
-    char text[600];
-    int length = snprintf(text, sizeof text, "hwreg-sim: %.400s: %s%s\n", gPath, message, more);
-    syscall(SYS_write, 2, text, static_cast<long>(length));
-    _exit(NOT_RUN);
+[[noreturn]] void FailToBegin(const char *message) {
+    BoardFail("%s; --reset begins anew", message);
 }
 
-[[noreturn]] void StateFailToBegin(const char *message) {
-    StateFail(message, "; --reset begins anew");
-}
-
-[[noreturn]] void StateFailToKeep(const char *reason) {
-    StateFail(reason, "; --state needs a file that can be written, and --reset leaves this alone");
+[[noreturn]] void FailToKeep(const char *reason) {
+    BoardFail("%s; --state needs a file that can be written, and --reset leaves this alone", reason);
 }
 
 void NoteByte(uint8_t byte) {
@@ -87,26 +78,26 @@ Header OwnHeader() {
 uint64_t Length(int descriptor) {
     struct stat status;
     if (syscall(SYS_fstat, descriptor, &status) != 0)
-        StateFailToKeep(strerror(errno));
+        FailToKeep(strerror(errno));
     if (!S_ISREG(status.st_mode))
-        StateFailToKeep("not a regular file");
+        FailToKeep("not a regular file");
     return static_cast<uint64_t>(status.st_size);
 }
 
-int OpenAndLock() {
+int OpenAndLock(const char *path) {
     int descriptor = MoveDescriptorHigh(static_cast<int>(
-        syscall(SYS_openat, AT_FDCWD, gPath, O_RDWR | O_CREAT | O_CLOEXEC | O_NOCTTY | O_NONBLOCK, 0666)));
+        syscall(SYS_openat, AT_FDCWD, path, O_RDWR | O_CREAT | O_CLOEXEC | O_NOCTTY | O_NONBLOCK, 0666)));
     if (descriptor < 0)
-        StateFailToKeep(strerror(errno));
+        FailToKeep(strerror(errno));
     while (syscall(SYS_flock, descriptor, LOCK_EX) != 0)
         if (errno != EINTR)
-            StateFailToKeep(strerror(errno));
+            FailToKeep(strerror(errno));
     return descriptor;
 }
 
 void WriteHeader(int descriptor, const Header *header) {
     if (syscall(SYS_pwrite64, descriptor, header, sizeof *header, HEADER) != sizeof *header)
-        StateFailToKeep(strerror(errno));
+        FailToKeep(strerror(errno));
 }
 
 // The header comes first and says at last that all is there: what is left by a process that was killed
@@ -114,10 +105,10 @@ void WriteHeader(int descriptor, const Header *header) {
 void Fill(int descriptor) {
     Header header = OwnHeader();
     if (syscall(SYS_ftruncate, descriptor, 0L) != 0)
-        StateFailToKeep(strerror(errno));
+        FailToKeep(strerror(errno));
     WriteHeader(descriptor, &header);
     if (!MemoryCopy(descriptor) || !ArenaWriteRegisters(descriptor, REGISTERS))
-        StateFailToKeep(strerror(errno));
+        FailToKeep(strerror(errno));
     header.complete = 1;
     WriteHeader(descriptor, &header);
 }
@@ -129,19 +120,20 @@ bool HoldsState(int descriptor, Header *header) {
         return false;
     long got = syscall(SYS_pread64, descriptor, header, sizeof *header, HEADER);
     if (got != sizeof *header || memcmp(header->magic, MAGIC, sizeof MAGIC) != 0)
-        StateFail("not the state of a simulated machine, or only a part of one",
-                  "; --reset leaves it alone: remove it or name another file");
+        BoardFail(
+            "not the state of a simulated machine, or only a part of one; --reset leaves it alone: remove "
+            "it or name another file");
     return header->complete != 0;
 }
 
 void CheckState(int descriptor, const Header *header) {
     Header own = OwnHeader();
     if (memcmp(header->build, own.build, sizeof own.build) != 0)
-        StateFailToBegin("the state that another version of hwreg-sim has left");
+        FailToBegin("the state that another version of hwreg-sim has left");
     if (header->board != own.board || header->registers != own.registers)
-        StateFailToBegin("the state of another board, or of this one before its files were changed");
+        FailToBegin("the state of another board, or of this one before its files were changed");
     if (Length(descriptor) != REGISTERS + own.registers)
-        StateFailToBegin("a state that has been cut off");
+        FailToBegin("a state that has been cut off");
 }
 
 } // namespace
@@ -154,13 +146,14 @@ void StateNoteFile(const uint8_t *contents, uint64_t length) {
 }
 
 void StateTake(const char *path, bool anew) {
-    gPath = path;
-    int descriptor = OpenAndLock();
+    MistakePlace(path, 0);
+    int descriptor = OpenAndLock(path);
     Header header;
     if (!HoldsState(descriptor, &header) || anew)
         Fill(descriptor);
     else
         CheckState(descriptor, &header);
     if (!MemoryTake(descriptor) || !ArenaMapRegisters(descriptor, REGISTERS))
-        StateFailToKeep(strerror(errno));
+        FailToKeep(strerror(errno));
+    MistakePlace(nullptr, 0);
 }

@@ -210,9 +210,10 @@ void SmnRegisterLine(BoardLine *line) {
         LineFail(line, "dwords stand at multiples of 4", line->words[2]);
     SmnRegister *found = Find(die, address);
     if (!found) {
-        if (gRegisterCount++ == MAX_REGISTERS)
+        if (gRegisterCount == MAX_REGISTERS)
             LineFail(line, "more than 16384 registers", nullptr);
         found = static_cast<SmnRegister *>(ArenaTake(sizeof(SmnRegister)));
+        gRegisterCount++;
         found->die = die;
         found->address = address;
         found->value = static_cast<uint32_t *>(ArenaTakeRegisters(sizeof(uint32_t)));

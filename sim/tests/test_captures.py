@@ -1,7 +1,13 @@
 """Board files that hold what was read on a machine: `capture` and `end`, functions whose bytes are given, bytes that
 nobody knows, leaves of single CPUs."""
 
+import os
+import subprocess
+
 import pytest
+from harness import BUILD, TOP
+
+SIM = TOP / "sim" / "hwreg-sim"
 
 WINDOW = 0xB0000000
 MACHINE = ["iopl ok", "mem ok", "cpus 0", "pci-ports", f"ecam {WINDOW:x} 1"]
@@ -129,3 +135,41 @@ def test_mistakes_are_told(probe, first, line, last, complaint):
     result = probe("iopl 3", line, first=first, last=last)
     assert f"captured.board:{complaint}\n" in result.err.decode()
     assert result.out == b"" and result.status != 0
+
+
+# A large capture is read quickly
+
+
+def dump(keyword, start, data):
+    return [f"{keyword} {start + at:x} {data[at:at + 16].hex(' ')}" for at in range(0, len(data), 16)]
+
+
+def large_capture():
+    """60 functions of 4096 bytes and a BIOS area, none of it zero."""
+    lines = ["capture 1", *MACHINE, f"ecam {WINDOW:x} 1"]
+    for device in range(30):
+        for function in range(2):
+            space = bytes((at * 7 + device) % 255 + 1 for at in range(4096))
+            lines += [f"pci 00:{device:02x}.{function} verbatim", *dump("config", 0, space)]
+    lines += dump("bytes", 0xE0000, bytes(at % 251 + 1 for at in range(128 << 10)))
+    return "\n".join([*lines, "end", ""])
+
+
+def seconds_of(board):
+    """Of processor time, which does not depend on what else the machine does."""
+
+    def once():
+        ran = subprocess.Popen([SIM, "--board", board, "/IO", "/RB", "0x80"], stdout=subprocess.DEVNULL,
+                               env={**os.environ, "HWREG_BUILD": str(BUILD)})  # fmt: skip
+        usage = os.wait4(ran.pid, 0)[2]
+        ran.returncode = 0  # it has been waited for
+        return usage.ru_utime + usage.ru_stime
+
+    return min(once() for _ in range(10))
+
+
+def test_a_large_capture_costs_little_time(tmp_path):
+    (tmp_path / "large.board").write_text(large_capture())
+    (tmp_path / "small.board").write_text("iopl ok\nmem ok\n")
+    more = seconds_of(tmp_path / "large.board") - seconds_of(tmp_path / "small.board")
+    assert more < 0.05

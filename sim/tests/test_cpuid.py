@@ -44,7 +44,7 @@ def test_what_only_looks_like_it_is_left_alone(probe):
 
 def test_a_function_that_cannot_be_decoded_is_left_alone(probe):
     (own,) = said(probe("cpuid 80000000"))
-    lines = said(probe("cpuid-behind-data 80000000 cpuid 80000000", "cpuid 80000000 0 1 2 3 4"))
+    lines = said(probe("cpuid-before-data 80000000 cpuid 80000000", "cpuid 80000000 0 1 2 3 4"))
     assert lines == [own, "cpuid 00000001 00000002 00000003 00000004"]
 
 

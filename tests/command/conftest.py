@@ -1,10 +1,12 @@
 import os
+import shlex
+import subprocess
 
 import pytest
 
 pytest.register_assert_rewrite("expected")  # the reasons of its assertions are shown as those of a test
 
-from harness import BUILD, new_folder, run, terminal  # noqa: E402, F401 (fixtures)
+from harness import BUILD, TOP, new_folder, run, terminal  # noqa: E402, F401 (fixtures)
 from jobs import job  # noqa: E402, F401 (fixture)
 
 
@@ -27,5 +29,18 @@ def on_disk(run, tmp_path):
         if result.status in (1, 99) and b"not permitted" in result.err or b"denied" in result.err:
             pytest.skip("may not mount here: " + result.err.decode())
         return result
+
+    return go
+
+
+@pytest.fixture
+def sim(tmp_path):
+    """sim(words, ...) runs hwreg-sim with these words (as a shell splits them) in the test's folder."""
+
+    def go(words="", program=TOP / "sim" / "hwreg-sim", path=os.environ["PATH"], build=BUILD, **options):
+        options = {"stdout": subprocess.PIPE, "stderr": subprocess.PIPE, **options}
+        environment = {**os.environ, "HWREG_BUILD": str(build), "PATH": path}
+        return subprocess.run([program, *shlex.split(words)], cwd=tmp_path, env=environment, text=True, timeout=60,
+                              stdin=subprocess.DEVNULL, check=False, **options)
 
     return go

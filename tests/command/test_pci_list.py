@@ -70,8 +70,8 @@ SMALL = [
     "irq 0b 2",
     "cap 01 40 03 00",
     "pcie 70 0 L01",
-    "pci 02:1f.0 8086:1521 class 020000 multi",
-    "pci 02:1f.5 8086:1522 class 0c0500",
+    "pci 02:1f.0 8086:1521 class 020000 multi verbatim",
+    "pci 02:1f.5 8086:1522 class 0c0500 verbatim",
     "irq 0 3",
 ]
 SMALL_ROWS = """\
@@ -189,25 +189,27 @@ def test_scan_makes_exactly_these_accesses(listing):
 
 
 def test_an_identification_of_all_ones_is_no_function(listing):
-    result = listing("pci 00:01.0 ffff:1234", "pci 00:02.0 8086:ffff", "pci 00:03.0 0000:0000", "pci 00:04.0 8086:0000")
+    result = listing("pci 00:01.0 ffff:1234 verbatim", "pci 00:02.0 8086:ffff", "pci 00:03.0 0000:0000",
+                     "pci 00:04.0 8086:0000")
     assert [row[4:6] for row in rows_of(result).splitlines()] == ["03", "04"]
 
 
 def test_functions_1_to_7_are_seen_when_function_0_is_multi_function_even_if_it_is_not_there(listing):
-    result = listing("pci 00:01.0 ffff:ffff multi", "pci 00:01.3 8086:0001", "pci 00:01.7 8086:0002")
+    result = listing("pci 00:01.0 ffff:ffff multi verbatim", "pci 00:01.3 8086:0001", "pci 00:01.7 8086:0002")
     assert [row[:10] for row in rows_of(result).splitlines()] == ["00  01  03", "00  01  07"]
 
 
 def test_functions_1_to_7_are_not_looked_at_without_the_multi_function_bit(listing):
-    result = listing("pci 00:01.0 8086:0001", "pci 00:01.1 8086:0002 multi", "pci 00:02.1 8086:0003 multi",
-                     "pci 00:03.0 8086:0004 header ff", "pci 00:03.1 8086:0005")
+    result = listing("pci 00:01.0 8086:0001", "pci 00:01.1 8086:0002 multi verbatim",
+                     "pci 00:02.1 8086:0003 multi verbatim", "pci 00:03.0 8086:0004 header ff verbatim",
+                     "pci 00:03.1 8086:0005")
     assert [row[:10] for row in rows_of(result).splitlines()] == ["00  01  00", "00  03  00"]
     assert f"out32 0cf8 {0x80000000 + place('00:01.1'):08x}" not in result.log
 
 
 @pytest.mark.parametrize("header_type", ["80", "81", "82", "fe"])
 def test_bit_7_of_the_header_type_makes_a_device_multi_function(listing, header_type):
-    result = listing(f"pci 00:01.0 8086:0001 header {header_type}", "pci 00:01.7 8086:0002")
+    result = listing(f"pci 00:01.0 8086:0001 header {header_type} verbatim", "pci 00:01.7 8086:0002")
     assert len(rows_of(result).splitlines()) == 2
 
 
@@ -233,7 +235,7 @@ def columns(run):
     ([], "NA  "),
     (["cap 01 40", "cap 05 50"], "NA  "),
     (["cap 01 40", "cap 05 50", "pcie 60 0 L1"], "L1  "),
-    (["pcie 40 0 L1", "cap 01 60"], "L1  "),
+    (["pcie 40 0 L1", "cap 01 80"], "L1  "),
     (["cap 01 40", "cap 00 50", "pcie 60 0 L1"], "NA  "),  # an ID of 0 ends the list
     (["pcie 40 0 L1", "byte 34 00"], "NA  "),
     (["pcie 40 0 L1", "word 06 0000"], "L1  "),  # the status bit is not asked for
@@ -275,7 +277,7 @@ def test_each_known_class_has_its_name(listing):
     codes = [*names, "0002", "0107", "0108", "05ff", "0c08", "0d13", "1200", "1300", "ff00", "ffff", "0c05"]
     places = [f"{number >> 5:02x}:{number & 31:02x}.0" for number in range(len(codes))]
     # The programming interface, the byte below, plays no part.
-    result = listing(*[f"pci {at} 8086:1234 class {code}{number % 256:02x}"
+    result = listing(*[f"pci {at} 8086:1234 class {code}{number % 256:02x} verbatim"
                        for number, (at, code) in enumerate(zip(places, codes))])
     shown = [row[38:] for row in rows_of(result).splitlines()]
     assert shown == [names.get(code, "Unknown PCI") for code in codes]
@@ -335,7 +337,7 @@ def test_one_function_is_shown_in_colours(run):
 
 
 def test_a_function_of_a_single_function_device_can_be_asked_for_by_name(run):
-    result = run("/PCI /DUMP 0 1 3 /NOMSG", extra="pci 00:01.3 8086:abcd class 060000")
+    result = run("/PCI /DUMP 0 1 3 /NOMSG", extra="pci 00:01.3 8086:abcd class 060000 verbatim")
     assert result.text == PCI_HEADER + "00  01  03  8086ABCD NA   NONE  NONE  Host Bridge\n"
 
 

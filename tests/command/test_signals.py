@@ -91,8 +91,8 @@ def enabled(log):
 
 
 def selected(log):
-    """Behind the selection of the die, and behind the last access before it is set back."""
-    return [behind(log, DIE_1), behind(log, DIE_0) - 1]
+    """Behind the selection of the die, of the register, and behind the last access before the die is set back."""
+    return [behind(log, DIE_1), behind(log, DIE_1) + 2, behind(log, DIE_0) - 1]
 
 
 def set_back(log, place):

@@ -308,14 +308,15 @@ def test_all_makers_but_intel_have_the_base_in_the_power_management_registers(ru
 
 
 def test_an_unknown_maker_is_treated_like_amd(run):
-    extra = ["pci 02:03.1 1234:5678 class 0c0500", "word 04 0001", "pm-registers", "pm-bytes 0 10 0d", "smbus-host pm",
-             "smbus-eeprom 5a", "smbus-bytes 7 99"]  # fmt: skip
+    extra = ["pci 02:03.1 1234:5678 class 0c0500 verbatim", "word 04 0001", "pm-registers", "pm-bytes 0 10 0d",
+             "smbus-host pm", "smbus-eeprom 5a", "smbus-bytes 7 99"]  # fmt: skip
     result = run("/SMBUS /RB 0x5a 7", board="unknown", extra=extra)
     assert (result.text, transfers(result, 0x0D00)) == (read_line(0x5A, 7, 0x99), [(0x5B, 7)])
 
 
 def test_the_first_function_of_the_class_is_taken(run):
-    first = run("/SMBUS /RB 0xa0 2", extra=["pci 00:1e.7 8086:1 class 0c0501", "word 04 0001", "dword 20 0000ee81"])
+    other = ["pci 00:1e.7 8086:1 class 0c0501 verbatim", "word 04 0001", "dword 20 0000ee81"]
+    first = run("/SMBUS /RB 0xa0 2", extra=other)
     assert transfers(first, 0xEE80) == [(0xA1, 2)]
 
 

@@ -7,7 +7,6 @@ and a read-only 815h at 5A86Ch. Other registers read all ones.
 import pytest
 
 from expected import CLEAR, NBIO_USAGE, assert_run, legacy
-from harness import signal, signal_behind
 
 BRIDGE = "00:00.0"
 AMD = legacy(BRIDGE, 0, "in16 0cfc -> 1022")
@@ -197,22 +196,6 @@ def test_bits_above_31_read_0_and_are_not_written(smn, bit):
     for word in ("/RI", "/WI"):
         text = f"SMN Write Dword Die:0, Regester:5A000, Bit {shown}, Data:1, return data:0\n"
         assert_run(smn(f"{word} 0 0x5a000 {bit} 1"), text, 0x0F, AMD, reads(32, 0, 0x5A000, 0x0F))
-
-
-# ---- signals --------------------------------------------------------------------------------------------------------
-
-
-@pytest.mark.parametrize("args", ["/RB 1 0x18000", "/WD 1 0x18000 7"])
-@pytest.mark.parametrize("register", ["800000c0", "800000c4", "800000c8"])
-def test_a_signal_while_a_die_is_selected_waits_until_it_is_set_back(smn, args, register):
-    whole = smn(args).log
-    # Behind the selection of the die, of the register, and behind the access.
-    at = whole.index(f"out32 0cf8 {register}") + 1
-    result = smn(args, runner=signal_behind(whole[: at + 1], signal.SIGINT))
-    assert result.status == -signal.SIGINT
-    ending = legacy(BRIDGE, 0xC0, "out32 0cfc 00000000")
-    set_back = next(i for i in range(at, len(whole)) if whole[i : i + len(ending)] == ending) + len(ending)
-    assert result.log == whole[:set_back]
 
 
 # ---- operands and forms ---------------------------------------------------------------------------------------------

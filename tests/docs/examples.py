@@ -78,7 +78,7 @@ def to_roff(line):
 
 
 def is_manual(path):
-    return path.suffix in (".1", ".8")
+    return path.suffix in (".1", ".5", ".8")
 
 
 def files_shown(text):
@@ -96,10 +96,11 @@ def sessions(path):
 
 
 def make_launchers(folder):
-    """Makes bin/hwreg-sim, to be found in the path, and scripts/run."""
-    for name, program in (("bin/hwreg-sim", "sim/hwreg-sim"), ("scripts/run", "scripts/run")):
+    """Makes bin/hwreg-sim and bin/hwreg-board, to be found in the path, and scripts/run."""
+    for name, program in (("bin/hwreg-sim", "sim/hwreg-sim"), ("bin/hwreg-board", "tools/hwreg-board"),
+                          ("scripts/run", "scripts/run")):  # fmt: skip
         path = folder / name
-        path.parent.mkdir()
+        path.parent.mkdir(exist_ok=True)
         path.write_text(f"#!/bin/sh\nexec '{TOP / program}' \"$@\"\n")
         path.chmod(0o755)
 

@@ -1,4 +1,4 @@
-"""The Debian package: built, looked at, installed into a clean Debian system, used there, and removed again.
+"""The Debian packages: built, looked at, installed into a clean Debian system, used there, and removed again.
 
 As root; `prepare` makes the clean system. $HWREG_BUILD is the build folder (default: build/).
 """
@@ -26,10 +26,14 @@ def output(*words, **options):
     return subprocess.run(words, stdout=subprocess.PIPE, text=True, check=True, **options).stdout
 
 
+def build():
+    return [pathlib.Path(path) for path in output(TOP / "packaging" / "build", FOLDER).split()]
+
+
 @pytest.fixture(scope="session")
-def package():
-    """The path of the package, freshly built."""
-    return pathlib.Path(output(TOP / "packaging" / "build", FOLDER).strip())
+def packages():
+    """The paths of the packages, freshly built: that of the target and that of the desk."""
+    return build()
 
 
 def field(package, name):
@@ -78,14 +82,15 @@ def assert_same_files(before, after):
 
 
 @pytest.fixture(scope="session")
-def clean(package):
-    """A copy of the clean system, with the package's file in it."""
+def clean(packages):
+    """A copy of the clean system, with the packages' files in it."""
     environment = {**os.environ, "HWREG_BUILD": str(BUILD)}
-    subprocess.run([TOP / "tests" / "package" / "prepare", package], env=environment, check=True)
+    subprocess.run([TOP / "tests" / "package" / "prepare", *packages], env=environment, check=True)
     work = FOLDER / "work"
     shutil.rmtree(work, ignore_errors=True)
     subprocess.run(["cp", "-a", FOLDER / "root", work], check=True)
-    shutil.copy(package, work / "root" / "hwreg.deb")
+    for package in packages:
+        shutil.copy(package, work / "root" / (field(package, "Package") + ".deb"))
     yield Root(work)
     shutil.rmtree(work)
 
@@ -94,18 +99,22 @@ def clean(package):
 class Installation:
     root: Root
     planned: set  # packages that apt would bring along into the clean system
-    said: str  # what apt says when it installs this one on top of what it depends on
+    said: str  # what apt says when it installs ours on top of what they depend on
     before: dict  # the files before that
+    target: dict  # the files with the target's package alone
 
 
 @pytest.fixture(scope="session")
-def installed(clean, package):
-    """The package, installed with apt, what it depends on first."""
+def installed(clean, packages):
+    """The packages, installed with apt one after the other, what they depend on first."""
     plan = clean.must("apt-get install -s /root/hwreg.deb")
-    clean.must("apt-get", "satisfy", "-y", "--no-install-recommends", "--no-download", field(package, "Depends"))
+    foreign = [field(package, "Depends").replace(f"hwreg (= {field(package, 'Version')}), ", "") for package in packages]
+    clean.must("apt-get", "satisfy", "-y", "--no-install-recommends", "--no-download", ", ".join(foreign))
     before = clean.files()
     said = clean.must("apt-get install -y /root/hwreg.deb")
-    return Installation(clean, set(re.findall(r"^Inst (\S+)", plan, re.MULTILINE)), said, before)
+    target = clean.files()
+    said += clean.must("apt-get install -y /root/hwreg-sim.deb")
+    return Installation(clean, set(re.findall(r"^Inst (\S+)", plan, re.MULTILINE)), said, before, target)
 
 
 @pytest.fixture
@@ -115,30 +124,31 @@ def root(installed):
 
 # The file
 
-def test_lintian_has_nothing_to_say(package):
+def test_lintian_has_nothing_to_say(packages):
     ran = subprocess.run(["lintian", "--allow-root", "--display-info", "--pedantic", "--fail-on",
-                          "error,warning,info,pedantic", package], capture_output=True, text=True, check=False)
+                          "error,warning,info,pedantic", *packages], capture_output=True, text=True, check=False)
     assert (ran.stdout, ran.returncode) == ("", 0)
 
 
-def test_each_override_gives_its_reason():
-    lines = (TOP / "packaging" / "lintian-overrides").read_text().splitlines()
+@pytest.mark.parametrize("name", ["hwreg", "hwreg-sim"])
+def test_each_override_gives_its_reason(name):
+    lines = (TOP / "packaging" / f"{name}.lintian-overrides").read_text().splitlines()
     assert lines[0].startswith("# ")
 
 
-def test_the_same_tree_gives_the_same_package(package):
-    first = package.read_bytes()
-    assert pathlib.Path(output(TOP / "packaging" / "build", FOLDER).strip()).read_bytes() == first
+def test_the_same_tree_gives_the_same_packages(packages):
+    first = [package.read_bytes() for package in packages]
+    assert [package.read_bytes() for package in build()] == first
 
 
-def test_the_package_carries_the_version_of_the_program(package):
+def test_the_packages_carry_the_version_of_the_program(packages):
     project = re.search(r"project\(hwreg VERSION ([0-9.]+)", (TOP / "CMakeLists.txt").read_text()).group(1)
-    assert field(package, "Version") == project
+    assert [field(package, "Version") for package in packages] == [project, project]
     assert output("dpkg-parsechangelog", "-l", TOP / "packaging" / "changelog", "-S", "Version").strip() == project
 
 
-def test_nothing_runs_when_it_is_installed_or_removed(package):
-    control = output("dpkg-deb", "--info", package)
+def test_nothing_runs_when_they_are_installed_or_removed(packages):
+    control = "".join(output("dpkg-deb", "--info", package) for package in packages)
     assert not re.search(r"\b(pre|post)(inst|rm)\b", control)
 
 
@@ -151,14 +161,21 @@ def test_what_the_commands_need_comes_along(installed):
 
 
 def test_nothing_else_is_needed(installed):
-    assert "0 upgraded, 1 newly installed, 0 to remove" in installed.said
+    assert installed.said.count("0 upgraded, 1 newly installed, 0 to remove") == 2
+
+
+def test_a_target_gets_the_program_its_manual_and_nothing_of_the_desk(installed):
+    new = {path for path in installed.target if path not in installed.before and "hwreg" in path}
+    assert "usr/sbin/hwreg" in new
+    assert [path for path in new if re.search(r"sim|board|\.so", path)] == []
 
 
 def test_the_files_lie_where_they_are_looked_for(root):
-    paths = set(root.must("dpkg -L hwreg").split())
+    paths = set(root.must("dpkg -L hwreg hwreg-sim").split())
     assert {"/usr/sbin/hwreg", "/usr/bin/hwreg-sim", "/usr/share/man/man8/hwreg.8.gz",
-            "/usr/share/man/man1/hwreg-sim.1.gz", "/usr/share/bash-completion/completions/hwreg",
-            "/usr/share/doc/hwreg/ReadMe.doc", "/usr/share/doc/hwreg/boards.md", "/usr/share/doc/hwreg/fleets.md",
+            "/usr/share/man/man1/hwreg-sim.1.gz", "/usr/share/man/man5/hwreg-board.5.gz",
+            "/usr/share/bash-completion/completions/hwreg",
+            "/usr/share/doc/hwreg/ReadMe.doc", "/usr/share/doc/hwreg-sim/boards.md", "/usr/share/doc/hwreg/fleets.md",
             "/usr/share/doc/hwreg/copyright", "/usr/share/hwreg/boards/intel.board"} <= paths
     assert all(path == "/." or path.startswith("/usr") for path in paths)
 
@@ -177,8 +194,8 @@ def test_simulated_machines_work_for_everybody(root):
 
 
 def test_the_network_of_the_simulated_processor_can_be_read(root):
-    ran = root.run("hwreg-sim --board amd /SMN /RD 0 0x18000", user="nobody")
-    assert (ran.stdout, ran.stderr) == ("SMN Read Dword Die:0, Regester:18000, return data:0x11223344\n", "")
+    ran = root.run("hwreg-sim --board amd /SMN /RD 0 0x100", user="nobody")
+    assert ran.stderr == "" and ran.stdout.startswith("SMN Read Dword Die:0, Regester:100, return data:0x")
 
 
 def test_every_simulated_machine_is_whole(root):
@@ -195,7 +212,7 @@ def test_a_board_of_ones_own_can_include_an_installed_one(root):
     assert ran.returncode == 0xA5
 
 
-@pytest.mark.parametrize("page, text", [("hwreg", "/PCI"), ("hwreg-sim", "--board")])
+@pytest.mark.parametrize("page, text", [("hwreg", "/PCI"), ("hwreg-sim", "--board"), ("hwreg-board", "pci-ports")])
 def test_man_finds_the_manual(root, page, text):
     ran = root.run(f"MANWIDTH=80 man --warnings {page} | col -b", user="nobody")
     assert text in ran.stdout and "NAME" in ran.stdout
@@ -208,11 +225,8 @@ def test_the_help_screen_sends_to_a_reference_that_is_there(root):
     assert root.must("cat /usr/share/doc/hwreg/ReadMe.doc") == (TOP / "docs" / "commands.txt").read_text()
 
 
-def test_the_page_on_boards_explains_every_keyword(root):
-    page = root.must("cat /usr/share/doc/hwreg/boards.md")
-    keywords = re.findall(r'^ *\{"([a-z0-9-]+)",', (TOP / "sim/Keywords.cpp").read_text(), re.MULTILINE)
-    assert len(keywords) > 20
-    assert [word for word in keywords if not re.search(rf"(?<![\w-]){word}(?![\w-])", page)] == []
+def test_the_page_on_boards_leads_to_a_machine(root):
+    page = root.must("cat /usr/share/doc/hwreg-sim/boards.md")
     assert page.startswith("# Board files") and "## The log" in page and "Adding a device model" not in page
 
 
@@ -222,12 +236,12 @@ def test_bash_completes_the_commands(root, command, function):
     assert root.must(loaded).endswith(f"-F {function} {command}\n")
 
 
-# Removed (the last test: it takes the package away)
+# Removed (the last test: it takes the packages away)
 
-def test_nothing_is_left_after_the_package_is_purged(installed):
+def test_nothing_is_left_after_the_packages_are_purged(installed):
     root = installed.root
-    paths = root.must("dpkg -L hwreg").split()
-    root.must("apt-get purge -y hwreg")
+    paths = root.must("dpkg -L hwreg hwreg-sim").split()
+    root.must("apt-get purge -y hwreg hwreg-sim")
     assert_same_files(installed.before, root.files())
     assert root.run("dpkg -s hwreg").returncode != 0
     assert [path for path in paths if "hwreg" in path and os.path.lexists(f"{root.path}{path}")] == []

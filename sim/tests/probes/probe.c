@@ -7,7 +7,7 @@
  * pwrite FD OFFSET VALUE (of 8 bytes) | map FD ADDRESS LENGTH PROTECTION (r, w) | unmap load FORM OFFSET |
  * store FORM OFFSET VALUE | copy FORM OFFSET COUNT (FORM: repmovsb or memcpy) unmapat OFFSET LENGTH | movs
  * FROM TO (offsets; - for no memory at all) | repeat PORT COUNT | crash system COMMAND | cpuid LEAF |
- * cpuid-behind-data LEAF | cpuid-stepped LEAF | like-cpuid | code-pages | hold (all signals but those of
+ * cpuid-before-data LEAF | cpuid-stepped LEAF | like-cpuid | code-pages | hold (all signals but those of
  * faults) | child (forks; the rest is done there) | ud2 | raise SIGNAL
  */
 #define _GNU_SOURCE
@@ -257,9 +257,9 @@ __attribute__((noinline)) static void Cpuid(uint32_t leaf) {
 }
 
 /* In a function that cannot be decoded. */
-__attribute__((noinline)) static void CpuidBehindData(uint32_t leaf) {
+__attribute__((noinline)) static void CpuidBeforeData(uint32_t leaf) {
     uint32_t a = leaf, b, c = 0, d;
-    __asm__ volatile("jmp 1f; .byte 0x06; 1: cpuid" : "+a"(a), "=b"(b), "+c"(c), "=d"(d));
+    __asm__ volatile("cpuid; jmp 1f; .byte 0x06; 1:" : "+a"(a), "=b"(b), "+c"(c), "=d"(d));
     ShowCpuid(a, b, c, d);
 }
 
@@ -324,8 +324,8 @@ static void GoOnInChild(void) {
 static int Processor(const char *word) {
     if (!strcmp(word, "cpuid"))
         Cpuid((uint32_t)Number());
-    else if (!strcmp(word, "cpuid-behind-data"))
-        CpuidBehindData((uint32_t)Number());
+    else if (!strcmp(word, "cpuid-before-data"))
+        CpuidBeforeData((uint32_t)Number());
     else if (!strcmp(word, "cpuid-stepped")) {
         signal(SIGTRAP, CountStep);
         CpuidStepped((uint32_t)Number());

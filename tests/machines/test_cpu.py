@@ -1,0 +1,53 @@
+"""CPUID leaves and MSRs as the dump has them."""
+
+import re
+
+import pytest
+from cpu_dump import as_cpuid_r, processors_of
+from explained import judge
+from program import hwreg, tool, value
+from small_dumps import accesses_of
+
+REGISTERS = re.compile(r"Eax:([0-9A-F]{8}), Ebx:([0-9A-F]{8}), Ecx:([0-9A-F]{8}), Edx:([0-9A-F]{8})\n")
+
+
+def imported(dump, folder, name="machine"):
+    """The board of a dump. libvirt's leaves are written back to the lines that they were made of."""
+    board = folder / f"{name}.board"
+    path = dump.path
+    if dump.name.endswith(".xml"):
+        path = folder / "cpuid-r.txt"
+        path.write_text(as_cpuid_r(processors_of(dump)[0][0]))
+    tool("import", "--cpuid", path, "-o", board)
+    return board
+
+
+def leaf(board, number):
+    found = REGISTERS.search(hwreg(board, "/CPUID", "/RD", hex(number)).decode())
+    return tuple(int(register, 16) for register in found.groups())
+
+
+def words(registers):
+    return " ".join(f"{register:08x}" for register in registers)
+
+
+def test_the_program_shows_the_leaves_of_the_dump(cpuid_msr_dump, tmp_path):
+    leaves = processors_of(cpuid_msr_dump)[0][0]
+    board = imported(cpuid_msr_dump, tmp_path)
+    differences = {}
+    for number, subleaf in leaves:
+        if subleaf == 0:
+            got, wanted = leaf(board, number), leaves[number, 0]
+            if got != wanted:
+                differences[f"leaf {number:x}"] = f"{words(wanted)} in the dump, {words(got)} shown"
+    judge(cpuid_msr_dump, differences)
+
+
+def test_the_program_shows_the_msrs_of_the_dump(cpuid_msr_dump, tmp_path):
+    msrs = processors_of(cpuid_msr_dump)[1].get(0, {})
+    if not msrs:
+        pytest.skip("no MSRs in this dump")
+    (tmp_path / "msrs.txt").write_text("".join(f"0x{index:x} 0x{told:x}\n" for index, told in msrs.items()))
+    board = tmp_path / "machine.board"
+    tool("import", "--msr", tmp_path / "msrs.txt", "-o", board)
+    assert {index: value(hwreg(board, "/MSR", "/RD", 0, hex(index))) for index in msrs} == msrs
