@@ -1,7 +1,6 @@
 #include "Cpuid.h"
 
 #include "Arena.h"
-#include "Mistake.h"
 #include "Encoding.h"
 #include "Functions.h"
 #include "Mistake.h"

@@ -31,7 +31,8 @@ def test_the_file_has_the_rights_that_the_user_gives_new_files(tmp_path):
 def test_a_full_disk_leaves_what_was_there_and_is_told(tmp_path, before):
     script = (f'mount -t tmpfs -o size=8k none "{tmp_path}" && cd "{tmp_path}" || exit 99; '
               f'[ -z "{before}" ] || echo "{before}" >machine.board; export LD_PRELOAD={BUILD}/libhwboard.so; '
-              f'"{BUILD}/hwreg-capture" -o machine.board; status=$?; unset LD_PRELOAD; ls -A; cat * 2>/dev/null; exit $status')
+              f'"{BUILD}/hwreg-capture" -o machine.board; status=$?; unset LD_PRELOAD; '
+              "ls -A; cat * 2>/dev/null; exit $status")
     environment = {**ENVIRONMENT, "LD_PRELOAD": ""}
     done = subprocess.run(["unshare", "-m", "sh", "-c", script], env=environment, capture_output=True, text=True,
                           timeout=60, check=False)

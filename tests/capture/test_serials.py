@@ -8,8 +8,8 @@ import firmware
 from firmware_model import walk
 
 UUID_AT = 8
-SERIALS = [b"SYS-SERIAL-1", b"BRD-SERIAL-2", b"BRD-TAG-2", b"CASE-SERIAL-3", b"CASE-TAG-3", b"CPU-SERIAL-4", b"CPU-TAG-4",
-           b"MEM-SERIAL-17", b"MEM-TAG-17", b"BAT-SERIAL-22", b"PSU-TAG-39", b"PSU-SERIAL-39"]  # fmt: skip
+SERIALS = [b"SYS-SERIAL-1", b"BRD-SERIAL-2", b"BRD-TAG-2", b"CASE-SERIAL-3", b"CASE-TAG-3", b"CPU-SERIAL-4",
+           b"CPU-TAG-4", b"MEM-SERIAL-17", b"MEM-TAG-17", b"BAT-SERIAL-22", b"PSU-TAG-39", b"PSU-SERIAL-39"]  # fmt: skip
 KEPT = [b"Maker of it all", b"Model 5"]
 UUID = bytes(range(0x30, 0x40))
 FIXED = bytes.fromhex("00112233445566778899aabbccddeeff")
@@ -55,7 +55,8 @@ def bytes_lines(address, data):
 def tables(table_at):
     """A legacy machine whose SMBIOS table stands there, with an MSDM, a SLIC, and a dock's MAC address in a DSDT."""
     table = smbios_table()
-    entry = bytearray(b"_SM_\0\x1f\x02\x08\0\0\0" + bytes(5) + b"_DMI_\0" + struct.pack("<HIHB", len(table), table_at, 9, 0x28))
+    entry = bytearray(b"_SM_\0\x1f\x02\x08\0\0\0" + bytes(5) + b"_DMI_\0")
+    entry += struct.pack("<HIHB", len(table), table_at, 9, 0x28)
     entry[0x15] = -sum(entry[0x10:0x1F]) & 0xFF
     entry[4] = -sum(entry[:0x1F]) & 0xFF
     made = [firmware.sdt(b"MSDM", struct.pack("<IIIII", 1, 0, 1, 0, len(KEY)) + KEY),
