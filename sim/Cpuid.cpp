@@ -2,7 +2,6 @@
 
 #include "Affinity.h"
 #include "Arena.h"
-#include "Mistake.h"
 #include "Encoding.h"
 #include "Functions.h"
 #include "Mistake.h"

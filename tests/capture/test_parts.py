@@ -17,7 +17,8 @@ def test_the_file_begins_and_ends_as_a_capture_does(capture):
     captured = capture("--spd")
     lines = captured.text.splitlines()
     assert lines[0] == "capture 1" and lines[-1] == "end"
-    assert re.fullmatch(r"# Captured by hwreg-capture \d\.\d\d on \d{4}-\d\d-\d\d \d\d:\d\d:\d\d UTC, Linux .+ x86_64", lines[1])
+    date = r"\d{4}-\d\d-\d\d \d\d:\d\d:\d\d UTC"
+    assert re.fullmatch(rf"# Captured by hwreg-capture \d\.\d\d on {date}, Linux .+ x86_64", lines[1])
     assert lines[2] == "# options: --spd"
 
 
@@ -28,7 +29,8 @@ def test_processors_and_gaps_are_named(capture, board, cpus):
 
 def test_msrs_that_differ_have_their_processors_and_all_have_names(capture):
     captured = capture(board="amd")
-    assert captured.lines("msr")[1:3] == [["msr", "1b", "fee00900", "cpus", "0"], ["msr", "1b", "fee00800", "cpus", "1-7"]]
+    assert captured.lines("msr")[1:3] == [
+        ["msr", "1b", "fee00900", "cpus", "0"], ["msr", "1b", "fee00800", "cpus", "1-7"]]
     assert "msr c0010058 f8000021    # MMIO_CFG_BASE_ADDR" in captured.text
     assert "msr 48: not there on cpus 0-7 (Input/output error): IA32_SPEC_CTRL" in captured.missing()
 

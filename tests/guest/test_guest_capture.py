@@ -1,5 +1,5 @@
-"""A machine that hwreg-capture has captured answers as the machine did: each kind is captured in its guest, asked there,
-and asked again on the simulator."""
+"""A machine that hwreg-capture has captured answers as the machine did: each kind is captured in its guest, asked
+there, and asked again on the simulator."""
 
 import functools
 import io
@@ -63,7 +63,8 @@ def asked(kind):
     boot = guest.run(KINDS[kind], [Command(ASK, seconds=170)], files, fetch)
     assert boot.results[0].ending == "exit 0", boot.results[0]
     with tarfile.open(fileobj=io.BytesIO(boot.files["/tmp/asked.tar.gz"])) as tar:
-        found = {member.name.removeprefix("asked/"): tar.extractfile(member).read() for member in tar if member.isfile()}
+        members = (member for member in tar if member.isfile())
+        found = {member.name.removeprefix("asked/"): tar.extractfile(member).read() for member in members}
     lines = found["lines"].decode().splitlines()
     given = [(int(found[f"{number}.status"]), found[f"{number}.out"], found.get(f"{number}.dump"))
              for number in range(1, len(lines) + 1)]  # fmt: skip
