@@ -43,6 +43,11 @@ def test_mistakes_are_told_with_file_and_line(desk, lines, complaint):
     assert "Traceback" not in result.err and len(result.err.splitlines()) == 1
 
 
+def test_an_empty_file_is_no_machine(desk):
+    desk.write("m.board", "\n \n")
+    assert desk("show", "m.board").err == "m.board: the file is empty\n"
+
+
 def test_another_format_of_captures_is_refused(desk):
     desk.write("m.board", "capture 2\nend\n")
     assert "m.board:1: this format of captures is not known: 2" in desk("show", "m.board").err

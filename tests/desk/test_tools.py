@@ -58,7 +58,7 @@ def test_acpixtract_finds_the_tables(desk, machine):
 
 
 @pytest.mark.parametrize("words, text", [
-    ("/PCI /RD 3 0 0 0x144", "return data:0x4030201"), ("/PCI /RB 0 0 0 0", "return data:0x86"),
+    ("/PCI /RD 3 0 0 0x144", "return data:0x04030201"), ("/PCI /RB 0 0 0 0", "return data:0x86"),
     ("/MSR /RD /ALL 0x3A", "Cpu[01] Msr read from 0000003A, return MSR: 0x00000000_00000005"),
     ("/SMBUS /RB 0xA0 2", "0x0C"), ("/IO /INDEX /RB 0x70 0x71 0x20", "return data:0x20"),
     ("/SMBIOS /DUMP /NOMSG", "SMBIOS Type:001, Length:027, Handle:001"),
@@ -67,6 +67,24 @@ def test_acpixtract_finds_the_tables(desk, machine):
 ])  # fmt: skip
 def test_hwreg_works_on_the_machine_at_once(run, machine, words, text):
     assert text in run(words, board=machine).text
+
+
+@pytest.mark.parametrize("board", ["intel", "amd"])
+def test_captures_of_simulated_machines_are_read_shown_and_compared(desk, board):
+    """hwreg-capture's own writing: every line of it is known, and two captures of one machine are the same."""
+    for name in ("one.board", "two.board"):
+        captured = output(TOP / "sim" / "hwreg-sim", "--board", board, "--capture")
+        desk.write(name, captured)
+    assert desk("diff", "one.board", "two.board").out == ""
+    text = (desk.folder / "one.board").read_text()
+    shown = desk("show", "one.board").out
+    assert shown.count("\n00:") > 3 and "type 0 BIOS Information" in shown and "RSDP at" in shown
+    first = next(line for line in text.splitlines() if line.startswith("  config 0 "))
+    words = first.split()
+    words[10] = f"{int(words[10], 16) ^ 1:02x}"
+    desk.write("two.board", text.replace(first, "  " + " ".join(words), 1))
+    told = desk("diff", "one.board", "two.board").lines
+    assert len(told) == 1 and " 08 Revision ID: " in told[0]
 
 
 # The command itself

@@ -64,6 +64,8 @@ class Reader:
         saved = self.file, self.line
         self.file, self.line = file, 0
         text = read_text(file)
+        if not text.strip():
+            raise Mistake(file, 0, "the file is empty")
         opened = closed = 0
         told = text.split("\n")
         while self.line < len(told):
