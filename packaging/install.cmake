@@ -49,7 +49,7 @@ foreach(command hwreg-sim hwreg-board)
   install(FILES ${made}/hwreg-sim/completion DESTINATION share/bash-completion/completions RENAME ${command}
     COMPONENT hwreg-sim)
 endforeach()
-install(FILES docs/boards.md DESTINATION share/doc/hwreg-sim COMPONENT hwreg-sim)
+install(FILES docs/boards.md docs/machine-on-the-desk.md DESTINATION share/doc/hwreg-sim COMPONENT hwreg-sim)
 manual(hwreg-sim hwreg-sim.1 hwreg-board.1 hwreg-board.5)
 
 get_property(installed_files GLOBAL PROPERTY installed_files)
@@ -88,5 +88,5 @@ set(CPACK_DEBIAN_HWREG_PACKAGE_SUGGESTS "bash-completion, clustershell, hwreg-si
 
 package(hwreg-sim devel "machines of text files to run hwreg on")
 set(CPACK_DEBIAN_HWREG-SIM_PACKAGE_DEPENDS "hwreg (= ${PROJECT_VERSION}), python3 (>= 3.11)")
-set(CPACK_DEBIAN_HWREG-SIM_PACKAGE_SUGGESTS "bash-completion")
+set(CPACK_DEBIAN_HWREG-SIM_PACKAGE_SUGGESTS "acpica-tools, bash-completion, dmidecode, pciutils")
 include(CPack)

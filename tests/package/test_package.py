@@ -176,7 +176,10 @@ def test_the_files_lie_where_they_are_looked_for(root):
             "/usr/share/man/man1/hwreg-sim.1.gz", "/usr/share/man/man5/hwreg-board.5.gz",
             "/usr/share/bash-completion/completions/hwreg",
             "/usr/share/doc/hwreg/ReadMe.doc", "/usr/share/doc/hwreg-sim/boards.md", "/usr/share/doc/hwreg/fleets.md",
-            "/usr/share/doc/hwreg/copyright", "/usr/share/hwreg/boards/intel.board"} <= paths
+            "/usr/sbin/hwreg-capture", "/usr/share/man/man8/hwreg-capture.8.gz", "/usr/bin/hwreg-board",
+            "/usr/share/man/man1/hwreg-board.1.gz", "/usr/share/man/man5/hwreg-board.5.gz",
+            "/usr/share/doc/hwreg-sim/machine-on-the-desk.md", "/usr/share/doc/hwreg/copyright",
+            "/usr/share/hwreg/boards/intel.board"} <= paths
     assert all(path == "/." or path.startswith("/usr") for path in paths)
 
 
@@ -198,6 +201,24 @@ def test_the_network_of_the_simulated_processor_can_be_read(root):
     assert ran.stderr == "" and ran.stdout.startswith("SMN Read Dword Die:0, Regester:100, return data:0x")
 
 
+def test_a_machine_is_captured_replayed_and_compared(root):
+    script = """cd /tmp && hwreg-sim --board amd --capture -o a.board && hwreg-sim --board a.board /PCI /RB 0 0 0 0
+        sed 's/^msr 2ff .*/msr 2ff 1/' a.board >b.board && hwreg-board diff a.board b.board; rm -f a.board b.board"""
+    ran = root.run(script, user="nobody")
+    assert (ran.stdout, ran.stderr) == ("PCI Read Byte BDFO: 0 0 0 0, return data:0x22\n"
+                                        "msr 2ff IA32_MTRR_DEF_TYPE: c00 -> 1\n", "")
+
+
+def test_the_log_is_explained(root):
+    ran = root.run("hwreg-sim --log --explain /PCI /RB 0 0 0 0", user="nobody")
+    assert "Vendor ID" in ran.stderr and ran.stdout == READ_HOST
+
+
+def test_a_capture_without_privilege_tells_what_is_missing(root):
+    ran = root.run("hwreg-capture", user="nobody")
+    assert (ran.stdout, ran.returncode) == ("", 6) and "root" in ran.stderr
+
+
 def test_every_simulated_machine_is_whole(root):
     names = [line.split()[0] for line in root.must("hwreg-sim --boards").splitlines()]
     assert {"intel", "amd", "noiopl"} <= set(names)
@@ -212,12 +233,13 @@ def test_a_board_of_ones_own_can_include_an_installed_one(root):
     assert ran.returncode == 0xA5
 
 
-@pytest.mark.parametrize("page, text", [("hwreg", "/PCI"), ("hwreg-sim", "--board"), ("hwreg-board", "pci-ports")])
+@pytest.mark.parametrize("page, text", [("hwreg", "/PCI"), ("hwreg-sim", "--board"), ("hwreg-capture", "--superio"),
+                                        ("hwreg-board", "import"), ("5 hwreg-board", "pci-ports")])
 def test_man_finds_the_manual(root, page, text):
     ran = root.run(f"MANWIDTH=80 man --warnings {page} | col -b", user="nobody")
     assert text in ran.stdout and "NAME" in ran.stdout
     assert ran.stderr == ""
-    assert page in root.must(f"man -w {page}")
+    assert page.split()[-1] in root.must(f"man -w {page}")
 
 
 def test_the_help_screen_sends_to_a_reference_that_is_there(root):
