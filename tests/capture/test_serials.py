@@ -9,7 +9,8 @@ from firmware_model import walk
 
 UUID_AT = 8
 SERIALS = [b"SYS-SERIAL-1", b"BRD-SERIAL-2", b"BRD-TAG-2", b"CASE-SERIAL-3", b"CASE-TAG-3", b"CPU-SERIAL-4",
-           b"CPU-TAG-4", b"MEM-SERIAL-17", b"MEM-TAG-17", b"BAT-SERIAL-22", b"PSU-TAG-39", b"PSU-SERIAL-39"]  # fmt: skip
+           b"CPU-TAG-4", b"MEM-SERIAL-17", b"MEM-TAG-17", b"BAT-SERIAL-22",
+           b"PSU-TAG-39", b"PSU-SERIAL-39"]  # fmt: skip
 KEPT = [b"Maker of it all", b"Model 5"]
 UUID = bytes(range(0x30, 0x40))
 FIXED = bytes.fromhex("00112233445566778899aabbccddeeff")

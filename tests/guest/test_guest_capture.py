@@ -75,6 +75,12 @@ def is_volatile(line):
     return any(re.fullmatch(pattern, line) for pattern in VOLATILE)
 
 
+def has_smbus_switched_off(board):
+    """OVMF leaves the host switched off, by bit 0 of its register 40h. QEMU's answers all the same; no other does."""
+    function = re.search(r"^pci .*:2930 SMBus Controller\n((?:  .*\n)+)", board.decode(), re.MULTILINE)
+    return function is not None and "\n  config 40 01 " not in function[1]
+
+
 @pytest.mark.parametrize("kind", KINDS)
 def test_the_capture_answers_as_the_machine(kind, tmp_path):
     board, lines, live = asked(kind)
@@ -83,6 +89,9 @@ def test_the_capture_answers_as_the_machine(kind, tmp_path):
     assert questions(path) == lines and len(lines) >= 200
     replayed = answers(path, lines, tmp_path / "replayed")
     found = [entry for entry in differences(lines, live, replayed) if not is_volatile(entry[0])]
+    assert has_smbus_switched_off(board) == (kind == "ovmf")
+    if kind == "ovmf":
+        found = [entry for entry in found if not entry[0].startswith("/SMBUS ")]
     assert not found, f"{len(found)} of {len(lines)} differ: {[line for line, _, _ in found]}, the first: {found[0]}"
 
 

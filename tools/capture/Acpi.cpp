@@ -16,7 +16,7 @@ constexpr uint32_t MOST_LYING_BYTES = 0x10000; // of a table that says more: the
 constexpr uint32_t TABLE_HEADER = 36;
 constexpr uint32_t LEAST_ROOT_BYTES = TABLE_HEADER + 256 * 4; // the commands copy that much, whatever it says
 constexpr uint32_t LEAST_FADT_BYTES = 244;
-constexpr uint32_t FACS_SIGNATURE = 0x53434146; // its length stands where the others have theirs, too
+constexpr uint32_t FADT_PM1A_EVT_BLK = 56;
 constexpr uint32_t MCFG_SIGNATURE = 0x4746434D;
 constexpr uint32_t MCFG_FIRST = 44;
 constexpr uint32_t MCFG_ENTRY = 16;
@@ -138,7 +138,7 @@ static void AddRootTable(uint32_t address, uint32_t width) {
         AddEntries(part, width);
 }
 
-void AddAcpi(uint32_t rootPointer) {
+void AddAcpi(uint32_t rootPointer, bool searched) {
     if (IsKnown(rootPointer) || mCount == MOST_TABLES)
         return;
     const MemoryPart *part = AddPart(rootPointer, RSDP_SIZE, "acpi root pointer at %x", rootPointer);
@@ -148,7 +148,8 @@ void AddAcpi(uint32_t rootPointer) {
     bool second = part->bytes[15] >= 2;
     if (second && Load32(part->bytes + 28) != 0)
         Put("# missing: the XSDT of the root pointer at %x: above 4 GiB\n", rootPointer);
-    AddRootTable(Load32(part->bytes + 24), 8);
+    if (second || searched)
+        AddRootTable(Load32(part->bytes + 24), 8);
     AddRootTable(Load32(part->bytes + 16), 4);
 }
 
@@ -165,6 +166,15 @@ static const MemoryPart *PartOf(const AcpiTable *table) {
     while (part != nullptr && (part->start != table->address || part->length != table->length))
         part = part->next;
     return part;
+}
+
+uint16_t Pm1OfTables() {
+    for (uint32_t i = 0; i < mCount; ++i) {
+        const MemoryPart *part = mTables[i].signature == ACPI_SIGNATURE_FADT ? PartOf(&mTables[i]) : nullptr;
+        if (part != nullptr && part->length >= LEAST_FADT_BYTES)
+            return Load16(part->bytes + FADT_PM1A_EVT_BLK);
+    }
+    return 0;
 }
 
 int LastWindowBus(uint32_t base) {

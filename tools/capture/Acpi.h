@@ -3,8 +3,12 @@
 
 #include <cstdint>
 
-// Adds the table tree of a root pointer at that address; what was added before is not added again.
-void AddAcpi(uint32_t rootPointer);
+// Adds the table tree of a root pointer at that address; what was added before is not added again. Of one
+// without an XSDT (revision 0) the commands take one all the same, when they have found it by their search.
+void AddAcpi(uint32_t rootPointer, bool searched);
+
+// Port of the PM1 event block as the first FADT that was added has it; 0 without one.
+uint16_t Pm1OfTables();
 
 // Addresses of the tables that were added, all of whose bytes one part holds. count below AcpiTableCount().
 struct AcpiTable {

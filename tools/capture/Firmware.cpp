@@ -83,7 +83,7 @@ static void FollowSystab(char *line) {
     if (layout != nullptr)
         AddEntryPoint(address, layout);
     else if (strcmp(line, "ACPI20") == 0 || strcmp(line, "ACPI") == 0)
-        AddAcpi(address);
+        AddAcpi(address, false);
 }
 
 static void PutSystab(const char *kind, const char *path) {
@@ -113,7 +113,7 @@ void ReadFirmware() {
         AddEntryPointsOf(part);
     AddLegacyTable();
     if (GetRSDPAddress(&rootPointer) == EFI_SUCCESS)
-        AddAcpi(rootPointer);
+        AddAcpi(rootPointer, true);
     PutSystab("sys", "/sys/firmware/efi/systab");
     PutSystab("proc", "/proc/efi/systab");
 }

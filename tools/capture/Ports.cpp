@@ -8,6 +8,7 @@
 #include "Platform/AcpiTables.h"
 #include "Platform/AmdReg.h"
 #include "Platform/CmosClock.h"
+#include "tools/capture/Acpi.h"
 #include "tools/capture/Options.h"
 #include "tools/capture/Sheet.h"
 
@@ -31,11 +32,15 @@ void CaptureCmos() {
 void CapturePm1() {
     Put("# --- pm1\n");
     PmAddressRecord record = {0, 0, 0};
-    if (AcpiGetPMAddress(&record) != EFI_SUCCESS || record.pm1EventBlock == 0) {
+    uint16_t base = 0;
+    if (AcpiGetPMAddress(&record) == EFI_SUCCESS)
+        base = record.pm1EventBlock;
+    if (base == 0)
+        base = Pm1OfTables(); // under UEFI the commands may not find the FADT
+    if (base == 0) {
         Put("# missing: pm1: no FADT says where it is\n");
         return;
     }
-    uint16_t base = record.pm1EventBlock;
     Put("pm1 %x %x %x %x\n", base, IoRead16(base), IoRead16(base + PM1_ENABLE), IoRead16(base + PM1_CONTROL));
 }
 
