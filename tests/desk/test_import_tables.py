@@ -91,6 +91,16 @@ def test_tables_without_addresses_are_placed_and_a_root_leads_to_them(desk):
     assert blocks(desk.read("back").decode()) == blocks(samples.acpidump(wanted))
 
 
+def test_what_the_importer_makes_is_not_given_back(desk):
+    wanted = [table for table in samples.acpi_tables() if table[0] not in ("XSDT", "RSDP")]
+    desk.write("acpi", samples.acpidump(wanted, style="{name}"))
+    lines = desk.board("m", "--acpi", "acpi")
+    assert [line.split()[2] for line in sections(lines, "acpi") if line.endswith("made by the importer")] == [
+        "XSDT", "RSDP"]  # fmt: skip
+    desk("export", "--acpi", "back", "m.board")
+    assert blocks(desk.read("back").decode()) == blocks(samples.acpidump(wanted))
+
+
 def test_a_table_that_lies_where_something_else_does_is_moved(desk):
     tables = [(name, 0x7FFE1000 if name == "MCFG" else address, data) for name, address, data in samples.acpi_tables()]
     desk.write("acpi", samples.acpidump(tables))

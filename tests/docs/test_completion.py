@@ -37,6 +37,7 @@ command=$1
 COMP_WORDS=("$@") COMP_CWORD=$(($# - 1)) COMPREPLY=()
 case $command in
 *-sim) _hwreg_sim "$command" ;;
+*-board) _hwreg_board "$command" ;;
 *) _hwreg "$command" ;;
 esac && printf '%%s\n' "${COMPREPLY[@]}"
 """
@@ -225,6 +226,34 @@ def test_a_simulated_machine_is_asked_for_what_it_has(line, some, tmp_path):
 def test_a_simulated_machine_that_has_mistakes_offers_nothing(tmp_path):
     (tmp_path / "mine.board").write_text("no such keyword\n")
     assert complete("--board mine.board /PCI /RB ", cwd=tmp_path, command=SIMULATOR) == set()
+
+
+@pytest.mark.parametrize("line, offered", [
+    ("", "import export show diff explain --help --version"),
+    ("import --s", "--sysfs --superio --spd"),
+    ("import --lspci ", "a.board b.board dump.txt folder"),
+    ("import --spd a0 = d", "dump.txt"),
+    ("import --lspci dump.txt -o ", "a.board b.board folder"),
+    ("export --", "--lspci --dmi --acpi --cpuid --msr --spd --cmos --help"),
+    ("show ", "a.board b.board folder"),
+    ("show a.board m", "msrs memory missing"),
+    ("diff --", "--group --volatile --ignore --help"),
+    ("diff a.board ", "a.board b.board folder"),
+    ("diff --group ", "a.board b.board folder"),
+    ("diff --ignore ", "a.board b.board dump.txt folder"),
+])  # fmt: skip
+def test_words_of_hwreg_board_are_offered(tmp_path, line, offered):
+    for name in ("a.board", "b.board", "dump.txt"):
+        (tmp_path / name).touch()
+    (tmp_path / "folder").mkdir()
+    assert complete(line, command="hwreg-board", cwd=tmp_path) == set(offered.split())
+
+
+def test_all_options_of_hwreg_board_are_offered():
+    for verb in ("import", "export", "show", "diff"):
+        said = subprocess.run([TOP / "tools" / "hwreg-board", verb, "--help"], capture_output=True, text=True, check=True)
+        options = set(re.findall(r"(?<![\w-])--\w+", said.stdout))
+        assert options <= complete(f"{verb} --", command="hwreg-board")
 
 
 @pytest.mark.parametrize("form", completion_forms())

@@ -212,7 +212,8 @@ def find_tables(machine: Machine, made: bool = True) -> list[Table]:
             if dumped and not made:
                 data = bytes.fromhex(re.sub(r"[^0-9a-f].*", "", dumped.removeprefix(DUMPED)))
             found.append(Table(address, data))
-    root = None if any(table.data.startswith(RSDP) for table in found) else root_pointer(runs)
+    named = any(part.title.startswith("acpi RSDP ") for part in machine.parts)
+    root = None if named else root_pointer(runs)
     if root is not None and not found:
         follow(runs, pointer(root.data, 24, 8) or pointer(root.data, 16, 4), found)
     return found + [root] if root is not None else found

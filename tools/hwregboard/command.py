@@ -35,7 +35,7 @@ def parser() -> argparse.ArgumentParser:
     top.add_argument("--version", action="version", version=version())
     verbs = top.add_subparsers(dest="verb", required=True, metavar="import|export|show|diff|explain")
     verb = verbs.add_parser("import", help="make a board file of dumps", allow_abbrev=False)
-    for name, text in (("lspci", "lspci -x, -xxx or -xxxx"), ("dmi", "dmidecode --dump-bin, or entry point and table"),
+    for name, text in (("lspci", "lspci -x, -xxx or -xxxx"), ("dmi", "the binary dump of dmidecode, or its two parts"),
                        ("acpi", "acpidump, or raw tables"), ("cpuid", "cpuid -r, libcpuid, hwloc"),
                        ("msr", "a list of MSRs"), ("superio", "superiotool -d"), ("cmos", "CMOS memory"),
                        ("sysfs", "a tree of sysfs or an archive of one")):  # fmt: skip
