@@ -17,6 +17,7 @@ struct LinePlace {
 struct BoardLine {
     const char *path;
     int number;
+    bool captured; // of a capture, which tells what is there, whether anything leads to it or not
     int count;
     const char *words[MAX_WORDS];
     bool quoted[MAX_WORDS];

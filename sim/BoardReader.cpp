@@ -57,6 +57,7 @@ void CarryOut(BoardLine *line, bool first) {
     if (keyword->carryOut == CaptureLine && !first)
         LineFail(line, "not the first line of the file", line->words[0]);
     line->operands = keyword->operands;
+    line->captured = gReading->capture;
     keyword->carryOut(line);
     LineComplete(line);
 }

@@ -77,7 +77,7 @@ void CheckHost(void *argument) {
     const SmbusHostPlace *host = static_cast<const SmbusHostPlace *>(argument);
     const PciFunction *function = host->function;
     MistakePlace(host->place.path, host->place.number);
-    if (function && (function->verbatim || PciFind(function->number) != function))
+    if (!host->place.path || (function && (function->verbatim || PciFind(function->number) != function)))
         return;
     if (function ? !HasClass(function) : !AnyHasClass())
         BoardFail("the host cannot be found: no function of class 0c0500 stands for it");

@@ -48,7 +48,7 @@ void AmdPmReset() {
 }
 
 void NeedAmdPm(const BoardLine *line) {
-    if (!gPresent)
+    if (!gPresent && !line->captured)
         LineFail(line, "no \"pm-registers\" line comes before", line->words[0]);
 }
 

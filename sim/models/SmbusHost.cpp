@@ -169,7 +169,8 @@ void WritePort(void *device, uint16_t port, unsigned, uint32_t value) {
 void PlaceByPci(PciFunction *function, uint16_t, unsigned) {
     PortClaim *claim = PortClaimOf(function->device);
     claim->base = PciStored(function, PCI_BAR4, 2) & ~(PORTS - 1);
-    claim->enabled = (function->config[PCI_COMMAND] & 1) && (function->config[PCI_HOST_CONFIGURATION] & 1);
+    claim->enabled = claim->base != 0 && (function->config[PCI_COMMAND] & 1) &&
+                     (function->config[PCI_HOST_CONFIGURATION] & 1);
 }
 
 void PlaceByPm(void *device) {
@@ -181,7 +182,7 @@ void PlaceByPm(void *device) {
 Host *NewHost(const BoardLine *line, const PciFunction *function) {
     if (gHostCount == MAX_HOSTS)
         LineFail(line, "more than 8 SMBus hosts", nullptr);
-    gHosts[gHostCount++] = {{line->path, line->number}, function};
+    gHosts[gHostCount++] = {{line->captured ? nullptr : line->path, line->number}, function};
     Host *host = static_cast<Host *>(ArenaTakeRegisters(sizeof(Host)));
     host->hasInUse = function != nullptr;
     ClaimPorts(0, PORTS, WIDTH_8, ReadPort, WritePort, host);

@@ -74,7 +74,8 @@ void NewSlave(BoardLine *line, bool paged) {
         gCurrent->present = true;
         gCurrent->stops = gCurrent->collides = gCurrent->holds = NEVER;
     }
-    gPlace = {line->path, line->number};
+    if (!line->captured)
+        gPlace = {line->path, line->number};
     gCurrent->paged = paged;
     NeedWholeAddress(line, address, paged);
     for (int i = 2; i < line->count; i++) {

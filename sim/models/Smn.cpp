@@ -198,7 +198,7 @@ void SmnLine(BoardLine *line) {
 }
 
 static void NeedNetwork(const BoardLine *line) {
-    if (!gPresent)
+    if (!gPresent && !line->captured)
         LineFail(line, "no \"smn\" line comes before", line->words[0]);
 }
 

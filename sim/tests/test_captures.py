@@ -93,9 +93,7 @@ LEAVES = ["cpuid 1 0 a b c d", "cpuid 1 0 1a b c d cpus 0", "cpuid 1 0 2a b c d 
 @pytest.mark.parametrize("cpus, eax", [("cpus 0-3", "1a"), ("cpus 1-3", "2a"), ("cpus 4 5", "a")])
 def test_cpuid_answers_as_the_first_cpu(probe, cpus, eax):
     result = probe("cpuid 1", cpus, *LEAVES)
-    if "cpuid-faulting" not in open("/proc/cpuinfo").read():
-        pytest.skip("CPUID cannot be made to fault on this processor")
-    assert result.text.split()[1] == eax
+    assert int(result.text.split()[1], 16) == int(eax, 16)
 
 
 def test_lists_of_cpus_may_have_commas(run):

@@ -233,6 +233,13 @@ def test_verbatim_functions_are_as_they_were_found(check):
     assert check("\n".join(found)) == ("", 0)
 
 
+def test_a_capture_tells_what_is_there_whether_anything_leads_to_it_or_not(check):
+    lines = ["smbus-spd a0", "smn-register 0 100 1", "smbus-host pm", "pm-bytes 0 1"]
+    assert check("\n".join(["capture 1", *lines, "end"])) == ("", 0)
+    for line in lines:
+        assert check(line)[1] == MISTAKE
+
+
 def test_check_tells_all_mistakes_and_goes_on(check, tmp_path):
     (tmp_path / "part.board").write_text("hole 0 0\nlatch 80 10\nlatch 80\n")
     said, status = check("\n".join(["iopl yes", "include part.board", "pci-ports", "pci 0.0 8086:1", "irq 10 1",

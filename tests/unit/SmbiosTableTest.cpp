@@ -156,7 +156,7 @@ TEST(SmbiosTable, WithoutMemoryThereIsNoLegacyCopyAndItsOutputsAreZero) {
 }
 
 TEST(SmbiosTable, WithoutATableLoadingGivesNotFoundAndNothing) {
-    for (const char *lines : {"", "systab sys ACPI=0x1000"}) {
+    for (const char *lines : {"", "systab sys \"ACPI=0x1000\""}) {
         OpenBoard("base", std::string("fill f0000 10000 00\n") + lines);
         uint8_t byte;
         uint8_t *table = &byte;
@@ -168,7 +168,7 @@ TEST(SmbiosTable, WithoutATableLoadingGivesNotFoundAndNothing) {
 }
 
 TEST(SmbiosTable, WithoutMemoryLoadingGivesNotFoundAndNothing) {
-    for (const char *lines : {"", "systab sys SMBIOS3=0xf5a00"}) {
+    for (const char *lines : {"", "systab sys \"SMBIOS3=0xf5a00\""}) {
         OpenBoard("base", std::string("fill f0000 10000 00\n") + lines);
         PutEntry64(SMBIOS_TABLE, 0x8000);
         uint8_t byte;
@@ -182,7 +182,7 @@ TEST(SmbiosTable, WithoutMemoryLoadingGivesNotFoundAndNothing) {
 }
 
 TEST(SmbiosTable, WithoutTheMemoryDeviceLoadingGivesNotFoundAndNothing) {
-    for (const char *lines : {"", "systab sys SMBIOS3=0xf5a00", "systab sys SMBIOS=0xf5a00"}) {
+    for (const char *lines : {"", "systab sys \"SMBIOS3=0xf5a00\"", "systab sys \"SMBIOS=0xf5a00\""}) {
         OpenBoard("base", std::string("mem ENOENT\n") + lines);
         uint8_t byte;
         uint8_t *table = &byte;
@@ -194,7 +194,7 @@ TEST(SmbiosTable, WithoutTheMemoryDeviceLoadingGivesNotFoundAndNothing) {
 }
 
 TEST(SmbiosTable, ATableIsLoadedThroughTheFileAndTheFileIsClosed) {
-    OpenBoard("base", "systab sys SMBIOS=0x7eb80010");
+    OpenBoard("base", "systab sys \"SMBIOS=0x7eb80010\"");
     PokeText(0x7EB80010 + 0x16, std::string("\x03\0\x01\x00\xB7\x7E", 6));
     PokeText(SMBIOS_TABLE + 1, "abcd");
     uint8_t *table = nullptr;
