@@ -27,12 +27,12 @@ foreach(component hwreg hwreg-sim)
 endforeach()
 
 # ---- the target
-install(TARGETS hwreg RUNTIME DESTINATION sbin COMPONENT hwreg)
+install(TARGETS hwreg hwreg-capture RUNTIME DESTINATION sbin COMPONENT hwreg)
 install(FILES completion/hwreg DESTINATION share/bash-completion/completions COMPONENT hwreg)
 # The help screen sends its readers to ReadMe.doc.
 install(FILES docs/commands.txt DESTINATION share/doc/hwreg RENAME ReadMe.doc COMPONENT hwreg)
 install(FILES docs/power-cycling.md docs/fleets.md DESTINATION share/doc/hwreg COMPONENT hwreg)
-manual(hwreg hwreg.8)
+manual(hwreg hwreg.8 hwreg-capture.8)
 
 # ---- the desk
 # hwreg-sim finds the rest from where it lies itself.
@@ -50,7 +50,7 @@ foreach(command hwreg-sim hwreg-board)
     COMPONENT hwreg-sim)
 endforeach()
 install(FILES docs/boards.md DESTINATION share/doc/hwreg-sim COMPONENT hwreg-sim)
-manual(hwreg-sim hwreg-sim.1 hwreg-board.1)
+manual(hwreg-sim hwreg-sim.1 hwreg-board.1 hwreg-board.5)
 
 get_property(installed_files GLOBAL PROPERTY installed_files)
 add_custom_target(hwreg_documents ALL DEPENDS ${installed_files})

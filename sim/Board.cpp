@@ -1,6 +1,7 @@
 // Loading a board: through the environment when the library is preloaded, through Board.h when it is linked.
 #include "Board.h"
 
+#include "Affinity.h"
 #include "Arena.h"
 #include "BoardReader.h"
 #include "Complete.h"
@@ -39,6 +40,7 @@ void ForgetBoard() {
     ReplaceCpuid(false);
     ArenaReset();
     SettingsReset();
+    AffinityReset();
     PortsReset();
     SimplePortsReset();
     AnswersReset();
@@ -63,7 +65,6 @@ void Load(const char *path, const char *memoryFile) {
     DoorsReset();
     DelayPortStart();
     ReadBoardFile(path);
-    SettingsComplete();
     CheckReach();
     gBoard.loaded = true;
     if (gBoard.cpuidLeaves) {

@@ -1,5 +1,6 @@
 #include "Cpuid.h"
 
+#include "Affinity.h"
 #include "Arena.h"
 #include "Encoding.h"
 #include "Functions.h"
@@ -81,10 +82,25 @@ void Protect(const Place *place, int protection) {
 }
 
 const CpuidLeaf *FindLeaf(uint32_t leaf, uint32_t subleaf) {
+    int cpu = CpuOfProcess();
     const CpuidLeaf *found = gBoard.cpuidLeaves;
-    while (found && (found->leaf != leaf || found->subleaf != subleaf))
+    while (found && (found->leaf != leaf || found->subleaf != subleaf || (found->someCpus && !found->cpus[cpu])))
         found = found->next;
     return found;
+}
+
+// Intel's processors answer a leaf beyond their highest ones with the data of the highest basic one (Intel
+// SDM volume 2, CPUID), others with zeros.
+const CpuidLeaf *FindLeafBeyond(uint32_t leaf, uint32_t subleaf) {
+    constexpr uint32_t EXTENDED = 0x80000000;
+    constexpr uint32_t INTEL[] = {0x756E6547, 0x6C65746E, 0x49656E69}; // EBX, ECX, EDX
+    const CpuidLeaf *basic = FindLeaf(0, 0);
+    const CpuidLeaf *extended = FindLeaf(EXTENDED, 0);
+    if (!basic || memcmp(basic->registers + 1, INTEL, sizeof INTEL) != 0)
+        return nullptr;
+    if (leaf >= EXTENDED ? extended && leaf <= extended->registers[0] : leaf <= basic->registers[0])
+        return nullptr;
+    return FindLeaf(basic->registers[0], subleaf);
 }
 
 } // namespace
@@ -116,13 +132,12 @@ bool CarryOutCpuid(greg_t *registers) {
         return false;
     uint32_t leaf = static_cast<uint32_t>(registers[REG_RAX]);
     uint32_t subleaf = static_cast<uint32_t>(registers[REG_RCX]);
-    uint32_t values[4];
-    if (const CpuidLeaf *found = FindLeaf(leaf, subleaf))
+    uint32_t values[4] = {};
+    const CpuidLeaf *found = FindLeaf(leaf, subleaf);
+    if (!found)
+        found = FindLeafBeyond(leaf, subleaf);
+    if (found)
         memcpy(values, found->registers, sizeof values);
-    else // a leaf that the board does not describe is the processor's own
-        __asm__ volatile("cpuid"
-                         : "=a"(values[0]), "=b"(values[1]), "=c"(values[2]), "=d"(values[3])
-                         : "a"(leaf), "c"(subleaf));
     registers[REG_RAX] = greg_t(values[0]);
     registers[REG_RBX] = greg_t(values[1]);
     registers[REG_RCX] = greg_t(values[2]);

@@ -15,19 +15,6 @@ void SettingsReset() {
     gBoard.cpuPresent[0] = true;
 }
 
-// The processor that answers CPUID is the first CPU: the leaves of others are for whoever reads the file.
-void SettingsComplete() {
-    int first = 0;
-    while (first < MAX_CPUS - 1 && !gBoard.cpuPresent[first])
-        first++;
-    CpuidLeaf **link = &gBoard.cpuidLeaves;
-    while (*link)
-        if ((*link)->someCpus && !(*link)->cpus[first])
-            *link = (*link)->next;
-        else
-            link = &(*link)->next;
-}
-
 bool MsrNodePresent(int cpu) {
     if (cpu < 0 || cpu >= MAX_CPUS || !gBoard.cpuPresent[cpu])
         return false;

@@ -45,8 +45,6 @@ struct BoardSettings {
 extern BoardSettings gBoard;
 
 void SettingsReset();
-// To be called when the board file has been read.
-void SettingsComplete();
 
 // True when the node /dev/cpu/N/msr exists at this moment.
 bool MsrNodePresent(int cpu);

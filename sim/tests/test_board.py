@@ -393,8 +393,8 @@ def test_a_repeated_string_copy_shows_each_byte(probe):
 
 def test_an_access_across_two_pages_of_devices_is_one_access(probe):
     result = probe("open /dev/mem rw map 3 e0108000 2000 rw load mov32 ffe store mov32 ffe 5678abcd load mov32 ffe",
-                   "pci 01:01.0 1234:5678 verbatim", "pcie 40 0 DIS", "word ffe beef rw ffff", "pci 01:01.1 cafe:0001 verbatim",
-                   board="intel")
+                   "pci 01:01.0 1234:5678 verbatim", "pcie 40 0 DIS", "word ffe beef rw ffff",
+                   "pci 01:01.1 cafe:0001 verbatim", board="intel")
     assert result.memory_accesses() == ["mr32 e0108ffe -> cafebeef", "mw32 e0108ffe 5678abcd",
                                         "mr32 e0108ffe -> cafeabcd"]
 

@@ -32,10 +32,44 @@ def test_of_two_lines_for_a_leaf_the_later_one_holds(probe):
     assert said(probe("cpuid 1", "cpuid 1 0 1 2 3 4", LEAF_1)) == [ANSWER]
 
 
-def test_a_leaf_that_the_board_does_not_list_is_the_processors_own(probe):
-    own = said(probe("cpuid 0 cpuid 7"))
-    assert said(probe("cpuid 0 cpuid 1 cpuid 7", LEAF_1)) == [own[0], ANSWER, own[1]]
-    assert said(probe("cpuid 0", "cpuid 0 1 1 2 3 4")) == own[:1]  # another sub-leaf
+ZEROS = "cpuid 00000000 00000000 00000000 00000000"
+LEAVES_OF_INTEL = ["cpuid 0 0 7 756e6547 6c65746e 49656e69", "cpuid 7 0 1 2 3 4", "cpuid 80000000 0 80000008 0 0 0"]
+
+
+def test_a_leaf_that_the_board_does_not_list_is_zero(probe):
+    assert said(probe("cpuid 0 cpuid 1 cpuid 7", LEAF_1)) == [ZEROS, ANSWER, ZEROS]
+    assert said(probe("cpuid 0", "cpuid 0 1 1 2 3 4")) == [ZEROS]  # another sub-leaf
+
+
+def test_on_a_board_that_lists_none_all_leaves_are_the_processors_own(probe):
+    assert said(probe("cpuid 0")) != [ZEROS]
+
+
+def test_beyond_the_highest_leaf_an_intel_processor_gives_the_data_of_the_highest_basic_one(probe):
+    highest = "cpuid 00000001 00000002 00000003 00000004"
+    assert said(probe("cpuid 8 cpuid 40000000 cpuid 80000009", *LEAVES_OF_INTEL)) == [highest] * 3
+    assert said(probe("cpuid 6 cpuid 80000008", *LEAVES_OF_INTEL)) == [ZEROS] * 2
+
+
+def test_beyond_the_highest_leaf_other_processors_give_zeros(probe):
+    other = ["cpuid 0 0 7 68747541 444d4163 69746e65", *LEAVES_OF_INTEL[1:]]
+    assert said(probe("cpuid 8 cpuid 80000009", *other)) == [ZEROS] * 2
+
+
+PER_CPU = ["cpus 1-2 5", "cpuid 1 0 1 1 1 1", "cpuid 1 0 5 5 5 5 cpus 5", "cpuid 1 0 2 2 2 2 cpus 2"]
+
+
+@pytest.mark.parametrize("bound, answer", [("", 1), ("bind 2", 2), ("bind 5", 5), ("bind 5 bind 6", 5)])
+def test_a_process_meets_the_leaves_of_the_cpu_that_it_is_bound_to(probe, bound, answer):
+    assert said(probe(f"{bound} cpuid 1", *PER_CPU))[-1] == "cpuid" + f" {answer:08x}" * 4
+
+
+def test_binding_to_a_cpu_that_the_board_does_not_have_fails(probe):
+    assert said(probe("bind 0 bind 5", *PER_CPU)) == ["bind 0 -> EINVAL", "bind 5 -> ok"]
+
+
+def test_a_process_may_run_on_all_cpus_of_the_board_and_on_no_other(probe):
+    assert said(probe("allowed bind 5 allowed", *PER_CPU)) == ["allowed 1 2 5", "bind 5 -> ok", "allowed 5"]
 
 
 def test_what_only_looks_like_it_is_left_alone(probe):
@@ -44,7 +78,7 @@ def test_what_only_looks_like_it_is_left_alone(probe):
 
 def test_a_function_that_cannot_be_decoded_is_left_alone(probe):
     (own,) = said(probe("cpuid 80000000"))
-    lines = said(probe("cpuid-behind-data 80000000 cpuid 80000000", "cpuid 80000000 0 1 2 3 4"))
+    lines = said(probe("cpuid-before-data 80000000 cpuid 80000000", "cpuid 80000000 0 1 2 3 4"))
     assert lines == [own, "cpuid 00000001 00000002 00000003 00000004"]
 
 

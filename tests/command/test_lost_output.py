@@ -120,7 +120,8 @@ def test_on_a_disk_that_becomes_full_a_view_ends(run, on_disk, tmp_path, args):
 
 # ---- lists and searches ---------------------------------------------------------------------------------------------
 
-FUNCTIONS = [f"pci {bus:02x}:{device:02x}.0 8086:0001 class 060000 verbatim" for bus in range(8) for device in range(32)]
+FUNCTIONS = [f"pci {bus:02x}:{device:02x}.0 8086:0001 class 060000 verbatim"
+             for bus in range(8) for device in range(32)]
 
 
 def functions_found(log):

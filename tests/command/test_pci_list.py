@@ -200,8 +200,9 @@ def test_functions_1_to_7_are_seen_when_function_0_is_multi_function_even_if_it_
 
 
 def test_functions_1_to_7_are_not_looked_at_without_the_multi_function_bit(listing):
-    result = listing("pci 00:01.0 8086:0001", "pci 00:01.1 8086:0002 multi verbatim", "pci 00:02.1 8086:0003 multi verbatim",
-                     "pci 00:03.0 8086:0004 header ff verbatim", "pci 00:03.1 8086:0005")
+    result = listing("pci 00:01.0 8086:0001", "pci 00:01.1 8086:0002 multi verbatim",
+                     "pci 00:02.1 8086:0003 multi verbatim", "pci 00:03.0 8086:0004 header ff verbatim",
+                     "pci 00:03.1 8086:0005")
     assert [row[:10] for row in rows_of(result).splitlines()] == ["00  01  00", "00  03  00"]
     assert f"out32 0cf8 {0x80000000 + place('00:01.1'):08x}" not in result.log
 

@@ -12,7 +12,6 @@ import pytest
 from harness import BOARDS, BUILD, TOP
 
 SIM = TOP / "sim" / "hwreg-sim"
-PAGE = TOP / "docs" / "boards.md"
 READ_HOST = "PCI Read Byte BDFO: 0 0 0 0, return data:0x86\n"
 READ_HOST_LOG = ["iopl 3", "open /dev/mem rdwr sync cloexec -> ok", "open /dev/cpu/0/msr rdonly cloexec -> ok",
                  "close /dev/cpu/0/msr", "out8 00ed 00", "out8 00ed 00", "out32 0cf8 80000000", "in8 0cfc -> 86",
@@ -76,6 +75,38 @@ def test_log_is_appended_to_a_file(sim, tmp_path):
     ran = sim("--log=accesses /PCI /RB 0 0 0 0")
     assert (ran.stdout, ran.stderr) == (READ_HOST, "")
     assert (tmp_path / "accesses").read_text().splitlines() == 2 * READ_HOST_LOG
+
+
+def test_an_explained_log_names_what_is_reached(sim, tmp_path):
+    explained = [line.split() for line in sim("--log --explain /PCI /RB 0 0 0 0").stderr.splitlines()]
+    assert ["+2", "us", "pci", "00:00.0+00", "read8", "->", "86", "Vendor", "ID"] in explained
+    for _ in range(2):
+        sim("--log=told --explain /PCI /RB 0 0 0 0")
+    assert [line.split() for line in (tmp_path / "told").read_text().splitlines()] == explained * 2
+
+
+def test_an_explained_log_keeps_the_status_and_the_output_of_the_program(sim):
+    ran = sim("--explain --log /PCI /RB 0 0 0 0")
+    assert (ran.stdout, ran.returncode) == (READ_HOST, 0x86)
+
+
+def test_an_explained_log_that_cannot_be_written_runs_nothing(sim):
+    ran = sim("--explain --log=/nowhere/log /PCI /RB 0 0 0 0")
+    assert (ran.stdout, ran.returncode) == ("", 125) and "/nowhere/log" in ran.stderr
+
+
+def test_the_lines_of_a_machine_hold_those_of_the_files_that_it_includes(sim, tmp_path):
+    (tmp_path / "part.board").write_text("latch 300 1\n")
+    (tmp_path / "mine.board").write_text("# Mine.\ninclude part.board\ninclude noiopl.board")
+    lines = sim("--board mine.board --lines").stdout.splitlines()
+    assert lines[:2] == ["# Mine.", "latch 300 1"] and {"iopl EPERM", "pci-ports"} <= set(lines)
+    assert not any(line.startswith("include") for line in lines)
+
+
+def test_the_lines_of_a_machine_with_mistakes_are_not_printed(sim, tmp_path):
+    (tmp_path / "mine.board").write_text("include mine.board\n")
+    ran = sim("--board mine.board --lines")
+    assert (ran.stdout, ran.returncode) == ("", 125) and "mine.board" in ran.stderr
 
 
 def test_log_and_other_output_share_a_file(sim, tmp_path):
@@ -147,25 +178,3 @@ def test_help_names_every_option(sim):
     assert [option for option in cases if option not in ran.stdout] == []
     manual = (TOP / "docs" / "hwreg-sim.1").read_text().replace("\\-", "-")
     assert [option for option in cases if option not in manual] == []
-
-
-# The page for users
-
-def test_the_small_machine_of_the_page_does_what_the_page_shows(sim, tmp_path):
-    text = PAGE.read_text()
-    block = re.search(r"\n\n((?:    .*\n|\n)+)", text[text.index("small.board"):]).group(1)
-    (tmp_path / "small.board").write_text(block)
-    session = re.search(r"(?:    \$ (?:.*\n)(?:    [^$].*\n)+)+", text).group(0).replace("\n    ", "\n").lstrip()
-    steps = re.findall(r"^\$ hwreg-sim (.*)\n((?:[^$].*\n?)*)", session, re.MULTILINE)
-    assert len(steps) == 4
-    for words, shown in steps:
-        logged = words.endswith(" >/dev/null")
-        ran = sim(words.removesuffix(" >/dev/null"))
-        assert (ran.stderr if logged else ran.stdout).strip() == shown.strip()
-
-
-def test_the_variant_of_the_page_can_be_built(sim, tmp_path):
-    lines = re.search(r"    (include /usr.*\n(?:    .*\n)+)", PAGE.read_text()).group(1)
-    (tmp_path / "variant.board").write_text(lines.replace("/usr/share/hwreg/boards", str(BOARDS)))
-    ran = sim("--board variant.board /MSR /RD 0 0x1A0")
-    assert (ran.stdout, ran.stderr) == ("Cpu[00] Msr read from 000001A0, return MSR: 0x00000000_00850088\n", "")

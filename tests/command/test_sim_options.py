@@ -24,7 +24,7 @@ BEHIND = "stands behind the words of hwreg; options come first, words that look 
 NO_WORD = "is no word of hwreg; the option is"
 
 
-@pytest.mark.parametrize("words, complaint", [
+MISTAKES = [
     ("--board nowhere /IO", "no board 'nowhere'; hwreg-sim --boards lists them"),
     ("--board ./nowhere /IO", "no board './nowhere'; hwreg-sim --boards lists them"),
     ("--board /PCI /RB 0 0 0 0", "no board '/PCI'; hwreg-sim --boards lists them"),
@@ -37,9 +37,12 @@ NO_WORD = "is no word of hwreg; the option is"
     ("--state= /IO /RB 0x61", "--state needs an operand"),
     ("--state '' /IO /RB 0x61", "--state needs an operand"),
     ("--state --reset /IO /RB 0x61", "--state needs an operand"),
+    ("--check board /IO", "--check runs nothing: no words belong behind it"),
     ("--log= /IO /RB 0x61", "--log needs an operand"),
     ("--log=--board amd /IO /RB 0x61", "--log needs an operand"),
     ("--reset /IO /RB 0x61", "--reset needs --state"),
+    ("--explain /IO /RB 0x61", "--explain needs --log"),
+    ("--lines /IO /RB 0x61", "--lines runs nothing: no words belong behind it"),
     ("--reset=yes /IO /RB 0x61", "no option '--reset=yes'; hwreg-sim --help lists them"),
     ("--bord amd /IO", "no option '--bord'; hwreg-sim --help lists them"),
     ("--bord=amd /IO", "no option '--bord=amd'; hwreg-sim --help lists them"),
@@ -56,11 +59,20 @@ NO_WORD = "is no word of hwreg; the option is"
     ("-Board=amd /PCI /RB 0 0 0 0", f"'-Board=amd' {NO_WORD} --Board=amd"),
     ("--board amd -state file /PCI", f"'-state' {NO_WORD} --state"),
     ("/PCI -log=file", f"'-log=file' {NO_WORD} --log=file"),
-])  # fmt: skip
-def test_a_mistake_in_an_option_is_told_and_nothing_is_run(either, tmp_path, words, complaint):
-    ran = either(words)
+]  # fmt: skip
+
+
+@pytest.mark.parametrize("words, complaint", MISTAKES)
+def test_a_mistake_in_an_option_is_told_and_nothing_is_run(sim, tmp_path, words, complaint):
+    ran = sim(words)
     assert (ran.stdout, ran.stderr, ran.returncode) == ("", f"hwreg-sim: {complaint}\n", 125)
     assert list(tmp_path.iterdir()) == []
+
+
+@pytest.mark.parametrize("words, complaint", MISTAKES[::5])
+def test_run_leaves_no_mistake_to_the_program(script, words, complaint):
+    ran = script(words)
+    assert (ran.stdout, ran.stderr, ran.returncode) == ("", f"hwreg-sim: {complaint}\n", 125)
 
 
 @pytest.mark.parametrize("words", ["-PCI -RB 0 0 0 0", "\\\\PCI /RB 0 0 0 0", "-- /PCI /RB 0 0 0 0", "pci -rb 0 0 0 0"])

@@ -308,8 +308,8 @@ def test_all_makers_but_intel_have_the_base_in_the_power_management_registers(ru
 
 
 def test_an_unknown_maker_is_treated_like_amd(run):
-    extra = ["pci 02:03.1 1234:5678 class 0c0500 verbatim", "word 04 0001", "pm-registers", "pm-bytes 0 10 0d", "smbus-host pm",
-             "smbus-eeprom 5a", "smbus-bytes 7 99"]  # fmt: skip
+    extra = ["pci 02:03.1 1234:5678 class 0c0500 verbatim", "word 04 0001", "pm-registers", "pm-bytes 0 10 0d",
+             "smbus-host pm", "smbus-eeprom 5a", "smbus-bytes 7 99"]  # fmt: skip
     result = run("/SMBUS /RB 0x5a 7", board="unknown", extra=extra)
     assert (result.text, transfers(result, 0x0D00)) == (read_line(0x5A, 7, 0x99), [(0x5B, 7)])
 

@@ -78,7 +78,7 @@ def to_roff(line):
 
 
 def is_manual(path):
-    return path.suffix in (".1", ".8")
+    return path.suffix in (".1", ".5", ".8")
 
 
 def files_shown(text):

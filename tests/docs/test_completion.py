@@ -167,8 +167,8 @@ def test_this_machine_is_asked_without_errors():
     ("--board = i", "intel"),  # bash makes three words of --board=i
     ("--board amd /PC", "/PCI"),
     ("--board = amd /PC", "/PCI"),
-    ("--log /PCI /RB 0 ", "0 0x1f"),
-    ("--log = f /pci /rb 0 ", "0 0x1f"),
+    ("--log /PCI /RB 0 0x1f ", "0 2 3 4 5"),
+    ("--log = f /pci /rb 0 0x1f ", "0 2 3 4 5"),
     ("--board amd --log -- /PC", "/PCI"),
     ("--state machine --re", "--reset"),
     ("--state = machine /PC", "/PCI"),
@@ -177,15 +177,54 @@ def test_this_machine_is_asked_without_errors():
     ("--board amd --capture /PC", ""),
     ("/PCI --", ""),
 ])  # fmt: skip
-def test_the_simulators_options_are_offered_before_a_command_line(line, offered):
-    assert complete(line, command=SIMULATOR) == set(offered.split())
+def test_the_simulators_options_are_offered_before_a_command_line(line, offered, tmp_path):
+    assert complete(line, cwd=tmp_path, command=SIMULATOR) == set(offered.split())
 
 
-def test_all_boards_and_options_of_the_simulator_are_offered():
+def test_all_boards_and_options_of_the_simulator_are_offered(tmp_path):
     said = subprocess.run([SIMULATOR, "--boards"], capture_output=True, text=True, check=True).stdout
-    assert complete("--board ", command=SIMULATOR) == {line.split()[0] for line in said.splitlines()}
+    assert complete("--board ", cwd=tmp_path, command=SIMULATOR) == {line.split()[0] for line in said.splitlines()}
     said = subprocess.run([SIMULATOR, "--help"], capture_output=True, text=True, check=True).stdout
     assert complete("--", command=SIMULATOR) == set(re.findall(r"^  (--\w+)", said, re.MULTILINE))
+
+
+def test_own_board_files_and_the_folders_to_them_are_offered(tmp_path):
+    (tmp_path / "mine.board").touch()
+    (tmp_path / "mine.txt").touch()
+    (tmp_path / "more").mkdir()
+    for option in ("--board", "--check"):
+        assert complete(f"{option} m", cwd=tmp_path, command=SIMULATOR) == {"mine.board", "more"}
+
+
+SIMULATED = """
+    include amd.board
+    pci-remove 03:00.3
+    msr 12345 1
+    latch 3e0 2
+    hole a0000000 1000
+"""
+
+
+@pytest.mark.parametrize("line, some", [
+    ("/PCI /RB ", "0 0x1 0x2 0x3"),
+    ("/PCI /RB 3 0 ", "0"),
+    ("/MSR /RD ", "0 7"),
+    ("/MSR /RD 0 0x123", "0x12345"),
+    ("/IO /RB 0x3", "0x3E0"),
+    ("/MEM /RD 0xA", "0xA0000000"),
+    ("/SIO /RB ", "0x20 0x24"),
+    ("/SMBIOS /TYPE ", "0 17"),
+])
+def test_a_simulated_machine_is_asked_for_what_it_has(line, some, tmp_path):
+    (tmp_path / "mine.board").write_text(SIMULATED)
+    offered = complete(f"--board mine.board {line}", cwd=tmp_path, command=SIMULATOR)
+    assert set(some.split()) <= offered
+    assert "3" not in offered or not line.startswith("/PCI /RB 3 0")
+
+
+def test_a_simulated_machine_that_has_mistakes_offers_nothing(tmp_path):
+    (tmp_path / "mine.board").write_text("no such keyword\n")
+    assert complete("--board mine.board /PCI /RB ", cwd=tmp_path, command=SIMULATOR) == set()
 
 
 @pytest.mark.parametrize("form", completion_forms())

@@ -61,7 +61,7 @@ def test_page_has_the_pieces_of_a_change():
     ]  # fmt: skip
     changed = re.findall(r"^\+\+\+ b/(.*)$", CHANGES, re.MULTILINE)
     assert changed == ["Common/Global.h", "Main/Parser.cpp", "Main/Main.cpp", "sim/Keywords.cpp",
-                       "sim/CMakeLists.txt", "BasicLib/Chipset.h", "BasicLib/Chipset.cpp"]
+                       "sim/CMakeLists.txt", "docs/hwreg-board.5", "BasicLib/Chipset.h", "BasicLib/Chipset.cpp"]
 
 
 def test_new_test_of_the_page_passes(tree):

@@ -5,7 +5,8 @@ import pytest
 import examples
 
 DOCUMENTS = [examples.TOP / name for name in ("README.md", "CONTRIBUTING.md")]
-DOCUMENTS += sorted(path for path in (examples.TOP / "docs").iterdir() if path.suffix in (".txt", ".md", ".1", ".8"))
+SUFFIXES = (".txt", ".md", ".1", ".5", ".8")
+DOCUMENTS += sorted(path for path in (examples.TOP / "docs").iterdir() if path.suffix in SUFFIXES)
 SESSIONS = [(path, session) for path in DOCUMENTS for session in examples.sessions(path)]
 
 

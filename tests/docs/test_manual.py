@@ -8,7 +8,7 @@ import pytest
 
 from texts import MANUAL
 
-PAGES = pytest.mark.parametrize("page", sorted(MANUAL.parent.glob("*.[18]")), ids=lambda page: page.name)
+PAGES = pytest.mark.parametrize("page", sorted(MANUAL.parent.glob("*.[158]")), ids=lambda page: page.name)
 
 # man-pages(7), "Sections within a manual page"
 SECTIONS = ["NAME", "LIBRARY", "SYNOPSIS", "CONFIGURATION", "DESCRIPTION", "OPTIONS", "EXIT STATUS", "RETURN VALUE",

@@ -17,6 +17,7 @@ TOP = pathlib.Path(__file__).resolve().parents[2]
 BUILD = pathlib.Path(os.environ.get("HWREG_BUILD", TOP / "build")).resolve()
 
 FLOORS = ["Main", "Project", "Platform", "BasicLib", "Common", "Base"]  # the program: includes point to the right
+BESIDE = ["tools"]  # programs that stand on Platform and below as Project does
 SOURCES = {".c", ".cpp", ".h"}
 NO_CODE = re.compile(r"""//[^\n]*|/\*.*?\*/|"(?:\\.|[^"\\\n])*"|(?<!\w)'(?:\\.|[^'\\\n])+'""", re.DOTALL)
 
@@ -36,7 +37,7 @@ def sources(top, *folders):
 
 
 def program(top):
-    return sources(top, *FLOORS)
+    return sources(top, *FLOORS, *BESIDE)
 
 
 def code(path):

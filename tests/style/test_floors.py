@@ -3,7 +3,7 @@
 import graphlib
 import re
 
-from house import FLOORS, TOP, code, includes, judge, none, program, sources
+from house import BESIDE, FLOORS, TOP, code, includes, judge, none, program, sources
 
 # Commands do not know each other, but for these: a header that all may include, or one file's include of another.
 COMMANDS = {
@@ -15,12 +15,12 @@ COMMANDS = {
 def floors(top):
     """The folders that each folder may include."""
     may = {floor: FLOORS[i:] for i, floor in enumerate(FLOORS)}
-    return {**may, "tools": ["tools", *FLOORS[2:]], "sim": ["sim"]}
+    return {**may, **{folder: [folder, *FLOORS[2:]] for folder in BESIDE}, "sim": ["sim"]}
 
 
 def named(top, path, name):
     """The file of the tree that an include names: from the top, or for tests and the simulator from their folders."""
-    near = [] if path.relative_to(top).parts[0] in [*FLOORS, "tools"] else [path.parent, top / "sim"]
+    near = [] if path.relative_to(top).parts[0] in [*FLOORS, *BESIDE] else [path.parent, top / "sim"]
     for folder in [top, *near]:
         if (folder / name).is_file():
             return (folder / name).resolve().relative_to(top.resolve())
@@ -46,7 +46,7 @@ def upward_includes(top):
 def circle(top):
     """The includes that lead from a module (a source and its header) back to it; of several circles the first."""
     edges = {}
-    for path in sources(top, *FLOORS, "tools"):
+    for path in sources(top, *FLOORS, *BESIDE):
         here = path.relative_to(top)
         for line, name in includes(top, path):
             target = named(top, path, name)
@@ -73,7 +73,7 @@ def known_commands(top, stated):
 
 
 def without_own_header_first(top):
-    for path in sources(top, *FLOORS, "tools"):
+    for path in sources(top, *FLOORS, *BESIDE):
         if path.suffix != ".cpp" or (not path.with_suffix(".h").exists() and re.search(r"\bmain\(", code(path))):
             continue
         line, first = next(includes(top, path), (1, None))

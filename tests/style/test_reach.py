@@ -37,7 +37,7 @@ def listed(header):
 
 
 def wrong_lists(top, linked):
-    headers = [path for path in program(top) if path.suffix == ".h"]
+    headers = [path for path in sources(top, *FLOORS) if path.suffix == ".h"]
     declared = {header: set() for header in headers}
     for tag in tags(top, headers, "p"):
         declared[top / tag["path"]].add(tag["name"])
@@ -51,7 +51,7 @@ def wrong_lists(top, linked):
 def misnamed_state(top):
     """Variables of files by their names: name, finding."""
     found = {}
-    for tag in tags(top, sources(top, *FLOORS), "v"):
+    for tag in tags(top, program(top), "v"):
         if not re.fullmatch(r"[mg][A-Z]\w*|[A-Z][A-Z0-9_]*", tag["name"]):
             found[tag["name"]] = f"{tag['path']}:{tag['line']}: {tag['name']}"
     return found

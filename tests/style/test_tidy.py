@@ -4,11 +4,11 @@ import concurrent.futures
 import re
 import subprocess
 
-from house import FLOORS, TOP, configured, none, program
+from house import BESIDE, FLOORS, TOP, configured, none, program
 
 # As in CMakeLists.txt for clang, which counts more as -Wconversion than GCC does; headers of the program count, too.
 FLAGS = ["--quiet", f"--config-file={TOP}/.clang-tidy", "--extra-arg=-Wno-sign-conversion",
-         f"--header-filter=/({'|'.join(FLOORS)})/"]
+         f"--header-filter=/({'|'.join([*FLOORS, *BESIDE])})/"]
 
 
 def tidy(top, path, *flags):

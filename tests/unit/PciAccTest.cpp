@@ -244,9 +244,10 @@ TEST(PciAcc, Function0IsAlwaysProbedAndTheOthersOnlyOfAMultiFunctionDevice) {
 }
 
 TEST(PciAcc, AFunctionIsPresentUnlessOneOfItsNumbersIsAllOnes) {
-    OpenBoard("unknown",
-              "pci-remove all\npci 00:01.0 8086:ffff class 020000\npci 00:02.0 ffff:8086 class 020000 verbatim\n"
-              "pci 00:03.0 8086:8086 class 020000");
+    OpenBoard(
+        "unknown",
+        "pci-remove all\npci 00:01.0 8086:ffff class 020000\npci 00:02.0 ffff:8086 class 020000 verbatim\n"
+        "pci 00:03.0 8086:8086 class 020000");
     std::vector<std::string> lines = LinesOf(RunPci({"hwreg", "/PCI", "/DUMP", "/NOMSG"}, 0));
     ASSERT_EQ(lines.size(), 2u);
     EXPECT_EQ(lines[1], "00  03  00  80868086 NA   NONE  NONE  Ethernet Controller");

@@ -10,6 +10,8 @@ struct CpuSet {
     uint64_t bits[MOST_CPUS / 64];
 };
 
+// Adding a processor below MOST_CPUS, and asking for any; whether two sets are the same, and whether one is
+// empty.
 void CpuSetAdd(CpuSet *set, uint32_t cpu);
 bool CpuSetHas(const CpuSet *set, uint32_t cpu);
 bool CpuSetEqual(const CpuSet *a, const CpuSet *b);

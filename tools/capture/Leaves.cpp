@@ -15,7 +15,6 @@ constexpr uint32_t MOST_SUBLEAVES = 64;
 constexpr uint32_t LEAF_SERIAL = 3;
 constexpr uint32_t LEAF_HYPERVISOR = 0x40000000;
 constexpr uint32_t LEAF_EXTENDED = 0x80000000;
-constexpr uint32_t ECX_HYPERVISOR = 0x80000000; // of leaf 1
 
 // How the subleaves of a leaf end (Intel SDM volume 2, CPUID; AMD64 APM volume 3, appendix E).
 enum SubleafRule : uint8_t {
@@ -23,7 +22,7 @@ enum SubleafRule : uint8_t {
     SUB_CACHES,   // with the first whose EAX has no type in bits 4:0
     SUB_LEVELS,   // with the first whose ECX has no type in bits 15:8
     SUB_SECTIONS, // with the first whose EAX has no type in bits 3:0, from subleaf 2 on
-    SUB_STATES,   // 64 of them, those of zeros left out
+    SUB_STATES,   // all 64
     SUB_FOUR,     // 0 to 3
     SUB_SIX,      // 0 to 5
 };
@@ -92,21 +91,13 @@ static bool IsLast(SubleafRule rule, const LeafReading *reading, uint32_t count)
     }
 }
 
-static bool IsZero(const LeafReading *reading) {
-    const uint32_t *registers = reading->registers;
-    return (registers[0] | registers[1] | registers[2] | registers[3]) == 0;
-}
-
 static void ReadSubleaves(uint32_t cpu, uint32_t leaf, SubleafRule rule) {
     uint32_t count = 0;
     for (uint32_t subleaf = 0; subleaf < MOST_SUBLEAVES; ++subleaf) {
         LeafReading *reading = Take(cpu, leaf, subleaf);
         if (subleaf == 0)
             count = reading->registers[0];
-        bool last = IsLast(rule, reading, count);
-        if (subleaf != 0 && IsZero(reading) && mCount > 0 && reading == &mReadings[mCount - 1])
-            --mCount; // what is not named is zeros
-        if (last)
+        if (IsLast(rule, reading, count))
             return;
     }
 }
@@ -131,12 +122,9 @@ static void ReadKind(uint32_t cpu, uint32_t first) {
 }
 
 static void ReadCpu(uint32_t cpu) {
-    uint32_t registers[4];
     CpuSetAdd(&mRead, cpu);
     ReadKind(cpu, 0);
-    GetCpuId(1, registers);
-    if ((registers[2] & ECX_HYPERVISOR) != 0)
-        ReadKind(cpu, LEAF_HYPERVISOR);
+    ReadKind(cpu, LEAF_HYPERVISOR); // also where there is none: the first leaf then says so
     ReadKind(cpu, LEAF_EXTENDED);
 }
 

@@ -76,7 +76,8 @@ static void PutDoors() {
         Put("msr-nodes %s\n", ErrorName(MsrNodesError()));
         break;
     }
-    Put("cpus %s\n\n", CpuSetText(MachineCpus()));
+    Put("cpus %s\n", CpuSetText(MachineCpus()));
+    Put("delay ed    # the machine's time passes by it\n\n");
 }
 
 static void AddAskedMemory() {
@@ -95,6 +96,7 @@ static void PutMachine() {
     Put("\n# --- firmware\n");
     Progress("firmware");
     ReadFirmware();
+    CapturePmRegisters(); // in front of the SMBus host, which they switch on
     Put("\n");
     CapturePci();
     Put("\n# --- memory\n");
@@ -106,7 +108,7 @@ static void PutMachine() {
     PutRefusals();
     Put("\n");
     CaptureCmos();
-    CapturePowerManagement();
+    CapturePm1();
     if (gOptions.superio)
         CaptureSuperIo();
     if (gOptions.spd)

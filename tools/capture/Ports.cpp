@@ -25,9 +25,11 @@ void CaptureCmos() {
     }
     Put("# --- cmos\ncmos\n# the clock counts in %s\n", isCmosInBCD() ? "BCD" : "binary");
     PutBytes("cmos-bytes", 0, bytes, sizeof(bytes), true);
+    Put("cmos-run real\n");
 }
 
-static void PutPm1() {
+void CapturePm1() {
+    Put("# --- pm1\n");
     PmAddressRecord record = {0, 0, 0};
     if (AcpiGetPMAddress(&record) != EFI_SUCCESS || record.pm1EventBlock == 0) {
         Put("# missing: pm1: no FADT says where it is\n");
@@ -37,9 +39,7 @@ static void PutPm1() {
     Put("pm1 %x %x %x %x\n", base, IoRead16(base), IoRead16(base + PM1_ENABLE), IoRead16(base + PM1_CONTROL));
 }
 
-void CapturePowerManagement() {
-    Put("# --- pm1\n");
-    PutPm1();
+void CapturePmRegisters() {
     if (ThisChipset()->pmBlock != HOME_PM)
         return;
     uint8_t bytes[256];

@@ -104,6 +104,14 @@ static bool IsOneByte(const uint8_t *bytes, size_t length) {
     return true;
 }
 
+static bool HasDigit(const uint8_t *text, size_t length) {
+    for (size_t i = 0; i < length; ++i) {
+        if (isdigit(text[i]) != 0)
+            return true;
+    }
+    return false;
+}
+
 // A text with zeros in place of its letters and digits.
 static void HideText(MemoryPart *part, const uint8_t *text, size_t length) {
     uint8_t fixed[256];
@@ -111,7 +119,7 @@ static void HideText(MemoryPart *part, const uint8_t *text, size_t length) {
         return;
     for (size_t i = 0; i < length; ++i)
         fixed[i] = isalnum(text[i]) != 0 ? '0' : text[i];
-    if (length >= LEAST_SEARCHED && !IsOneByte(fixed, 1))
+    if (length >= LEAST_SEARCHED && HasDigit(text, length)) // "Default string" stands for other things, too
         HideEverywhere(text, fixed, length);
     else
         PatchParts(part->start + static_cast<uint32_t>(text - part->bytes), fixed,

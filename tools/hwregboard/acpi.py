@@ -5,7 +5,7 @@ import re
 
 from hwregboard.errors import Mistake, shown
 from hwregboard.inputs import lines_of, read_bytes
-from hwregboard.machine import Machine, overlaid, read_memory
+from hwregboard.machine import Machine, Run, overlaid, read_memory
 from hwregboard.placing import BIOS_AREA, ENTRY_AREA, TABLES, find_room, is_free, place
 
 HEADER = re.compile(r"([A-Za-z][A-Za-z0-9!_ ]{2,8}?)(?:\s*@\s*(?:0x)?([0-9a-fA-F]{1,16}))?\s*$")
@@ -212,26 +212,25 @@ def find_tables(machine: Machine, made: bool = True) -> list[Table]:
             if dumped and not made:
                 data = bytes.fromhex(re.sub(r"[^0-9a-f].*", "", dumped.removeprefix(DUMPED)))
             found.append(Table(address, data))
-    return found or walked(runs)
+    root = None if any(table.data.startswith(RSDP) for table in found) else root_pointer(runs)
+    if root is not None and not found:
+        follow(runs, pointer(root.data, 24, 8) or pointer(root.data, 16, 4), found)
+    return found + [root] if root is not None else found
 
 
-def walked(runs: list) -> list[Table]:
-    """The tables that the root pointer in the BIOS area leads to, for captures without names."""
-    found: list[Table] = []
+def root_pointer(runs: list[Run]) -> Table | None:
+    """The one in the BIOS area, which a capture has no name for; with it a machine without names can be walked."""
     for run in runs:
         at = run.data.find(RSDP)
-        while at >= 0 and not (run.address + at) % 16 == 0:
+        while at >= 0 and (run.address + at) % 16:
             at = run.data.find(RSDP, at + 1)
         if at >= 0 and BIOS_AREA[0] <= run.address + at < BIOS_AREA[1]:
-            root = Table(run.address + at, bytes(run.data[at:at + (36 if run.data[at + 15:at + 16] > b"\x01" else 20)]))
-            found.append(root)
-            start = pointer(root.data, 24, 8) or pointer(root.data, 16, 4)
-            follow(runs, start, found)
-            break
-    return found
+            size = 36 if run.data[at + 15:at + 16] > b"\x01" else 20
+            return Table(run.address + at, bytes(run.data[at:at + size]))
+    return None
 
 
-def follow(runs: list, address: int, found: list[Table]) -> None:
+def follow(runs: list[Run], address: int, found: list[Table]) -> None:
     size = pointer(read_memory(runs, address, 8)[0], 4, 4)
     data = read_memory(runs, address, min(size, 1 << 24))[0]
     if len(data) < 36 or len(found) > 1000 or any(table.address == address for table in found):

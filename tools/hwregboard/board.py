@@ -19,7 +19,7 @@ CPUS = 4096
 MEMORY = 64 << 20  # bytes of memory that a file may mention
 DOORS = ["iopl", "mem", "msr-nodes", "pci-ports", "ecam", "pm-registers"]
 PLAIN = ["refuse", "systab", "pm1", "constant", "latch", "delay", "unlogged", "system-control",
-         "cmos-time", "cmos-run", "cmos-stuck", "pm-bytes", "hole", "watch", "system", "text", "file", "smbus-remove"]  # fmt: skip
+         "cmos-time", "cmos-run", "cmos-stuck", "pm-bytes", "hole", "watch", "system", "text", "file", "smbus-remove"]
 OF_FUNCTIONS = ["smbus-host", "smn", "smu-mailbox"]
 BY_HAND = ["byte", "word", "dword", "irq", "subsystem", "buses", "bar", "cap", "pcie", "xcap", "pci-remove", "i2c-core",
            "i2c-device", "i2c-words", "sequence", "smbus-fill", "smu-reply", "printer"]  # fmt: skip
@@ -64,6 +64,8 @@ class Reader:
         saved = self.file, self.line
         self.file, self.line = file, 0
         text = read_text(file)
+        if not text.strip():
+            raise Mistake(file, 0, "the file is empty")
         opened = closed = 0
         told = text.split("\n")
         while self.line < len(told):
@@ -99,8 +101,8 @@ class Reader:
         self.file, self.line = saved
 
     def block(self, told: list[str], first: int) -> int:
-        """Takes rows of 16 bytes that follow each other at once, as captures have thousands of them; gives their number.
-        0 when there are no two such rows: they go the usual way."""
+        """Takes rows of 16 bytes that follow each other at once, as captures have thousands of them, and gives their
+        number; 0 when there are no two such rows: they go the usual way."""
         word = told[first].split(" ", 2)[1]
         try:
             start = at = int(word, 16)
@@ -468,8 +470,8 @@ def write_board(machine: Machine) -> str:
     doors = [f"{keyword} {machine.doors[keyword]}".strip() for keyword in DOORS[:3] if keyword in machine.doors]
     section("doors", doors + ([f"cpus {cpu_list(machine.cpus)}"] if machine.cpus else []))
     section("cpuid", [f"cpuid {leaf:x} {subleaf:x} " + " ".join(f"{value:x}" for value in values) + cpus_words(cpus)
-                      for (leaf, subleaf), by in sorted(machine.cpuid.items()) for values, cpus in by.groups()])  # fmt: skip
-    section("msrs", [" ".join([f"msr {index:x} {value:x}{cpus_words(cpus)}", *machine.msr_options.get(index, "").split()])
+                      for (leaf, subleaf), by in sorted(machine.cpuid.items()) for values, cpus in by.groups()])
+    section("msrs", [f"msr {index:x} {value:x}{cpus_words(cpus)} {machine.msr_options.get(index, '')}".rstrip()
                      + f"  # {names.msr_name(index)}"
                      for index, by in sorted(machine.msrs.items()) for value, cpus in by.groups()])  # fmt: skip
     body = [f"{keyword} {machine.doors[keyword]}".strip() for keyword in DOORS[3:5] if keyword in machine.doors]
@@ -486,7 +488,8 @@ def write_board(machine: Machine) -> str:
     section("cmos", ["cmos", *byte_lines("cmos-bytes", machine.cmos, zeros=True)] if machine.has_cmos else [])
     body = [line for chip in machine.superio for line in superio_lines(chip)]
     section("superio", body)
-    section("smn", [f"smn-register {die:x} {address:x} {value}" for (die, address), value in sorted(machine.smn.items())])
+    section("smn", [f"smn-register {die:x} {address:x} {value}"
+                    for (die, address), value in sorted(machine.smn.items())])  # fmt: skip
     section("others", ["pm-registers"] * ("pm-registers" in machine.doors) + machine.lines)
     section("spd", [line for _, slave in sorted(machine.slaves.items()) for line in slave_lines(slave)])
     section("missing", [f"# missing: {text}" for text in machine.missing])

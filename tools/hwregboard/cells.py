@@ -8,7 +8,8 @@ from hwregboard.inputs import as_text, lines_of, read_bytes
 from hwregboard.machine import Cells, Machine, Slave
 
 I2CDUMP = re.compile(r"\s*([0-9a-fA-F]{2,3}):((?: (?:[0-9a-fA-F]{2}|XX|\?\?|  )){1,16})(?:\s|$)")
-VIEW = re.compile(r"\s*(?:0x)?([0-9a-fA-F]{2,8})(?::| )\s*((?:(?:0x)?[0-9a-fA-F?X]{2}(?:[ \t]+|$)){1,16})(?:\s*\|.*|\s.*)?$")
+VIEW = re.compile(r"\s*(?:0x)?([0-9a-fA-F]{2,8})(?::| )\s*((?:(?:0x)?[0-9a-fA-F?X]{2}(?:[ \t]+|$)){1,16})"
+                  r"(?:\s*\|.*|\s.*)?$")  # fmt: skip
 COLUMNS = re.compile(r"\s+(?:0?[0-9a-fA-F]\s+){8,}")
 WORD = re.compile(r"(?:0x)?([0-9a-fA-F]{1,2}|\?\?|XX)[,;]?")
 TEXT = frozenset(b"\t\n\r\x0b\x0c" + bytes(range(0x20, 0x7F)))

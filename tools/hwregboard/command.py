@@ -8,6 +8,7 @@ from collections.abc import Callable
 from hwregboard import acpi, cells, cpuid, differences, dmi, groups, lspci, msr, show, volatile
 from hwregboard.board import read_board, write_board
 from hwregboard.errors import Mistake
+from hwregboard.explain import explained
 from hwregboard.imports import import_machine, spd_option
 from hwregboard.machine import Machine
 
@@ -29,14 +30,10 @@ def spd_argument(text: str) -> tuple[int, str]:
         raise argparse.ArgumentTypeError(str(error)) from None
 
 
-def address_argument(text: str) -> int:
-    return spd_argument(text + "=x")[0]
-
-
 def parser() -> argparse.ArgumentParser:
     top = argparse.ArgumentParser("hwreg-board", description=DESCRIPTION, allow_abbrev=False)
     top.add_argument("--version", action="version", version=version())
-    verbs = top.add_subparsers(dest="verb", required=True, metavar="import|export|show|diff")
+    verbs = top.add_subparsers(dest="verb", required=True, metavar="import|export|show|diff|explain")
     verb = verbs.add_parser("import", help="make a board file of dumps", allow_abbrev=False)
     for name, text in (("lspci", "lspci -x, -xxx or -xxxx"), ("dmi", "dmidecode --dump-bin, or entry point and table"),
                        ("acpi", "acpidump, or raw tables"), ("cpuid", "cpuid -r, libcpuid, hwloc"),
@@ -59,6 +56,8 @@ def parser() -> argparse.ArgumentParser:
     verb.add_argument("--volatile", action="store_true", help="show the registers that change by themselves, too")
     verb.add_argument("--ignore", action="append", default=[], metavar="FILE", help="what else does not count")
     verb.add_argument("board", metavar="BOARD", nargs="+")
+    verb = verbs.add_parser("explain", help="say what the lines of hwreg-sim's log mean", allow_abbrev=False)
+    verb.add_argument("log", metavar="LOG", nargs="?", default="-", help="- or nothing for standard input")
     return top
 
 
@@ -132,10 +131,21 @@ def run_diff(options: argparse.Namespace) -> int:
     return DIFFERENT if differences.counts(found) else SAME
 
 
+def run_explain(options: argparse.Namespace) -> int:
+    try:
+        with open(0 if options.log == "-" else options.log, errors="replace", closefd=options.log != "-") as log:
+            for line in explained(log):
+                print(line, flush=True)
+    except OSError as error:
+        raise Mistake(options.log, 0, error.strerror or str(error)) from None
+    return SAME
+
+
 def main(words: list[str]) -> int:
     options = parser().parse_args(words)
     try:
-        run = {"import": run_import, "export": run_export, "show": run_show, "diff": run_diff}[options.verb]
+        run = {"import": run_import, "export": run_export, "show": run_show, "diff": run_diff,
+               "explain": run_explain}[options.verb]  # fmt: skip
         status = run(options)
         sys.stdout.flush()
         return status

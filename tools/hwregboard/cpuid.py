@@ -3,7 +3,7 @@
 
 import os
 import re
-from collections.abc import Callable
+from collections.abc import Iterable
 
 from hwregboard.errors import Mistake, shown
 from hwregboard.inputs import is_archive, lines_of, members, read_bytes, tree
@@ -13,7 +13,8 @@ from hwregboard.msr import CPU_LINE, CPUS
 PLAIN = re.compile(r"\s*0x([0-9a-f]{1,8}) 0x([0-9a-f]{1,8}): eax=0x([0-9a-f]{1,8}) ebx=0x([0-9a-f]{1,8})"
                    r" ecx=0x([0-9a-f]{1,8}) edx=0x([0-9a-f]{1,8})\s*$", re.IGNORECASE)  # fmt: skip
 PLAIN_CPU = re.compile(r"\s*CPU(?:\s+(\d+))?\s*:\s*$")
-AIDA = re.compile(r"\s*CPUID ([0-9A-F]{8}): ([0-9A-F]{8})-([0-9A-F]{8})-([0-9A-F]{8})-([0-9A-F]{8})(.*)$", re.IGNORECASE)
+AIDA = re.compile(r"\s*CPUID ([0-9A-F]{8}): ([0-9A-F]{8})-([0-9A-F]{8})-([0-9A-F]{8})-([0-9A-F]{8})(.*)$",
+                  re.IGNORECASE)  # fmt: skip
 AIDA_CPU = re.compile(r"-+\[ (?:CPUID Registers / )?Logical CPU #(\d+).*\]-+")
 SUBLEAF = re.compile(r"\[SL ([0-9A-F]+)\]", re.IGNORECASE)
 RAW = re.compile(r"\s*(\w+)\[(\d{1,3})\]=([0-9a-f]{1,8})[ ]+([0-9a-f]{1,8})[ ]+([0-9a-f]{1,8})[ ]+([0-9a-f]{1,8})\s*$")
@@ -23,8 +24,6 @@ HWLOC = re.compile(r"([0-9a-f]{1,2})((?: [0-9a-f]{1,8}){4}) => ([0-9a-f]{1,8}) (
                    r" ([0-9a-f]{1,8})\s*$")  # fmt: skip
 PU = re.compile(r"(?:^|/)pu(\d{1,5})$")
 LEAVES = 1 << 20
-
-Put = Callable[[int, int, Leaf], None]
 
 
 class Leaves:
@@ -54,7 +53,7 @@ class Leaves:
 def import_cpuid(machine: Machine, file: str, say: list[str]) -> None:
     leaves = Leaves(file)
     if os.path.isdir(file):
-        import_hwloc(leaves, ((path, data) for path, data in tree(file, "") if PU.search(path)))
+        import_hwloc(leaves, tree(file, PU))
     else:
         data = read_bytes(file)
         if is_archive(data):
@@ -82,7 +81,7 @@ def store(machine: Machine, leaves: Leaves) -> None:
     machine.cpus = sorted(set(machine.cpus) | set(cpus))
 
 
-def import_hwloc(leaves: Leaves, files: object) -> None:
+def import_hwloc(leaves: Leaves, files: Iterable[tuple[str, bytes]]) -> None:
     for path, data in files:
         if found := PU.search(path):
             leaves.cpu(int(found[1]), 0)

@@ -167,9 +167,9 @@ def compare_cpuid(comparison: Comparison, first: Machine, second: Machine) -> No
                 continue
             for number, register in enumerate(REGISTERS):
                 if old[number] != new[number]:
+                    reason = volatile.count_masked(old[number], new[number], volatile.CPUID.get((key[0], number)))
                     comparison.add(f"{place} {register}", name + of_cpus(places, cpus), f"{old[number]:x}",
-                                   f"{new[number]:x}",
-                                   volatile.count_masked(old[number], new[number], volatile.CPUID.get((key[0], number))))  # fmt: skip
+                                   f"{new[number]:x}", reason)  # fmt: skip
 
 
 # ---- PCI
@@ -237,7 +237,7 @@ def compare_registers(comparison: Comparison, place: str, old: Function, new: Fu
         values = [int.from_bytes(cells.data[register.start:done], "little") for cells in (old.cells, new.cells)]
         reason = volatile.count_masked(*values, volatile.PCI.get((register.kind, register.inside)))
         comparison.add(f"{place} {register.start:02x}", register.name,
-                       *(value_text(cells, register.start, register.width) for cells in (old.cells, new.cells)), reason)  # fmt: skip
+                       *(value_text(cells, register.start, register.width) for cells in (old.cells, new.cells)), reason)
 
 
 # ---- CMOS, Super I/O, SMN, SPD

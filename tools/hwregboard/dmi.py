@@ -10,7 +10,7 @@ from collections.abc import Iterator
 from hwregboard import names
 from hwregboard.errors import Mistake
 from hwregboard.inputs import read_bytes
-from hwregboard.machine import Machine, overlaid, read_memory
+from hwregboard.machine import Machine, Run, overlaid, read_memory
 from hwregboard.placing import BIOS_AREA, ENTRY_AREA, TABLES, find_room, is_free, place
 
 FILE_OFFSET = 32
@@ -46,7 +46,7 @@ def field(data: bytes, where: tuple[int, int]) -> int:
 
 
 def with_address(entry: bytes, kind: Kind, address: int) -> bytes:
-    """The entry point with another table address. The checksum follows by the difference: a wrong one stays as wrong."""
+    """The entry point with another table address. The checksum follows by the difference, and stays wrong if it was."""
     start, width = kind.address
     changed = bytearray(entry)
     changed[start:start + width] = address.to_bytes(width, "little")
@@ -175,7 +175,7 @@ def find_smbios(machine: Machine) -> tuple[bytes, bytes] | None:
     return None
 
 
-def table_of(runs: list, entry: bytes) -> bytes:
+def table_of(runs: list[Run], entry: bytes) -> bytes:
     kind = kind_of(entry)
     return read_memory(runs, field(entry, kind.address), min(field(entry, kind.length), 1 << 24))[0] if kind else b""
 

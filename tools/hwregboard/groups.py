@@ -43,7 +43,7 @@ def against(base: str, files: list[str], rules: Rules) -> list[tuple[Key, list[D
 
 
 def grouped(files: list[str], rules: Rules) -> tuple[list[list[str]], dict[str, list[Difference]], list[str]]:
-    """(groups with the largest first, what sets each first file of a group apart from that of the largest, troubles)."""
+    """(groups, the largest first; what sets the first file of each apart from the largest one's; troubles)."""
     troubles: list[str] = []
     base = ""
     for file in files:  # the first one that can be read
@@ -87,5 +87,6 @@ def print_groups(files: list[str], rules: Rules) -> bool:
             print(f"  machine: {file}")
     sys.stdout.flush()
     if troubles:
-        raise Mistake("diff --group", 0, f"{len(troubles)} of {len(files)} files cannot be read:\n" + "\n".join(troubles))
+        told = "\n".join(troubles)
+        raise Mistake("diff --group", 0, f"{len(troubles)} of {len(files)} files cannot be read:\n{told}")
     return len(groups) > 1

@@ -101,7 +101,8 @@ def register_window(machine: Machine) -> tuple[int, int] | None:
         buses = 1 << min(value >> 2 & 0xF, 8)
         base = value & 0xFFFFFFF00000
         plausible = value & 1
-    return (base, buses) if plausible and 0 < base <= (1 << 32) - (buses << 20) else None
+    room = (1 << 32) - base >> 20  # a window that is said to reach beyond 4 GiB ends there
+    return (base, min(buses, room)) if plausible and base and room > 0 else None
 
 
 # ---- the SMBus host

@@ -4,6 +4,7 @@ import bz2
 import io
 import lzma
 import os
+import re
 import stat
 import tarfile
 import zlib
@@ -92,15 +93,16 @@ def members(file: str, data: bytes) -> Iterator[tuple[str, bytes]]:
         raise Mistake(file, 0, f"the archive is damaged: {error}") from None
 
 
-def tree(folder: str, wanted: str) -> Iterator[tuple[str, bytes]]:
-    """(path, contents) of the files of that name below a folder; links to folders are not followed."""
-    total = 0
+def tree(folder: str, wanted: re.Pattern[str]) -> Iterator[tuple[str, bytes]]:
+    """(path, contents) of the plain files below a folder whose paths match; links to folders are not followed."""
+    total = seen = 0
     for place, _, names in os.walk(folder):
         for name in sorted(names):
-            if name == wanted or not wanted:
-                path = os.path.join(place, name)
+            path = os.path.join(place, name)
+            seen += 1
+            if wanted.search(path) and os.path.isfile(path):
                 data = read_bytes(path)
                 total += len(data)
-                if total > LIMIT:
-                    raise Mistake(folder, 0, "more than 64 MiB")
                 yield path, data
+            if total > LIMIT or seen > MEMBERS:
+                raise Mistake(folder, 0, f"more than 64 MiB, or more than {MEMBERS} files")

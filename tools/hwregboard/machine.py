@@ -30,7 +30,7 @@ class Cells:
 
     def hex(self, offset: int, count: int) -> str:
         return " ".join("??" if known == self.UNKNOWN else f"{byte:02x}"
-                        for byte, known in zip(self.data[offset:offset + count], self.mask[offset:offset + count]))  # fmt: skip
+                        for byte, known in zip(self.data[offset:offset + count], self.mask[offset:offset + count]))
 
 
 @dataclasses.dataclass

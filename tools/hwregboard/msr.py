@@ -12,7 +12,7 @@ HEX = r"(?:0[xX])?[0-9a-fA-F]+"
 CPU_LINE = re.compile(r"[^0-9a-zA-Z]*(?:Logical )?CPU[ #]*(\d+)\b[^0-9a-zA-Z]*$", re.IGNORECASE)
 ENTRY = re.compile(
     rf"\s*(?:CPU[ #\[]*(\d+)[\]:, ]*)?\s*(?:MSR(?:\s+read\s+from)?)?[\s\[]*({HEX})h?\]?"
-    rf"(?:\s*,\s*return\s+MSR)?\s*(?:[:=,]\s*|\s+)({HEX}(?:[ _:-]{HEX}){{0,3}})(?:\s+[\[(#;].*)?\s*$", re.IGNORECASE)  # fmt: skip
+    rf"(?:\s*,\s*return\s+MSR)?\s*(?:[:=,]\s*|\s+)({HEX}(?:[ _:-]{HEX}){{0,3}})(?:\s+[\[(#;].*)?\s*$", re.IGNORECASE)
 SKIPPED = re.compile(r"\s*(?:[#;/-]|$)|[a-zA-Z_]+=")
 CPUS = 4096
 

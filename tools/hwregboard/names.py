@@ -6,6 +6,7 @@ from hwregboard.names_pci import Register as Register
 from hwregboard.names_pci import capabilities as capabilities
 from hwregboard.names_pci import capability_name as capability_name
 from hwregboard.names_pci import class_name as class_name
+from hwregboard.names_pci import layout as layout
 from hwregboard.names_pci import pci_register as pci_register
 from hwregboard.names_pci import pci_register_name as pci_register_name
 
@@ -33,8 +34,8 @@ PORTS = (
     (0x3B0, 0x3DF, "VGA"), (0x3E8, 0x3EF, "COM3"), (0x3F0, 0x3F5, "Floppy"), (0x3F6, 0x3F6, "Primary IDE control"),
     (0x3F7, 0x3F7, "Floppy"), (0x3F8, 0x3FF, "COM1"), (0x4D0, 0x4D1, "Interrupt edge and level control"),
     (0xC00, 0xC01, "PCI interrupt map"), (0xCD6, 0xCD6, "Power management index"),
-    (0xCD7, 0xCD7, "Power management data"), (0xCF8, 0xCFB, "PCI configuration address"),
-    (0xCF9, 0xCF9, "Reset Control"), (0xCFC, 0xCFF, "PCI configuration data"),
+    (0xCD7, 0xCD7, "Power management data"), (0xCF9, 0xCF9, "Reset Control"),
+    (0xCF8, 0xCFB, "PCI configuration address"), (0xCFC, 0xCFF, "PCI configuration data"),
 )  # fmt: skip
 
 SUPERIO = {
@@ -95,7 +96,8 @@ SMBIOS_FIELDS: dict[int, dict[int, tuple[int, str]]] = {
 
 # Offset and width of the FADT's fields (ACPI 6.5, table 5.9).
 FADT = (
-    (36, 4, "FIRMWARE_CTRL"), (40, 4, "DSDT"), (44, 1, "INT_MODEL"), (45, 1, "Preferred_PM_Profile"), (46, 2, "SCI_INT"),
+    (36, 4, "FIRMWARE_CTRL"), (40, 4, "DSDT"), (44, 1, "INT_MODEL"), (45, 1, "Preferred_PM_Profile"),
+    (46, 2, "SCI_INT"),
     (48, 4, "SMI_CMD"), (52, 1, "ACPI_ENABLE"), (53, 1, "ACPI_DISABLE"), (54, 1, "S4BIOS_REQ"), (55, 1, "PSTATE_CNT"),
     (56, 4, "PM1a_EVT_BLK"), (60, 4, "PM1b_EVT_BLK"), (64, 4, "PM1a_CNT_BLK"), (68, 4, "PM1b_CNT_BLK"),
     (72, 4, "PM2_CNT_BLK"), (76, 4, "PM_TMR_BLK"), (80, 4, "GPE0_BLK"), (84, 4, "GPE1_BLK"), (88, 1, "PM1_EVT_LEN"),
@@ -110,7 +112,8 @@ FADT = (
     (268, 8, "Hypervisor Vendor Identity"),
 )  # fmt: skip
 TABLE_HEADER = ((0, 4, "Signature"), (4, 4, "Length"), (8, 1, "Revision"), (9, 1, "Checksum"), (10, 6, "OEM ID"),
-                (16, 8, "OEM Table ID"), (24, 4, "OEM Revision"), (28, 4, "Creator ID"), (32, 4, "Creator Revision"))  # fmt: skip
+                (16, 8, "OEM Table ID"), (24, 4, "OEM Revision"), (28, 4, "Creator ID"), (32, 4, "Creator Revision"))
+TABLE_TEXTS = ("OEM ID", "OEM Table ID", "Creator ID")
 
 CPUID = {
     0x00: "Maximum leaf and vendor", 0x01: "Version and features", 0x02: "Cache and TLB descriptors",
@@ -124,7 +127,8 @@ CPUID = {
     0x80000006: "L2 and L3 cache", 0x80000007: "Power management", 0x80000008: "Address sizes", 0x8000000A: "SVM",
     0x80000019: "TLB 1G pages", 0x8000001A: "Performance optimisation", 0x8000001B: "IBS",
     0x8000001D: "Cache properties", 0x8000001E: "Topology", 0x8000001F: "Memory encryption",
-    0x80000020: "Resource enforcement", 0x80000021: "Extended features 2", 0x80000022: "Extended performance monitoring",
+    0x80000020: "Resource enforcement", 0x80000021: "Extended features 2",
+    0x80000022: "Extended performance monitoring",
 }  # fmt: skip
 
 # DDR4 (JEDEC 21-C annex L); the first three and the type are those of any module.

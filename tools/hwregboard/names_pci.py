@@ -204,6 +204,8 @@ def capability_rows(config: bytes, offset: int, key: str) -> Rows:
     if key.startswith("x"):
         return (0, 4, "Header"), *REGISTERS.get(key, ())
     rows = (0, 1, "Capability ID"), (1, 1, "Next Pointer"), *REGISTERS.get(key, ())
+    if key == "10" and config[offset + 2] & 0xF < 2:
+        rows = tuple(row for row in rows if row[0] < 0x24)
     if key == "05":
         rows += msi_rows(int.from_bytes(config[offset + 2:offset + 4], "little"))
     return rows
@@ -216,13 +218,13 @@ def layout(config: bytes) -> tuple[Register, ...]:
     found = {start: Register(start, width, name, "bridge" if bridge else "header", start)
              for start, width, name in (BRIDGE if bridge else ENDPOINT)}  # fmt: skip
     lists = capabilities(config)
-    heads = {offset for offset, _ in lists}
     for offset, key in lists:
         title = capability_name(key)
+        # A capability ends where the next one begins, whatever registers a longer version of it has.
+        end = min((other for other, _ in lists if other > offset), default=len(config))
         for inside, width, name in capability_rows(config, offset, key):
             start = offset + inside
-            if start not in found and start + width <= len(config) and not heads & set(range(start, start + width)) \
-                    - {offset}:  # fmt: skip
+            if start not in found and start + width <= end:
                 found[start] = Register(start, width, f"{title}: {name}", key, inside)
     if config[:2] == b"\x86\x80":
         for start, width, name in INTEL.get(int.from_bytes(config[0x0A:0x0C], "little"), ()):

@@ -113,7 +113,8 @@ def show_spd(machine: Machine) -> list[str]:
 
 
 def show_others(machine: Machine) -> list[str]:
-    return machine.lines + [f"smn {die:x} {address:x}: {value}" for (die, address), value in sorted(machine.smn.items())]
+    registers = [f"smn {die:x} {address:x}: {value}" for (die, address), value in sorted(machine.smn.items())]
+    return machine.lines + registers
 
 
 PARTS: dict[str, Callable[[Machine], list[str]]] = {

@@ -37,7 +37,9 @@ def import_superio(machine: Machine, file: str, say: list[str]) -> None:
             if row[1] == "idx":
                 indices = registers(file, number, row[2].split())
             elif row[1] == "val":
-                store(machine.superio[-1], device, file, number, indices, row[2].split())
+                unknown = store(machine.superio[-1], device, file, number, indices, row[2].split())
+                machine.missing += [f"superio {machine.superio[-1].words} device {device:x}: register {index:02x}"
+                                    for index in unknown]
     if not any(chip.devices for chip in machine.superio[before:]):
         raise Mistake(file, 0, "no registers of a Super I/O chip (superiotool -d prints them)")
     if len(machine.superio) > 1:
@@ -51,15 +53,19 @@ def registers(file: str, number: int, words: list[str]) -> list[int]:
         raise Mistake(file, number, f"not the numbers of registers: {shown(' '.join(words))}") from None
 
 
-def store(chip: SuperIo, device: int, file: str, number: int, indices: list[int], words: list[str]) -> None:
+def store(chip: SuperIo, device: int, file: str, number: int, indices: list[int], words: list[str]) -> list[int]:
+    """Gives the registers without a value."""
+    unknown = []
     if len(words) != len(indices):
         raise Mistake(file, number, f"{len(words)} values for {len(indices)} registers")
     for index, word in zip(indices, words):
         known = re.fullmatch(r"[0-9a-fA-F]{2}", word)
         if not known and word not in ("??", "NA", "XX", "RR", "MM"):
             raise Mistake(file, number, f"not a register's value: {shown(word)}")
+        if not known:
+            unknown.append(index)
+            continue
         # Registers below 30h are the chip's, in whatever device's list they stand.
-        place = -1 if index < 0x30 else device
-        if place < 0 and index >= 0x30:
-            place = 0
-        chip.devices.setdefault(place, {})[index] = int(word, 16) if known else None
+        place = -1 if index < 0x30 else max(device, 0)
+        chip.devices.setdefault(place, {})[index] = int(word, 16)
+    return unknown

@@ -148,7 +148,6 @@ def compare_table(comparison: "Comparison", key: str, old: acpi.Table, new: acpi
     size = min(len(old.data), len(new.data))
     plain = []
     done = -1
-    named = 0
     for at in (at for at in range(size) if old.data[at] != new.data[at]):
         if at < done:
             continue
@@ -156,14 +155,15 @@ def compare_table(comparison: "Comparison", key: str, old: acpi.Table, new: acpi
         if name.startswith("Byte"):
             plain.append(at)
             continue
-        done, named = start + width, named + 1
-        texts = [data[start:done].decode("ascii", "backslashreplace") if name in ("OEM ID", "OEM Table ID", "Creator ID")
+        done = start + width
+        texts = [data[start:done].decode("ascii", "backslashreplace") if name in names.TABLE_TEXTS
                  else data[start:done][::-1].hex() for data in (old.data, new.data)]  # fmt: skip
         comparison.add(f"acpi {key} {start:02x}", name, *texts)
     if len(old.data) != len(new.data):
         comparison.unjudged.update(new.data)
-        comparison.add(f"acpi {key}", "contents", f"{len(old.data)} bytes", f"{len(new.data)} bytes, the first other one "
-                       f"at {plain[0] if plain else size:x}")  # fmt: skip
+        other = plain[0] if plain else size
+        comparison.add(f"acpi {key}", "contents", f"{len(old.data)} bytes",
+                       f"{len(new.data)} bytes, the first other one at {other:x}")  # fmt: skip
         return
     reasons = volatile.FACS if key == "FACS" else {}
     places(comparison, f"acpi {key}", 0, old.data, new.data, plain,
@@ -190,7 +190,8 @@ def places(comparison: "Comparison", place: str, base: int, old: bytes, new: byt
     if rows[PLACES:]:
         comparison.unjudged.update(new)
         first, last = rows[PLACES][0], rows[-1][1]
-        comparison.add(f"{place} {base + first:x}", f"to {base + last:x}", f"{len(rows) - PLACES} more places", "other bytes")
+        comparison.add(f"{place} {base + first:x}", f"to {base + last:x}", f"{len(rows) - PLACES} more places",
+                       "other bytes")  # fmt: skip
 
 
 def compare_bytes(comparison: "Comparison", place: str, old: bytes, new: bytes) -> None:

@@ -50,7 +50,8 @@ MSR: dict[int, tuple[int, str]] = {
     0x64D: (ALL, "energy counter"), 0x64E: (ALL, "clock counter"), 0x64F: (ALL, "present reasons of a limit"),
     0x658: (ALL, "residency counter"), 0x659: (ALL, "residency counter"), 0x690: (ALL, "present reasons of a limit"),
     0x6B0: (ALL, "present reasons of a limit"), 0x6B1: (ALL, "present reasons of a limit"),
-    0x6E0: (ALL, "the kernel's next timer"), 0x777: (ALL, "changes of performance"), 0x830: (ALL, "last interrupt sent"),
+    0x6E0: (ALL, "the kernel's next timer"), 0x777: (ALL, "changes of performance"),
+    0x830: (ALL, "last interrupt sent"),
     0x839: (ALL, "timer"), 0xC8E: (ALL, "counter"), 0xC0010063: (ALL, "present P-state"),
     0xC0010061: (ALL, "present limit of P-states"), 0xC0010062: (ALL, "the governor's request"),
     0xC0010071: (ALL, "present ratio and voltage"), 0xC0010293: (ALL, "present P-state"),
@@ -59,7 +60,8 @@ MSR: dict[int, tuple[int, str]] = {
     **{0xC1 + at: (ALL, "counter") for at in range(8)}, **{0x309 + at: (ALL, "counter") for at in range(4)},
     **{0xC0010004 + at: (ALL, "counter") for at in range(4)},
     **{0xC0010201 + 2 * at: (ALL, "counter") for at in range(6)},
-    **{0x680 + at: (ALL, "last branches") for at in range(32)}, **{0x6C0 + at: (ALL, "last branches") for at in range(32)},
+    **{0x680 + at: (ALL, "last branches") for at in range(32)},
+    **{0x6C0 + at: (ALL, "last branches") for at in range(32)},
 }  # fmt: skip
 
 CMOS: dict[int, tuple[int, str]] = {

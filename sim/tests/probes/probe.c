@@ -7,12 +7,13 @@
  * pwrite FD OFFSET VALUE (of 8 bytes) | map FD ADDRESS LENGTH PROTECTION (r, w) | unmap load FORM OFFSET |
  * store FORM OFFSET VALUE | copy FORM OFFSET COUNT (FORM: repmovsb or memcpy) unmapat OFFSET LENGTH | movs
  * FROM TO (offsets; - for no memory at all) | repeat PORT COUNT | crash system COMMAND | cpuid LEAF |
- * cpuid-behind-data LEAF | cpuid-stepped LEAF | like-cpuid | code-pages | hold (all signals but those of
- * faults) | child (forks; the rest is done there) | ud2 | raise SIGNAL
+ * cpuid-before-data LEAF | cpuid-stepped LEAF | like-cpuid | code-pages | hold (all signals but those of
+ * faults) | child (forks; the rest is done there) | ud2 | raise SIGNAL | bind CPU | allowed
  */
 #define _GNU_SOURCE
 #include <errno.h>
 #include <fcntl.h>
+#include <sched.h>
 #include <signal.h>
 #include <stdint.h>
 #include <stdio.h>
@@ -257,9 +258,9 @@ __attribute__((noinline)) static void Cpuid(uint32_t leaf) {
 }
 
 /* In a function that cannot be decoded. */
-__attribute__((noinline)) static void CpuidBehindData(uint32_t leaf) {
+__attribute__((noinline)) static void CpuidBeforeData(uint32_t leaf) {
     uint32_t a = leaf, b, c = 0, d;
-    __asm__ volatile("jmp 1f; .byte 0x06; 1: cpuid" : "+a"(a), "=b"(b), "+c"(c), "=d"(d));
+    __asm__ volatile("cpuid; jmp 1f; .byte 0x06; 1:" : "+a"(a), "=b"(b), "+c"(c), "=d"(d));
     ShowCpuid(a, b, c, d);
 }
 
@@ -320,12 +321,30 @@ static void GoOnInChild(void) {
     exit(WEXITSTATUS(status));
 }
 
+static void Bind(unsigned cpu) {
+    cpu_set_t one;
+    CPU_ZERO(&one);
+    CPU_SET(cpu, &one);
+    int failed = sched_setaffinity(0, sizeof one, &one);
+    printf("bind %u -> %s\n", cpu, failed ? strerrorname_np(errno) : "ok");
+}
+
+static void Allowed(void) {
+    cpu_set_t cpus;
+    sched_getaffinity(0, sizeof cpus, &cpus);
+    printf("allowed");
+    for (int cpu = 0; cpu < CPU_SETSIZE; cpu++)
+        if (CPU_ISSET(cpu, &cpus))
+            printf(" %d", cpu);
+    printf("\n");
+}
+
 /* Words about the processor; false when it is none of them. */
 static int Processor(const char *word) {
     if (!strcmp(word, "cpuid"))
         Cpuid((uint32_t)Number());
-    else if (!strcmp(word, "cpuid-behind-data"))
-        CpuidBehindData((uint32_t)Number());
+    else if (!strcmp(word, "cpuid-before-data"))
+        CpuidBeforeData((uint32_t)Number());
     else if (!strcmp(word, "cpuid-stepped")) {
         signal(SIGTRAP, CountStep);
         CpuidStepped((uint32_t)Number());
@@ -333,6 +352,10 @@ static int Processor(const char *word) {
         Show("like-cpuid", LikeCpuid());
     else if (!strcmp(word, "code-pages"))
         CodePages();
+    else if (!strcmp(word, "bind"))
+        Bind((unsigned)Number());
+    else if (!strcmp(word, "allowed"))
+        Allowed();
     else if (!strcmp(word, "ud2"))
         __asm__ volatile("ud2");
     else

@@ -1,0 +1,98 @@
+"""A machine that hwreg-capture has captured answers as the machine did: each kind is captured in its guest, asked
+there, and asked again on the simulator."""
+
+import functools
+import io
+import re
+import tarfile
+
+import pytest
+
+import guest
+from captures import QUESTIONS, answers, differences, questions
+from guest import Command, Machine
+from harness import BUILD
+
+PORTS = [
+    "pcie-root-port,id=port1,bus=pcie.0,addr=3.0,chassis=1,slot=1,multifunction=on",
+    "e1000e,bus=port1",
+    "pcie-root-port,id=port2,bus=pcie.0,addr=3.1,chassis=2,slot=2",
+    "nvme,bus=port2,serial=1",
+    "pci-bridge,id=bridge,bus=pcie.0,addr=5,chassis_nr=3,shpc=off",
+    "e1000,bus=bridge,addr=1",
+]
+
+# The kind `pc` belongs to the quick run: tests/guest/ring says so.
+KINDS = {
+    "pc": Machine(machine="pc", devices=["VGA", "intel-hda", "piix3-usb-uhci", "pci-serial"]),
+    "q35": Machine(),
+    "ports": Machine(devices=PORTS),
+    "ovmf": Machine(firmware="ovmf", devices=["qemu-xhci,addr=4"]),
+    "cpus": Machine(smp=4, cpu="max"),
+    "memory": Machine(memory=300, smp=2),
+    "strict": Machine(devices=PORTS[:2], append=""),
+}
+
+# What tells another thing each time, beside what captures.VOLATILE names: by kind of question, with the reason.
+VOLATILE = {
+    r"/MSR /RD /ALL 0x(6e0|611|639|641)": "the next deadline of a CPU's timer; energy that was used",
+    r"/CPUID /RD 0x(1|b|1f|8000001e)": "which CPU answers is the kernel's choice",
+}
+
+ASK = r"""
+cd /tmp && mkdir asked && modprobe msr
+hwreg-capture -o machine.board --spd --superio || exit
+capture_questions machine.board >asked/lines
+number=0
+while read -r line; do
+    number=$((number + 1))
+    rm -f DUMP
+    eval "hwreg $(echo "$line" | sed 's/@/DUMP/')" >asked/$number.out 2>&1 </dev/null
+    echo $? >asked/$number.status
+    [ ! -f DUMP ] || mv DUMP asked/$number.dump
+done <asked/lines
+tar cf asked.tar asked && gzip asked.tar
+"""
+
+
+@functools.cache
+def asked(kind):
+    """The board file, the questions and the guest's answers to them."""
+    files = {"/usr/bin/hwreg-capture": str(BUILD / "hwreg-capture"), "/usr/bin/capture_questions": str(QUESTIONS)}
+    fetch = ["/tmp/machine.board", "/tmp/asked.tar.gz"]
+    boot = guest.run(KINDS[kind], [Command(ASK, seconds=170)], files, fetch)
+    assert boot.results[0].ending == "exit 0", boot.results[0]
+    with tarfile.open(fileobj=io.BytesIO(boot.files["/tmp/asked.tar.gz"])) as tar:
+        members = (member for member in tar if member.isfile())
+        found = {member.name.removeprefix("asked/"): tar.extractfile(member).read() for member in members}
+    lines = found["lines"].decode().splitlines()
+    given = [(int(found[f"{number}.status"]), found[f"{number}.out"], found.get(f"{number}.dump"))
+             for number in range(1, len(lines) + 1)]  # fmt: skip
+    return boot.files["/tmp/machine.board"], lines, given
+
+
+def is_volatile(line):
+    return any(re.fullmatch(pattern, line) for pattern in VOLATILE)
+
+
+@pytest.mark.parametrize("kind", KINDS)
+def test_the_capture_answers_as_the_machine(kind, tmp_path):
+    board, lines, live = asked(kind)
+    path = tmp_path / "machine.board"
+    path.write_bytes(board)
+    assert questions(path) == lines and len(lines) >= 200
+    replayed = answers(path, lines, tmp_path / "replayed")
+    found = [entry for entry in differences(lines, live, replayed) if not is_volatile(entry[0])]
+    assert not found, f"{len(found)} of {len(lines)} differ: {[line for line, _, _ in found]}, the first: {found[0]}"
+
+
+@pytest.mark.parametrize("kind", KINDS)
+def test_the_parts_are_there(kind):
+    text = asked(kind)[0].decode()
+    for part in ("bios area", "acpi FACP", "acpi DSDT", "smbios table"):
+        assert f"\n# {part}" in text
+    modules = re.findall(r"^smbus-eeprom (\w\w)$", text, re.MULTILINE)
+    assert modules == ([] if kind == "pc" else ["a0", "a2", "a4", "a6", "a8", "aa", "ac", "ae"])
+    assert ("# missing: spd: no SMBus host" in text) == (kind == "pc")  # it calls itself another bridge there
+    assert "# missing: superio: nobody answers behind port 4e" in text
+    assert len(re.findall(r"^# iomem: .*System RAM$", text, re.MULTILINE)) > 0
