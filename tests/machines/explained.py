@@ -8,7 +8,7 @@ import re
 
 import pytest
 
-INTEGRATED = "lspci leaves out the link control of endpoints that are part of the root complex; hwreg shows the register."
+INTEGRATED = "lspci leaves out the link control of endpoints of the root complex; hwreg shows the register."
 CUT_OFF = "The file ends before the table does. hwreg goes as far as the entry point says, over zeros."
 
 # dumps, places (regular expressions for the whole), reason
@@ -20,8 +20,8 @@ EXPLAINED = [
     (r".*-cap-rcec", r"0000:6a:00\.4 row",
      "lspci leaves out the link control of event collectors of the root complex; hwreg shows the register."),
     (r".*-tree-asus-p6t6", r"0000:.* /RD .*",
-     "Register 60h of this host bridge is an MSI capability. hwreg takes it for the window's base, finds 01000000h, and "
-     "reads memory there."),
+     "Register 60h of this host bridge is an MSI capability. hwreg takes it for the window's base, finds 01000000h, "
+     "and reads memory there."),
     (r".*-broken-ecaps", r"0000:00:00\.0 /RD .*",
      "With this host bridge hwreg asks MSR C0010058 for the window's base. The dump has no MSRs, so it is 0, and what "
      "is read is memory at 0."),
@@ -35,7 +35,8 @@ EXPLAINED = [
      "hwreg goes on, dmidecode stops at the first that has length 0."),
     (r".*-(dmi_v3_short\.bin|SuperMicro-(Dual-Xeon\.dmi|X9DBL\.bin))", r"head \d+",
      "A structure of type 34 says that it has 16 bytes and has 11. dmidecode knows this mistake of that firmware."),
-    (r".*-ubihazard-.*", r"image 0: bytes from 200", "DDR5 images have 1024 bytes, the simulated module two pages of 256."),
+    (r".*-ubihazard-.*", r"image 0: bytes from 200",
+     "DDR5 images have 1024 bytes, the simulated module two pages of 256."),
 ]
 
 
