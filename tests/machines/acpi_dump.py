@@ -16,8 +16,12 @@ def tables_of(dump):
     data = dump.bytes()
     if data.startswith(SIGNATURE):
         return [("RSDP", None, data)]
+    return tables_in(text_of(dump))
+
+
+def tables_in(text):
     found = []
-    for line in text_of(dump).splitlines():
+    for line in text.splitlines():
         if head := re.match(r"(RSD PTR|\w+!?) @ (?:0x)?([0-9a-fA-F]+)", line):
             found.append((head[1], int(head[2], 16), bytearray()))
         elif row := re.match(r" +([0-9a-fA-F]+): ((?:[0-9a-fA-F]{2} ){1,16}) ", line + "  "):

@@ -59,6 +59,18 @@ def as_cpuid_r(leaves):
     return "CPU:\n" + "".join(rows)
 
 
+def of_cpuid_r(text):
+    """What `cpuid -r` writes: `CPU 0:` and lines `0xLEAF 0xSUBLEAF: eax=0x... ebx=0x... ecx=0x... edx=0x...`."""
+    processors = {}
+    for line in text.splitlines():
+        if head := re.fullmatch(r"CPU (\d+):", line):
+            leaves = processors.setdefault(int(head[1]), {})
+        elif line.strip():
+            numbers = [int(number, 16) for number in re.findall(r"0x([0-9a-f]+)", line)]
+            leaves[numbers[0], numbers[1]] = tuple(numbers[2:])
+    return processors
+
+
 def processors_of(dump):
     """Leaves and MSRs of all processors of a dump."""
     if dump.tree:

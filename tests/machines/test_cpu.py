@@ -5,8 +5,7 @@ import re
 import pytest
 from cpu_dump import as_cpuid_r, processors_of
 from explained import judge
-from program import hwreg, tool, value
-from small_dumps import accesses_of
+from program import changed, hwreg, tool, value
 
 REGISTERS = re.compile(r"Eax:([0-9A-F]{8}), Ebx:([0-9A-F]{8}), Ecx:([0-9A-F]{8}), Edx:([0-9A-F]{8})\n")
 
@@ -40,7 +39,21 @@ def test_the_program_shows_the_leaves_of_the_dump(cpuid_msr_dump, tmp_path):
             got, wanted = leaf(board, number), leaves[number, 0]
             if got != wanted:
                 differences[f"leaf {number:x}"] = f"{words(wanted)} in the dump, {words(got)} shown"
-    judge(cpuid_msr_dump, differences)
+    judge(cpuid_msr_dump, differences, "leaf")
+
+
+def test_the_program_shows_the_leaves_of_another_processor(cpuid_msr_dump, tmp_path):
+    """On a machine of which the last processor alone is there: its leaves that are not as those of the first."""
+    processors = processors_of(cpuid_msr_dump)[0]
+    last = max(processors)
+    if last == 0:
+        pytest.skip("one processor")
+    board = changed(imported(cpuid_msr_dump, tmp_path), f"cpus {last}")
+    own = {number: told for (number, subleaf), told in processors[last].items()
+           if subleaf == 0 and told != processors[0].get((number, 0))}  # fmt: skip
+    assert own, "each processor has an APIC ID of its own"
+    judge(cpuid_msr_dump, {f"processor {last} leaf {number:x}": f"{words(told)} in the dump, {words(got)} shown"
+                           for number, told in own.items() if (got := leaf(board, number)) != told}, "processor")
 
 
 def test_the_program_shows_the_msrs_of_the_dump(cpuid_msr_dump, tmp_path):

@@ -9,6 +9,12 @@ from test_cpu import leaf
 ABSENT = 0xFFFFFFFF
 
 
+def cmos_board(dump, folder, name="machine"):
+    board = folder / f"{name}.board"
+    tool("import", "--cmos", dump.path, "-o", board)
+    return board
+
+
 def compare_banks(board, banks):
     differences = {}
     for port, wanted in banks.items():
@@ -20,16 +26,12 @@ def compare_banks(board, banks):
 
 
 def test_the_program_shows_the_cmos_bytes_of_the_dump(cmos_dump, tmp_path):
-    board = tmp_path / "machine.board"
-    banks = cmos_of(cmos_dump)
-    (tmp_path / "cmos.bin").write_bytes(b"".join(banks[port] for port in sorted(banks)))
-    tool("import", "--cmos", tmp_path / "cmos.bin", "-o", board)
-    judge(cmos_dump, compare_banks(board, banks))
+    judge(cmos_dump, compare_banks(cmos_board(cmos_dump, tmp_path), cmos_of(cmos_dump)))
 
 
 def recorded_cmos(accesses):
     """{index port: bytes}: what was read from the data port, in the order in which registers were asked for."""
-    asked = [arguments for name in ("write_io_port",) for arguments in accesses.get(name, {})]
+    asked = accesses.get("write_io_port", {})
     banks = {}
     for port in BANKS:
         answers = accesses.get("read_io_port", {}).get((port + 1, 1))

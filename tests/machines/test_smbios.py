@@ -57,7 +57,8 @@ def table_shown(out):
 
 def test_the_program_lists_the_structures_of_the_dump(smbios_dump, tmp_path):
     """But for the one that ends the table."""
-    wanted = [(one.type, one.length, one.handle, one.data) for one in structures(table_in(smbios_dump)) if one.type != END]
+    there = (one for one in structures(table_in(smbios_dump)) if one.type != END)
+    wanted = [(one.type, one.length, one.handle, one.data) for one in there]
     found = listed(hwreg(shown_board(imported(smbios_dump, tmp_path)), "/SMBIOS", "/LOG", "/TEXT"))
     judge(smbios_dump, differences_of("structure", wanted, found), "structure")
 
@@ -82,7 +83,7 @@ def test_dmidecode_tells_the_same_of_what_the_program_lists(smbios_dump, tmp_pat
     differences = differences_of("head", told, heads)
     again = dump_file(b"".join(data for *_, data in found))
     differences.update(differences_of("text", parts(dump_file(table), tmp_path), parts(again, tmp_path)))
-    judge(smbios_dump, differences, "(head|text)")
+    judge(smbios_dump, differences, "head|text")
 
 
 def parts(data, folder):

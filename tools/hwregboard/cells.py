@@ -13,6 +13,7 @@ VIEW = re.compile(r"\s*(?:0x)?([0-9a-fA-F]{2,8})(?::| )\s*((?:(?:0x)?[0-9a-fA-F?
 COLUMNS = re.compile(r"\s+(?:0?[0-9a-fA-F]\s+){8,}")
 WORD = re.compile(r"(?:0x)?([0-9a-fA-F]{1,2}|\?\?|XX)[,;]?")
 TEXT = frozenset(b"\t\n\r\x0b\x0c" + bytes(range(0x20, 0x7F)))
+BRIEF = 256  # bytes of an EEPROM
 CMOS_SIZE, NVRAM_FIRST = 256, 14
 PORTS = 0x7000  # where index port 70h stands in an image by index port and index
 
@@ -74,7 +75,8 @@ def import_spd(machine: Machine, address: int, file: str, say: list[str]) -> Non
     cells = read_cells(file, 1024)
     if len(cells.data) not in (128, 256, 512, 1024):
         say.append(f"{file}: {len(cells.data)} bytes are no whole SPD image (256, 512 or 1024)")
-    keyword = "smbus-eeprom" if len(cells.data) <= 256 else "smbus-spd"
+    cells.grow(BRIEF, Cells.UNKNOWN)
+    keyword = "smbus-eeprom" if len(cells.data) <= BRIEF else "smbus-spd"
     if len(cells.data) > 512:
         say.append(f"{file}: the simulated module has 512 bytes; the others stand in comments")
     machine.slaves[address] = Slave(address, keyword, cells=cells, source=file)
@@ -84,7 +86,9 @@ def export_spd(machine: Machine, address: int) -> bytes:
     slave = machine.slaves.get(address)
     if slave is None:
         raise Mistake(machine.name, 0, f"the machine has no SPD at address {address:x}h")
-    return bytes(byte if known == Cells.KNOWN else 0xFF for byte, known in zip(slave.cells.data, slave.cells.mask))
+    count = len(slave.cells.mask.rstrip(b"\0\x02"))
+    return bytes(byte if known == Cells.KNOWN else 0xFF
+                 for byte, known in zip(slave.cells.data[:count], slave.cells.mask))  # fmt: skip
 
 
 def import_cmos(machine: Machine, file: str, say: list[str]) -> None:
