@@ -97,7 +97,8 @@ def answer(board, line, folder):
     words = [word.replace("@", "DUMP") for word in shlex.split(line)]
     dump = folder / "DUMP"
     dump.unlink(missing_ok=True)
-    environment = {**os.environ, "HWBOARD": str(board), "LD_PRELOAD": str(BUILD / "libhwboard.so")}
+    environment = {**os.environ, "HWBOARD": str(board), "LD_PRELOAD": str(BUILD / "libhwboard.so"),
+                   "ASAN_OPTIONS": "verify_asan_link_order=0"}  # the board comes before the sanitizer's library
     done = subprocess.run(["taskset", "1", BUILD / "hwreg", *words], env=environment, cwd=folder, timeout=60,
                           stdin=subprocess.DEVNULL, capture_output=True, check=False)
     return done.returncode, done.stdout + done.stderr, dump.read_bytes() if dump.exists() else None
