@@ -84,7 +84,8 @@ void Protect(const Place *place, int protection) {
 const CpuidLeaf *FindLeaf(uint32_t leaf, uint32_t subleaf) {
     int cpu = CpuOfProcess();
     const CpuidLeaf *found = gBoard.cpuidLeaves;
-    while (found && (found->leaf != leaf || found->subleaf != subleaf || (found->someCpus && !found->cpus[cpu])))
+    while (found &&
+           (found->leaf != leaf || found->subleaf != subleaf || (found->someCpus && !found->cpus[cpu])))
         found = found->next;
     return found;
 }

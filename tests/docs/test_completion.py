@@ -251,7 +251,8 @@ def test_words_of_hwreg_board_are_offered(tmp_path, line, offered):
 
 def test_all_options_of_hwreg_board_are_offered():
     for verb in ("import", "export", "show", "diff"):
-        said = subprocess.run([TOP / "tools" / "hwreg-board", verb, "--help"], capture_output=True, text=True, check=True)
+        said = subprocess.run([TOP / "tools" / "hwreg-board", verb, "--help"], capture_output=True, text=True,
+                              check=True)
         options = set(re.findall(r"(?<![\w-])--\w+", said.stdout))
         assert options <= complete(f"{verb} --", command="hwreg-board")
 

@@ -108,7 +108,8 @@ class Installation:
 def installed(clean, packages):
     """The packages, installed with apt one after the other, what they depend on first."""
     plan = clean.must("apt-get install -s /root/hwreg.deb")
-    foreign = [field(package, "Depends").replace(f"hwreg (= {field(package, 'Version')}), ", "") for package in packages]
+    ours = f"hwreg (= {field(packages[0], 'Version')}), "
+    foreign = [field(package, "Depends").replace(ours, "") for package in packages]
     clean.must("apt-get", "satisfy", "-y", "--no-install-recommends", "--no-download", ", ".join(foreign))
     before = clean.files()
     said = clean.must("apt-get install -y /root/hwreg.deb")
