@@ -4,6 +4,7 @@ there, and asked again on the simulator."""
 import functools
 import io
 import re
+import subprocess
 import tarfile
 
 import pytest
@@ -11,7 +12,7 @@ import pytest
 import guest
 from captures import QUESTIONS, answers, differences, questions
 from guest import Command, Machine
-from harness import BUILD
+from harness import BUILD, TOP
 
 PORTS = [
     "pcie-root-port,id=port1,bus=pcie.0,addr=3.0,chassis=1,slot=1,multifunction=on",
@@ -51,13 +52,14 @@ while read -r line; do
     echo $? >asked/$number.status
     [ ! -f DUMP ] || mv DUMP asked/$number.dump
 done <asked/lines
+hwreg-capture -o asked/again.board --spd --superio || exit
 tar cf asked.tar asked && gzip asked.tar
 """
 
 
 @functools.cache
 def asked(kind):
-    """The board file, the questions and the guest's answers to them."""
+    """The board file, the questions and the guest's answers to them, and a board file of the machine afterwards."""
     files = {"/usr/bin/hwreg-capture": str(BUILD / "hwreg-capture"), "/usr/bin/capture_questions": str(QUESTIONS)}
     fetch = ["/tmp/machine.board", "/tmp/asked.tar.gz"]
     boot = guest.run(KINDS[kind], [Command(ASK, seconds=170)], files, fetch)
@@ -68,7 +70,7 @@ def asked(kind):
     lines = found["lines"].decode().splitlines()
     given = [(int(found[f"{number}.status"]), found[f"{number}.out"], found.get(f"{number}.dump"))
              for number in range(1, len(lines) + 1)]  # fmt: skip
-    return boot.files["/tmp/machine.board"], lines, given
+    return boot.files["/tmp/machine.board"], lines, given, found["again.board"]
 
 
 def is_volatile(line):
@@ -83,7 +85,7 @@ def has_smbus_switched_off(board):
 
 @pytest.mark.parametrize("kind", KINDS)
 def test_the_capture_answers_as_the_machine(kind, tmp_path):
-    board, lines, live = asked(kind)
+    board, lines, live, _ = asked(kind)
     path = tmp_path / "machine.board"
     path.write_bytes(board)
     assert questions(path) == lines and len(lines) >= 200
@@ -93,6 +95,17 @@ def test_the_capture_answers_as_the_machine(kind, tmp_path):
     if kind == "ovmf":
         found = [entry for entry in found if not entry[0].startswith("/SMBUS ")]
     assert not found, f"{len(found)} of {len(lines)} differ: {[line for line, _, _ in found]}, the first: {found[0]}"
+
+
+@pytest.mark.parametrize("kind", KINDS)
+def test_two_captures_of_a_machine_differ_in_nothing_but_what_is_volatile(kind, tmp_path):
+    (tmp_path / "first.board").write_bytes(asked(kind)[0])
+    (tmp_path / "second.board").write_bytes(asked(kind)[3])
+    compare = [TOP / "tools" / "hwreg-board", "diff", "first.board", "second.board"]
+    ran = subprocess.run(compare, cwd=tmp_path, capture_output=True, text=True, check=False)
+    assert (ran.stdout, ran.stderr, ran.returncode) == ("", "", 0)
+    ran = subprocess.run([*compare, "--volatile"], cwd=tmp_path, capture_output=True, text=True, check=False)
+    assert "Seconds" in ran.stdout and ran.returncode == 0
 
 
 @pytest.mark.parametrize("kind", KINDS)
