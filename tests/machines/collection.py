@@ -84,3 +84,13 @@ def all_dumps():
 
 def dumps(kind):
     return [dump for dump in all_dumps() if dump.kind == kind]
+
+
+def only(wanted):
+    """@only(wanted): a test of those dumps of its kind of which wanted(dump) is true."""
+
+    def mark(test):
+        test.wanted = wanted
+        return test
+
+    return mark

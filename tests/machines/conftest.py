@@ -15,9 +15,10 @@ def pytest_terminal_summary(terminalreporter):
 
 
 def pytest_generate_tests(metafunc):
-    """A test that takes `KIND_dump` is made for each dump of the kind."""
+    """A test that takes `KIND_dump` is made for each dump of the kind, or those that `only` asks for."""
     for name in metafunc.fixturenames:
         kind = name.removesuffix("_dump").replace("_", "-")
         if name.endswith("_dump") and kind in KINDS:
-            found = dumps(kind)
+            wanted = getattr(metafunc.function, "wanted", lambda dump: True)
+            found = [dump for dump in dumps(kind) if wanted(dump)]
             metafunc.parametrize(name, found, ids=[str(dump) for dump in found])

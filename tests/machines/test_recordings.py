@@ -1,6 +1,6 @@
 """CMOS bytes, and single accesses that another program made on its machine and wrote down, made again."""
 
-import pytest
+from collection import only
 from explained import judge
 from program import hwreg, tool, value, views
 from small_dumps import BANKS, accesses_of, cmos_of
@@ -42,10 +42,9 @@ def recorded_cmos(accesses):
     return banks
 
 
+@only(lambda dump: recorded_cmos(accesses_of(dump)))
 def test_cmos_reads_give_the_same_again(chipsec_dump, tmp_path):
     banks = recorded_cmos(accesses_of(chipsec_dump))
-    if not banks:
-        pytest.skip("no reads of CMOS bytes in this recording")
     (tmp_path / "cmos.bin").write_bytes(b"".join(banks[port] for port in sorted(banks)))
     board = tmp_path / "machine.board"
     tool("import", "--cmos", tmp_path / "cmos.bin", "-o", board)
@@ -66,10 +65,9 @@ def lspci_text(reads):
     return "\n".join(lines) + "\n"
 
 
+@only(lambda dump: accesses_of(dump).get("read_pci_reg"))
 def test_reads_of_pci_registers_give_the_same_again(chipsec_dump, tmp_path):
-    reads = accesses_of(chipsec_dump).get("read_pci_reg")
-    if not reads:
-        pytest.skip("no reads of PCI registers in this recording")
+    reads = accesses_of(chipsec_dump)["read_pci_reg"]
     (tmp_path / "lspci.txt").write_text(lspci_text(reads))
     board = tmp_path / "machine.board"
     tool("import", "--lspci", tmp_path / "lspci.txt", "-o", board)
@@ -81,21 +79,19 @@ def test_reads_of_pci_registers_give_the_same_again(chipsec_dump, tmp_path):
     judge(chipsec_dump, differences)
 
 
+@only(lambda dump: accesses_of(dump).get("read_msr"))
 def test_reads_of_msrs_give_the_same_again(chipsec_dump, tmp_path):
-    reads = accesses_of(chipsec_dump).get("read_msr")
-    if not reads:
-        pytest.skip("no reads of MSRs in this recording")
+    reads = accesses_of(chipsec_dump)["read_msr"]
     board = tmp_path / "machine.board"
     tool("import", "--msr", chipsec_dump.path, "-o", board)
     got = {(cpu, index): value(hwreg(board, "/MSR", "/RD", cpu, hex(index))) for cpu, index in reads}
     assert got == {key: answers[0][1] << 32 | answers[0][0] for key, answers in reads.items()}
 
 
+@only(lambda dump: accesses_of(dump).get("cpuid"))
 def test_cpuid_gives_the_same_again(chipsec_dump, tmp_path):
     """A recording has the answers of all processors in a row; the first one is taken as that of CPU 0."""
-    leaves = accesses_of(chipsec_dump).get("cpuid")
-    if not leaves:
-        pytest.skip("no CPUID in this recording")
+    leaves = accesses_of(chipsec_dump)["cpuid"]
     lines = ["CPU 0:"]
     for (number, subleaf), answers in leaves.items():
         told = zip(("eax", "ebx", "ecx", "edx"), answers[0])
