@@ -9,8 +9,9 @@
 
 // Close-on-exec: no MSR node may leak into a command run through the shell.
 static int OpenMsrNode(uint32_t cpu, int mode) {
-    char path[64] = {};
-    Sprintf_s(path, "/dev/cpu/%ld/msr", static_cast<int64_t>(static_cast<int16_t>(cpu)));
+    char path[64] = "/dev/cpu/0/msr"; // the first one is opened at every start, which has no time to format
+    if (cpu != 0)
+        Sprintf_s(path, "/dev/cpu/%ld/msr", static_cast<int64_t>(static_cast<int16_t>(cpu)));
     return open(path, mode | O_CLOEXEC);
 }
 
