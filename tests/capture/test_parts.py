@@ -120,10 +120,16 @@ def test_without_msr_nodes_the_rest_is_there_and_no_module_is_loaded(capture, bo
     assert len(captured.functions()) > 20
 
 
-def test_resources_are_comments(capture):
-    text = capture().text
-    assert re.search(r"^# iomem: [0-9a-f]+-[0-9a-f]+ : ", text, re.MULTILINE)
-    assert re.search(r"^# ioports: [0-9a-f]+-[0-9a-f]+ : ", text, re.MULTILINE)
+@pytest.mark.parametrize("first, length", [(0x100000, 0x1FF00000), (0x5000, 0x3B000), (0xFEC00000, 0x1000)])
+def test_memory_that_is_refused_is_found_without_a_map(capture, first, length):
+    lines = [f"refuse {first:x} {length:x} EPERM"]
+    assert capture(board="unknown", extra=lines).lines("refuse") == [lines[0].split()]
+
+
+def test_resources_of_the_machine_that_simulates_are_left_out(capture):
+    captured = capture()
+    assert not re.search("^# (iomem|ioports):", captured.text, re.MULTILINE)
+    assert captured.missing()[-2:] == [f"/proc/{name}: No such file or directory" for name in ("iomem", "ioports")]
 
 
 def test_the_super_io_chip_is_read_and_locked_again(capture):
