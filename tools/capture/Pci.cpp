@@ -194,9 +194,13 @@ static void PutFunction(Function *function) {
     if (function->bus == 0 && function->dev == 0 && function->fun == 0)
         PutSmn();
     bool outside = mWindow.kind == WINDOW_THERE && function->bus >= mWindow.buses;
-    if (mWindow.kind == WINDOW_MEMORY || outside)
-        AddPart(function->page, PAGE_4KB, "memory in the place of the window's %02x:%02x.%x", function->bus,
-                function->dev, function->fun);
+    if (mWindow.kind != WINDOW_MEMORY && !outside)
+        return;
+    MemoryPart *page = AddPart(function->page, PAGE_4KB, "memory in the place of the window's %02x:%02x.%x",
+                               function->bus, function->dev, function->fun);
+    bool same = page != nullptr && page->length == PAGE_4KB && memcmp(page->bytes, function->config, 4) == 0;
+    if (gOptions.noSerials && same)
+        HidePciSerial(page->bytes);
 }
 
 static void CaptureBus(uint16_t bus) {
