@@ -114,8 +114,14 @@ static const char *NameOfClass(uint16_t code) {
 static void ReadFunction(Function *function) {
     PciReadBuffer(function->bus, function->dev, function->fun, 0, PCI_CONFIG_BYTES, function->config);
     function->bytes = PCI_CONFIG_BYTES;
-    if (mWindow.kind != WINDOW_THERE || function->bus >= mWindow.buses || ProbePhysMem(function->page) != 0)
+    if (mWindow.kind != WINDOW_THERE || function->bus >= mWindow.buses)
         return;
+    int error = ProbePhysMem(function->page);
+    if (error != 0) {
+        Put("# missing: extended registers of %02x:%02x.%x: %s\n", function->bus, function->dev, function->fun,
+            strerror(error));
+        return;
+    }
     uint8_t *extended = function->config + PCI_CONFIG_BYTES;
     constexpr uint32_t more = PCI_EXTENDED_BYTES - PCI_CONFIG_BYTES;
     PciReadBuffer(function->bus, function->dev, function->fun, PCI_CONFIG_BYTES, more, extended);
@@ -163,8 +169,8 @@ static void PutConfig(const Function *function) {
 static void PutSmn() {
     if (gOptions.smn.count == 0)
         return;
-    if (!ThisChipset()->smn) {
-        Put("# missing: smn: the host bridge has none\n");
+    if (InitSmuService() != EFI_SUCCESS) {
+        Put("# missing: smn: the host bridge has none that is known\n");
         return;
     }
     Put("  smn\n");
