@@ -100,8 +100,9 @@ bool IsResourceList(const char *path) {
 
 bool BoardPath(const char *path) {
     return gBoard.loaded && path &&
-           (strcmp(path, "/dev/mem") == 0 || IsResourceList(path) || strcmp(path, "/sys/firmware/efi/systab") == 0 ||
-            strcmp(path, "/proc/efi/systab") == 0 || CpuOfPath(path) >= 0);
+           (strcmp(path, "/dev/mem") == 0 || IsResourceList(path) ||
+            strcmp(path, "/sys/firmware/efi/systab") == 0 || strcmp(path, "/proc/efi/systab") == 0 ||
+            CpuOfPath(path) >= 0);
 }
 
 BoardFile *SystabBacking(const char *path, const SystabFile *contents) {

@@ -118,8 +118,8 @@ static void ReadFunction(Function *function) {
         return;
     int error = ProbePhysMem(function->page);
     if (error != 0) {
-        Put("# missing: extended registers of %02x:%02x.%x: %s\n", function->bus, function->dev, function->fun,
-            strerror(error));
+        Put("# missing: extended registers of %02x:%02x.%x: %s\n", function->bus, function->dev,
+            function->fun, strerror(error));
         return;
     }
     uint8_t *extended = function->config + PCI_CONFIG_BYTES;

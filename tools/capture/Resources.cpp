@@ -13,7 +13,7 @@
 
 constexpr uint64_t MEMORY_END = 0x100000000;
 constexpr uint32_t MOST_BORDERS = 1 << 18; // four of each function, and of thousands of ranges
-constexpr uint64_t STEP = 0x10000; // between pages that are tried where there is no map
+constexpr uint64_t STEP = 0x10000;         // between pages that are tried where there is no map
 constexpr const char *MEMORY_MAP = "/proc/iomem";
 
 // Pages at which the kernel may begin to think otherwise.

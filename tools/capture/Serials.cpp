@@ -16,7 +16,7 @@
 constexpr uint32_t FIRST_EXTENDED = 0x100;
 constexpr uint32_t LAST_EXTENDED = 0xFF4;
 constexpr uint16_t CAP_SERIAL = 3;
-constexpr size_t LEAST_SEARCHED = 6; // shorter texts stand elsewhere by chance
+constexpr size_t LEAST_SEARCHED = 6;  // shorter texts stand elsewhere by chance
 constexpr size_t MOST_SEARCHED = 255; // longer ones go piece by piece
 constexpr size_t UUID_BYTES = 16;
 constexpr size_t UUID_TEXT = 36;
