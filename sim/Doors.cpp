@@ -93,10 +93,16 @@ int CpuOfPath(const char *path) {
                : -1;
 }
 
+// The kernel's lists of another machine's resources: a board has none.
+bool IsResourceList(const char *path) {
+    return strcmp(path, "/proc/iomem") == 0 || strcmp(path, "/proc/ioports") == 0;
+}
+
 bool BoardPath(const char *path) {
     return gBoard.loaded && path &&
-           (strcmp(path, "/dev/mem") == 0 || strcmp(path, "/sys/firmware/efi/systab") == 0 ||
-            strcmp(path, "/proc/efi/systab") == 0 || CpuOfPath(path) >= 0);
+           (strcmp(path, "/dev/mem") == 0 || IsResourceList(path) ||
+            strcmp(path, "/sys/firmware/efi/systab") == 0 || strcmp(path, "/proc/efi/systab") == 0 ||
+            CpuOfPath(path) >= 0);
 }
 
 BoardFile *SystabBacking(const char *path, const SystabFile *contents) {
@@ -117,6 +123,10 @@ BoardFile *FileOfPath(const char *path, int *error) {
     if (strcmp(path, "/dev/mem") == 0) {
         *error = gBoard.memError;
         return *error == 0 ? NewFile(FILE_MEM, path, 0) : nullptr;
+    }
+    if (IsResourceList(path)) {
+        *error = ENOENT;
+        return nullptr;
     }
     const SystabFile *contents = path[1] == 's' ? &gBoard.sysSystab : &gBoard.procSystab;
     *error = contents->error != 0 ? contents->error : contents->text ? 0 : ENOENT;

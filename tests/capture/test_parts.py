@@ -120,10 +120,16 @@ def test_without_msr_nodes_the_rest_is_there_and_no_module_is_loaded(capture, bo
     assert len(captured.functions()) > 20
 
 
-def test_resources_are_comments(capture):
-    text = capture().text
-    assert re.search(r"^# iomem: [0-9a-f]+-[0-9a-f]+ : ", text, re.MULTILINE)
-    assert re.search(r"^# ioports: [0-9a-f]+-[0-9a-f]+ : ", text, re.MULTILINE)
+@pytest.mark.parametrize("first, length", [(0x100000, 0x1FF00000), (0x5000, 0x3B000), (0xFEC00000, 0x1000)])
+def test_memory_that_is_refused_is_found_without_a_map(capture, first, length):
+    lines = [f"refuse {first:x} {length:x} EPERM"]
+    assert capture(board="unknown", extra=lines).lines("refuse") == [lines[0].split()]
+
+
+def test_resources_of_the_machine_that_simulates_are_left_out(capture):
+    captured = capture()
+    assert not re.search("^# (iomem|ioports):", captured.text, re.MULTILINE)
+    assert captured.missing()[-2:] == [f"/proc/{name}: No such file or directory" for name in ("iomem", "ioports")]
 
 
 def test_the_super_io_chip_is_read_and_locked_again(capture):
@@ -148,4 +154,48 @@ def test_ports_memory_and_smn_are_read_when_they_are_asked_for(capture):
     assert captured.memory(0x100000, 8).hex() == "0000100004001000"
     assert captured.lines("smn-register") == [["smn-register", "1", "18000", "55667788"],
                                               ["smn-register", "1", "18004", "ffffffff"]]
-    assert "smn: the host bridge has none" in capture("--smn 0 18000").missing()
+    assert "smn: the host bridge has none that is known" in capture("--smn 0 18000").missing()
+
+
+def test_a_processor_that_smn_is_not_known_of_is_left_alone(capture):
+    newer = "cpuid 80000001 0 00a20f10 0 0 0"
+    captured = capture("--smn 0 18000", board="amd", extra=newer)
+    assert "smn: the host bridge has none that is known" in captured.missing()
+    assert not [line for line in captured.log if line.startswith("out32 0cfc")]
+
+
+@pytest.mark.parametrize("options", ["--smn 11 0", "--msr '\n10'", "--msr ' 10'", "--memory ' -ffffffffffffff00'"])
+def test_operands_are_numbers_and_dies_are_those_of_the_commands(run, options):
+    assert run(options, board="amd", program="hwreg-capture").status == 2
+
+
+def test_registers_beyond_256_that_are_refused_are_missing(capture):
+    captured = capture(extra=["refuse e00a0000 1000 EPERM"])
+    assert "extended registers of 00:14.0: Operation not permitted" in captured.missing()
+
+
+def test_leaves_that_are_too_many_are_missing(capture):
+    captured = capture(extra=["cpuid 0 0 1000 756e6547 6c65746e 49656e69"])
+    assert "cpuid 1-1000 on cpus 0: too many" in captured.missing()
+
+
+def entry64(address, length):
+    return b"_SM3_\0\x18\3\3\0\1\0" + length.to_bytes(4, "little") + address.to_bytes(8, "little")
+
+
+@pytest.mark.parametrize("entry, said", [
+    (entry64(0x17A000000, 0x100), "smbios table: above 4 GiB; the commands look for it at 7a000000"),
+    (entry64(0x7A000000, 0x50000), "smbios table at 7a000000: its length of 50000 bytes is taken for 40000"),
+])
+def test_what_is_not_taken_of_the_smbios_table_is_missing(capture, entry, said):
+    captured = capture(board="unknown", extra=["fill e0000 20000 00", f"bytes f5000 {entry.hex(' ')}"])
+    assert said in captured.missing()
+
+
+def test_the_table_of_the_commands_is_taken_however_many_there_are(capture):
+    entries = [f"bytes {0xE0000 + 32 * k:x} {entry64(0x70000000 + 0x1000 * k, 16).hex(' ')}" for k in range(20)]
+    legacy = b"_SM_\0\x1f\2\x08" + bytes(8) + b"_DMI_\0" + (0x40).to_bytes(2, "little") + bytes.fromhex("0000107a")
+    lines = ["fill e0000 20000 00", *entries, f"bytes fff00 {legacy.hex(' ')} 02 00 28 00", "fill 7a100000 40 5a"]
+    captured = capture(board="unknown", extra=lines)
+    assert captured.memory(0x7A100000, 0x40) == b"\x5a" * 0x40
+    assert "smbios table at 7000f000: more than 16 of them" in captured.missing()

@@ -1,6 +1,7 @@
 """--no-serials puts fixed values of the same length in the place of what names one machine among many."""
 
 import struct
+import uuid
 
 import pytest
 
@@ -138,3 +139,78 @@ def test_the_checksum_of_a_ddr3_module_is_right_afterwards(capture, first):
     made = bytes.fromhex("".join("".join(words[2:]) for words in rows[at + 1:at + 17]))
     assert made[122:126] == FIXED[:4]
     assert int.from_bytes(made[126:128], "little") == crc16(made[:covered])
+
+
+def plain_and_hidden(capture, lines, options=""):
+    return (capture(f"{options} {more}", board="unknown", extra=lines) for more in ("", "--no-serials"))
+
+
+def with_oem(text, uuid=UUID):
+    """A machine of one system, with that text as its serial number, and bytes of a maker's own table about it."""
+    table = structure(1, body(27, o07=1, o08=uuid), [text]) + structure(127, b"", [])
+    entry = bytearray(b"_SM_\0\x1f\x02\x08\0\0\0" + bytes(5) + b"_DMI_\0")
+    entry += struct.pack("<HIHB", len(table), TABLE_AT, 2, 0x28)
+
+    def lines(copies):
+        area = b"".join(copies)
+        return ["fill e0000 20000 00", *bytes_lines(0xF5000, entry + b"\0"), *bytes_lines(TABLE_AT, table),
+                *bytes_lines(0xE1000, area)]
+
+    return lines
+
+
+def test_a_serial_number_without_its_blanks_or_of_wide_characters_goes_as_well(capture):
+    lines = with_oem(b"  AB12CD34     ")([b"[AB12CD34]", "AB12CD34".encode("utf-16-le")])
+    plain, hidden = plain_and_hidden(capture, lines)
+    wide = "00000000".encode("utf-16-le")
+    assert plain.memory(0xE1000, 26) == b"[AB12CD34]" + "AB12CD34".encode("utf-16-le")
+    assert hidden.memory(0xE1000, 26) == b"[00000000]" + wide
+    assert b"  00000000     \0" in hidden.memory(TABLE_AT, 0x100)
+
+
+def test_a_long_serial_number_goes_as_a_whole(capture):
+    text = b"".join(b"%04x" % (number * 2654435761 >> 8 & 0xFFFF) for number in range(150))
+    plain, hidden = plain_and_hidden(capture, with_oem(text)([]))
+    assert text in plain.memory(TABLE_AT, 0x400)
+    assert b"0" * len(text) + b"\0" in hidden.memory(TABLE_AT, 0x400)
+
+
+def test_an_identifier_goes_in_each_way_to_write_it(capture):
+    one = uuid.UUID(bytes_le=bytes(range(0xA1, 0xB1)))
+    copies = [one.bytes, str(one).encode(), str(one).upper().encode(), one.hex.encode(), str(one).encode("utf-16-le")]
+    plain, hidden = plain_and_hidden(capture, with_oem(b"x", one.bytes_le)(copies))
+    fixed = uuid.UUID(bytes_le=FIXED)
+    area = plain.memory(0xE1000, 0x200)
+    assert all(copy in area for copy in copies)
+    made = [fixed.bytes, str(fixed).encode(), str(fixed).upper().encode(), fixed.hex.encode(),
+            str(fixed).encode("utf-16-le")]
+    assert hidden.memory(0xE1000, 0x200).rstrip(b"\0") == b"".join(made).rstrip(b"\0")
+
+
+def test_a_key_in_a_table_that_lies_about_its_length_goes_as_well(capture):
+    table = bytearray(firmware.sdt(b"MSDM", struct.pack("<IIIII", 1, 0, 1, 0, len(KEY)) + KEY))
+    table[4:8] = struct.pack("<I", 9 << 20)
+    xsdt = firmware.sdt(b"XSDT", struct.pack("<Q", 0x7A100000))
+    rsdp = b"RSD PTR \0MAKER \2" + struct.pack("<IIQB3x", 0, 36, 0x7A103000, 0) + bytes(4)
+    lines = ["fill e0000 20000 00", *bytes_lines(0x7A103000, xsdt), *bytes_lines(0xF6000, rsdp),
+             *bytes_lines(0x7A100000, table)]  # fmt: skip
+    plain, hidden = plain_and_hidden(capture, lines)
+    assert KEY in plain.memory(0x7A100000, 0x1000) and KEY not in hidden.memory(0x7A100000, 0x1000)
+
+
+def test_a_device_in_a_window_that_is_taken_for_memory_has_a_fixed_one(capture):
+    bridge = capture().functions()["00:14.0"][:4]
+    page = bridge + bytes(0xFC) + bytes.fromhex("03000100 1122334455667788")
+    lines = ["ecam d0000000 1", *bytes_lines(0xA0000, page), "pci 00:00.0 8086:3e30", "dword 60 00000000"]
+    plain, hidden = (capture(option, extra=lines) for option in ("", "--no-serials"))
+    assert plain.memory(0xA0104, 8).hex() == "1122334455667788"
+    assert hidden.memory(0xA0104, 8) == FIXED[:8]
+
+
+def test_the_serial_number_of_a_fully_buffered_module_goes(capture):
+    module = bytearray(range(256))
+    module[2] = 0x09
+    lines = ["smbus-remove a2", "smbus-eeprom a2", f"smbus-bytes 0 {module.hex(' ')}"]
+    rows = capture("--no-serials --spd", extra=lines).lines("smbus-eeprom", "smbus-spd", "smbus-bytes")
+    row = rows[rows.index(["smbus-eeprom", "a2"]) + 8]
+    assert row[2 + 10:2 + 14] == ["00", "11", "22", "33"]

@@ -119,7 +119,8 @@ static const MemoryPart *AddTableBytes(uint32_t address, uint32_t least) {
     if (length < least && address <= UINT32_MAX - least)
         AddPart(address + length, least - length, "memory behind that table, which the commands copy");
     bool whole = part != nullptr && part->length == length && said == length;
-    mTables[mCount++] = {address, signature, whole ? length : 0, whole && AddsUp(part->bytes, length)};
+    mTables[mCount++] = {address, signature, part != nullptr ? part->length : 0,
+                         whole && AddsUp(part->bytes, length)};
     return part != nullptr && part->length >= TABLE_HEADER ? part : nullptr;
 }
 

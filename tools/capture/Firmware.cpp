@@ -37,12 +37,20 @@ static bool IsKnown(SmbiosRange table) {
 static SmbiosRange TableOf(const uint8_t *entry, const SmbiosEntryLayout *layout) {
     uint32_t length = layout == &gSmbiosEntry64 ? Load32(entry + layout->lengthOffset)
                                                 : Load16(entry + layout->lengthOffset);
-    return {Load32(entry + layout->addressOffset), length < MOST_SMBIOS_BYTES ? length : MOST_SMBIOS_BYTES};
+    uint32_t address = Load32(entry + layout->addressOffset);
+    if (layout == &gSmbiosEntry64 && Load32(entry + layout->addressOffset + 4) != 0)
+        Put("# missing: smbios table: above 4 GiB; the commands look for it at %x\n", address);
+    if (length > MOST_SMBIOS_BYTES)
+        Put("# missing: smbios table at %x: its length of %x bytes is taken for %x\n", address, length,
+            MOST_SMBIOS_BYTES);
+    return {address, length < MOST_SMBIOS_BYTES ? length : MOST_SMBIOS_BYTES};
 }
 
 static void AddTable(SmbiosRange table) {
-    if (table.length == 0 || mCount == MOST_ENTRIES || IsKnown(table))
+    if (table.length == 0 || IsKnown(table))
         return;
+    if (mCount == MOST_ENTRIES)
+        return Put("# missing: smbios table at %x: more than %u of them\n", table.address, MOST_ENTRIES);
     mTables[mCount++] = table;
     uint32_t skip = table.address & ~COPY_BORDER;
     if (skip != 0)
@@ -108,10 +116,10 @@ static void PutSystab(const char *kind, const char *path) {
 void ReadFirmware() {
     uint32_t rootPointer = 0;
     AddPart(AREA_START, AREA_BYTES, "bios area");
+    AddLegacyTable(); // in front of all others, of which there may be too many
     for (const MemoryPart *part = FirstPart(); part != nullptr && part->start < AREA_START + AREA_BYTES;
          part = part->next)
         AddEntryPointsOf(part);
-    AddLegacyTable();
     if (GetRSDPAddress(&rootPointer) == EFI_SUCCESS)
         AddAcpi(rootPointer, true);
     PutSystab("sys", "/sys/firmware/efi/systab");

@@ -117,6 +117,8 @@ static void ReadKind(uint32_t cpu, uint32_t first) {
     uint32_t registers[4];
     GetCpuId(first, registers);
     uint32_t last = registers[0] >= first && registers[0] - first < MOST_LEAVES ? registers[0] : first;
+    if (registers[0] > last && first != LEAF_HYPERVISOR)
+        Put("# missing: cpuid %x-%x on cpus %u: too many\n", last + 1, registers[0], cpu);
     for (uint32_t leaf = first; leaf <= last; ++leaf)
         ReadLeaf(cpu, leaf);
 }

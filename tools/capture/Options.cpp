@@ -1,8 +1,11 @@
 #include "tools/capture/Options.h"
 
+#include <cctype>
 #include <cstdio>
 #include <cstdlib>
 #include <cstring>
+
+constexpr uint32_t LAST_DIE = 0x10; // the commands select no other
 
 CaptureOptions gOptions = {};
 
@@ -16,8 +19,8 @@ static bool TakeNumber(const char *word, const char *ends, uint32_t limit, uint3
                        const char **rest) {
     char *behind = nullptr;
     unsigned long value = strtoul(word, &behind, 16);
-    if (word[0] == '-' || word[0] == '+' || behind == word || strchr(ends, *behind) == nullptr ||
-        value > limit)
+    if (isxdigit(static_cast<unsigned char>(word[0])) == 0 || behind == word ||
+        strchr(ends, *behind) == nullptr || value > limit)
         return false;
     *number = static_cast<uint32_t>(value);
     *rest = behind;
@@ -79,7 +82,7 @@ static int TakeOperands(const char *word, char **operands) {
         return TakeRange(&gOptions.memory, first, UINT32_MAX, 0);
     uint32_t die = 0;
     const char *rest = nullptr;
-    if (!TakeNumber(first, "", UINT32_MAX, &die, &rest))
+    if (!TakeNumber(first, "", LAST_DIE, &die, &rest))
         return Fail("no die", first);
     return TakeRange(&gOptions.smn, operands[1], UINT32_MAX, die) ? 2 : 0;
 }

@@ -114,8 +114,14 @@ static const char *NameOfClass(uint16_t code) {
 static void ReadFunction(Function *function) {
     PciReadBuffer(function->bus, function->dev, function->fun, 0, PCI_CONFIG_BYTES, function->config);
     function->bytes = PCI_CONFIG_BYTES;
-    if (mWindow.kind != WINDOW_THERE || function->bus >= mWindow.buses || ProbePhysMem(function->page) != 0)
+    if (mWindow.kind != WINDOW_THERE || function->bus >= mWindow.buses)
         return;
+    int error = ProbePhysMem(function->page);
+    if (error != 0) {
+        Put("# missing: extended registers of %02x:%02x.%x: %s\n", function->bus, function->dev,
+            function->fun, strerror(error));
+        return;
+    }
     uint8_t *extended = function->config + PCI_CONFIG_BYTES;
     constexpr uint32_t more = PCI_EXTENDED_BYTES - PCI_CONFIG_BYTES;
     PciReadBuffer(function->bus, function->dev, function->fun, PCI_CONFIG_BYTES, more, extended);
@@ -163,8 +169,8 @@ static void PutConfig(const Function *function) {
 static void PutSmn() {
     if (gOptions.smn.count == 0)
         return;
-    if (!ThisChipset()->smn) {
-        Put("# missing: smn: the host bridge has none\n");
+    if (InitSmuService() != EFI_SUCCESS) {
+        Put("# missing: smn: the host bridge has none that is known\n");
         return;
     }
     Put("  smn\n");
@@ -194,9 +200,13 @@ static void PutFunction(Function *function) {
     if (function->bus == 0 && function->dev == 0 && function->fun == 0)
         PutSmn();
     bool outside = mWindow.kind == WINDOW_THERE && function->bus >= mWindow.buses;
-    if (mWindow.kind == WINDOW_MEMORY || outside)
-        AddPart(function->page, PAGE_4KB, "memory in the place of the window's %02x:%02x.%x", function->bus,
-                function->dev, function->fun);
+    if (mWindow.kind != WINDOW_MEMORY && !outside)
+        return;
+    MemoryPart *page = AddPart(function->page, PAGE_4KB, "memory in the place of the window's %02x:%02x.%x",
+                               function->bus, function->dev, function->fun);
+    bool same = page != nullptr && page->length == PAGE_4KB && memcmp(page->bytes, function->config, 4) == 0;
+    if (gOptions.noSerials && same)
+        HidePciSerial(page->bytes);
 }
 
 static void CaptureBus(uint16_t bus) {

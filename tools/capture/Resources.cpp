@@ -1,5 +1,6 @@
 #include "tools/capture/Resources.h"
 
+#include <cerrno>
 #include <cstdint>
 #include <cstdio>
 #include <cstdlib>
@@ -12,6 +13,7 @@
 
 constexpr uint64_t MEMORY_END = 0x100000000;
 constexpr uint32_t MOST_BORDERS = 1 << 18; // four of each function, and of thousands of ranges
+constexpr uint64_t STEP = 0x10000;         // between pages that are tried where there is no map
 constexpr const char *MEMORY_MAP = "/proc/iomem";
 
 // Pages at which the kernel may begin to think otherwise.
@@ -38,9 +40,37 @@ static int Compare(const void *a, const void *b) {
     return left < right ? -1 : left > right;
 }
 
+// The kernel thinks otherwise from one page of this step on: error is what it thinks of the step's first one.
+static void AddBorderWithin(uint64_t low, int error) {
+    uint64_t high = low + STEP;
+    while (high - low > PAGE_4KB) {
+        uint64_t middle = (low + high) / 2;
+        if (ProbePhysMem(static_cast<uint32_t>(middle)) == error)
+            low = middle;
+        else
+            high = middle;
+    }
+    AddBorder(high);
+}
+
+// A simulated machine has no map.
+static void AddSteps() {
+    int before = ProbePhysMem(0);
+    AddBorder(0);
+    for (uint64_t at = STEP; at < MEMORY_END; at += STEP) {
+        int error = ProbePhysMem(static_cast<uint32_t>(at));
+        if (error != before)
+            AddBorderWithin(at - STEP, before);
+        before = error;
+    }
+    AddBorder(MEMORY_END);
+}
+
 static void AddMemoryMap() {
     char line[256];
     FILE *file = Fopen(MEMORY_MAP, "r");
+    if (file == nullptr)
+        AddSteps();
     while (file != nullptr && fgets(line, sizeof(line), file) != nullptr) {
         char *rest = nullptr;
         uint64_t first = strtoull(line, &rest, 16);
@@ -91,7 +121,7 @@ static void PutFile(const char *name, const char *path) {
     char line[256];
     FILE *file = Fopen(path, "r");
     if (file == nullptr)
-        Put("# missing: %s\n", path);
+        PutMissing(path, errno);
     while (file != nullptr && fgets(line, sizeof(line), file) != nullptr) {
         line[strcspn(line, "\n")] = 0;
         Put("# %s: %s\n", name, line);

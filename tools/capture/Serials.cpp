@@ -16,8 +16,10 @@
 constexpr uint32_t FIRST_EXTENDED = 0x100;
 constexpr uint32_t LAST_EXTENDED = 0xFF4;
 constexpr uint16_t CAP_SERIAL = 3;
-constexpr size_t LEAST_SEARCHED = 6; // shorter texts stand elsewhere by chance
+constexpr size_t LEAST_SEARCHED = 6;  // shorter texts stand elsewhere by chance
+constexpr size_t MOST_SEARCHED = 255; // longer ones go piece by piece
 constexpr size_t UUID_BYTES = 16;
+constexpr size_t UUID_TEXT = 36;
 constexpr size_t MAC_BYTES = 6;
 constexpr uint32_t TABLE_CHECKSUM = 9;
 
@@ -51,7 +53,7 @@ void HidePciSerial(uint8_t *config) {
     }
 }
 
-// The CRC of DDR3 modules (JESD21-C, annex K, bytes 126 and 127).
+// The CRC of DDR3 modules and FB-DIMMs (JESD21-C, annex K, bytes 126 and 127).
 static uint16_t ModuleCrc(const uint8_t *bytes, uint32_t length) {
     uint32_t crc = 0;
     for (uint32_t i = 0; i < length; ++i) {
@@ -63,13 +65,14 @@ static uint16_t ModuleCrc(const uint8_t *bytes, uint32_t length) {
 }
 
 void HideModuleSerial(uint8_t *bytes, uint32_t length) {
+    constexpr uint32_t fbDimm = 0x09; // and its probe, which have the bytes that DDR3 took over
     constexpr uint32_t ddr3 = 0x0B;
     constexpr uint32_t crcAt = 126;
     constexpr uint8_t serialLeftOut = 0x80; // of byte 0: the CRC ends in front of it
     uint8_t type = bytes[2];
     if (length > 328) {
         memcpy(bytes + 325, mFixed, 4);
-    } else if (type == ddr3) {
+    } else if (type >= fbDimm && type <= ddr3) {
         bool sound = ModuleCrc(bytes, crcAt) == Load16(bytes + crcAt);
         memcpy(bytes + 122, mFixed, 4);
         uint16_t crc = ModuleCrc(bytes, crcAt);
@@ -82,7 +85,7 @@ void HideModuleSerial(uint8_t *bytes, uint32_t length) {
 
 // Writes over every place of memory where these bytes stand.
 static void HideEverywhere(const uint8_t *secret, const uint8_t *fixed, size_t length) {
-    uint8_t wanted[256];
+    uint8_t wanted[2 * MOST_SEARCHED];
     memcpy(wanted, secret, length); // it may lie in a part itself
     for (MemoryPart *part = FirstPart(); part != nullptr; part = part->next) {
         uint8_t *at = part->bytes;
@@ -112,18 +115,40 @@ static bool HasDigit(const uint8_t *text, size_t length) {
     return false;
 }
 
+// As firmware keeps texts in its own variables: two bytes a character.
+static void HideWideEverywhere(const uint8_t *secret, const uint8_t *fixed, size_t length) {
+    uint8_t wideSecret[2 * MOST_SEARCHED] = {};
+    uint8_t wideFixed[2 * MOST_SEARCHED] = {};
+    for (size_t i = 0; i < length; ++i) {
+        wideSecret[2 * i] = secret[i];
+        wideFixed[2 * i] = fixed[i];
+    }
+    HideEverywhere(wideSecret, wideFixed, 2 * length);
+}
+
 // A text with zeros in place of its letters and digits.
-static void HideText(MemoryPart *part, const uint8_t *text, size_t length) {
-    uint8_t fixed[256];
-    if (length == 0 || length >= sizeof(fixed))
-        return;
+static void HidePiece(MemoryPart *part, const uint8_t *text, size_t length) {
+    uint8_t secret[MOST_SEARCHED]; // the text itself is written over
+    uint8_t fixed[MOST_SEARCHED] = {};
+    memcpy(secret, text, length);
     for (size_t i = 0; i < length; ++i)
         fixed[i] = isalnum(text[i]) != 0 ? '0' : text[i];
-    if (length >= LEAST_SEARCHED && HasDigit(text, length)) // "Default string" stands for other things, too
-        HideEverywhere(text, fixed, length);
-    else
-        PatchParts(part->start + static_cast<uint32_t>(text - part->bytes), fixed,
-                   static_cast<uint32_t>(length));
+    PatchParts(part->start + static_cast<uint32_t>(text - part->bytes), fixed, static_cast<uint32_t>(length));
+    if (length < LEAST_SEARCHED || !HasDigit(secret, length)) // "Default string" stands for other things, too
+        return;
+    HideEverywhere(secret, fixed, length);
+    HideWideEverywhere(secret, fixed, length);
+}
+
+// Elsewhere it may stand without the blanks around it.
+static void HideText(MemoryPart *part, const uint8_t *text, size_t length) {
+    while (length > 0 && text[length - 1] == ' ')
+        --length;
+    for (; length > 0 && *text == ' '; --length)
+        ++text;
+    for (; length > MOST_SEARCHED; length -= MOST_SEARCHED, text += MOST_SEARCHED)
+        HidePiece(part, text, MOST_SEARCHED);
+    HidePiece(part, text, length);
 }
 
 // The text of that number behind a structure; NULL without one. Its length in *length.
@@ -140,6 +165,44 @@ static const uint8_t *TextOf(const MemoryPart *part, const uint8_t *structure, u
     return nullptr;
 }
 
+// With dashes or without, in capitals or without. Gives the length.
+static size_t PutUuidText(uint8_t text[UUID_TEXT + 1], const uint8_t uuid[UUID_BYTES], int form) {
+    bool dashes = (form & 1) != 0;
+    const char *format = (form & 2) != 0 ? "%02X" : "%02x";
+    size_t length = 0;
+    for (size_t i = 0; i < UUID_BYTES; ++i) {
+        if (dashes && (i == 4 || i == 6 || i == 8 || i == 10))
+            text[length++] = '-';
+        length += static_cast<size_t>(
+            snprintf(reinterpret_cast<char *>(text) + length, UUID_TEXT + 1 - length, format, uuid[i]));
+    }
+    return length;
+}
+
+// The identifier as it stands in structures, in network order, and as text of both orders.
+static void HideUuid(const uint8_t *place) {
+    static const uint8_t swapped[UUID_BYTES] = {3, 2, 1, 0, 5, 4, 7, 6, 8, 9, 10, 11, 12, 13, 14, 15};
+    uint8_t uuid[2][UUID_BYTES];
+    uint8_t fixed[2][UUID_BYTES];
+    for (size_t i = 0; i < UUID_BYTES; ++i) {
+        uuid[0][i] = place[i];
+        uuid[1][i] = place[swapped[i]];
+        fixed[0][i] = mFixed[i];
+        fixed[1][i] = mFixed[swapped[i]];
+    }
+    for (size_t order = 0; order < 2; ++order) {
+        HideEverywhere(uuid[order], fixed[order], UUID_BYTES);
+        for (int form = 0; form < 4; ++form) {
+            uint8_t secret[UUID_TEXT + 1];
+            uint8_t shown[UUID_TEXT + 1];
+            size_t length = PutUuidText(secret, uuid[order], form);
+            PutUuidText(shown, fixed[order], form);
+            HideEverywhere(secret, shown, length);
+            HideWideEverywhere(secret, shown, length);
+        }
+    }
+}
+
 static void HideField(MemoryPart *part, const uint8_t *structure, const SerialField *field) {
     const uint8_t *place = structure + field->offset;
     uint32_t address = part->start + static_cast<uint32_t>(place - part->bytes);
@@ -153,7 +216,7 @@ static void HideField(MemoryPart *part, const uint8_t *structure, const SerialFi
         break;
     case FIELD_UUID:
         if (!IsOneByte(place, UUID_BYTES)) // all zeros and all ones say that there is none
-            HideEverywhere(place, mFixed, UUID_BYTES);
+            HideUuid(place);
         break;
     case FIELD_WORD:
         PatchParts(address, mFixed, 2);
