@@ -121,6 +121,24 @@ def test_memory_is_compared_by_address_and_what_is_not_there_is_told(desk):
     assert desk("diff", "a.board", "b.board").lines == ["memory e0103: 04 -> 05", "memory f0000-f0001: only in b.board"]
 
 
+@pytest.mark.parametrize("address, name", [(0x400, "a serial port"), (0x410, "equipment"), (0x413, "memory size")])
+def test_what_firmware_sets_in_its_data_area_counts(desk, address, name):
+    for board, byte in (("a.board", 1), ("b.board", 2)):
+        desk.write(board, memory_board(board, f"bytes {address:x} {byte}"))
+    assert desk("diff", "a.board", "b.board").lines == [f"memory {address:x}: 01 -> 02"], name
+
+
+@pytest.mark.parametrize("at, counts", [(0x10, True), (0x14, False)])
+def test_of_wide_msi_only_pending_messages_do_not_count(desk, at, counts):
+    for board, byte in (("a.board", 1), ("b.board", 2)):
+        msi = {0x50: "05 00 81 01", 0x50 + at: f"{byte:02x} 00 00 00"}
+        desk.write(board, "\n".join([
+            "capture 1", "# --- pci", "pci-ports", "pci 00:00.0 verbatim",
+            "  config 0 86 80 c0 29 06 00 10 00 00 00 00 06", "  config 34 50",
+            *(f"  config {offset:x} {row}" for offset, row in msi.items()), "end", ""]))  # fmt: skip
+    assert desk("diff", "a.board", "b.board").status == counts
+
+
 # Many machines
 
 

@@ -1,5 +1,8 @@
 """What the explained log says of single accesses and of sequences of them."""
 
+import os
+import pathlib
+import subprocess
 import textwrap
 
 import pytest
@@ -74,6 +77,29 @@ def test_the_window_of_an_amd_processor_is_told_by_its_msr():
                  "window 01:01.0+28 write32 <- 11223344 CardBus CIS Pointer"]
 
 
+@pytest.mark.parametrize("vendor, value", [("1022", "e0000001"), ("8086", "00000000")])
+def test_a_register_60h_that_names_no_window_makes_none(vendor, value):
+    assert explain(f"""
+        out32 0cf8 80000000
+        in16 0cfc -> {vendor}
+        out32 0cf8 80000060
+        in32 0cfc -> {value}
+        mr8 {value[:-1]}0 -> 01
+        """)[-1] == f"memory {value[:-1]}0 read8 -> 01"
+
+
+@pytest.mark.parametrize("line", [
+    "out8 0cfc ffff", "mr7 f8000000 -> 1", "mr8 f8000000 -> 111", "in32 0cfc -> 1", "\0\x01\ufffd"])
+def test_a_damaged_line_is_left_as_it_is(line):
+    log = "pread /dev/cpu/0/msr c0010058 8 -> 00000000f8000021\nout32 0cf8 80000000\n"
+    assert explain(log + line)[-1] == " ".join(line.split())
+
+
+@pytest.mark.parametrize("rest", ["-> zz", "", "->", "-> 1"])
+def test_a_damaged_msr_line_moves_no_window(rest):
+    assert explain(f"pread /dev/cpu/0/msr c0010058 8 {rest}\nmr8 00000010 -> 01")[-1] == "memory 00000010 read8 -> 01"
+
+
 def test_a_refused_msr_read_moves_no_window():
     assert explain("pread /dev/cpu/0/msr c0010058 8 -> EIO") == \
         ["msr c0010058 of cpu 0 read -> EIO MMIO_CFG_BASE_ADDR"]
@@ -107,6 +133,11 @@ out8 efa4 a1
 out8 efa3 02
 out8 efa2 48
 """
+
+
+def test_another_function_with_ports_at_20h_is_no_smbus():
+    log = "out32 0cf8 8000fd08\nin16 0cfe -> 0c03\n" + SMBUS.replace("8000fc20", "8000fd20")
+    assert "SMBus" not in "".join(explain(log + "in8 efa0 -> 02"))
 
 
 def test_a_transaction_on_the_smbus_is_told_in_one_line():
@@ -149,6 +180,17 @@ def test_a_register_of_the_management_network_is_told_with_its_die():
         """)[-1] == "=> smn die 1 0005a86c read32 -> 00000815"
 
 
+def test_a_narrow_access_to_the_management_network_is_told_as_it_was():
+    assert explain("""
+        out32 0cf8 80000000
+        in16 0cfc -> 1022
+        out32 0cf8 800000b8
+        out32 0cfc 00018000
+        out32 0cf8 800000bc
+        out16 0cfe 5a5a
+        """)[-1] == "=> smn die 0 00018002 write16 <- 5a5a"
+
+
 def test_an_intel_host_bridge_has_no_management_network():
     assert not explain("""
         out32 0cf8 80000000
@@ -172,3 +214,10 @@ def test_mappings_are_told_as_ranges_and_refused_ones_with_the_reason():
 
 def test_what_it_does_not_know_is_left_as_it_is():
     assert explain("system shutdown -P now\nsomething else") == ["system shutdown -P now", "something else"]
+
+
+def test_letters_that_standard_output_has_not_are_written_in_another_way():
+    program = pathlib.Path(__file__).parents[2] / "tools" / "hwreg-board"
+    result = subprocess.run([program, "explain"], input=b"\xff\n", capture_output=True, timeout=30,
+                            env={**os.environ, "PYTHONIOENCODING": "ascii"})  # fmt: skip
+    assert (result.returncode, result.stdout.strip(), result.stderr) == (0, b"\\ufffd", b"")

@@ -2,6 +2,7 @@
 
 import bz2
 import io
+import gzip
 import lzma
 import tarfile
 
@@ -30,6 +31,21 @@ def test_text_of_any_encoding_gives_the_same_bytes_back(desk, encode):
     back = desk.read("back").decode()
     assert [line for line in back.splitlines() if line[:2].isalnum() and line[2:4] in (": ", "0:", ":")] != []
     assert samples.rows(samples.CARD) in back and samples.rows(samples.FUNCTIONS["00:00.0"]) in back
+
+
+PACKERS = {"xz": lzma.compress, "bzip2": bz2.compress, "gzip": gzip.compress}
+
+
+@pytest.mark.parametrize("pack", PACKERS.values(), ids=PACKERS)
+def test_all_streams_of_a_compressed_dump_are_taken_and_none_is_cut_off(desk, pack):
+    first, second = b"00:00.0 X\n00: 86 80 c0 29\n", b"00:01.0 X\n00: 86 80 c1 29\n"
+    desk.write("dump", pack(first) + pack(second) + bytes(8))
+    assert functions(desk.board("m", "--lspci", "dump")) == ["00:00.0", "00:01.0"]
+    for damaged, complaint in (((pack(first) + pack(second))[:-9], "cut off"), (pack(first) + b"x", "something else"),
+                               (pack(b"") * 10_001, "compressed streams")):  # fmt: skip
+        desk.write("bad", damaged)
+        result = desk("import", "--lspci", "bad", "-o", "n.board")
+        assert result.status == 2 and complaint in result.err, result.err
 
 
 def test_what_a_short_dump_does_not_have_is_unknown(desk):

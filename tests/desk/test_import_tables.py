@@ -124,6 +124,7 @@ def test_raw_tables_are_taken(desk):
     ("--dmi", b"", "dump: neither an SMBIOS entry point nor a table"),
     ("--dmi", samples.dmi()[:20], "dump: the entry point is cut off"),
     ("--dmi", bytes(1000), "dump: neither"),
+    ("--dmi", b"\x7fELF" + bytes(1000), "dump: neither"),
     ("--acpi", b"", "dump: empty"),
     ("--acpi", b"hello\n", "dump: no ACPI tables here"),
     ("--acpi", samples.acpi_tables()[0][2][:100], "dump: the table at byte 0h is cut off"),
@@ -131,7 +132,7 @@ def test_raw_tables_are_taken(desk):
     ("--acpi", samples.acpidump().encode().replace(b"0010: 42", b"0010: 4G", 1), "dump:3: a row of bytes is damaged"),
     ("--acpi", samples.acpidump().encode().replace(b"0020:", b"0030:", 1), "dump:4: the row is not the next one: 30"),
     ("--acpi", b"\xfd7zXZ\x00 broken", "dump: cannot be unpacked (xz)"),
-], ids=range(10))
+], ids=range(11))
 def test_bad_tables_are_told(desk, option, contents, complaint):
     desk.write("dump", contents)
     result = desk("import", option, "dump", "-o", "m.board")

@@ -1,6 +1,7 @@
 """The command line of hwreg-board."""
 
 import argparse
+import io
 import os
 import sys
 from collections.abc import Callable
@@ -13,6 +14,7 @@ from hwregboard.imports import import_machine, spd_option
 from hwregboard.machine import Machine
 
 SAME, DIFFERENT, TROUBLE = 0, 1, 2
+LINE = 1 << 16  # characters of a log's line; what is longer is no log, and may have no end
 
 DESCRIPTION = """Makes a board file of what people attach to reports, shows what a captured or imported machine holds,
 compares machines, and gives the parts back in the formats of their own tools. Exit status: 0 done or the same,
@@ -134,7 +136,7 @@ def run_diff(options: argparse.Namespace) -> int:
 def run_explain(options: argparse.Namespace) -> int:
     try:
         with open(0 if options.log == "-" else options.log, errors="replace", closefd=options.log != "-") as log:
-            for line in explained(log):
+            for line in explained(iter(lambda: log.readline(LINE), "")):
                 print(line, flush=True)
     except OSError as error:
         raise Mistake(options.log, 0, error.strerror or str(error)) from None
@@ -143,6 +145,9 @@ def run_explain(options: argparse.Namespace) -> int:
 
 def main(words: list[str]) -> int:
     options = parser().parse_args(words)
+    for stream in (sys.stdout, sys.stderr):  # names of files and logs may have letters that no encoding knows
+        if isinstance(stream, io.TextIOWrapper):
+            stream.reconfigure(errors="backslashreplace")
     try:
         run = {"import": run_import, "export": run_export, "show": run_show, "diff": run_diff,
                "explain": run_explain}[options.verb]  # fmt: skip

@@ -14,6 +14,7 @@ from hwregboard.machine import Machine, Run, overlaid, read_memory
 from hwregboard.placing import BIOS_AREA, ENTRY_AREA, TABLES, find_room, is_free, place
 
 FILE_OFFSET = 32
+END_OF_TABLE = 127
 LEGACY_ALIGN = 0x10000  # where a table can be read that no systab names
 ENTRY_TITLE = "smbios entry point"
 TABLE_TITLE = "smbios table"
@@ -85,7 +86,7 @@ def structures(table: bytes) -> Iterator[Structure]:
             return
         strings = tuple(table[at + length:end].split(b"\0")) if end > at + length else ()
         yield Structure(table[at], field(table, (at + 2, 2)), table[at:at + length], strings)
-        if table[at] == 127:
+        if table[at] == END_OF_TABLE:
             return
         at = end + 2
 
@@ -106,7 +107,7 @@ def import_dmi(machine: Machine, files: list[str], say: list[str]) -> None:
             table = data[FILE_OFFSET:] or table
         elif data.startswith((b"_SM", b"_DMI_")):
             raise Mistake(path, 0, "the entry point is cut off")
-        elif next(structures(data), None) is None:
+        elif (first := next(structures(data), None)) is None or first.kind == END_OF_TABLE:
             raise Mistake(path, 0, "neither an SMBIOS entry point nor a table (dmidecode --dump-bin writes both)")
         else:
             table = data

@@ -9,9 +9,10 @@ from .names_msr import msr_name
 from .names_pci import pci_register_name
 
 PORT = re.compile(r"(in|out)(8|16|32) ([0-9a-f]{4}) (?:-> )?([0-9a-f]+)$")
-MEMORY = re.compile(r"m([rws])(\d+) ([0-9a-f]{8,}) (?:-> )?([0-9a-f]+)$")
+MEMORY = re.compile(r"m([rws])(8|16|32|64|128|256|512) ([0-9a-f]{8,}) (?:-> )?([0-9a-f]+)$")
 MAP = re.compile(r"mmap /dev/mem ([0-9a-f]+) ([0-9a-f]+) (\S+) \S+ -> (\w+)$")
 MSR = re.compile(r"p(read|write) /dev/cpu/(\d+)/msr ([0-9a-f]+) 8 (.*)$")
+MSR_VALUE = re.compile(r"-> ([0-9a-f]{16})$")
 
 DELAY = 0xED
 CONFIG_ADDRESS, CONFIG_DATA = 0xCF8, 0xCFC
@@ -19,6 +20,9 @@ ENABLE = 1 << 31
 HOST_BRIDGE = 0
 PCIEXBAR = 0x60  # of Intel's host bridges
 SMBUS_BAR = 0x20
+CLASS = slice(0x0A, 0x0C)
+SMBUS_CLASSES = (b"\x05\x0c", b"\0\0")  # the second one is that of a function whose class was not read
+INTEL_VENDORS = (b"\x86\x80", b"\0\0")  # the second one was not read, either
 MMIO_CONFIG_BASE = 0xC0010058  # MSR of AMD's processors
 BANKS = {0x70: 0, 0x72: 0x80}  # index ports of the CMOS memory
 SIO_INDEX = (0x2E, 0x4E)
@@ -76,22 +80,23 @@ def pci(seen: Seen, number: int, offset: int, width: int, written: bool, value: 
     """An access to a configuration register; notes what it tells of the bases of other things."""
     config = seen.config.setdefault(number, bytearray(4096))
     config[offset:offset + width // 8] = value.to_bytes(width // 8, "little")
-    if not written and width == 32 and number == HOST_BRIDGE and offset == PCIEXBAR:
-        seen.window = value & 0xFFF00000
-    if not written and offset == SMBUS_BAR and value & 1:
+    if not written and width == 32 and number == HOST_BRIDGE and offset == PCIEXBAR and config[:2] in INTEL_VENDORS:
+        seen.window = value & 0xFFF00000 or None
+    if not written and offset == SMBUS_BAR and value & 1 and config[CLASS] in SMBUS_CLASSES:
         seen.smbus = value & 0xFFE0
     text = f"{way} {place(number)}+{offset:02x} {access(written, width, value)}"
     return text, pci_register_name(bytes(config), offset)
 
 
-def smn(seen: Seen, offset: int, written: bool, value: int) -> Iterator[str]:
+def smn(seen: Seen, offset: int, width: int, written: bool, value: int) -> Iterator[str]:
     """The register of AMD's management network that an access through one of its pairs reaches."""
     config = seen.config[HOST_BRIDGE]
-    if int.from_bytes(config[:2], "little") not in SMN_VENDORS or offset not in SMN_DATA:
+    data = offset & ~3
+    if int.from_bytes(config[:2], "little") not in SMN_VENDORS or data not in SMN_DATA:
         return
-    register = int.from_bytes(config[offset - 4:offset], "little")
-    die = 0 if offset == 0xBC else int.from_bytes(config[SMN_DIE:SMN_DIE + 4], "little")
-    yield f"smn die {die:x} {register:08x} {access(written, 32, value)}"
+    register = int.from_bytes(config[data - 4:data], "little") + offset - data
+    die = 0 if data == 0xBC else int.from_bytes(config[SMN_DIE:SMN_DIE + 4], "little")
+    yield f"smn die {die:x} {register:08x} {access(written, width, value)}"
 
 
 def smbus(seen: Seen, register: int, written: bool, value: int) -> Iterator[str]:
@@ -167,7 +172,7 @@ def port_line(seen: Seen, port: int, width: int, written: bool, value: int) -> I
         offset = (seen.address & 0xFC) + port - CONFIG_DATA
         number = seen.address >> 8 & 0xFFFF
         yield pci(seen, number, offset, width, written, value, "pci")
-        for register in smn(seen, offset, written, value) if number == HOST_BRIDGE else ():
+        for register in smn(seen, offset, width, written, value) if number == HOST_BRIDGE else ():
             yield "=> " + register, ""
         return
     known = indexed(seen, port, written, value) if width == 8 else None
@@ -197,21 +202,28 @@ def memory_line(seen: Seen, address: int, width: int, written: bool, value: int)
     return text, ""
 
 
+def matched(pattern: re.Pattern[str], line: str) -> re.Match[str] | None:
+    """The parts of an access whose value fits its width."""
+    found = pattern.match(line)
+    return found if found and len(found[4]) == int(found[2]) // 4 else None
+
+
 def meanings(seen: Seen, line: str) -> Iterator[tuple[str, str]]:
     """The line in words, and the name of what it reaches; nothing for one that a later one tells."""
-    found = PORT.match(line)
+    found = matched(PORT, line)
     yield from chosen_in_vain(seen, int(found.group(3), 16) if found else -1)
     if found:
         direction, width, port, value = found.groups()
         yield from port_line(seen, int(port, 16), int(width), direction == "out", int(value, 16))
-    elif found := MEMORY.match(line):
+    elif found := matched(MEMORY, line):
         kind, width, address, value = found.groups()
         written = kind == "w" or (kind == "s" and "->" not in line)
         yield memory_line(seen, int(address, 16), int(width), written, int(value, 16))
     elif found := MSR.match(line):
         kind, cpu, index, rest = found.groups()
-        if kind == "read" and int(index, 16) == MMIO_CONFIG_BASE and not rest.startswith("-> E"):
-            seen.window = int(rest[3:], 16) & 0xFFF00000
+        told = MSR_VALUE.match(rest)
+        if kind == "read" and int(index, 16) == MMIO_CONFIG_BASE and told:
+            seen.window = int(told[1], 16) & 0xFFF00000 or None
         yield f"msr {int(index, 16):x} of cpu {cpu} {kind} {rest}", msr_name(int(index, 16))
     elif found := MAP.match(line):
         start, length, protection, result = found.groups()

@@ -8,13 +8,21 @@ import re
 import stat
 import tarfile
 import zlib
-from collections.abc import Iterator
+from collections.abc import Callable, Iterator
+from typing import Any
 
 from hwregboard.errors import Mistake
 
 LIMIT = 64 << 20  # bytes of an input, and of what comes out of a compressed one
 MEMBERS = 200_000  # of an archive
-PACKED = {b"\xfd7zXZ\x00": "xz", b"\x1f\x8b": "gzip", b"BZh": "bzip2"}
+STREAMS = 10_000  # of a compressed file
+PIECE = 1 << 16  # what a decoder is given at once: it copies what lies behind its stream
+PADDING = re.compile(rb"\0*")
+PACKED: dict[bytes, tuple[str, Callable[[], Any]]] = {
+    b"\xfd7zXZ\x00": ("xz", lambda: lzma.LZMADecompressor(memlimit=256 << 20)),
+    b"\x1f\x8b": ("gzip", lambda: zlib.decompressobj(31)),
+    b"BZh": ("bzip2", bz2.BZ2Decompressor),
+}
 
 
 def read_bytes(file: str) -> bytes:
@@ -37,21 +45,31 @@ def read_bytes(file: str) -> bytes:
 
 
 def unpacked(file: str, data: bytes) -> bytes:
-    kind = next((kind for magic, kind in PACKED.items() if data.startswith(magic)), "")
-    if not kind:
+    """The contents of all streams of a compressed file; one that is cut off is refused."""
+    magic = next((magic for magic in PACKED if data.startswith(magic)), b"")
+    if not magic:
         return data
-    try:
-        if kind == "xz":
-            plain = lzma.LZMADecompressor(memlimit=256 << 20).decompress(data, LIMIT + 1)
-        elif kind == "gzip":
-            plain = zlib.decompressobj(31).decompress(data, LIMIT + 1)
-        else:
-            plain = bz2.BZ2Decompressor().decompress(data, LIMIT + 1)
-    except (lzma.LZMAError, zlib.error, OSError, EOFError, MemoryError) as error:
-        raise Mistake(file, 0, f"cannot be unpacked ({kind}): {error}") from None
-    if len(plain) > LIMIT:
-        raise Mistake(file, 0, "more than 64 MiB when unpacked")
-    return plain
+    kind, decoder_of = PACKED[magic]
+    plain, at = bytearray(), 0
+    for _ in range(STREAMS):
+        decoder = decoder_of()
+        while not decoder.eof:
+            piece = data[at:at + PIECE]
+            if not piece:
+                raise Mistake(file, 0, f"cannot be unpacked ({kind}): it is cut off")
+            try:
+                plain += decoder.decompress(piece, LIMIT + 1 - len(plain))
+            except (lzma.LZMAError, zlib.error, OSError, EOFError, MemoryError) as error:
+                raise Mistake(file, 0, f"cannot be unpacked ({kind}): {error}") from None
+            if len(plain) > LIMIT:
+                raise Mistake(file, 0, "more than 64 MiB when unpacked")
+            at += len(piece) - len(decoder.unused_data)
+        at = PADDING.match(data, at).end()  # type: ignore[union-attr]
+        if at == len(data):
+            return bytes(plain)
+        if not data.startswith(magic, at):
+            raise Mistake(file, 0, f"cannot be unpacked ({kind}): something else follows at byte {at}")
+    raise Mistake(file, 0, f"more than {STREAMS} compressed streams")
 
 
 def as_text(data: bytes) -> str:

@@ -14,8 +14,10 @@ class Register(NamedTuple):
     width: int  # bytes
     name: str
     kind: str  # tells what is volatile: "header", "bridge", or the capability's key such as "10" or "x0001"
-    inside: int  # offset inside the header or capability
+    inside: int  # offset inside the header or capability; PENDING for MSI's register of that name
 
+
+PENDING = -1
 
 Rows = tuple[tuple[int, int, str], ...]
 
@@ -225,7 +227,8 @@ def layout(config: bytes) -> tuple[Register, ...]:
         for inside, width, name in capability_rows(config, offset, key):
             start = offset + inside
             if start not in found and start + width <= end:
-                found[start] = Register(start, width, f"{title}: {name}", key, inside)
+                row = PENDING if name == "Pending Bits" else inside
+                found[start] = Register(start, width, f"{title}: {name}", key, row)
     if config[:2] == b"\x86\x80":
         for start, width, name in INTEL.get(int.from_bytes(config[0x0A:0x0C], "little"), ()):
             found.setdefault(start, Register(start, width, name, "intel", start))

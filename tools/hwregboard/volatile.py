@@ -7,6 +7,7 @@ import fnmatch
 
 from hwregboard.errors import Mistake
 from hwregboard.inputs import read_text
+from hwregboard.names_pci import PENDING
 
 ALL = (1 << 256) - 1
 RULES = 10_000  # in a file of one's own
@@ -17,7 +18,7 @@ PCI: dict[tuple[str, int], tuple[int, str]] = {
     ("bridge", 0x06): (0xF908, "errors seen and a pending interrupt"),
     ("bridge", 0x1E): (0xF900, "errors seen on the secondary bus"),
     ("01", 0x04): (0x8000, "PME status"),
-    ("05", 0x10): (ALL, "pending messages"), ("05", 0x14): (ALL, "pending messages"),
+    ("05", PENDING): (ALL, "pending messages"),
     ("03", 0x02): (ALL, "address of the last access to vital product data"),
     ("03", 0x04): (ALL, "data of the last access to vital product data"),
     ("10", 0x0A): (0x002F, "errors seen and pending transactions"),
@@ -76,8 +77,9 @@ CPUID: dict[tuple[int, int], tuple[int, str]] = {  # by leaf and number of the r
 }  # fmt: skip
 
 # (first, last, reason)
-MEMORY = (
-    (0x400, 0x4FF, "the BIOS data area: timer ticks, keys"),
+MEMORY = (  # of the BIOS data area; the ports, the equipment and the memory size in it are the firmware's
+    (0x417, 0x43D, "keys"), (0x43E, 0x448, "the state of the floppy drives"), (0x449, 0x466, "the video mode"),
+    (0x46C, 0x471, "timer ticks and the break key"), (0x48B, 0x497, "the state of drives and keys"),
     (0x500, 0x5FF, "BASIC's and POST's work area"),
 )  # fmt: skip
 FACS: dict[int, str] = {12: "the kernel's waking vector", 16: "global lock", 24: "the kernel's waking vector"}
