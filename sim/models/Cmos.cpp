@@ -101,21 +101,22 @@ unsigned DaysOfMonth(unsigned year, unsigned month) {
     return month == 2 && leap ? 29 : DAYS[month - 1];
 }
 
-} // namespace
-
 void NeedCmos(const BoardLine *line) {
     if (!gCmos)
         LineFail(line, "the board has no cmos yet", nullptr);
 }
+
+} // namespace
 
 void CmosReset() {
     gCmos = nullptr;
     CmosClockReset();
 }
 
-void CmosCatchUp() {
+bool CmosTakeAlarm() {
     if (gCmos)
         CmosClockCatchUp(gCmos->clock.bytes);
+    return CmosClockTakeAlarm();
 }
 
 void CmosLine(BoardLine *line) {
@@ -160,4 +161,22 @@ void CmosTimeLine(BoardLine *line) {
     if (time.month == 0 || time.day == 0 || time.day > DaysOfMonth(time.year, time.month))
         LineFail(line, "no day of the calendar", line->words[1]);
     CmosClockSet(gCmos->clock.bytes, &time);
+}
+
+void CmosRunLine(BoardLine *line) {
+    NeedCmos(line);
+    if (!LineHas(line, 1, "delays") && !LineHas(line, 1, "real"))
+        LineFail(line, "neither \"delays\" nor \"real\"", LineWord(line, 1));
+    uint64_t factor = line->count > 2 ? LineCount(line, 2, 0xFFFF) : 1;
+    CmosClockStart(LineHas(line, 1, "real") ? CLOCK_BY_HOST : CLOCK_BY_DELAYS, factor);
+}
+
+void CmosStopLine(BoardLine *line) {
+    NeedCmos(line);
+    CmosClockStart(CLOCK_STANDS_STILL, 1);
+}
+
+void CmosStuckLine(BoardLine *line) {
+    NeedCmos(line);
+    CmosClockStick(line->count > 1 ? LineNumber(line, 1, UINT32_MAX) : STUCK_FOR_EVER);
 }

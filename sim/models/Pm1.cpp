@@ -25,6 +25,11 @@ struct Pm1 {
 
 Pm1 *gPm1;
 
+void CatchUp() {
+    if (CmosTakeAlarm())
+        gPm1->registers[STATUS] |= STATUS_RTC;
+}
+
 void Change(int which, uint16_t bits, uint16_t value) {
     uint16_t *at = &gPm1->registers[which];
     if (which == STATUS)
@@ -36,7 +41,7 @@ void Change(int which, uint16_t bits, uint16_t value) {
 }
 
 uint32_t Read(void *, uint16_t port, unsigned) {
-    CmosCatchUp();
+    CatchUp();
     unsigned offset = static_cast<unsigned>(port - gPm1->base);
     return static_cast<uint32_t>(gPm1->registers[offset / 2]) >> (offset % 2 * 8);
 }
@@ -44,7 +49,7 @@ uint32_t Read(void *, uint16_t port, unsigned) {
 void Write(void *, uint16_t port, unsigned width, uint32_t value) {
     unsigned offset = static_cast<unsigned>(port - gPm1->base);
     unsigned shift = offset % 2 * 8;
-    CmosCatchUp();
+    CatchUp();
     unsigned bits = width == WIDTH_16 ? 0xFFFF : 0xFFu << shift;
     Change(static_cast<int>(offset / 2), static_cast<uint16_t>(bits), static_cast<uint16_t>(value << shift));
 }
@@ -64,9 +69,4 @@ void Pm1Line(BoardLine *line) {
         gPm1->registers[i] = static_cast<uint16_t>(LineNumber(line, i + 2, 0xFFFF));
     for (int i = 0; i < REGISTERS; i++)
         ClaimPorts(gPm1->base + 2u * static_cast<unsigned>(i), 2, WIDTH_8 | WIDTH_16, Read, Write, gPm1);
-}
-
-void Pm1ClockAlarm() {
-    if (gPm1)
-        gPm1->registers[STATUS] |= STATUS_RTC;
 }
