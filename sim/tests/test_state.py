@@ -314,23 +314,6 @@ def test_a_state_whose_end_is_missing_is_refused(probe, state):
     assert probe("iopl 3", *LINES, HWBOARD_RESET="1") == ["iopl 0"]
 
 
-@pytest.mark.parametrize("byte", [b"\xff", b"\x80", b"\x7f"])
-@pytest.mark.parametrize("lines, words", [
-    (["cmos", "cmos-run real", "pm1 600"], "in8 71 out8 71 5 in8 73 out8 73 5 in16 600 out16 602 120"),
-    (["pm1 600"], "in16 600 out16 600 ffff in8 605"),
-    (CHIP, "out8 2e 87 in8 2f out8 2f 5 out8 2e 87 out8 2e 87"),
-    (SPD, READ_SPD),
-    (CORE, f"{I2C} store mov32 10 5 load mov32 10 store mov32 6c 0 {'out8 ed 0 ' * 9} load mov32 70 load mov32 10"),
-    (["sequence fe000000 1 2 3"], "open /dev/mem rw map 3 fe000000 1000 rw load mov32 0 load mov32 0"),
-    ([*AMD, "pm-registers", "pm-bytes 0 10 0b", "smbus-host pm 0", "smn-register 2 1000 5", "smu-mailbox"],
-     "in8 cd6 in8 cd7 out8 cd7 5 out8 cd6 0 out8 cd7 10 in8 ff00 in32 cf8 in32 cfc out32 cfc 1"),
-])  # fmt: skip
-def test_registers_that_nothing_has_left_harm_nobody(probe, state, lines, words, byte):
-    probe("iopl 3", *lines)
-    patch(state, MEMORY + 4096, byte * (state.stat().st_size - MEMORY - 4096))
-    assert probe(f"iopl 3 {words}", *lines)[0] == "iopl 0"
-
-
 @pytest.mark.parametrize("reset", [{}, {"HWBOARD_RESET": "1"}])
 @pytest.mark.parametrize("length", [1, 4096, MEMORY, MEMORY + 4096])
 def test_a_file_that_is_no_state_is_left_alone(probe, state, reset, length):
