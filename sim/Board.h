@@ -5,6 +5,8 @@
 // loaded board everything reaches the kernel unchanged.
 #pragma once
 
+#include "AnswerDoors.h"
+
 #include <stdint.h>
 
 #ifdef __cplusplus
@@ -48,17 +50,9 @@ void BoardPortWrite(uint16_t port, unsigned width, uint32_t value);
 // Microseconds that have passed on the board: one for each write to the delay port 0xED.
 uint64_t BoardMicroseconds(void);
 
-// What BoardAnswer stands in front of.
-enum {
-    ANSWER_PCI_PORTS = 1,     // configuration mechanism 1
-    ANSWER_OTHER_PORTS = 2,   // all but these and the delay port
-    ANSWER_DEVICE_MEMORY = 4, // from 2 GiB up
-    ANSWER_MSRS = 8,          // those that the board has
-};
-
-// From now on these doors (a set of the bits above) answer from the bytes, whatever they are asked: each read
-// takes as many as it is wide, the lowest first, and `rest` again and again when all are taken. What is
-// written there is lost. The bytes must stay where they are.
+// From now on these doors (a set of the bits of AnswerDoors.h) answer from the bytes, whatever they are
+// asked: each read takes as many as it is wide, the lowest first, and `rest` again and again when all are
+// taken. What is written there is lost. The bytes must stay where they are.
 void BoardAnswer(unsigned doors, const void *bytes, uint64_t length, uint8_t rest);
 
 // The process leaves with exit status 0 after so many further accesses: for programs that may run on for

@@ -13,3 +13,6 @@ const char *PathBeside(const BoardLine *line, const char *name);
 int OpenContents(const BoardLine *line, const char *path, uint64_t maximum, uint64_t *length);
 // Reads the whole of it and closes it.
 void ReadContents(const BoardLine *line, int descriptor, const char *path, void *contents, uint64_t length);
+
+// A number for all that has been read: another board, or one that was changed, has another one.
+uint64_t ContentsNumber();

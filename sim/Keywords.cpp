@@ -6,7 +6,6 @@
 #include "Settings.h"
 #include "models/AmdPm.h"
 #include "models/Cmos.h"
-#include "models/CmosClock.h"
 #include "models/DwI2c.h"
 #include "models/Ecam.h"
 #include "models/PciConfigPorts.h"

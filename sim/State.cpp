@@ -3,6 +3,7 @@
 #include "State.h"
 
 #include "Arena.h"
+#include "Contents.h"
 #include "Memory.h"
 #include "Mistake.h"
 
@@ -33,18 +34,12 @@ struct Header {
     uint64_t registers; // their length
 };
 
-uint64_t gBoardFiles = 0xCBF29CE484222325; // FNV-1a of their contents
-
 [[noreturn]] void FailToBegin(const char *message) {
     BoardFail("%s; --reset begins anew", message);
 }
 
 [[noreturn]] void FailToKeep(const char *reason) {
     BoardFail("%s; --state needs a file that can be written, and --reset leaves this alone", reason);
-}
-
-void NoteByte(uint8_t byte) {
-    gBoardFiles = (gBoardFiles ^ byte) * 0x100000001B3;
 }
 
 // The linker's number for this very build; zeros where it gave none.
@@ -70,7 +65,7 @@ Header OwnHeader() {
     Header header = {};
     memcpy(header.magic, MAGIC, sizeof MAGIC);
     ReadBuildId(header.build);
-    header.board = gBoardFiles;
+    header.board = ContentsNumber();
     header.registers = ArenaRegisterBytes();
     return header;
 }
@@ -137,13 +132,6 @@ void CheckState(int descriptor, const Header *header) {
 }
 
 } // namespace
-
-void StateNoteFile(const uint8_t *contents, uint64_t length) {
-    for (uint64_t i = 0; i < length; i++)
-        NoteByte(contents[i]);
-    for (uint64_t rest = length; rest > 0; rest >>= 8) // where one file ends and the next one begins
-        NoteByte(static_cast<uint8_t>(rest));
-}
 
 void StateTake(const char *path, bool anew) {
     MistakePlace(path, 0);

@@ -1,11 +1,6 @@
 // The state of the machine in a file, so that one run begins where the one before has ended.
 #pragma once
 
-#include <stdint.h>
-
-// A file that describes the board has been read. The state is one of the board that all these describe.
-void StateNoteFile(const uint8_t *contents, uint64_t length);
-
 // Once the board is loaded, and for the life of the process: memory and registers are those in the file, and
 // what changes in them changes there, whatever becomes of the process. A file that is not there or empty gets
 // them as the board describes them; `anew` does that with the state of any board. No other process has the

@@ -1,6 +1,6 @@
 #include "Answers.h"
 
-#include "../Board.h"
+#include "../AnswerDoors.h"
 #include "../Memory.h"
 #include "../Ports.h"
 

@@ -3,8 +3,9 @@
 
 #include <stdint.h>
 
-// What the answers stand in front of: a set of the ANSWER_ bits of Board.h. Each read takes as many bytes as
-// it is wide, the lowest first; `rest` is the byte of all reads behind the last one. What is written is lost.
+// What the answers stand in front of: a set of the ANSWER_ bits of AnswerDoors.h. Each read takes as many
+// bytes as it is wide, the lowest first; `rest` is the byte of all reads behind the last one. What is written
+// is lost.
 void AnswersStart(unsigned doors, const void *bytes, uint64_t length, uint8_t rest);
 void AnswersReset();
 

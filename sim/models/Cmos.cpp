@@ -30,6 +30,11 @@ struct Cmos {
 
 Cmos *gCmos;
 
+// The byte that the index names, whatever a state file has in it.
+uint8_t IndexOf(const Bank *bank) {
+    return bank->index & (BANK_SIZE - 1);
+}
+
 void WriteIndex(void *device, uint16_t, unsigned, uint32_t value) {
     static_cast<Bank *>(device)->index = value & (BANK_SIZE - 1);
 }
@@ -37,12 +42,13 @@ void WriteIndex(void *device, uint16_t, unsigned, uint32_t value) {
 uint32_t ReadClock(void *device, uint16_t, unsigned) {
     Bank *bank = static_cast<Bank *>(device);
     CmosClockCatchUp(bank->bytes);
-    uint8_t value = bank->bytes[bank->index];
-    if (bank->index < RTC_A && CmosClockUpdates(bank->bytes))
+    uint8_t index = IndexOf(bank);
+    uint8_t value = bank->bytes[index];
+    if (index < RTC_A && CmosClockUpdates(bank->bytes))
         return 0xFF; // undefined
-    if (bank->index == RTC_A && CmosClockAnnouncesUpdate(bank->bytes))
+    if (index == RTC_A && CmosClockAnnouncesUpdate(bank->bytes))
         return value | A_UPDATE_IN_PROGRESS;
-    if (bank->index == RTC_C) // reading acknowledges the interrupts
+    if (index == RTC_C) // reading acknowledges the interrupts
         bank->bytes[RTC_C] = 0;
     return value;
 }
@@ -50,10 +56,11 @@ uint32_t ReadClock(void *device, uint16_t, unsigned) {
 void WriteClock(void *device, uint16_t, unsigned, uint32_t value) {
     Bank *bank = static_cast<Bank *>(device);
     CmosClockCatchUp(bank->bytes);
-    if (bank->index < RTC_A && CmosClockUpdates(bank->bytes))
+    uint8_t index = IndexOf(bank);
+    if (index < RTC_A && CmosClockUpdates(bank->bytes))
         return; // lost
-    uint8_t *byte = &bank->bytes[bank->index];
-    switch (bank->index) {
+    uint8_t *byte = &bank->bytes[index];
+    switch (index) {
     case RTC_A:
         *byte = static_cast<uint8_t>((*byte & A_UPDATE_IN_PROGRESS) |
                                      (value & static_cast<uint8_t>(~A_UPDATE_IN_PROGRESS)));
@@ -71,12 +78,12 @@ void WriteClock(void *device, uint16_t, unsigned, uint32_t value) {
 
 uint32_t ReadExtended(void *device, uint16_t, unsigned) {
     const Bank *bank = static_cast<const Bank *>(device);
-    return bank->bytes[bank->index];
+    return bank->bytes[IndexOf(bank)];
 }
 
 void WriteExtended(void *device, uint16_t, unsigned, uint32_t value) {
     Bank *bank = static_cast<Bank *>(device);
-    bank->bytes[bank->index] = static_cast<uint8_t>(value);
+    bank->bytes[IndexOf(bank)] = static_cast<uint8_t>(value);
 }
 
 // A decimal number of so many digits and the character behind it (0 at the word's end); moves on.
@@ -101,21 +108,22 @@ unsigned DaysOfMonth(unsigned year, unsigned month) {
     return month == 2 && leap ? 29 : DAYS[month - 1];
 }
 
-} // namespace
-
 void NeedCmos(const BoardLine *line) {
     if (!gCmos)
         LineFail(line, "the board has no cmos yet", nullptr);
 }
+
+} // namespace
 
 void CmosReset() {
     gCmos = nullptr;
     CmosClockReset();
 }
 
-void CmosCatchUp() {
+bool CmosTakeAlarm() {
     if (gCmos)
         CmosClockCatchUp(gCmos->clock.bytes);
+    return CmosClockTakeAlarm();
 }
 
 void CmosLine(BoardLine *line) {
@@ -160,4 +168,22 @@ void CmosTimeLine(BoardLine *line) {
     if (time.month == 0 || time.day == 0 || time.day > DaysOfMonth(time.year, time.month))
         LineFail(line, "no day of the calendar", line->words[1]);
     CmosClockSet(gCmos->clock.bytes, &time);
+}
+
+void CmosRunLine(BoardLine *line) {
+    NeedCmos(line);
+    if (!LineHas(line, 1, "delays") && !LineHas(line, 1, "real"))
+        LineFail(line, "neither \"delays\" nor \"real\"", LineWord(line, 1));
+    uint64_t factor = line->count > 2 ? LineCount(line, 2, 0xFFFF) : 1;
+    CmosClockStart(LineHas(line, 1, "real") ? CLOCK_BY_HOST : CLOCK_BY_DELAYS, factor);
+}
+
+void CmosStopLine(BoardLine *line) {
+    NeedCmos(line);
+    CmosClockStart(CLOCK_STANDS_STILL, 1);
+}
+
+void CmosStuckLine(BoardLine *line) {
+    NeedCmos(line);
+    CmosClockStick(line->count > 1 ? LineNumber(line, 1, UINT32_MAX) : STUCK_FOR_EVER);
 }

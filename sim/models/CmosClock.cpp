@@ -3,8 +3,6 @@
 #include "CmosClock.h"
 
 #include "../Arena.h"
-#include "Cmos.h"
-#include "Pm1.h"
 #include "SimplePorts.h"
 
 #include <sys/syscall.h>
@@ -29,13 +27,10 @@ enum : uint8_t {
 constexpr uint64_t SECOND = 1000000; // in microseconds of the clock
 constexpr uint64_t ANNOUNCEMENT = 244;
 constexpr uint64_t CYCLE = 1984;
-constexpr uint64_t FOR_EVER = UINT64_MAX;
 constexpr uint64_t DAY = 86400;          // in seconds
 constexpr uint64_t CALENDAR = 7 * 36525; // in days: then the date and the day of the week come again
 
-enum TimeSource { STANDS_STILL, BY_DELAYS, BY_HOST };
-
-TimeSource gSource;
+ClockSource gSource;
 uint64_t gFactor;
 uint64_t gHostAhead; // of the time since the host's start
 
@@ -43,6 +38,7 @@ struct Progress {
     uint64_t seen;    // microseconds of the source, when the clock was last looked at
     uint64_t elapsed; // of the clock's, in its present second
     uint64_t stuckPolls;
+    bool alarm;
 };
 
 Progress *gProgress;
@@ -126,7 +122,7 @@ void Update(uint8_t *registers) {
         return;
     Raise(registers, C_ALARM, B_ALARM_INTERRUPT);
     if (registers[RTC_B] & B_ALARM_INTERRUPT)
-        Pm1ClockAlarm();
+        gProgress->alarm = true;
 }
 
 // Many seconds cost no more than two days: then the time of day, and with it the alarm, has been what it is
@@ -149,7 +145,8 @@ uint64_t HostMicroseconds(clockid_t clock) {
 
 // From one process to the next the host's time of day goes on, within one nobody may set it.
 uint64_t SourceMicroseconds() {
-    return gSource == BY_HOST ? gHostAhead + HostMicroseconds(CLOCK_MONOTONIC) : DelayPortMicroseconds();
+    return gSource == CLOCK_BY_HOST ? gHostAhead + HostMicroseconds(CLOCK_MONOTONIC)
+                                    : DelayPortMicroseconds();
 }
 
 // A duration of the update cycle. On a fast clock it takes as much of the source's time as on a real one, so
@@ -161,7 +158,7 @@ uint64_t Stretched(uint64_t microseconds) {
 
 // True in the last part of the present second.
 bool WithinLast(const uint8_t *registers, uint64_t microseconds) {
-    if (gSource == STANDS_STILL || (registers[RTC_B] & B_SET))
+    if (gSource == CLOCK_STANDS_STILL || (registers[RTC_B] & B_SET))
         return false;
     return gProgress->elapsed >= SECOND - microseconds;
 }
@@ -169,8 +166,20 @@ bool WithinLast(const uint8_t *registers, uint64_t microseconds) {
 } // namespace
 
 void CmosClockReset() {
-    gSource = STANDS_STILL;
+    gSource = CLOCK_STANDS_STILL;
     gProgress = static_cast<Progress *>(ArenaTakeRegisters(sizeof(Progress)));
+}
+
+void CmosClockStart(ClockSource source, uint64_t factor) {
+    gSource = source;
+    gFactor = factor;
+    gHostAhead = HostMicroseconds(CLOCK_REALTIME) - HostMicroseconds(CLOCK_MONOTONIC);
+    gProgress->seen = SourceMicroseconds();
+    gProgress->elapsed = 0;
+}
+
+void CmosClockStick(uint64_t polls) {
+    gProgress->stuckPolls = polls;
 }
 
 void CmosClockSet(uint8_t *registers, const ClockTime *time) {
@@ -185,7 +194,7 @@ void CmosClockSet(uint8_t *registers, const ClockTime *time) {
 }
 
 void CmosClockCatchUp(uint8_t *registers) {
-    if (gSource == STANDS_STILL)
+    if (gSource == CLOCK_STANDS_STILL)
         return;
     uint64_t now = SourceMicroseconds();
     if (now > gProgress->seen) // the host's time of day may have been set back since another process
@@ -197,7 +206,7 @@ void CmosClockCatchUp(uint8_t *registers) {
 
 bool CmosClockAnnouncesUpdate(const uint8_t *registers) {
     if (gProgress->stuckPolls != 0) {
-        gProgress->stuckPolls -= gProgress->stuckPolls != FOR_EVER;
+        gProgress->stuckPolls -= gProgress->stuckPolls != STUCK_FOR_EVER;
         return true;
     }
     return WithinLast(registers, Stretched(ANNOUNCEMENT) + Stretched(CYCLE));
@@ -207,23 +216,8 @@ bool CmosClockUpdates(const uint8_t *registers) {
     return WithinLast(registers, Stretched(CYCLE));
 }
 
-void CmosRunLine(BoardLine *line) {
-    NeedCmos(line);
-    if (!LineHas(line, 1, "delays") && !LineHas(line, 1, "real"))
-        LineFail(line, "neither \"delays\" nor \"real\"", LineWord(line, 1));
-    gSource = LineHas(line, 1, "real") ? BY_HOST : BY_DELAYS;
-    gFactor = line->count > 2 ? LineCount(line, 2, 0xFFFF) : 1;
-    gHostAhead = HostMicroseconds(CLOCK_REALTIME) - HostMicroseconds(CLOCK_MONOTONIC);
-    gProgress->seen = SourceMicroseconds();
-    gProgress->elapsed = 0;
-}
-
-void CmosStopLine(BoardLine *line) {
-    NeedCmos(line);
-    gSource = STANDS_STILL;
-}
-
-void CmosStuckLine(BoardLine *line) {
-    NeedCmos(line);
-    gProgress->stuckPolls = line->count > 1 ? LineNumber(line, 1, UINT32_MAX) : FOR_EVER;
+bool CmosClockTakeAlarm() {
+    bool alarm = gProgress->alarm;
+    gProgress->alarm = false;
+    return alarm;
 }

@@ -1,7 +1,7 @@
 // How the CMOS clock counts: the time in its registers, the update cycle once a second, the alarm.
 #pragma once
 
-#include "../BoardFile.h"
+#include <stdint.h>
 
 // Registers of the MC146818A.
 enum : uint8_t {
@@ -24,11 +24,21 @@ enum : uint8_t {
 
 enum : uint8_t { A_UPDATE_IN_PROGRESS = 0x80 }; // read-only
 
+enum ClockSource { CLOCK_STANDS_STILL, CLOCK_BY_DELAYS, CLOCK_BY_HOST };
+
+constexpr uint64_t STUCK_FOR_EVER = UINT64_MAX;
+
 struct ClockTime {
     unsigned year, month, day, hours, minutes, seconds;
 };
 
 void CmosClockReset();
+
+// What makes the clock run, and how many times as fast.
+void CmosClockStart(ClockSource source, uint64_t factor);
+
+// Register A announces an update in its next so many reads.
+void CmosClockStick(uint64_t polls);
 
 // Puts a time into the registers, in the form that register B asks for.
 void CmosClockSet(uint8_t *registers, const ClockTime *time);
@@ -44,12 +54,5 @@ bool CmosClockAnnouncesUpdate(const uint8_t *registers);
 // True while the cycle is under way: the first ten registers are out of reach.
 bool CmosClockUpdates(const uint8_t *registers);
 
-// "cmos-run delays|real [FACTOR]": the clock runs with the board's delays or with the host's time, FACTOR
-// times as fast.
-void CmosRunLine(BoardLine *line);
-
-// "cmos-stop": the clock stands still.
-void CmosStopLine(BoardLine *line);
-
-// "cmos-stuck [POLLS]": register A announces an update in its next so many reads, or for ever.
-void CmosStuckLine(BoardLine *line);
+// True when an alarm interrupt has come since this was asked before.
+bool CmosClockTakeAlarm();

@@ -388,11 +388,20 @@ void WriteRegister(Core *core, uint32_t offset, uint32_t value) {
         WriteSetting(core, offset, value);
 }
 
+// A state file may say what it likes.
+void KeepFifosWithinBounds(Core *core) {
+    core->rxDepth = core->rxDepth < MAX_DEPTH ? core->rxDepth : MAX_DEPTH;
+    core->txDepth = core->txDepth < MAX_DEPTH ? core->txDepth : MAX_DEPTH;
+    core->rxCount = core->rxCount < core->rxDepth ? core->rxCount : core->rxDepth;
+    core->txCount = core->txCount < core->txDepth ? core->txCount : core->txDepth;
+}
+
 // The bus of the block is 32 bits wide: narrower accesses reach nothing.
 uint32_t ReadBlock(void *device, uint64_t address, unsigned width) {
     Core *core = static_cast<Core *>(device);
     if (width != 4)
         return 0xFFFFFFFF;
+    KeepFifosWithinBounds(core);
     Advance(core);
     uint32_t value = ReadRegister(core, static_cast<uint32_t>(address - core->base));
     Advance(core);
@@ -403,6 +412,7 @@ void WriteBlock(void *device, uint64_t address, unsigned width, uint32_t value) 
     Core *core = static_cast<Core *>(device);
     if (width != 4)
         return;
+    KeepFifosWithinBounds(core);
     Advance(core);
     WriteRegister(core, static_cast<uint32_t>(address - core->base), value);
     Advance(core);

@@ -7,6 +7,8 @@
 #include "../Ports.h"
 #include "Cmos.h"
 
+#include <string.h>
+
 namespace {
 
 enum : uint16_t {
@@ -19,11 +21,21 @@ enum : uint16_t {
 enum { STATUS, ENABLE, CONTROL, REGISTERS };
 
 struct Pm1 {
-    uint16_t base;
     uint16_t registers[REGISTERS];
 };
 
 Pm1 *gPm1;
+uint16_t gBase;
+PortClaim *gClaims[REGISTERS];
+
+unsigned Offset(uint16_t port) {
+    return static_cast<unsigned>(port - gBase);
+}
+
+void CatchUp() {
+    if (CmosTakeAlarm())
+        gPm1->registers[STATUS] |= STATUS_RTC;
+}
 
 void Change(int which, uint16_t bits, uint16_t value) {
     uint16_t *at = &gPm1->registers[which];
@@ -36,15 +48,15 @@ void Change(int which, uint16_t bits, uint16_t value) {
 }
 
 uint32_t Read(void *, uint16_t port, unsigned) {
-    CmosCatchUp();
-    unsigned offset = static_cast<unsigned>(port - gPm1->base);
+    CatchUp();
+    unsigned offset = Offset(port);
     return static_cast<uint32_t>(gPm1->registers[offset / 2]) >> (offset % 2 * 8);
 }
 
 void Write(void *, uint16_t port, unsigned width, uint32_t value) {
-    unsigned offset = static_cast<unsigned>(port - gPm1->base);
+    unsigned offset = Offset(port);
     unsigned shift = offset % 2 * 8;
-    CmosCatchUp();
+    CatchUp();
     unsigned bits = width == WIDTH_16 ? 0xFFFF : 0xFFu << shift;
     Change(static_cast<int>(offset / 2), static_cast<uint16_t>(bits), static_cast<uint16_t>(value << shift));
 }
@@ -53,20 +65,21 @@ void Write(void *, uint16_t port, unsigned width, uint32_t value) {
 
 void Pm1Reset() {
     gPm1 = nullptr;
+    memset(gClaims, 0, sizeof gClaims);
 }
 
 void Pm1Line(BoardLine *line) {
-    for (int i = 0; gPm1 && i < REGISTERS; i++)
-        PortClaimOf(gPm1)[i].enabled = false;
-    gPm1 = static_cast<Pm1 *>(ArenaTakeRegisters(sizeof(Pm1)));
-    gPm1->base = static_cast<uint16_t>(LineNumber(line, 1, 0xFFFF - 2 * REGISTERS));
+    uint16_t base = static_cast<uint16_t>(LineNumber(line, 1, 0xFFFF - 2 * REGISTERS));
+    Pm1 contents = {};
     for (int i = 0; i < REGISTERS && line->count > 2; i++)
-        gPm1->registers[i] = static_cast<uint16_t>(LineNumber(line, i + 2, 0xFFFF));
-    for (int i = 0; i < REGISTERS; i++)
-        ClaimPorts(gPm1->base + 2u * static_cast<unsigned>(i), 2, WIDTH_8 | WIDTH_16, Read, Write, gPm1);
-}
-
-void Pm1ClockAlarm() {
-    if (gPm1)
-        gPm1->registers[STATUS] |= STATUS_RTC;
+        contents.registers[i] = static_cast<uint16_t>(LineNumber(line, i + 2, 0xFFFF));
+    gPm1 = static_cast<Pm1 *>(ArenaTakeRegisters(sizeof(Pm1)));
+    *gPm1 = contents;
+    gBase = base;
+    for (int i = 0; i < REGISTERS; i++) {
+        if (gClaims[i])
+            gClaims[i]->enabled = false;
+        gClaims[i] =
+            ClaimPorts(base + 2u * static_cast<unsigned>(i), 2, WIDTH_8 | WIDTH_16, Read, Write, gPm1);
+    }
 }

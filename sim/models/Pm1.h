@@ -6,8 +6,5 @@
 void Pm1Reset();
 
 // "pm1 PORT [STATUS ENABLE CONTROL]": the block, with these contents (0 without them), in place of an earlier
-// one.
+// one. The clock's alarm interrupt reaches the status register (RTC_STS).
 void Pm1Line(BoardLine *line);
-
-// The clock's alarm interrupt reaches the status register (RTC_STS), where there is one.
-void Pm1ClockAlarm();

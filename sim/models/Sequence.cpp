@@ -6,13 +6,13 @@
 namespace {
 
 struct Sequence {
-    int count, next;
+    uint32_t count, next;
     uint32_t values[MAX_WORDS];
 };
 
 uint32_t ReadNext(void *device, uint64_t, unsigned) {
     Sequence *sequence = static_cast<Sequence *>(device);
-    uint32_t value = sequence->values[sequence->next];
+    uint32_t value = sequence->values[sequence->next % MAX_WORDS]; // a state file may say what it likes
     if (sequence->next + 1 < sequence->count)
         sequence->next++;
     return value;

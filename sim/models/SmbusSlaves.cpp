@@ -49,7 +49,7 @@ SmbusOutcome Address(const Slave *slave, uint32_t *offset, uint64_t time) {
     if (!slave || time < slave->answersFrom)
         return SMBUS_NOT_ACKNOWLEDGED;
     if (slave->paged)
-        *offset += gBus->spdPage * PAGE;
+        *offset += (gBus->spdPage & 1) * PAGE;
     if (*offset >= slave->collides)
         return SMBUS_COLLISION;
     if (*offset >= slave->holds)

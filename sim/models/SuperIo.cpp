@@ -33,7 +33,7 @@ struct Chip {
     uint8_t keys[2];
     bool hasExitKey;
     uint8_t exitKey;
-    int keysSeen;
+    uint8_t keysSeen;
     bool open;
     uint8_t index;
     Register globals[FIRST_DEVICE_REGISTER];
@@ -55,7 +55,7 @@ void Close(Chip *chip) {
 }
 
 void TakeKey(Chip *chip, uint8_t value) {
-    if (value == chip->keys[chip->keysSeen])
+    if (value == chip->keys[chip->keysSeen & 1])
         chip->keysSeen++;
     else
         chip->keysSeen = value == chip->keys[0];

@@ -103,6 +103,15 @@ def test_the_lines_of_a_machine_hold_those_of_the_files_that_it_includes(sim, tm
     assert not any(line.startswith("include") for line in lines)
 
 
+def test_the_lines_of_files_whose_names_have_blanks_are_printed_too(sim, tmp_path):
+    (tmp_path / "a part").mkdir()
+    (tmp_path / "a part/one.board").write_text('include "the next.board" # and no more\n')
+    (tmp_path / "a part/the next.board").write_text("latch 300 1\n")
+    (tmp_path / "mine.board").write_bytes(b'\xEF\xBB\xBFinclude "a part/one.board"\r\nmem ok\n')
+    ran = sim("--board mine.board --lines")
+    assert (ran.stdout, ran.stderr) == ("latch 300 1\nmem ok\n", "")
+
+
 def test_the_lines_of_a_machine_with_mistakes_are_not_printed(sim, tmp_path):
     (tmp_path / "mine.board").write_text("include mine.board\n")
     ran = sim("--board mine.board --lines")

@@ -173,6 +173,14 @@ def test_version_and_boards_leave_the_state_alone(sim, tmp_path):
     assert not (tmp_path / "machine").exists()
 
 
+def test_what_stands_in_the_environment_is_no_option(sim, tmp_path, monkeypatch):
+    for name in ("CHECK", "STATE", "RESET"):
+        monkeypatch.setenv(f"HWBOARD_{name}", str(tmp_path / "machine"))
+    ran = sim("/PCI /RB 0 0 0 0")
+    assert (ran.stdout, ran.stderr, ran.returncode) == (READ_HOST, "", 0x86)
+    assert not (tmp_path / "machine").exists()
+
+
 # --capture
 
 CAPTURE = """#!/bin/bash

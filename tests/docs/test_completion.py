@@ -150,6 +150,13 @@ def test_files_are_offered_for_a_dump(tmp_path):
     assert complete("/MEM /RF two.bin 0xF", cwd=tmp_path) == {"0xF0000", "0xFED00000"}
 
 
+@pytest.mark.parametrize("blanks", ["IFS=:", "IFS=", r"IFS=$'\n'"])
+def test_the_users_shell_may_split_words_otherwise(blanks):
+    assert complete("/RTC 60 /", machine=MACHINE + blanks) == {"/F", "/T", "/RESET", "/GRESET"}
+    assert complete("/MSR /RD ", machine=MACHINE + blanks) == {"0", "1", "5", "/ALL", "/A"}
+    assert "0x1b" in complete("--board amd /MSR /RD 0 ", machine=blanks, command=SIMULATOR)
+
+
 def test_nothing_is_offered_where_the_kernel_tells_nothing():
     silent = "_hwreg_pci_functions() { :; }; _hwreg_cpus() { :; }; _hwreg_resources() { :; }"
     assert complete("/PCI /RB ", silent) == set()

@@ -46,7 +46,7 @@ def upward_includes(top):
 def circle(top):
     """The includes that lead from a module (a source and its header) back to it; of several circles the first."""
     edges = {}
-    for path in sources(top, *FLOORS, *BESIDE):
+    for path in sources(top, *FLOORS, *BESIDE, "sim"):
         here = path.relative_to(top)
         for line, name in includes(top, path):
             target = named(top, path, name)
@@ -136,4 +136,6 @@ def test_planted_includes_are_found(plant):
                                                    "tools/T.cpp:1: Main/Parser.h, and not tools/T.h"]
     assert list(included_sources(top)) == ["Base/Up.h:2: tools/T.cpp"]
     (top / "Base/Up.h").write_text("")
+    assert sorted(circle(top)) == ["sim/S.h:2: sim/models/M.h", "sim/models/M.h:2: sim/S.h"]
+    (top / "sim/S.h").write_text("")
     assert circle(top) == []
