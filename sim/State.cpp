@@ -11,6 +11,7 @@
 #include <errno.h>
 #include <fcntl.h>
 #include <link.h>
+#include <signal.h>
 #include <string.h>
 #include <sys/file.h>
 #include <sys/stat.h>
@@ -131,6 +132,14 @@ void CheckState(int descriptor, const Header *header) {
         FailToBegin("a state that has been cut off");
 }
 
+const char *gPath;
+
+// The disk has no room for a page of the file that is written to for the first time.
+void TellFullDisk(int) {
+    MistakePlace(gPath, 0);
+    BoardFail("the disk is full: what this run has changed so far is kept, and no more");
+}
+
 } // namespace
 
 void StateTake(const char *path, bool anew) {
@@ -144,4 +153,8 @@ void StateTake(const char *path, bool anew) {
     if (!MemoryTake(descriptor) || !ArenaMapRegisters(descriptor, REGISTERS))
         FailToKeep(strerror(errno));
     MistakePlace(nullptr, 0);
+    gPath = path;
+    struct sigaction full = {};
+    full.sa_handler = TellFullDisk;
+    sigaction(SIGBUS, &full, nullptr);
 }

@@ -1,6 +1,9 @@
-"""State files whose registers hold what no machine has left there."""
+"""State files whose registers hold what no machine has left there, and disks that have no room for them."""
+
+import subprocess
 
 import pytest
+from harness import BOARDS, BUILD
 
 MEMORY = (4 << 30) + (1 << 20)
 REGISTERS = MEMORY + 4096  # behind the header
@@ -34,3 +37,17 @@ def test_registers_that_nothing_has_left_harm_nobody(run, tmp_path, lines, words
         file.write(byte * (state.stat().st_size - REGISTERS))
     ran = run(f"iopl 3 {words}", **kept)
     assert (ran.status, ran.err) == (0, b"")
+
+
+def test_a_disk_that_gets_full_ends_the_run_and_keeps_what_was_written(tmp_path):
+    script = (f'mount -t tmpfs -o size=1m none "{tmp_path}" && cd "{tmp_path}" || exit 99; '
+              'run() { HWBOARD_STATE=state LD_PRELOAD=$0/libhwboard.so $0/hwreg "$@"; }; '
+              "for page in $(seq 256); do run /MEM /WB $((0x1000000 + page * 4096)) 0x5A; done; "
+              "run /MEM /RB 0x1001000; true")
+    ran = subprocess.run(["unshare", "-m", "sh", "-c", script, BUILD], text=True, capture_output=True, timeout=120,
+                         env={"HWBOARD": str(BOARDS / "base.board"), "PATH": "/usr/bin:/bin:/usr/sbin"}, check=False)
+    if ran.returncode in (1, 99):
+        pytest.skip("may not mount here: " + ran.stderr)
+    assert set(ran.stderr.splitlines()) == \
+        {"state: the disk is full: what this run has changed so far is kept, and no more"}
+    assert ran.stdout.splitlines()[-1] == "Memory Read Byte MemAddr: 1001000, return data:0x5A"

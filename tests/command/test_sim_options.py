@@ -42,6 +42,7 @@ MISTAKES = [
     ("--log=--board amd /IO /RB 0x61", "--log needs an operand"),
     ("--reset /IO /RB 0x61", "--reset needs --state"),
     ("--explain /IO /RB 0x61", "--explain needs --log"),
+    ("--boards amd", "--boards runs nothing: no words belong behind it"),
     ("--lines /IO /RB 0x61", "--lines runs nothing: no words belong behind it"),
     ("--reset=yes /IO /RB 0x61", "no option '--reset=yes'; hwreg-sim --help lists them"),
     ("--bord amd /IO", "no option '--bord'; hwreg-sim --help lists them"),
