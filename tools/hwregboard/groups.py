@@ -5,7 +5,8 @@ import os
 import sys
 
 from hwregboard.board import read_board
-from hwregboard.differences import Difference, compared, counts, lines
+from hwregboard.comparison import Difference
+from hwregboard.differences import compared, counts, lines
 from hwregboard.errors import Mistake
 from hwregboard.machine import Machine
 from hwregboard.volatile import Rules

@@ -1,13 +1,10 @@
 """Memory of two machines compared: SMBIOS structures and ACPI tables by their fields, the rest by address."""
 
-import typing
-from collections.abc import Iterable, Iterator
+from collections.abc import Callable, Iterable, Iterator
 
 from hwregboard import acpi, dmi, names, volatile
+from hwregboard.comparison import Comparison
 from hwregboard.machine import Machine, Run, overlaid, read_memory
-
-if typing.TYPE_CHECKING:
-    from hwregboard.differences import Comparison
 
 GAP = 16  # bytes that are the same between two that differ, which are then told in one line
 SHOWN = 16  # bytes of a line
@@ -16,7 +13,7 @@ PLACES = 64  # lines of a table or an area; then their number is told
 Range = tuple[int, int]
 
 
-def compare_memory(comparison: "Comparison", first: Machine, second: Machine) -> None:
+def compare_memory(comparison: Comparison, first: Machine, second: Machine) -> None:
     runs = overlaid(first.parts), overlaid(second.parts)
     if runs[0] == runs[1]:
         return
@@ -53,7 +50,7 @@ def smbios_ranges(machine: Machine, found: tuple[bytes, bytes] | None) -> list[R
     return ranges
 
 
-def compare_smbios(comparison: "Comparison", first: Machine, second: Machine) -> list[Range]:
+def compare_smbios(comparison: Comparison, first: Machine, second: Machine) -> list[Range]:
     ours, theirs = dmi.find_smbios(first), dmi.find_smbios(second)
     if ours is None or theirs is None:
         if ours != theirs:
@@ -75,7 +72,7 @@ def compare_smbios(comparison: "Comparison", first: Machine, second: Machine) ->
     return smbios_ranges(first, ours) + smbios_ranges(second, theirs)
 
 
-def compare_structure(comparison: "Comparison", place: str, title: str, old: dmi.Structure, new: dmi.Structure) -> None:
+def compare_structure(comparison: Comparison, place: str, title: str, old: dmi.Structure, new: dmi.Structure) -> None:
     if old == new:
         return
     if old.handle != new.handle:
@@ -100,7 +97,7 @@ def compare_structure(comparison: "Comparison", place: str, title: str, old: dmi
     compare_strings(comparison, place, title, old, new, told)
 
 
-def compare_strings(comparison: "Comparison", place: str, title: str, old: dmi.Structure, new: dmi.Structure,
+def compare_strings(comparison: Comparison, place: str, title: str, old: dmi.Structure, new: dmi.Structure,
                     told: set[str]) -> None:  # fmt: skip
     """Strings that no named field has told."""
     for number in range(max(len(old.strings), len(new.strings))):
@@ -130,7 +127,7 @@ def keyed(machine: Machine) -> dict[str, acpi.Table]:
     return found
 
 
-def compare_acpi(comparison: "Comparison", first: Machine, second: Machine) -> list[Range]:
+def compare_acpi(comparison: Comparison, first: Machine, second: Machine) -> list[Range]:
     ours, theirs = keyed(first), keyed(second)
     placed = {int(title[2], 16) for machine in (first, second) for part in machine.parts
               if any(note.startswith("placed by the importer") for note in part.notes) or acpi.MADE in part.title
@@ -144,7 +141,7 @@ def compare_acpi(comparison: "Comparison", first: Machine, second: Machine) -> l
     return [(table.address, table.address + len(table.data)) for table in (*ours.values(), *theirs.values())]
 
 
-def compare_table(comparison: "Comparison", key: str, old: acpi.Table, new: acpi.Table) -> None:
+def compare_table(comparison: Comparison, key: str, old: acpi.Table, new: acpi.Table) -> None:
     size = min(len(old.data), len(new.data))
     plain = []
     done = -1
@@ -173,8 +170,8 @@ def compare_table(comparison: "Comparison", key: str, old: acpi.Table, new: acpi
 # ---- runs of bytes
 
 
-def places(comparison: "Comparison", place: str, base: int, old: bytes, new: bytes, others: list[int],
-           reason: typing.Callable[[int], str]) -> None:  # fmt: skip
+def places(comparison: Comparison, place: str, base: int, old: bytes, new: bytes, others: list[int],
+           reason: Callable[[int], str]) -> None:  # fmt: skip
     """One line for each row of bytes that differ; beyond PLACES their number."""
     rows: list[list[int]] = []
     for at in others:
@@ -194,7 +191,7 @@ def places(comparison: "Comparison", place: str, base: int, old: bytes, new: byt
                        "other bytes")  # fmt: skip
 
 
-def compare_bytes(comparison: "Comparison", place: str, old: bytes, new: bytes) -> None:
+def compare_bytes(comparison: Comparison, place: str, old: bytes, new: bytes) -> None:
     size = min(len(old), len(new))
     places(comparison, place, 0, old, new, [at for at in range(size) if old[at] != new[at]], lambda at: "")
     if len(old) != len(new):
@@ -223,7 +220,7 @@ def volatile_memory(address: int) -> str:
     return next((reason for first, last, reason in volatile.MEMORY if first <= address <= last), "")
 
 
-def compare_rest(comparison: "Comparison", first: list[Run], second: list[Run]) -> None:
+def compare_rest(comparison: Comparison, first: list[Run], second: list[Run]) -> None:
     bounds = sorted({at for run in first + second for at in (run.address, run.end)})
     lone: list[tuple[int, int, bool]] = []
     for start, end in zip(bounds, bounds[1:]):
@@ -241,7 +238,7 @@ def compare_rest(comparison: "Comparison", first: list[Run], second: list[Run]) 
         comparison.only(f"memory {start:x}-{end - 1:x}", "", in_first, content)
 
 
-def compare_area(comparison: "Comparison", start: int, old: tuple[bytes, bytes], new: tuple[bytes, bytes]) -> None:
+def compare_area(comparison: Comparison, start: int, old: tuple[bytes, bytes], new: tuple[bytes, bytes]) -> None:
     if 0 in old[1]:
         comparison.unjudged.update(bytes(byte for byte, known in zip(new[0], old[1]) if not known))
     if old[0] == new[0]:
