@@ -1,10 +1,10 @@
 """A capture only reads, unless it is asked for more, and leaves hardware as it was."""
 
-import contextlib
+import fcntl
+import os
 import re
 import signal
 import subprocess
-import time
 
 import pytest
 
@@ -56,25 +56,31 @@ def test_the_die_is_selected_and_set_back(capture):
     assert found[0] == "out32 0cfc 00000001" and found[-1] == "out32 0cfc 00000000"
 
 
+def signal_after(access, number):
+    """A runner that sends a signal soon after an access: the log goes through a pipe of one page, so the program comes
+    no further than that meanwhile."""
+
+    def go(run, cwd, stdin, stdout, stderr, timeout):
+        reader, writer = os.pipe()
+        fcntl.fcntl(writer, fcntl.F_SETPIPE_SZ, 4096)
+        child = subprocess.Popen(run.command, env={**run.environment, "HWBOARD_LOG": f"/proc/self/fd/{writer}"},
+                                 pass_fds=[writer], stderr=subprocess.PIPE)  # fmt: skip
+        os.close(writer)
+        with open(reader, "rb", buffering=0) as pipe, open(run.log_file, "wb") as log:
+            waiting = True
+            while part := pipe.read(512):
+                log.write(part)
+                if waiting and access in part:
+                    child.send_signal(number)
+                    waiting = False
+        return run.result(child.wait(timeout), b"", child.communicate()[1])
+
+    return go
+
+
 def test_a_signal_waits_until_the_super_io_chip_is_locked(run, tmp_path):
     path = tmp_path / "never.board"
-
-    def interrupt(runner, cwd, stdin, stdout, stderr, timeout):
-        child = subprocess.Popen(runner.command, env=runner.environment, stderr=subprocess.PIPE)
-        deadline = time.monotonic() + timeout
-        while "out8 004e a5" not in tail(runner.log_file) and time.monotonic() < deadline:
-            pass
-        child.send_signal(signal.SIGINT)
-        err = child.communicate(timeout=timeout)[1]
-        return runner.result(child.returncode, b"", err)
-
-    def tail(log):
-        with contextlib.suppress(OSError), open(log, "rb") as file:
-            file.seek(max(0, log.stat().st_size - 4096))
-            return file.read().decode()
-        return ""
-
-    result = run(f"--superio -o {path}", program="hwreg-capture", runner=interrupt, timeout=60)
+    result = run(f"--superio -o {path}", program="hwreg-capture", runner=signal_after(b"out8 004f", signal.SIGINT))
     ports = [line for line in result.log if line.split(" ")[1] in ("004e", "004f")]
     assert ports[:2] == ["out8 004e a5"] * 2 and ports[-1] == "out8 004e aa"
     assert result.status == -signal.SIGINT and list(tmp_path.glob("never*")) == []

@@ -119,7 +119,7 @@ def test_what_a_machine_does_not_have_cannot_be_exported(desk, part):
 
 @pytest.mark.parametrize("function, argument, name", [
     (names.msr_name, 0x1B, "IA32_APIC_BASE"), (names.msr_name, 0x203, "IA32_MTRR_PHYSMASK1"),
-    (names.msr_name, 0x26F, "IA32_MTRR_FIX4K_F8000"), (names.msr_name, 0xC0010065, "PSTATE1"),
+    (names.msr_name, 0x26F, "IA32_MTRR_FIX4K_F8000"), (names.msr_name, 0xC0010065, "PSTATE_1"),
     (names.msr_name, 0x409, "IA32_MC2_STATUS"), (names.msr_name, 0xDEAD, "MSR dead"),
     (names.cmos_name, 0x0A, "Register A"), (names.cmos_name, 0x90, "CMOS 90"),
     (names.port_name, 0xCF9, "Reset Control"), (names.port_name, 0x9999, "Port 9999"),
