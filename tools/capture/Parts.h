@@ -1,4 +1,4 @@
-// The parts of physical memory that a capture holds.
+// Which pieces of physical memory a capture holds.
 #pragma once
 
 #include <cstddef>
@@ -15,7 +15,7 @@ struct MemoryPart {
     MemoryPart *next;
 };
 
-// Reads length bytes from start on, cut at 4 GiB. What cannot be read is told and left out, so the part may
+// Reads length bytes from start on, cut at 4 GiB. What cannot be read is told and left out, so the piece may
 // become several, or none. Returns the first, NULL when there is none.
 MemoryPart *AddPart(uint32_t start, uint64_t length, const char *title, ...)
     __attribute__((format(printf, 3, 4)));

@@ -201,7 +201,7 @@ def adapted_root(root: Table | None, address: int, signature: str) -> bytes:
 
 
 def find_tables(machine: Machine, made: bool = True) -> list[Table]:
-    """The tables by the parts' names; those that the importer has made, too, if wanted."""
+    """The tables by the names of their memory; those that the importer has made, too, if wanted."""
     runs = overlaid(machine.parts)
     found = []
     for part in machine.parts:

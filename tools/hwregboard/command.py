@@ -17,7 +17,7 @@ SAME, DIFFERENT, TROUBLE = 0, 1, 2
 LINE = 1 << 16  # characters of a log's line; what is longer is no log, and may have no end
 
 DESCRIPTION = """Makes a board file of what people attach to reports, shows what a captured or imported machine holds,
-compares machines, and gives the parts back in the formats of their own tools. Exit status: 0 done or the same,
+compares machines, and gives what they hold back in the formats of their own tools. Exit status: 0 done or the same,
 1 different, 2 trouble."""
 
 

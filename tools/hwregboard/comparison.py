@@ -49,7 +49,7 @@ class Comparison:
     def sides(self, part: str, first: dict, second: dict, name: Callable[[object], tuple[str, str]],
               content: Callable[[object], object]) -> list:  # fmt: skip
         """The keys of both sides in order. Those of one side are told one by one, or at once where the other side has
-        nothing of the part."""
+        nothing of that kind."""
         if bool(first) != bool(second):
             self.only(part, "", bool(first), [(key, content(second[key])) for key in second])
             return []

@@ -160,7 +160,7 @@ def made_entry(size: int) -> bytes:
 
 
 def find_smbios(machine: Machine) -> tuple[bytes, bytes] | None:
-    """(entry point, table) by the parts' names, else by looking through the BIOS area as the kernel does."""
+    """(entry point, table) by the names of its memory, else by looking through the BIOS area as the kernel does."""
     runs = overlaid(machine.parts)
     table = next((bytes(part.runs[0].data) for part in machine.parts if part.title.startswith(TABLE_TITLE)), b"")
     for part in machine.parts:

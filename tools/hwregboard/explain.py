@@ -203,7 +203,7 @@ def memory_line(seen: Seen, address: int, width: int, written: bool, value: int)
 
 
 def matched(pattern: re.Pattern[str], line: str) -> re.Match[str] | None:
-    """The parts of an access whose value fits its width."""
+    """An access taken apart, if its value fits its width."""
     found = pattern.match(line)
     return found if found and len(found[4]) == int(found[2]) // 4 else None
 

@@ -174,7 +174,7 @@ def cpu_list(cpus: Iterable[int]) -> str:
 
 
 def overlaid(parts: Iterable[Part]) -> list[Run]:
-    """The parts' memory in order of addresses, without overlaps: what comes later wins. Runs that touch are one."""
+    """All memory in order of addresses, without overlaps: what comes later wins. Runs that touch are one."""
     runs = [run for part in parts for run in part.runs]
     bounds: list[tuple[int, int, int]] = []  # (start, end, number of the run), disjoint, in order
     for number, run in enumerate(runs):
