@@ -62,6 +62,16 @@ class Answer:
 # A MiB of the first machine's memory that its kernel leaves alone, for any use within one command.
 SCRATCH = 0x18000000
 
+# Two root ports in one slot and a bridge, with a card behind each.
+BEHIND_BRIDGES = [
+    "pcie-root-port,id=port1,bus=pcie.0,addr=3.0,chassis=1,slot=1,multifunction=on",
+    "e1000e,bus=port1",
+    "pcie-root-port,id=port2,bus=pcie.0,addr=3.1,chassis=2,slot=2",
+    "nvme,bus=port2,serial=1",
+    "pci-bridge,id=bridge,bus=pcie.0,addr=5,chassis_nr=3,shpc=off",
+    "e1000,bus=bridge,addr=1",
+]
+
 # An Intel chipset of the PCI Express age: functions on bus 0 and behind bridges, extended configuration space,
 # slots with functions 0 and 1, and 0 to 2 and 7, devices without an interrupt and with each of the pins A to D.
 Q35 = SharedBoot(
@@ -70,12 +80,7 @@ Q35 = SharedBoot(
         smp=4,
         cpu="max",
         devices=[
-            "pcie-root-port,id=port1,bus=pcie.0,addr=3.0,chassis=1,slot=1,multifunction=on",
-            "e1000e,bus=port1",
-            "pcie-root-port,id=port2,bus=pcie.0,addr=3.1,chassis=2,slot=2",
-            "nvme,bus=port2,serial=1",
-            "pci-bridge,id=bridge,bus=pcie.0,addr=5,chassis_nr=3,shpc=off",
-            "e1000,bus=bridge,addr=1",
+            *BEHIND_BRIDGES,
             "edu,bus=pcie.0,addr=6",
             "pci-testdev,bus=pcie.0,addr=7",
             "ich9-usb-uhci1,bus=pcie.0,addr=0x1d.0,multifunction=on",

@@ -10,28 +10,20 @@ import tarfile
 import pytest
 
 import guest
+from boots import BEHIND_BRIDGES
 from captures import QUESTIONS, answers, differences, questions
 from guest import Command, Machine
 from harness import BUILD, TOP
-
-PORTS = [
-    "pcie-root-port,id=port1,bus=pcie.0,addr=3.0,chassis=1,slot=1,multifunction=on",
-    "e1000e,bus=port1",
-    "pcie-root-port,id=port2,bus=pcie.0,addr=3.1,chassis=2,slot=2",
-    "nvme,bus=port2,serial=1",
-    "pci-bridge,id=bridge,bus=pcie.0,addr=5,chassis_nr=3,shpc=off",
-    "e1000,bus=bridge,addr=1",
-]
 
 # The kind `pc` belongs to the quick run: tests/guest/ring says so.
 KINDS = {
     "pc": Machine(machine="pc", devices=["VGA", "intel-hda", "piix3-usb-uhci", "pci-serial"]),
     "q35": Machine(),
-    "ports": Machine(devices=PORTS),
+    "ports": Machine(devices=BEHIND_BRIDGES),
     "ovmf": Machine(firmware="ovmf", devices=["qemu-xhci,addr=4"]),
     "cpus": Machine(smp=4, cpu="max"),
     "memory": Machine(memory=300, smp=2),
-    "strict": Machine(devices=PORTS[:2], append=""),
+    "strict": Machine(devices=BEHIND_BRIDGES[:2], append=""),
 }
 
 # What tells another thing each time, beside what captures.VOLATILE names: by kind of question, with the reason.
