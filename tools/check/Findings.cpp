@@ -4,9 +4,11 @@
 #include "tools/check/MsrDoor.h"
 #include "tools/check/PciList.h"
 #include "tools/check/PortDoor.h"
+#include "tools/check/Privilege.h"
 #include "tools/check/Window.h"
 
 void FindAll() {
+    FindPrivilege();
     FindPortDoor();
     FindMemoryDoor();
     FindMsrDoor();
