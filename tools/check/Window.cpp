@@ -69,9 +69,9 @@ static void TakeMcfg(const uint8_t *table, uint32_t length, const char *who) {
 
 static bool TakeMcfgFile() {
     static uint8_t table[MOST_MCFG_BYTES];
-    int64_t got = ReadBytes("/sys/firmware/acpi/tables/MCFG", 0, table, sizeof(table));
-    if (got >= MCFG_FIRST && Load32(table) == MCFG_SIGNATURE)
-        TakeMcfg(table, static_cast<uint32_t>(got), "the table MCFG");
+    uint32_t got = ReadWhole("/sys/firmware/acpi/tables/MCFG", table, sizeof(table));
+    if (Load32(table) == MCFG_SIGNATURE)
+        TakeMcfg(table, got, "the table MCFG");
     return mTruth.who != nullptr;
 }
 
