@@ -35,7 +35,6 @@ static ConfigWindow mWindow = {WINDOW_UNKNOWN, 0, -1, -1, 0};
 // What says where the window is, and what the chipset's register says.
 struct Truth {
     const char *who; // NULL: nobody
-    bool none;       // who says that there is none
     uint64_t base;
     int first, last;
 };
@@ -60,7 +59,7 @@ static void TakeMcfg(const uint8_t *table, uint32_t length, const char *who) {
         if (found == 0 || Load16(entry + 8) != 0 || entry[11] < entry[10])
             continue;
         if (!any || found == base)
-            mTruth = {who, false, found, entry[10], entry[11]};
+            mTruth = {who, found, entry[10], entry[11]};
         any = true;
         if (found == base)
             return;
@@ -102,7 +101,7 @@ static bool TakeMemoryMap() {
         if (domain != 0 || first > last || last > LAST_BUS)
             continue;
         uint64_t base = list[i].first - (static_cast<uint64_t>(first) << BUS_SHIFT);
-        mTruth = {"the kernel's map of memory", false, base, static_cast<int>(first), static_cast<int>(last)};
+        mTruth = {"the kernel's map of memory", base, static_cast<int>(first), static_cast<int>(last)};
         return true;
     }
     return false;
@@ -153,34 +152,33 @@ static int BusesOfRegister() {
     return range < 8 ? 1 << range : LAST_BUS + 1;
 }
 
-// Nobody says where the window is. A register that looks like one is believed when the host bridge is seen
-// through it: one load of its first register, in memory that nobody else has claimed.
+// A register that looks like one of a window is believed when the host bridge is seen through it, whatever
+// the tables say: one load of its first register.
 static void JudgeByLook() {
     const PciFunction *list;
-    uint32_t count = PciFunctions(&list);
-    if (mRegister.wrong != nullptr) {
-        mWindow.state = WINDOW_WRONG;
+    if (PciFunctions(&list) == 0 || PageError(mWindow.base) != 0) {
+        mWindow.state = mTruth.who == nullptr ? WINDOW_UNKNOWN : WINDOW_WRONG;
         return;
     }
-    if (count == 0 || MemoryError() != 0 || PageError(mWindow.base) != 0)
-        return;
     uint32_t ids = list[0].vendor | static_cast<uint32_t>(list[0].device) << 16;
     bool seen = MemRead32(mWindow.base) == ids;
     mWindow.state = seen ? WINDOW_RIGHT : WINDOW_WRONG;
     if (seen)
-        mTruth = {"the host bridge seen through it", false, mWindow.base, 0, BusesOfRegister() - 1};
+        mTruth = {"the host bridge seen through it", mWindow.base, 0, BusesOfRegister() - 1};
 }
 
 static void Judge() {
-    if (mTruth.who == nullptr)
-        JudgeByLook();
+    if (mTruth.who != nullptr && mTruth.base == mWindow.base)
+        mWindow.state = WINDOW_RIGHT;
+    else if (mRegister.wrong != nullptr)
+        mWindow.state = WINDOW_WRONG;
     else
-        mWindow.state = mTruth.base == mWindow.base ? WINDOW_RIGHT : WINDOW_WRONG;
-    if (mTruth.who != nullptr) {
-        mWindow.firstBus = mTruth.first;
-        mWindow.lastBus = mTruth.last;
-        mWindow.trueBase = mTruth.base;
-    }
+        JudgeByLook();
+    if (mTruth.who == nullptr)
+        return;
+    mWindow.firstBus = mTruth.first;
+    mWindow.lastBus = mTruth.last;
+    mWindow.trueBase = mTruth.base;
 }
 
 static void NoteWrong() {
