@@ -183,6 +183,8 @@ def test_this_machine_is_asked_without_errors():
     ("--board amd --cap", "--capture"),
     ("--capture ", ""),
     ("--board amd --capture /PC", ""),
+    ("--board amd --preflight --json /PC", "/PCI"),
+    ("--preflight --", "--json --help --version"),
     ("/PCI --", ""),
 ])  # fmt: skip
 def test_the_simulators_options_are_offered_before_a_command_line(line, offered, tmp_path):

@@ -74,6 +74,12 @@ int64_t ReadBytes(const char *path, uint64_t offset, void *bytes, size_t length)
     return static_cast<int64_t>(done);
 }
 
+uint32_t ReadWhole(const char *path, uint8_t *bytes, uint32_t size) {
+    memset(bytes, 0, size);
+    int64_t got = ReadBytes(path, 0, bytes, size);
+    return got < 0 ? 0 : static_cast<uint32_t>(got);
+}
+
 bool FileExists(const char *path) {
     int fd = open(path, O_RDONLY | O_CLOEXEC | O_NONBLOCK);
     if (fd < 0)
