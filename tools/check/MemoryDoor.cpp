@@ -74,8 +74,10 @@ static void TryMap() {
         else if (IsClaimed(resource, i == 0 ? nullptr : resource - 1))
             Try(&mClaimed, resource->first, resource->name);
     }
-    Try(&mRam, FIRST_MIB, "memory from 1 MiB on"); // where the map is hidden
-    Try(&mClaimed, LOCAL_APIC, "Local APIC");
+    if (!mRam.any) // the map is hidden
+        Try(&mRam, FIRST_MIB, "memory from 1 MiB on");
+    if (!mClaimed.any)
+        Try(&mClaimed, LOCAL_APIC, "Local APIC");
 }
 
 static void NoteOpenError() {
