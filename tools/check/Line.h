@@ -43,6 +43,9 @@ void JudgeNoForm(Line *line, int status);
 void JudgeValue(Line *line, Verdict verdict, FindingName because, AccessWidth width, uint32_t bit,
                 uint32_t value);
 
+// The rows of a view whose bytes are all the same.
+void ShowsBytes(Line *line, uint8_t byte);
+
 // A bit number above 31: nothing is accessed. True when it is one.
 bool JudgeBit(Line *line, const AccessForm *form, uint32_t bit);
 
