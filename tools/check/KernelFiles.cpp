@@ -74,12 +74,25 @@ int64_t ReadBytes(const char *path, uint64_t offset, void *bytes, size_t length)
     return static_cast<int64_t>(done);
 }
 
+uint32_t ReadWhole(const char *path, uint8_t *bytes, uint32_t size) {
+    memset(bytes, 0, size);
+    int64_t got = ReadBytes(path, 0, bytes, size);
+    return got < 0 ? 0 : static_cast<uint32_t>(got);
+}
+
 bool FileExists(const char *path) {
     int fd = open(path, O_RDONLY | O_CLOEXEC | O_NONBLOCK);
     if (fd < 0)
         return errno != ENOENT && errno != ENOTDIR;
     close(fd);
     return true;
+}
+
+const char *KernelRelease() {
+    static utsname kernel = {};
+    if (kernel.release[0] == 0)
+        uname(&kernel);
+    return kernel.release;
 }
 
 const char *KernelParameter(const char *name) {
@@ -131,10 +144,8 @@ static bool TakeConfig(FILE *file) {
 }
 
 static bool TakeConfigFile(const char *format) {
-    utsname kernel = {};
     char path[KERNEL_LINE];
-    uname(&kernel);
-    snprintf(path, sizeof(path), format, kernel.release);
+    snprintf(path, sizeof(path), format, KernelRelease());
     FILE *file = OpenToRead(path);
     bool taken = TakeConfig(file);
     if (file != nullptr)

@@ -18,8 +18,15 @@ bool FirstLine(const char *path, char line[KERNEL_LINE]);
 // opened.
 int64_t ReadBytes(const char *path, uint64_t offset, void *bytes, size_t length);
 
+// Copies a whole file into a buffer of that size. How many bytes there were; 0 for one that cannot be opened.
+// The rest of the buffer is 0.
+uint32_t ReadWhole(const char *path, uint8_t *bytes, uint32_t size);
+
 // True when a file is there, whoever may read it.
 bool FileExists(const char *path);
+
+// The running kernel's release, "6.1.0-56-amd64".
+const char *KernelRelease();
 
 // What a word "NAME=" of the kernel's command line says, the last one of several; "" for the bare word. NULL
 // without the word, or the command line. It stays until the next call.

@@ -79,6 +79,14 @@ uint32_t PciFunctions(const PciFunction **list) {
     return mCount;
 }
 
+const PciFunction *FunctionOfClass(uint16_t classCode) {
+    for (uint32_t i = 0; i < mCount; ++i) {
+        if (mFunctions[i].classCode == classCode)
+            return &mFunctions[i];
+    }
+    return nullptr;
+}
+
 bool ReadPciConfig(uint16_t bus, uint16_t dev, uint16_t fun, uint32_t offset, void *bytes, uint32_t length) {
     char path[64];
     uint8_t read[PCI_EXTENDED_BYTES];

@@ -18,6 +18,9 @@ uint16_t HostBridgeVendor();
 // The functions of domain 0, in the order of bus, device, function; how many.
 uint32_t PciFunctions(const PciFunction **list);
 
+// The first function with a class code; NULL without one.
+const PciFunction *FunctionOfClass(uint16_t classCode);
+
 // Reads configuration space through sysfs. False, with the bytes untouched, when that does not give all of
 // them: others than root get 64 bytes of a function.
 bool ReadPciConfig(uint16_t bus, uint16_t dev, uint16_t fun, uint32_t offset, void *bytes, uint32_t length);
