@@ -3,7 +3,7 @@
 
 #include "Main/Commands.h"
 #include "Project/AccessForm.h"
-#include "tools/check/Answer.h"
+#include "tools/check/Verdict.h"
 
 constexpr size_t MOST_WORDS = 256;
 
