@@ -2,11 +2,15 @@
 
 from __future__ import annotations
 
+from hwreg.amd import Smn, Smu
+from hwreg.firmware import Acpi, Smbios
 from hwreg.memory import Memory
 from hwreg.pci import Pci
 from hwreg.ports import Index, Io, SuperIo
+from hwreg.power import Rtc
 from hwreg.processor import Cpuid, Msr
 from hwreg.session import LOCK_FILE, Session
+from hwreg.smbus import I2c, Smbus, Spd
 from hwreg.transports import Transport
 
 
@@ -28,4 +32,12 @@ class Machine(Session):
         self.pci = Pci(self)
         self.msr = Msr(self)
         self.cpuid = Cpuid(self)
+        self.smbus = Smbus(self)
+        self.spd = Spd(self.smbus)
+        self.i2c = I2c(self)
+        self.smn = Smn(self)
+        self.smu = Smu(self)
+        self.smbios = Smbios(self)
+        self.acpi = Acpi(self)
+        self.rtc = Rtc(self, self.index)
         self.superio = SuperIo(self)

@@ -2,8 +2,10 @@
 
 from __future__ import annotations
 
+import re
+
 from hwreg import arguments
-from hwreg.copies import copied, viewed
+from hwreg.copies import copied, script, viewed
 from hwreg.errors import NoAnswer
 from hwreg.registers import SWITCHES, Registers
 from hwreg.views import views_in
@@ -13,6 +15,12 @@ PAGE = 256
 LAST_SHOWN_PORT = 0xFFFE
 # The Super I/O's logical devices in the order in which hwreg shows them; it names none.
 LOGICAL_DEVICES = (2, 3, 4, 5, 7, 0x0B, 0x0C, 0x0D, 0x0E)
+
+# One line takes one /WB, so a device is selected by a line of its own.
+BOTH = """
+device=$1 register=$2 value=$3; shift 3
+"$@" /SIO /WB 7 "$device" && exec "$@" /SIO /WB "$register" "$value"
+"""
 
 
 class Io(Registers):
@@ -99,9 +107,25 @@ class SuperIo(Registers):
     def read_bit(self, register: int, bit: int, device: int | None = None) -> bool:
         return self._access(register, device, "/RI", self._bit(bit)) == 1
 
-    def write(self, register: int, value: int) -> int:
-        """Gives what the register reads afterwards. Select a logical device before: write(7, device)."""
-        return self._access(register, None, "/WB", arguments.data(value, 8))
+    def write(self, register: int, value: int, device: int | None = None) -> int:
+        """Gives what the register reads afterwards. With a device it is two commands under one lock."""
+        arguments.data(value, 8)
+        if device is None:
+            return self._access(register, None, "/WB", value)
+        operands = [arguments.number("device", device, 0xFF), arguments.number("register", register, 0xFF), value]
+        return self._write_both([arguments.spelled(operand) for operand in operands])
+
+    def _write_both(self, operands: list[str]) -> int:
+        session = self._session
+        words = ["/SIO", "/WB", *operands[1:]]
+        both = script(BOTH, operands, session.line([], locked=False))
+        ran = session.execute(words, [*session.locking(session.timeout), *both])
+        if ran is None:
+            return 0
+        found = re.findall(rf"^{self.says} 0x[0-9A-F]+, data = 0x([0-9A-F]{{1,2}})$", ran.stdout, re.MULTILINE)
+        if len(found) != 2:
+            raise session.failure(ran)
+        return int(found[1], 16)
 
     def write_bit(self, register: int, bit: int, value: bool | int, device: int | None = None) -> bool:
         """Reads, changes and writes the register, and gives what the bit reads afterwards."""

@@ -48,7 +48,7 @@ class Session:
 
     def __init__(self, transport: Transport, power: bool = False, dry_run: bool = False, timeout: float = 60.0,
                  lock: str | None = LOCK_FILE) -> None:  # fmt: skip
-        if not timeout > 0:
+        if timeout <= 0:
             raise WrongArgument(f"timeout is {timeout!r}: it must be some seconds")
         self.transport = transport
         self.power = power
@@ -64,9 +64,12 @@ class Session:
         is held until hwreg has ended, whatever becomes of those who wait for it."""
         limit = self.timeout if seconds is None else seconds
         before = [] if folder is None else ["env", f"--chdir={folder}"]
-        if locked and self.lock is not None:
-            before += ["flock", "-F", "-w", f"{limit:g}", "-E", str(LOCK_NOT_HAD), self.lock]
-        return [*before, *limited(limit), *self.transport.hwreg(), *words]
+        return [*before, *(self.locking(limit) if locked else []), *limited(limit), *self.transport.hwreg(), *words]
+
+    def locking(self, seconds: float) -> list[str]:
+        if self.lock is None:
+            return []
+        return ["flock", "-F", "-w", f"{seconds:g}", "-E", str(LOCK_NOT_HAD), self.lock]
 
     def command(self, *words: str) -> str:
         """The line that `run` with these words starts on this machine."""
@@ -88,10 +91,12 @@ class Session:
         """None in a dry run."""
         if any("\0" in word for word in words):
             raise WrongArgument("a word has a zero in it")
-        if spelling.is_power(words) and not self.power:
-            raise NotAllowed("this can switch the machine off: say Machine(..., power=True)",
-                             self.shown(self.line(words, locked)))  # fmt: skip
+        self.allow(words)
         return self.execute(words, self.line(words, locked, seconds, folder), seconds)
+
+    def allow(self, words: Sequence[str]) -> None:
+        if spelling.is_power(words) and not self.power:
+            raise NotAllowed("this can switch the machine off: say Machine(..., power=True)", self.command(*words))
 
     def execute(self, words: Sequence[str], line: Sequence[str], seconds: float | None = None) -> Ran | None:
         """Runs a line that stands for these words of hwreg."""

@@ -128,4 +128,5 @@ class Sim(Transport):
 def find_sim() -> str:
     """hwreg-sim: what HWREG_SIM says, that of the source tree in which this file lies, or that in the path."""
     beside = pathlib.Path(__file__).resolve().parents[2] / "sim" / "hwreg-sim"
-    return os.environ.get("HWREG_SIM") or (str(beside) if beside.is_file() else shutil.which("hwreg-sim") or "hwreg-sim")
+    found = str(beside) if beside.is_file() else shutil.which("hwreg-sim")
+    return os.environ.get("HWREG_SIM") or found or "hwreg-sim"
