@@ -52,7 +52,7 @@ TRAPS = {
          "command/test_pci.py test_numbers_out_of_range_carry_into_the_neighbouring_fields"],
     ),
     "odd offsets": (
-        [("/PCI", "OPERANDS", "a multiple of the width, for other bytes are read below 0x100 when it is not")],
+        [("/PCI", "OPERANDS", "a multiple of the width (see odd offsets under DANGERS above)")],
         ["command/test_pci.py test_a_legacy_dword_has_no_lane_also_at_an_unaligned_offset",
          "command/test_pci.py test_a_legacy_word_at_offset_3_reaches_one_port_behind_the_data_register"],
     ),
