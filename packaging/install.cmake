@@ -31,7 +31,7 @@ install(TARGETS hwreg hwreg-capture RUNTIME DESTINATION sbin COMPONENT hwreg)
 install(FILES completion/hwreg DESTINATION share/bash-completion/completions COMPONENT hwreg)
 # The help screen sends its readers to ReadMe.doc.
 install(FILES docs/commands.txt DESTINATION share/doc/hwreg RENAME ReadMe.doc COMPONENT hwreg)
-install(FILES docs/power-cycling.md docs/fleets.md DESTINATION share/doc/hwreg COMPONENT hwreg)
+install(FILES docs/cookbook.md docs/power-cycling.md docs/fleets.md DESTINATION share/doc/hwreg COMPONENT hwreg)
 manual(hwreg hwreg.8 hwreg-capture.8)
 
 # ---- the desk

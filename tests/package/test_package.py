@@ -177,6 +177,7 @@ def test_the_files_lie_where_they_are_looked_for(root):
             "/usr/share/man/man1/hwreg-sim.1.gz", "/usr/share/man/man5/hwreg-board.5.gz",
             "/usr/share/bash-completion/completions/hwreg",
             "/usr/share/doc/hwreg/ReadMe.doc", "/usr/share/doc/hwreg-sim/boards.md", "/usr/share/doc/hwreg/fleets.md",
+            "/usr/share/doc/hwreg/cookbook.md",
             "/usr/sbin/hwreg-capture", "/usr/share/man/man8/hwreg-capture.8.gz", "/usr/bin/hwreg-board",
             "/usr/share/man/man1/hwreg-board.1.gz", "/usr/share/man/man5/hwreg-board.5.gz",
             "/usr/share/doc/hwreg-sim/machine-on-the-desk.md", "/usr/share/doc/hwreg/copyright",
@@ -184,7 +185,7 @@ def test_the_files_lie_where_they_are_looked_for(root):
     assert all(path == "/." or path.startswith("/usr") for path in paths)
 
 
-@pytest.mark.parametrize("words", ["", "/PCI /RB 0 0 0 0", "/MEM /?"])
+@pytest.mark.parametrize("words", ["", "/PCI /RB 0 0 0 0", "/MEM /H"])
 def test_the_program_ends_silently_with_6_without_privilege(root, words):
     ran = root.run(f"hwreg {words}", user="nobody")
     assert (ran.stdout, ran.stderr, ran.returncode) == ("", "", 6)
