@@ -185,6 +185,7 @@ def test_the_files_lie_where_they_are_looked_for(root):
             "/usr/share/man/man1/hwreg-board.1.gz", "/usr/share/man/man5/hwreg-board.5.gz",
             "/usr/share/doc/hwreg-sim/machine-on-the-desk.md", "/usr/share/doc/hwreg/copyright",
             "/usr/share/doc/hwreg/examples/cycle", "/usr/share/doc/hwreg/examples/cycle.service",
+            "/usr/share/doc/hwreg/examples/registers", "/usr/share/doc/hwreg/examples/registers.list",
             "/usr/share/hwreg/boards/intel.board"} <= paths
     assert all(path == "/." or path.startswith("/usr") for path in paths)
 
@@ -192,6 +193,9 @@ def test_the_files_lie_where_they_are_looked_for(root):
 def test_the_example_scripts_can_be_copied_and_run(root):
     ran = root.run("cp /usr/share/doc/hwreg/examples/cycle /tmp && CYCLE_FOLDER=/tmp /tmp/cycle report; rm /tmp/cycle")
     assert ran.stdout.startswith("counted:             none of 1000\n") and ran.stderr == ""
+    ran = root.run("cd /usr/share/doc/hwreg/examples; HWREG=hwreg-sim HWREG_CHECK=true ./registers registers.list /tmp/t"
+                   "; cat /tmp/t; rm /tmp/t")
+    assert "\nhost-bridge          0x3E308086 " in ran.stdout and ran.stderr == ""
 
 
 @pytest.mark.parametrize("words", ["", "/PCI /RB 0 0 0 0", "/MEM /H"])
