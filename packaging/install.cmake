@@ -32,6 +32,8 @@ install(FILES completion/hwreg DESTINATION share/bash-completion/completions COM
 # The help screen sends its readers to ReadMe.doc.
 install(FILES docs/commands.txt DESTINATION share/doc/hwreg RENAME ReadMe.doc COMPONENT hwreg)
 install(FILES docs/power-cycling.md docs/fleets.md DESTINATION share/doc/hwreg COMPONENT hwreg)
+install(PROGRAMS examples/cycle DESTINATION share/doc/hwreg/examples COMPONENT hwreg)
+install(FILES examples/cycle.service DESTINATION share/doc/hwreg/examples COMPONENT hwreg)
 manual(hwreg hwreg.8 hwreg-capture.8)
 
 # ---- the desk

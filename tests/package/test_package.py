@@ -180,8 +180,14 @@ def test_the_files_lie_where_they_are_looked_for(root):
             "/usr/sbin/hwreg-capture", "/usr/share/man/man8/hwreg-capture.8.gz", "/usr/bin/hwreg-board",
             "/usr/share/man/man1/hwreg-board.1.gz", "/usr/share/man/man5/hwreg-board.5.gz",
             "/usr/share/doc/hwreg-sim/machine-on-the-desk.md", "/usr/share/doc/hwreg/copyright",
+            "/usr/share/doc/hwreg/examples/cycle", "/usr/share/doc/hwreg/examples/cycle.service",
             "/usr/share/hwreg/boards/intel.board"} <= paths
     assert all(path == "/." or path.startswith("/usr") for path in paths)
+
+
+def test_the_example_scripts_can_be_copied_and_run(root):
+    ran = root.run("cp /usr/share/doc/hwreg/examples/cycle /tmp && CYCLE_FOLDER=/tmp /tmp/cycle report; rm /tmp/cycle")
+    assert ran.stdout.startswith("counted:             none of 1000\n") and ran.stderr == ""
 
 
 @pytest.mark.parametrize("words", ["", "/PCI /RB 0 0 0 0", "/MEM /?"])
