@@ -19,9 +19,11 @@ import re
 import subprocess
 import sys
 import tempfile
-import textwrap
 
 TOP = pathlib.Path(__file__).resolve().parents[2]
+sys.path.insert(0, str(TOP / "tests" / "support"))  # where it is started by hand
+from pages import files_shown  # noqa: E402
+
 BUILD = pathlib.Path(os.environ.get("HWREG_BUILD", TOP / "build")).resolve()
 SECONDS = 60
 MARK = "\x1e"  # printed before each command: no program prints it
@@ -79,11 +81,6 @@ def to_roff(line):
 
 def is_manual(path):
     return path.suffix in (".1", ".5", ".8")
-
-
-def files_shown(text):
-    shown_files = re.findall(r"^A file `([^`/]+)`:\n\n((?:(?: {4}.*)?\n)+)", text, re.MULTILINE)
-    return {name: textwrap.dedent(body) for name, body in shown_files}
 
 
 def sessions(path):

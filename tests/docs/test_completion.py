@@ -38,12 +38,13 @@ COMP_WORDS=("$@") COMP_CWORD=$(($# - 1)) COMPREPLY=()
 case $command in
 *-sim) _hwreg_sim "$command" ;;
 *-board) _hwreg_board "$command" ;;
+*-check) _hwreg_check ;;
 *) _hwreg "$command" ;;
 esac && printf '%%s\n' "${COMPREPLY[@]}"
 """
 
 ACCESSES = "/RB /RW /RD /WB /WW /WD /RI /WI"
-HELP = "/? /H /HELP"
+HELP = "/H"
 VIEW = "/LOG /TEXT /NOMSG"
 
 
@@ -91,13 +92,19 @@ def test_switch_words_of_the_forms_are_offered(line, offered):
 
 
 def test_words_are_no_patterns_of_file_names():
-    """A file of one letter in the root matches "/?"; with nullglob the pattern goes where there is none."""
+    """With nullglob a pattern goes where there is no such file, as "[/T" or "[argument]..." would."""
     assert complete("/SHUTDOWN ", MACHINE + "shopt -s nullglob\n") == {"/T", *HELP.split()}
+
+
+@pytest.mark.parametrize("typed", ["/?", "/HELP", "/H"])
+def test_a_help_word_that_was_typed_is_known(typed):
+    assert complete(f"/SHUTDOWN {typed} ") == {"/T"}
+    assert complete("/SHUTDOWN /HE") == set()
 
 
 @pytest.mark.parametrize("line, offered", [
     ("/p", "/pci"), ("-P", "-PCI"), ("-p", "-pci"), ("P", "PCI"), ("p", "pci"),
-    ("/pci /r", "/rb /rw /rd /ri"), ("/pci /", "/rb /rw /rd /wb /ww /wd /ri /wi /dump /? /h /help"),
+    ("/pci /r", "/rb /rw /rd /ri"), ("/pci /", "/rb /rw /rd /wb /ww /wd /ri /wi /dump /h"),
     ("-pci -RB 0xa 0", "0"), ("pci rb 0 ", "0 0x1f"),
 ])  # fmt: skip
 def test_words_are_offered_as_the_user_writes_them(line, offered):
@@ -183,6 +190,8 @@ def test_this_machine_is_asked_without_errors():
     ("--board amd --cap", "--capture"),
     ("--capture ", ""),
     ("--board amd --capture /PC", ""),
+    ("--board amd --preflight --json /PC", "/PCI"),
+    ("--preflight --", "--json --help --version"),
     ("/PCI --", ""),
 ])  # fmt: skip
 def test_the_simulators_options_are_offered_before_a_command_line(line, offered, tmp_path):
@@ -233,6 +242,18 @@ def test_a_simulated_machine_is_asked_for_what_it_has(line, some, tmp_path):
 def test_a_simulated_machine_that_has_mistakes_offers_nothing(tmp_path):
     (tmp_path / "mine.board").write_text("no such keyword\n")
     assert complete("--board mine.board /PCI /RB ", cwd=tmp_path, command=SIMULATOR) == set()
+
+
+@pytest.mark.parametrize("line, offered", [
+    ("--", "--json --help --version"),
+    ("--json --v", "--version"),
+    ("--json /PC", "/PCI"),
+    ("/pci /r", "/ri /rb /rw /rd"),
+    ("-- --", ""),
+    ("/PCI --", ""),
+])  # fmt: skip
+def test_the_checks_options_are_offered_before_a_command_line(line, offered):
+    assert complete(line, command="hwreg-check") == set(offered.split())
 
 
 @pytest.mark.parametrize("line, offered", [

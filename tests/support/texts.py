@@ -29,10 +29,10 @@ def switch_table():
 
 
 def dispatched_flags():
-    """The flags that choose a handler."""
-    text = (TOP / "Main" / "Main.cpp").read_text()
-    body = re.search(r"InvokeEntries\(\) \{(.*?)\n\}", text, re.DOTALL).group(1)
-    return set(re.findall(r"Flag::(\w+)", body)) - {"HELP"}
+    """The flags that choose a command."""
+    text = (TOP / "Main" / "Commands.cpp").read_text()
+    table = re.search(r"mCommands\[\] = \{\n(.*?)\n\};", text, re.DOTALL).group(1)
+    return set(re.findall(r"Flag::(\w+)", table)) - {"HELP"}
 
 
 class Entry:
@@ -58,6 +58,13 @@ def reference_entries():
     commands = REFERENCE.read_text().split("\nCommands\n********\n")[1]
     pieces = re.split(r"^(/.*)\n=+\n", commands, flags=re.MULTILINE)[1:]
     return [Entry(title, body) for title, body in zip(pieces[::2], pieces[1::2])]
+
+
+def common_part(heading):
+    """A part of the reference that holds for all commands, such as DANGERS."""
+    common = REFERENCE.read_text().split("\nIn common\n*********\n")[1].split("\nCommands\n********\n")[0]
+    pieces = re.split(r"^([A-Z][A-Z ]+)\n\n", common, flags=re.MULTILINE)[1:]
+    return dict(zip(pieces[::2], pieces[1::2]))[heading]
 
 
 def reference_forms():
