@@ -100,6 +100,8 @@ def make_launchers(folder):
         path.parent.mkdir(exist_ok=True)
         path.write_text(f"#!/bin/sh\nexec '{TOP / program}' \"$@\"\n")
         path.chmod(0o755)
+    # Simulated machines run none, but it is looked for.
+    (folder / "bin" / "shutdown").symlink_to("/bin/false")
 
 
 def perform(session):

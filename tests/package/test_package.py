@@ -200,8 +200,8 @@ def test_the_files_lie_where_they_are_looked_for(root):
 def test_the_example_scripts_can_be_copied_and_run(root):
     ran = root.run("cp /usr/share/doc/hwreg/examples/cycle /tmp && CYCLE_FOLDER=/tmp /tmp/cycle report; rm /tmp/cycle")
     assert ran.stdout.startswith("counted:             none of 1000\n") and ran.stderr == ""
-    ran = root.run("cd /usr/share/doc/hwreg/examples; HWREG=hwreg-sim HWREG_CHECK=true ./registers registers.list /tmp/t"
-                   "; cat /tmp/t; rm /tmp/t")
+    ran = root.run("cd /usr/share/doc/hwreg/examples; export HWREG=hwreg-sim HWREG_CHECK=true; "
+                   "./registers registers.list /tmp/table; cat /tmp/table; rm /tmp/table")
     assert "\nhost-bridge          0x3E308086 " in ran.stdout and ran.stderr == ""
 
 
