@@ -28,15 +28,25 @@ foreach(component hwreg hwreg-sim python3-hwreg)
   compressed(${CMAKE_CURRENT_LIST_DIR}/changelog changelog share/doc/${component} ${component})
 endforeach()
 
+# completion(COMPONENT COMMAND...): bash looks for a completion by the command's name; all are in hwreg's.
+function(completion component)
+  file(CREATE_LINK hwreg ${made}/${component}/completion SYMBOLIC)
+  foreach(command ${ARGN})
+    install(FILES ${made}/${component}/completion DESTINATION share/bash-completion/completions RENAME ${command}
+      COMPONENT ${component})
+  endforeach()
+endfunction()
+
 # ---- the target
-install(TARGETS hwreg hwreg-capture RUNTIME DESTINATION sbin COMPONENT hwreg)
+install(TARGETS hwreg hwreg-capture hwreg-check RUNTIME DESTINATION sbin COMPONENT hwreg)
 install(FILES completion/hwreg DESTINATION share/bash-completion/completions COMPONENT hwreg)
+completion(hwreg hwreg-check)
 # The help screen sends its readers to ReadMe.doc.
 install(FILES docs/commands.txt DESTINATION share/doc/hwreg RENAME ReadMe.doc COMPONENT hwreg)
-install(FILES docs/power-cycling.md docs/fleets.md DESTINATION share/doc/hwreg COMPONENT hwreg)
-install(PROGRAMS examples/cycle DESTINATION share/doc/hwreg/examples COMPONENT hwreg)
-install(FILES examples/cycle.service DESTINATION share/doc/hwreg/examples COMPONENT hwreg)
-manual(hwreg hwreg.8 hwreg-capture.8)
+install(FILES docs/cookbook.md docs/power-cycling.md docs/fleets.md DESTINATION share/doc/hwreg COMPONENT hwreg)
+install(PROGRAMS examples/cycle examples/registers DESTINATION share/doc/hwreg/examples COMPONENT hwreg)
+install(FILES examples/cycle.service examples/registers.list DESTINATION share/doc/hwreg/examples COMPONENT hwreg)
+manual(hwreg hwreg.8 hwreg-capture.8 hwreg-check.8)
 
 # ---- the desk
 # hwreg-sim finds the rest from where it lies itself.
@@ -47,12 +57,7 @@ install(DIRECTORY sim/boards/ DESTINATION share/hwreg/boards COMPONENT hwreg-sim
 install(PROGRAMS tools/hwreg-board DESTINATION bin COMPONENT hwreg-sim)
 install(DIRECTORY tools/hwregboard DESTINATION share/hwreg COMPONENT hwreg-sim FILES_MATCHING PATTERN "*.py"
   PATTERN __pycache__ EXCLUDE)
-# bash looks for a completion by the command's name.
-file(CREATE_LINK hwreg ${made}/hwreg-sim/completion SYMBOLIC)
-foreach(command hwreg-sim hwreg-board)
-  install(FILES ${made}/hwreg-sim/completion DESTINATION share/bash-completion/completions RENAME ${command}
-    COMPONENT hwreg-sim)
-endforeach()
+completion(hwreg-sim hwreg-sim hwreg-board)
 install(FILES docs/boards.md docs/machine-on-the-desk.md DESTINATION share/doc/hwreg-sim COMPONENT hwreg-sim)
 manual(hwreg-sim hwreg-sim.1 hwreg-board.1 hwreg-board.5)
 

@@ -18,7 +18,8 @@ constexpr int MAX_FILES = 4096;
 constexpr size_t MAX_CONTENTS = static_cast<size_t>(1) << 20; // of a file
 constexpr size_t MAX_TAKEN = static_cast<size_t>(32) << 20;   // by all of them
 
-const char *const FOLDERS[] = {
+// Folders, and files that tell of a container.
+const char *const STARTS[] = {
     "/proc/",
     "/sys/",
     "/boot/",
@@ -28,7 +29,10 @@ const char *const FOLDERS[] = {
     "/run/modprobe.d/",
     "/lib/modprobe.d/",
     "/usr/lib/modprobe.d/",
+    "/usr/local/lib/modprobe.d/",
     "/run/systemd/",
+    "/run/.containerenv",
+    "/.dockerenv",
 };
 
 struct KernelFile {
@@ -122,8 +126,8 @@ bool IsKernelFile(const char *path) {
         return true;
     if (BeginsWith(path, "/proc/self/"))
         return false;
-    for (const char *folder : FOLDERS)
-        if (BeginsWith(path, folder))
+    for (const char *start : STARTS)
+        if (BeginsWith(path, start))
             return true;
     return false;
 }

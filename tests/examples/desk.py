@@ -1,5 +1,5 @@
-"""A desk on which examples/cycle runs: its folder, a simulated machine whose clock goes fast, the kernel's files of that
-clock, and what it finds in the PATH.
+"""A desk on which examples/cycle runs: its folder, a simulated machine whose clock goes fast, the kernel's files of
+that clock, and what it finds in the PATH.
 
     desk.cycle()              runs it once, as a start of the machine does
     desk.count(), desk.log()  what it has left behind

@@ -4,6 +4,7 @@ As root; `prepare` makes the clean system. $HWREG_BUILD is the build folder (def
 """
 
 import dataclasses
+import json
 import os
 import pathlib
 import re
@@ -177,10 +178,14 @@ def test_the_files_lie_where_they_are_looked_for(root):
             "/usr/share/man/man1/hwreg-sim.1.gz", "/usr/share/man/man5/hwreg-board.5.gz",
             "/usr/share/bash-completion/completions/hwreg",
             "/usr/share/doc/hwreg/ReadMe.doc", "/usr/share/doc/hwreg-sim/boards.md", "/usr/share/doc/hwreg/fleets.md",
-            "/usr/sbin/hwreg-capture", "/usr/share/man/man8/hwreg-capture.8.gz", "/usr/bin/hwreg-board",
+            "/usr/share/doc/hwreg/cookbook.md", "/usr/sbin/hwreg-capture", "/usr/sbin/hwreg-check",
+            "/usr/share/man/man8/hwreg-check.8.gz",
+            "/usr/share/bash-completion/completions/hwreg-check", "/usr/share/man/man8/hwreg-capture.8.gz",
+            "/usr/bin/hwreg-board",
             "/usr/share/man/man1/hwreg-board.1.gz", "/usr/share/man/man5/hwreg-board.5.gz",
             "/usr/share/doc/hwreg-sim/machine-on-the-desk.md", "/usr/share/doc/hwreg/copyright",
             "/usr/share/doc/hwreg/examples/cycle", "/usr/share/doc/hwreg/examples/cycle.service",
+            "/usr/share/doc/hwreg/examples/registers", "/usr/share/doc/hwreg/examples/registers.list",
             "/usr/share/hwreg/boards/intel.board"} <= paths
     assert all(path == "/." or path.startswith("/usr") for path in paths)
 
@@ -188,9 +193,12 @@ def test_the_files_lie_where_they_are_looked_for(root):
 def test_the_example_scripts_can_be_copied_and_run(root):
     ran = root.run("cp /usr/share/doc/hwreg/examples/cycle /tmp && CYCLE_FOLDER=/tmp /tmp/cycle report; rm /tmp/cycle")
     assert ran.stdout.startswith("counted:             none of 1000\n") and ran.stderr == ""
+    ran = root.run("cd /usr/share/doc/hwreg/examples; HWREG=hwreg-sim HWREG_CHECK=true ./registers registers.list /tmp/t"
+                   "; cat /tmp/t; rm /tmp/t")
+    assert "\nhost-bridge          0x3E308086 " in ran.stdout and ran.stderr == ""
 
 
-@pytest.mark.parametrize("words", ["", "/PCI /RB 0 0 0 0", "/MEM /?"])
+@pytest.mark.parametrize("words", ["", "/PCI /RB 0 0 0 0", "/MEM /H"])
 def test_the_program_ends_silently_with_6_without_privilege(root, words):
     ran = root.run(f"hwreg {words}", user="nobody")
     assert (ran.stdout, ran.stderr, ran.returncode) == ("", "", 6)
@@ -226,6 +234,12 @@ def test_a_capture_without_privilege_tells_what_is_missing(root):
     assert (ran.stdout, ran.returncode) == ("", 6) and "root" in ran.stderr
 
 
+def test_a_check_without_privilege_tells_what_is_refused(root):
+    ran = root.run("hwreg-check --json /PCI /RB 0 0 0 0", user="nobody")
+    told = json.loads(ran.stdout)
+    assert (told["verdict"], told["status"], ran.returncode, ran.stderr) == ("refused", 6, 1, "")
+
+
 def test_every_simulated_machine_is_whole(root):
     names = [line.split()[0] for line in root.must("hwreg-sim --boards").splitlines()]
     assert {"intel", "amd", "noiopl"} <= set(names)
@@ -241,6 +255,7 @@ def test_a_board_of_ones_own_can_include_an_installed_one(root):
 
 
 @pytest.mark.parametrize("page, text", [("hwreg", "/PCI"), ("hwreg-sim", "--board"), ("hwreg-capture", "--superio"),
+                                        ("hwreg-check", "config-window"),
                                         ("hwreg-board", "import"), ("5 hwreg-board", "pci-ports")])
 def test_man_finds_the_manual(root, page, text):
     ran = root.run(f"MANWIDTH=80 man --warnings {page} | col -b", user="nobody")
