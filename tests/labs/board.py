@@ -34,8 +34,9 @@ hwreg /SMBUS /WB 0xA0 2 {MODULE_TYPE} >/dev/null
 """
 
 
-def board_machine(product=PRODUCT, append="iomem=relaxed nopat"):
-    return Machine(firmware="ovmf", devices=[PORT], append=append, qemu=["-smbios", f"type=1,product={product}"])
+def board_machine(product=PRODUCT, append="iomem=relaxed nopat", smp=1):
+    return Machine(firmware="ovmf", smp=smp, devices=[PORT], append=append,
+                   qemu=["-smbios", f"type=1,product={product}"])
 
 
 RELAY = """#!/bin/sh
