@@ -69,6 +69,18 @@ def test_a_word_that_is_no_switch_leads_to_the_help_screen(run, word):
     assert result.systems() == ["clear"]
 
 
+@pytest.mark.parametrize("words, command", [("/SHUTDOWN --help", "shutdown -P now"), ("/RTC --help", "shutdown -r now")])
+def test_help_behind_two_dashes_is_no_help_word_and_the_command_is_carried_out(run, words, command):
+    assert run(words).systems() == [command]
+
+
+def test_what_the_shell_may_make_of_an_unquoted_help_word_is_none(run):
+    """A file /A, or /k, where "/?" was typed."""
+    assert_run(run("/MEM /A"), "", 2)
+    assert run("/RTC /k").systems() == ["shutdown -r now"]
+    assert_run(run("/RTC /H"), USAGE["RTC"], 2, CLEAR)
+
+
 @pytest.mark.parametrize("option", OPTIONS)
 def test_an_option_alone_reaches_no_handler_and_says_nothing(run, option):
     assert_run(run([f"/{option}"]), "", 0x8000000F)

@@ -283,6 +283,13 @@ def test_a_file_name_behind_the_search_switch_stays_as_typed(run, tmp_path):
     assert (tmp_path / "dump.bin").read_bytes() == b"\0\0\x10\0"
 
 
+def test_the_folders_of_a_file_are_made_upper_case_too(run, tmp_path):
+    (tmp_path / "into").mkdir()
+    assert_run(run("/MEM /RF into/dump.bin 0x100000 4"), "FileOpen fail!\n", ABORTED)
+    assert run("/S /MEM /RF into/dump.bin 0x100000 4").status == 0
+    assert (tmp_path / "into" / "dump.bin").read_bytes() == b"\0\0\x10\0"
+
+
 @pytest.mark.parametrize("name", ["TWO WORDS.BIN", "  ", "A%SB%D.BIN", "0X10", "\udcff\udc80.BIN", "FOLDER/IN.BIN"])
 def test_a_file_name_may_hold_blanks_and_any_bytes(run, tmp_path, name):
     (tmp_path / "FOLDER").mkdir()

@@ -41,6 +41,12 @@ def test_a_legacy_dword_has_no_lane_also_at_an_unaligned_offset(run, offset):
     assert_run(run(f"/PCI /RD 0 0x1f 0 {offset}"), text, 0x01, lpc(offset, "in32 0cfc -> 003c0a01"))
 
 
+def test_a_legacy_word_at_offset_3_reaches_one_port_behind_the_data_register(run):
+    text = "PCI Read Word BDFO: 0 1F 0 87, return data:0x4200\n"
+    result = run("/PCI /RW 0 0x1f 0 0x87", extra="constant d00 42")
+    assert_run(result, text, 0x00, lpc(0x87, "in16 0cff -> 4200"))
+
+
 def test_an_unaligned_legacy_dword_is_written_without_a_lane_too(run):
     text = "PCI Write Dword BDFO: 0 1F 0 85, Data:FFFFFFFF, return data:0x00FCFFFD\n"
     steps = lpc(0x85, "out32 0cfc ffffffff") + lpc(0x85, "in32 0cfc -> 00fcfffd")
@@ -245,6 +251,15 @@ def test_amd_and_hygon_window_is_taken_from_the_msr_of_cpu_0(run, board, vendor)
     base = legacy("00:00.0", 0, f"in16 0cfc -> {vendor}") + msr_read(0, 0xC0010058, "00000000f8000021")
     load = mapped(0xF8100000, "mr32 f810010c -> 00462030")
     assert_run(run("/PCI /RD 1 0 0 0x10c", board=board), text, 0x30, base, load)
+
+
+@pytest.mark.parametrize("register, base", [("00000000", 0), ("00100005", 0x100000)])
+def test_a_register_60_that_is_no_window_leads_to_ordinary_memory(run, register, base):
+    """Capabilities and scratch registers stand there on chipsets that keep their window elsewhere."""
+    extra = ["pci 00:00.0", f"dword 60 {register}"]
+    result = run("/PCI /WD 0 0 0 0x100 0x5AC3F00D", extra=extra, keep_memory=True)
+    assert result.text == "PCI Write Dword BDFO: 0 0 0 100, Data:5AC3F00D, return data:0x5AC3F00D\n"
+    assert result.memory(base + 0x100, 4) == bytes.fromhex("0df0c35a")
 
 
 def test_amd_window_is_looked_up_once_in_a_run(run):

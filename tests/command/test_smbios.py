@@ -539,6 +539,15 @@ def test_a_structure_without_strings_is_its_formatted_part_and_two_zeros(run):
     assert_shows(smbios_run(run, extra=uefi(data)), listing(data))
 
 
+def test_an_empty_string_ends_a_structure_and_the_walk_goes_on_behind_it(run):
+    broken = structure(11, 1, b"\3", ("one", "", "F123456"))
+    result = smbios_run(run, extra=uefi(table(broken, end())))
+    shown = [line for line in result.text.splitlines() if line.startswith("SMBIOS")]
+    # "F1" is taken for type and length, "23" for the handle.
+    assert shown[:2] == ["SMBIOS Type:011, Length:005, Handle:001", "SMBIOS Type:070, Length:049, Handle:13106"]
+    assert [data for _, data in walk(broken)][0] == b"\x0b\5\1\0\3one\0\0"
+
+
 def test_the_length_of_the_table_is_not_consulted_by_a_walk(run):
     data = STRUCTURES.ljust(2000, b"\xee")
     assert_shows(smbios_run(run, extra=uefi(data)), listing(STRUCTURES))

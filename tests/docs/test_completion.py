@@ -44,7 +44,7 @@ esac && printf '%%s\n' "${COMPREPLY[@]}"
 """
 
 ACCESSES = "/RB /RW /RD /WB /WW /WD /RI /WI"
-HELP = "/? /H /HELP"
+HELP = "/H"
 VIEW = "/LOG /TEXT /NOMSG"
 
 
@@ -92,13 +92,19 @@ def test_switch_words_of_the_forms_are_offered(line, offered):
 
 
 def test_words_are_no_patterns_of_file_names():
-    """A file of one letter in the root matches "/?"; with nullglob the pattern goes where there is none."""
+    """With nullglob a pattern goes where there is no such file, as "[/T" or "[argument]..." would."""
     assert complete("/SHUTDOWN ", MACHINE + "shopt -s nullglob\n") == {"/T", *HELP.split()}
+
+
+@pytest.mark.parametrize("typed", ["/?", "/HELP", "/H"])
+def test_a_help_word_that_was_typed_is_known(typed):
+    assert complete(f"/SHUTDOWN {typed} ") == {"/T"}
+    assert complete("/SHUTDOWN /HE") == set()
 
 
 @pytest.mark.parametrize("line, offered", [
     ("/p", "/pci"), ("-P", "-PCI"), ("-p", "-pci"), ("P", "PCI"), ("p", "pci"),
-    ("/pci /r", "/rb /rw /rd /ri"), ("/pci /", "/rb /rw /rd /wb /ww /wd /ri /wi /dump /? /h /help"),
+    ("/pci /r", "/rb /rw /rd /ri"), ("/pci /", "/rb /rw /rd /wb /ww /wd /ri /wi /dump /h"),
     ("-pci -RB 0xa 0", "0"), ("pci rb 0 ", "0 0x1f"),
 ])  # fmt: skip
 def test_words_are_offered_as_the_user_writes_them(line, offered):

@@ -8,6 +8,9 @@ HELP = {name: boot.ask(["hwreg", "/?"]) for name, boot in {"q35": Q35, "ovmf": O
 NO_WORDS = Q35.ask(["hwreg"])
 PCI_HELP = Q35.ask(["hwreg", "/PCI", "/?"])
 CPU_HELP = Q35.ask(["hwreg", "/H", "/MSR"])
+# The shell takes "/?" for the files of one letter in the root folder; the last two lines are without such a file.
+ONE_LETTER = Q35.ask("cd /; hwreg /MEM /RF /A 0xF0000 16; ls /?; hwreg /MEM /?; echo $?; hwreg /MEM /H; echo $?; rm /A;"
+                     "hwreg /MEM /?; echo $?")
 ONLY_OPTIONS = Q35.ask(["hwreg", "/EDID", "/NOMSG"])
 
 REFUSED_WORDS = {
@@ -46,6 +49,12 @@ def test_a_command_with_the_help_switch_gives_its_usage():
     assert " /PCI /DUMP /NOMSG: List all PCI controller without data message\n" in PCI_HELP.stdout
     assert " /CPUID /RD [CpuIdIndex]: Read CPUID CpuIdIndex\n" in CPU_HELP.stdout
     assert (PCI_HELP.ending, CPU_HELP.ending) == ("exit 2", "exit 2")
+
+
+def test_a_file_of_one_letter_in_the_root_folder_takes_the_place_of_the_help_word():
+    usage, _, status = ONE_LETTER.stdout.rpartition("2\n")
+    assert status == "" and usage.startswith("Waitting ...\n\n/A\n2\n")
+    assert usage.count(" /MEM /DUMP 0xFF550: ") == 2
 
 
 def test_options_without_a_command_end_silently():

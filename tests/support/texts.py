@@ -60,6 +60,13 @@ def reference_entries():
     return [Entry(title, body) for title, body in zip(pieces[::2], pieces[1::2])]
 
 
+def common_part(heading):
+    """A part of the reference that holds for all commands, such as DANGERS."""
+    common = REFERENCE.read_text().split("\nIn common\n*********\n")[1].split("\nCommands\n********\n")[0]
+    pieces = re.split(r"^([A-Z][A-Z ]+)\n\n", common, flags=re.MULTILINE)[1:]
+    return dict(zip(pieces[::2], pieces[1::2]))[heading]
+
+
 def reference_forms():
     return [form for entry in reference_entries() for form in entry.forms]
 

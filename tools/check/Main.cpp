@@ -6,6 +6,7 @@
 #include <cstdlib>
 #include <cstring>
 
+#include "Common/ComFunc/Output.h"
 #include "Common/ComFunc/Signals.h"
 #include "tools/check/Answer.h"
 #include "tools/check/Findings.h"
@@ -90,6 +91,7 @@ int main(int argc, char **argv) {
     if (getauxval(AT_SECURE) != 0) // nobody gets the hardware by the mode or capabilities of this file
         return EXIT_NOT_SAID;
     IgnoreFileSizeSignal();
+    EnsureStandardDescriptors();
     if (!ParseOptions(argc, argv))
         return EXIT_NOT_SAID;
     if (gOptions.help || gOptions.version) {

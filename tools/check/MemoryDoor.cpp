@@ -126,10 +126,7 @@ static void NoteStrict() {
                     "System RAM can be mapped: %s at %x was not refused (%s)", mRam.name, mRam.page,
                     Says(value));
     Note(FINDING_STRICT_DEVMEM, STATE_CAUTION,
-         "the kernel maps none of its own memory above 1 MiB (CONFIG_STRICT_DEVMEM; %x was tried): it reads "
-         "FFh "
-         "and cannot be written",
-         mRam.page);
+         "the kernel's own memory above 1 MiB is refused (CONFIG_STRICT_DEVMEM): %x was tried", mRam.page);
     Remedy(FINDING_STRICT_DEVMEM, "%s", RemedyOfPage(FINDING_STRICT_DEVMEM));
 }
 
@@ -144,9 +141,7 @@ static void NoteIoStrict() {
                     "memory that drivers have claimed can be mapped: %s at %x was not refused (%s)",
                     mClaimed.name, mClaimed.page, relaxed ? "iomem=relaxed" : Says(value));
     Note(FINDING_IO_STRICT_DEVMEM, STATE_CAUTION,
-         "the kernel maps no memory that a driver has claimed (CONFIG_IO_STRICT_DEVMEM; %s at %x was tried): "
-         "device "
-         "registers and the configuration window read FFh",
+         "memory that a driver has claimed is refused (CONFIG_IO_STRICT_DEVMEM): %s at %x was tried",
          mClaimed.name, mClaimed.page);
     Remedy(FINDING_IO_STRICT_DEVMEM, "%s", RemedyOfPage(FINDING_IO_STRICT_DEVMEM));
 }

@@ -17,7 +17,8 @@ HERE = os.path.dirname(os.path.abspath(__file__))
 # Found in the packages; every one of them hides the busybox applet of the same name.
 PROGRAMS = """
     dash kmod lspci setpci rdmsr wrmsr cpuid inb inw inl outb outw outl memtool dmidecode
-    i2cdetect i2cdump i2cget i2cset i2ctransfer acpidump taskset rtcwake hwclock
+    i2cdetect i2cdump i2cget i2cset i2ctransfer acpidump taskset rtcwake hwclock flock unshare setpriv
+    isadump isaset
 """.split()
 
 # Other names that these programs are known by.
@@ -67,7 +68,7 @@ def add_skeleton(archive):
     archive.link("lib", "usr/lib")
     archive.link("lib64", "usr/lib64")
     archive.link("usr/sbin", "bin")
-    for folder in ("proc", "sys", "dev", "run", "etc", "results"):
+    for folder in ("proc", "sys", "dev", "run", "run/lock", "etc", "results"):
         archive.folder(folder)
     archive.folder("tmp", 0o1777)
     archive.character_device("dev/console", 5, 1)
