@@ -36,8 +36,12 @@ uint16_t ChipsetLpcIdentify() {
         return chipSetVid;
     uint16_t vendor = VENDOR_UNKNOWN;
     LegacyIoPciRead(PCI_WIDTH_16, 0, 0, 0, PCI_VENDOR_ID, reinterpret_cast<uint8_t *>(&vendor));
-    chipSetVid = RowOf(vendor == VENDOR_ATI ? VENDOR_AMD : vendor)->vendor;
+    SetChipset(vendor);
     return chipSetVid;
+}
+
+void SetChipset(uint16_t hostBridgeVendor) {
+    chipSetVid = RowOf(hostBridgeVendor == VENDOR_ATI ? VENDOR_AMD : hostBridgeVendor)->vendor;
 }
 
 const Chipset *ThisChipset() {

@@ -39,5 +39,8 @@ extern uint16_t chipSetVid;
 // 0x1002 too), VENDOR_HYGON or VENDOR_UNKNOWN. Looked up once per process.
 uint16_t ChipsetLpcIdentify();
 
+// Takes that vendor ID from a caller that has read it: nobody looks it up any more.
+void SetChipset(uint16_t hostBridgeVendor);
+
 // The row of that vendor; never NULL, an unknown vendor has a row of its own.
 const Chipset *ThisChipset();

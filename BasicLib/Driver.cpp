@@ -26,10 +26,14 @@ int16_t CachedMemFd() {
     return mCachedMemFd;
 }
 
+void OpenMemoryDevice() {
+    gMemFd = OpenPhysicalMemory(O_SYNC);
+}
+
 EFI_STATUS OpenPortsAndMemory() {
     if (iopl(3) != 0)
         return EFI_ACCESS_DENIED;
-    gMemFd = OpenPhysicalMemory(O_SYNC);
+    OpenMemoryDevice();
     return EFI_SUCCESS;
 }
 

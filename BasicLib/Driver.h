@@ -12,8 +12,11 @@ constexpr int16_t MEM_FD_NONE = static_cast<int16_t>(0xFFFF);
 // the most part, can be mapped only through it (Documentation/x86/pat.rst of the Linux kernel).
 int16_t CachedMemFd();
 
-// Raises the I/O privilege level to 3 (iopl(2)) and opens "/dev/mem" (mem(4)). 0, or 0x8000000F with nothing
-// opened when the privilege is refused; without the memory device the result is still 0. Prints nothing.
+// Opens "/dev/mem" (mem(4)); errno(3) tells why gMemFd is MEM_FD_NONE then.
+void OpenMemoryDevice();
+
+// Raises the I/O privilege level to 3 (iopl(2)) and opens "/dev/mem". 0, or 0x8000000F with nothing opened
+// when the privilege is refused; without the memory device the result is still 0. Prints nothing.
 EFI_STATUS OpenPortsAndMemory();
 
 // The same, and makes sure that the MSR driver is loaded (msr(4)); without MSR nodes the result is still 0.

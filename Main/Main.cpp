@@ -9,6 +9,7 @@
 #include "Common/ComFunc/Shell.h"
 #include "Common/ComFunc/Signals.h"
 #include "Common/Global.h"
+#include "Main/Commands.h"
 #include "Main/Help.h"
 #include "Main/Parser.h"
 #include "Project/ACPIAcc.h"
@@ -41,37 +42,37 @@ static void DisableAdvancedAcc() {
     CloseLinuxDriver();
 }
 
-// The tests and their order are the program's: of several command words the earlier rule wins.
 static EFI_STATUS InvokeEntries() {
-    if (!isCmdTypeNotNULL(CmdWord()))
+    switch (CommandOf(CmdWord())) {
+    case COMMAND_SCREEN:
         return showHelp();
-    if (CmdHas(Flag::IO) && !CmdHas(Flag::RF))
+    case COMMAND_IO:
         return IoAccess();
-    if (CmdHas(Flag::MEM) && !CmdHas(Flag::RF))
+    case COMMAND_MEMORY:
         return MemAccess();
-    if (CmdHas(Flag::PCI))
+    case COMMAND_PCI:
         return PciAccess();
-    if (CmdHas(Flag::SMB))
+    case COMMAND_SMBUS:
         return static_cast<uint8_t>(SMBusEntryPoint()); // a byte: a failure arrives as 255
-    if (CmdHas(Flag::MSR | Flag::CPUID))
+    case COMMAND_CPU:
         return CpuAccEntry();
-    if (CmdHas(Flag::RTC))
+    case COMMAND_POWER:
         return RtcAndShutdownEntry();
-    if (CmdHas(Flag::RF))
+    case COMMAND_FILE:
         return FileOptEntry();
-    if (CmdHas(Flag::SMBIOS))
+    case COMMAND_SMBIOS:
         return SmbiosEntry();
-    if (CmdHas(Flag::ACPI))
+    case COMMAND_ACPI:
         return AcpiEntry();
-    if (CmdHas(Flag::SIO))
+    case COMMAND_SIO:
         return SioListReg();
-    if (CmdHas(Flag::NBIO))
+    case COMMAND_NBIO:
         return NbioEntry();
-    if (CmdHas(Flag::I2C))
+    case COMMAND_I2C:
         return static_cast<uint8_t>(I2CEntryPoint());
-    if (CmdHas(Flag::HELP))
-        return showHelp();
-    return EFI_ACCESS_DENIED;
+    default:
+        return EFI_ACCESS_DENIED;
+    }
 }
 
 // True for a process that has more rights than whoever started it, by the mode or the capabilities of its

@@ -6,12 +6,13 @@
 #include "BoardReader.h"
 #include "Complete.h"
 #include "Cpuid.h"
-#include "Doors.h"
+#include "KernelFiles.h"
 #include "Log.h"
 #include "Memory.h"
 #include "Mistake.h"
 #include "Msr.h"
 #include "Ports.h"
+#include "ServedFiles.h"
 #include "Settings.h"
 #include "State.h"
 #include "Trap.h"
@@ -40,6 +41,7 @@ void ForgetBoard() {
     ReplaceCpuid(false);
     ArenaReset();
     SettingsReset();
+    KernelFilesReset();
     AffinityReset();
     PortsReset();
     SimplePortsReset();
@@ -62,7 +64,7 @@ void ForgetBoard() {
 void Load(const char *path, const char *memoryFile) {
     ForgetBoard();
     MemoryReset(memoryFile);
-    DoorsReset();
+    ServedFilesReset();
     DelayPortStart();
     ReadBoardFile(path);
     CheckReach();

@@ -1,14 +1,15 @@
 // The functions of libc that lead to hardware. Each asks whether the board has a say and goes to the kernel
 // if not.
-#include "Doors.h"
 #include "Arena.h"
 #include "Log.h"
 #include "Memory.h"
 #include "Mistake.h"
 #include "Msr.h"
+#include "ServedFiles.h"
 #include "Settings.h"
 #include "Trap.h"
 
+#include <dirent.h>
 #include <dlfcn.h>
 #include <errno.h>
 #include <fcntl.h>
@@ -25,154 +26,25 @@
 
 namespace {
 
-enum FileKind { FILE_NONE, FILE_MEM, FILE_MSR, FILE_SYSTAB };
-
-// A file that the board serves. Behind each stands a real file, so that descriptors of it live as any others
-// do: the lowest free number, close-on-exec, dup, inheritance. A descriptor is recognised by the file behind
-// it.
-struct BoardFile {
-    FileKind kind;
-    char path[40];
-    int cpu;
-    int backing;
-    dev_t device;
-    ino_t inode;
-};
-
-constexpr int MAX_FILES = MAX_CPUS + 3;
-BoardFile gFiles[MAX_FILES];
-int gFileCount;
-
 int Fail(int error) {
     errno = error;
     return -1;
 }
 
-void NoteBacking(BoardFile *file, int descriptor) {
-    struct stat status;
-    file->backing = descriptor;
-    if (descriptor < 0 || syscall(SYS_fstat, descriptor, &status) != 0)
-        BoardFail("%s: no file can be put behind it", file->path);
-    file->device = status.st_dev;
-    file->inode = status.st_ino;
-}
-
-BoardFile *FileOfDescriptor(int descriptor) {
-    struct stat status;
-    if (!gBoard.loaded || gFileCount == 0 || syscall(SYS_fstat, descriptor, &status) != 0)
-        return nullptr;
-    for (int i = 0; i < gFileCount; i++)
-        if (gFiles[i].inode == status.st_ino && gFiles[i].device == status.st_dev)
-            return &gFiles[i];
-    return nullptr;
-}
-
-BoardFile *NewFile(FileKind kind, const char *path, int cpu) {
-    for (int i = 0; i < gFileCount; i++)
-        if (strcmp(gFiles[i].path, path) == 0)
-            return &gFiles[i];
-    BoardFile *file = &gFiles[gFileCount++];
-    file->kind = kind;
-    file->cpu = cpu;
-    snprintf(file->path, sizeof file->path, "%s", path);
-    NoteBacking(file, kind == FILE_MEM ? MemoryDescriptor()
-                                       : MoveDescriptorHigh(
-                                             static_cast<int>(syscall(SYS_memfd_create, path, MFD_CLOEXEC))));
-    return file;
-}
-
-// The number in "/dev/cpu/N/msr", -1 if the path is another one.
-int CpuOfPath(const char *path) {
-    const char PREFIX[] = "/dev/cpu/";
-    if (strncmp(path, PREFIX, sizeof PREFIX - 1) != 0)
-        return -1;
-    char *end;
-    long cpu = strtol(path + sizeof PREFIX - 1, &end, 10);
-    return end != path + sizeof PREFIX - 1 && strcmp(end, "/msr") == 0 && cpu >= 0 && cpu < 100000
-               ? static_cast<int>(cpu)
-               : -1;
-}
-
-// The kernel's lists of another machine's resources: a board has none.
-bool IsResourceList(const char *path) {
-    return strcmp(path, "/proc/iomem") == 0 || strcmp(path, "/proc/ioports") == 0;
-}
-
-bool BoardPath(const char *path) {
-    return gBoard.loaded && path &&
-           (strcmp(path, "/dev/mem") == 0 || IsResourceList(path) ||
-            strcmp(path, "/sys/firmware/efi/systab") == 0 || strcmp(path, "/proc/efi/systab") == 0 ||
-            CpuOfPath(path) >= 0);
-}
-
-BoardFile *SystabBacking(const char *path, const SystabFile *contents) {
-    BoardFile *file = NewFile(FILE_SYSTAB, path, 0);
-    size_t length = strlen(contents->text);
-    syscall(SYS_ftruncate, file->backing, 0L);
-    syscall(SYS_pwrite64, file->backing, contents->text, length, 0L);
-    return file;
-}
-
-// The file behind a path of the board's, or null and the error of opening it.
-BoardFile *FileOfPath(const char *path, int *error) {
-    int cpu = CpuOfPath(path);
-    if (cpu >= 0) {
-        *error = MsrNodePresent(cpu) ? gBoard.msrError : ENOENT;
-        return *error == 0 ? NewFile(FILE_MSR, path, cpu) : nullptr;
-    }
-    if (strcmp(path, "/dev/mem") == 0) {
-        *error = gBoard.memError;
-        return *error == 0 ? NewFile(FILE_MEM, path, 0) : nullptr;
-    }
-    if (IsResourceList(path)) {
-        *error = ENOENT;
-        return nullptr;
-    }
-    const SystabFile *contents = path[1] == 's' ? &gBoard.sysSystab : &gBoard.procSystab;
-    *error = contents->error != 0 ? contents->error : contents->text ? 0 : ENOENT;
-    return *error == 0 ? SystabBacking(path, contents) : nullptr;
-}
-
-int OpenBoardPath(const char *path, int flags) {
-    int error;
-    BoardFile *file = FileOfPath(path, &error);
-    int descriptor = -1;
-    if (file) {
-        char link[40];
-        snprintf(link, sizeof link, "/proc/self/fd/%d", file->backing);
-        // The device is there already and has no length to cut.
-        int real = flags & ~(O_CREAT | O_EXCL | O_TRUNC | O_NOFOLLOW);
-        descriptor = static_cast<int>(syscall(SYS_openat, AT_FDCWD, link, real, 0));
-        error = descriptor < 0 ? errno : 0;
-    }
-    LogLine line;
-    LogBegin(&line, "open ");
-    LogAdd(&line, path);
-    int mode = flags & O_ACCMODE;
-    LogAdd(&line, mode == O_RDWR ? " rdwr" : mode == O_WRONLY ? " wronly" : " rdonly");
-    if ((flags & O_SYNC) == O_SYNC)
-        LogAdd(&line, " sync");
-    if (flags & O_CLOEXEC)
-        LogAdd(&line, " cloexec");
-    LogAddResult(&line, error);
-    LogEnd(&line);
-    return descriptor >= 0 ? descriptor : Fail(error);
-}
-
 int OpenAnywhere(int folder, const char *path, int flags, mode_t mode) {
-    if (BoardPath(path))
-        return OpenBoardPath(path, flags);
+    if (IsServed(path))
+        return OpenServed(path, flags);
     return static_cast<int>(syscall(SYS_openat, folder, path, flags, mode));
 }
 
-void LogClose(const BoardFile *file) {
+void LogClose(const ServedFile *file) {
     LogLine line;
     LogBegin(&line, "close ");
     LogAdd(&line, file->path);
     LogEnd(&line);
 }
 
-void BeginTransfer(LogLine *line, const char *name, const BoardFile *file, off_t offset, size_t count) {
+void BeginTransfer(LogLine *line, const char *name, const ServedFile *file, off_t offset, size_t count) {
     LogBegin(line, name);
     LogAdd(line, file->path);
     LogAdd(line, " ");
@@ -186,7 +58,7 @@ int AccessMode(int descriptor) {
 }
 
 // As the kernel's driver: whole registers of 8 bytes only, the same one again for each further 8.
-int ReadMsrFile(const BoardFile *file, int descriptor, void *buffer, size_t count, off_t offset) {
+int ReadMsrFile(const ServedFile *file, int descriptor, void *buffer, size_t count, off_t offset) {
     if (AccessMode(descriptor) == O_WRONLY)
         return EBADF;
     if (count % 8 != 0)
@@ -200,7 +72,7 @@ int ReadMsrFile(const BoardFile *file, int descriptor, void *buffer, size_t coun
     return 0;
 }
 
-int WriteMsrFile(const BoardFile *file, int descriptor, const void *buffer, size_t count, off_t offset) {
+int WriteMsrFile(const ServedFile *file, int descriptor, const void *buffer, size_t count, off_t offset) {
     if (AccessMode(descriptor) == O_RDONLY)
         return EBADF;
     if (count % 8 != 0)
@@ -215,7 +87,7 @@ int WriteMsrFile(const BoardFile *file, int descriptor, const void *buffer, size
 }
 
 ssize_t Pread(int descriptor, void *buffer, size_t count, off_t offset) {
-    BoardFile *file = FileOfDescriptor(descriptor);
+    ServedFile *file = ServedFileOf(descriptor);
     if (!file || file->kind == FILE_SYSTAB)
         return syscall(SYS_pread64, descriptor, buffer, count, offset);
     LogLine line;
@@ -237,7 +109,7 @@ ssize_t Pread(int descriptor, void *buffer, size_t count, off_t offset) {
 }
 
 ssize_t Pwrite(int descriptor, const void *buffer, size_t count, off_t offset) {
-    BoardFile *file = FileOfDescriptor(descriptor);
+    ServedFile *file = ServedFileOf(descriptor);
     if (!file || file->kind == FILE_SYSTAB)
         return syscall(SYS_pwrite64, descriptor, buffer, count, offset);
     LogLine line;
@@ -259,7 +131,7 @@ ssize_t Pwrite(int descriptor, const void *buffer, size_t count, off_t offset) {
 }
 
 void *Mmap(void *at, size_t length, int protection, int flags, int descriptor, off_t offset) {
-    BoardFile *file = (flags & MAP_ANONYMOUS) ? nullptr : FileOfDescriptor(descriptor);
+    ServedFile *file = (flags & MAP_ANONYMOUS) ? nullptr : ServedFileOf(descriptor);
     if (!file || file->kind != FILE_MEM) {
         void *result =
             reinterpret_cast<void *>(syscall(SYS_mmap, at, length, protection, flags, descriptor, offset));
@@ -351,8 +223,8 @@ int OpenFlags(const char *mode) {
 
 FILE *Fopen(const char *path, const char *mode) {
     static FILE *(*real)(const char *, const char *);
-    if (BoardPath(path)) {
-        int descriptor = OpenBoardPath(path, OpenFlags(mode));
+    if (IsServed(path)) {
+        int descriptor = OpenServed(path, OpenFlags(mode));
         return descriptor < 0 ? nullptr : fdopen(descriptor, mode);
     }
     if (!real)
@@ -396,12 +268,6 @@ mode_t ModeArgument(int flags, va_list arguments) {
 }
 
 } // namespace
-
-void DoorsReset() {
-    for (int i = 0; i < gFileCount; i++)
-        if (gFiles[i].kind == FILE_MEM)
-            NoteBacking(&gFiles[i], MemoryDescriptor());
-}
 
 DOOR int iopl(int level) {
     if (!gBoard.loaded)
@@ -477,18 +343,29 @@ DOOR FILE *fopen64(const char *path, const char *mode) {
     return Fopen(path, mode);
 }
 
+// The kernel's folders: a board has files below them and does not list them.
+DOOR DIR *opendir(const char *path) {
+    static DIR *(*real)(const char *);
+    if (!real)
+        real = reinterpret_cast<DIR *(*)(const char *)>(dlsym(RTLD_NEXT, "opendir"));
+    if (!IsServed(path))
+        return real(path);
+    errno = ENOENT;
+    return nullptr;
+}
+
 DOOR int fclose(FILE *stream) {
     static int (*real)(FILE *);
     if (!real)
         real = reinterpret_cast<int (*)(FILE *)>(dlsym(RTLD_NEXT, "fclose"));
-    BoardFile *file = stream ? FileOfDescriptor(fileno(stream)) : nullptr;
+    ServedFile *file = stream ? ServedFileOf(fileno(stream)) : nullptr;
     if (file)
         LogClose(file);
     return real(stream);
 }
 
 DOOR int close(int descriptor) {
-    BoardFile *file = FileOfDescriptor(descriptor);
+    ServedFile *file = ServedFileOf(descriptor);
     if (file)
         LogClose(file);
     return static_cast<int>(syscall(SYS_close, descriptor));

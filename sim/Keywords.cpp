@@ -1,5 +1,6 @@
 #include "Keywords.h"
 
+#include "KernelFiles.h"
 #include "Memory.h"
 #include "Msr.h"
 #include "Ports.h"
@@ -33,6 +34,7 @@ const Keyword KEYWORDS[] = {
     {"msr-nodes", "always|modprobe|never|ERROR", MsrNodesLine},
     {"cpus", "LIST...", CpusLine},
     {"systab", "sys|proc \"LINE\"|ERROR", SystabLine},
+    {"file-bytes", "\"PATH\" OFFSET BYTE...", FileBytesLine},
     {"system", "print|real|exit [CODE] [PREFIX]", SystemLine},
     {"cpuid", "LEAF SUBLEAF EAX EBX ECX EDX [cpus LIST]", CpuidLine},
     {"msr", "INDEX VALUE [cpus LIST] [ro] [rw MASK] [count STEP] [hidden MASK KEY BITS]", MsrLine},
@@ -41,7 +43,7 @@ const Keyword KEYWORDS[] = {
     {"bytes", "ADDRESS BYTE...", BytesLine},
     {"text", "ADDRESS \"TEXT\"", TextLine},
     {"fill", "ADDRESS LENGTH BYTE|address", FillLine},
-    {"file", "ADDRESS NAME", FileLine},
+    {"file", "ADDRESS NAME | \"PATH\" \"LINE\"|ERROR", FileLine}, // memory, or a file of the kernel's
     {"watch", "ADDRESS LENGTH", WatchLine},
     {"hole", "ADDRESS LENGTH", HoleLine},
     {"sequence", "ADDRESS VALUE...", SequenceLine},

@@ -315,7 +315,7 @@ void FillLine(BoardLine *line) {
     memset(LineMemory(line, address, length), value, length);
 }
 
-void FileLine(BoardLine *line) {
+void MemoryFileLine(BoardLine *line) {
     uint64_t address = LineAddress(line, 1);
     const char *path = PathBeside(line, LineWord(line, 2));
     uint64_t length;

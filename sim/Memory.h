@@ -58,7 +58,7 @@ void StoreToDevices(uint64_t address, unsigned width);
 void BytesLine(BoardLine *line);
 void TextLine(BoardLine *line);
 void FillLine(BoardLine *line);
-void FileLine(BoardLine *line);
+void MemoryFileLine(BoardLine *line);
 void WatchLine(BoardLine *line);
 void HoleLine(BoardLine *line);
 void RefuseLine(BoardLine *line);

@@ -3,6 +3,9 @@
 
 #include "BoardFile.h"
 
+constexpr const char *SYSTAB_SYS = "/sys/firmware/efi/systab";
+constexpr const char *SYSTAB_PROC = "/proc/efi/systab";
+
 enum MsrNodes { MSR_NODES_ALWAYS, MSR_NODES_AFTER_MODPROBE, MSR_NODES_NEVER };
 
 enum SystemAction { SYSTEM_RECORD, SYSTEM_PRINT, SYSTEM_REAL, SYSTEM_EXIT };

@@ -604,10 +604,6 @@ def test_the_firmwares_table_file_is_served(probe):
                           "open /proc/efi/systab rdonly -> EACCES"]
 
 
-def test_a_machine_has_no_lists_of_another_ones_resources(probe):
-    assert said(probe("fopen /proc/iomem r open /proc/ioports r")) == ["fopen ENOENT", "open ENOENT"]
-
-
 def test_a_machine_without_efi_has_no_table_file(probe):
     assert said(probe("fopen /sys/firmware/efi/systab r open /proc/efi/systab r")) == ["fopen ENOENT", "open ENOENT"]
 

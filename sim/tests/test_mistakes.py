@@ -67,6 +67,20 @@ SETTINGS = [
     ([], "cpus -1", 'not a CPU number or a range of them: "-1"'),
     ([], "systab sys ACPI20=0x1f77d014", f'{TEXT}: "ACPI20=0x1f77d014"'),
     ([], 'systab efi "ACPI20=0x1f77d014"', 'neither "sys" nor "proc": "efi"'),
+    ([], 'file "/proc/cmdline"', 'a word is missing: "file ADDRESS NAME | "PATH" "LINE"|ERROR"'),
+    ([], 'file "/proc/cmdline" quiet', f'{TEXT}: "quiet"'),
+    ([], 'file "/proc/cmdline" "quiet" splash',
+     'a word too many: "splash" (the line is: file ADDRESS NAME | "PATH" "LINE"|ERROR)'),
+    ([], 'file "proc/cmdline" "quiet"', 'not a hexadecimal number: "proc/cmdline"'),
+    ([], 'file /proc/cmdline "quiet"', f'{TEXT}: "/proc/cmdline"'),
+    ([], f'file "/proc/{"x" * 250}" "quiet"', f'not the path of a file, from / on: "/proc/{"x" * 250}"'),
+    ([], 'file "/dev/port" "quiet"', 'a device and no file: "/dev/port"'),
+    ([], 'file "/proc/efi/systab" "quiet"', 'a "systab" line gives this file: "/proc/efi/systab"'),
+    ([], 'file-bytes "proc/x" 0 1', 'not the path of a file, from / on: "proc/x"'),
+    ([], 'file-bytes "/proc/x" 0', 'a word is missing: "file-bytes "PATH" OFFSET BYTE..."'),
+    ([], 'file-bytes "/proc/x" 0 100', 'the number is too large: "100"'),
+    ([], 'file-bytes "/proc/x" 100000 1', 'the number is too large: "100000"'),
+    ([], 'file-bytes "/proc/x" fffff 1 2', 'the file has more than 1 MiB: "/proc/x"'),
     ([], "system print modprobe msr",
      'a word too many: "msr" (the line is: system print|real|exit [CODE] [PREFIX])'),
     ([], "cpuid 1 0 0 0 0 0 cpu 1", 'not "cpus": "cpu"'),
@@ -361,7 +375,8 @@ def test_a_file_beyond_the_bound_is_told(check, tmp_path):
 
 MANY = ["x", "msr {0:x} 0", "msr {0:x} 0 cpus 0-255", "pci-ports", "latch 80 1", "hole 0 1", 'systab sys "{0:x}"',
         "smn-register 0 {0:x}0 1", "bytes {0:x} 1", "superio 2e 1 1", "fill 0 ffffff 1", "cpuid {0:x} 0 0 0 0 0",
-        "ecam {0:x}00000 1", "pci 00:00.0 1:1"]  # fmt: skip
+        "ecam {0:x}00000 1", "pci 00:00.0 1:1", 'file "/proc/{0:x}" "x"', 'file "/proc/x" "{0:0200x}"',
+        'file-bytes "/proc/{0:x}" fffff 1', 'file-bytes "/proc/x" {0:x} 1']  # fmt: skip
 
 
 @pytest.mark.parametrize("line", MANY)

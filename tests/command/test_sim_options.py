@@ -182,28 +182,31 @@ def test_what_stands_in_the_environment_is_no_option(sim, tmp_path, monkeypatch)
     assert not (tmp_path / "machine").exists()
 
 
-# --capture
+# --capture, --preflight
 
-CAPTURE = """#!/bin/bash
+COMPANION = """#!/bin/bash
 printf '%s\\n' "$HWBOARD" "$HWBOARD_PATH" "$HWBOARD_STATE" "$@"
 """
+COMPANIONS = [("--capture", "hwreg-capture"), ("--preflight", "hwreg-check")]
 
 
-def test_capture_runs_the_companion_with_all_words_behind_it(sim, tmp_path):
+@pytest.mark.parametrize("option, companion", COMPANIONS)
+def test_a_companion_is_run_with_all_words_behind_its_option(sim, tmp_path, option, companion):
     build = tmp_path / "build"
     build.mkdir()
     (build / "libhwboard.so").symlink_to(BUILD / "libhwboard.so")
-    (build / "hwreg-capture").write_text(CAPTURE)
-    (build / "hwreg-capture").chmod(0o755)
-    ran = sim("--board amd --state machine --capture --board x -- --log -cpu", build=build)
+    (build / companion).write_text(COMPANION)
+    (build / companion).chmod(0o755)
+    ran = sim(f"--board amd --state machine {option} --board x -- --log -cpu", build=build)
     assert (ran.stderr, ran.returncode) == ("", 0)
     assert ran.stdout.splitlines() == [f"{BOARDS}/amd.board", str(BOARDS), "machine", "--board", "x", "--", "--log",
                                        "-cpu"]  # fmt: skip
 
 
-def test_without_the_companion_nothing_is_captured(sim, tmp_path):
-    ran = sim("--capture", build=tmp_path)
-    assert (ran.stdout, ran.returncode) == ("", 125) and f"{tmp_path}/hwreg-capture" in ran.stderr
+@pytest.mark.parametrize("option, companion", COMPANIONS)
+def test_without_the_companion_nothing_is_run(sim, tmp_path, option, companion):
+    ran = sim(option, build=tmp_path)
+    assert (ran.stdout, ran.returncode) == ("", 125) and f"{tmp_path}/{companion}" in ran.stderr
 
 
 # scripts/run

@@ -29,10 +29,10 @@ def switch_table():
 
 
 def dispatched_flags():
-    """The flags that choose a handler."""
-    text = (TOP / "Main" / "Main.cpp").read_text()
-    body = re.search(r"InvokeEntries\(\) \{(.*?)\n\}", text, re.DOTALL).group(1)
-    return set(re.findall(r"Flag::(\w+)", body)) - {"HELP"}
+    """The flags that choose a command."""
+    text = (TOP / "Main" / "Commands.cpp").read_text()
+    table = re.search(r"mCommands\[\] = \{\n(.*?)\n\};", text, re.DOTALL).group(1)
+    return set(re.findall(r"Flag::(\w+)", table)) - {"HELP"}
 
 
 class Entry:

@@ -19,7 +19,8 @@ CPUS = 4096
 MEMORY = 64 << 20  # bytes of memory that a file may mention
 DOORS = ["iopl", "mem", "msr-nodes", "pci-ports", "ecam", "pm-registers"]
 PLAIN = ["refuse", "systab", "pm1", "constant", "latch", "delay", "unlogged", "system-control",
-         "cmos-time", "cmos-run", "cmos-stuck", "pm-bytes", "hole", "watch", "system", "text", "file", "smbus-remove"]
+         "cmos-time", "cmos-run", "cmos-stuck", "pm-bytes", "hole", "watch", "system", "text", "file", "file-bytes",
+         "smbus-remove"]
 OF_FUNCTIONS = ["smbus-host", "smn", "smu-mailbox"]
 BY_HAND = ["byte", "word", "dword", "irq", "subsystem", "buses", "bar", "cap", "pcie", "xcap", "pci-remove", "i2c-core",
            "i2c-device", "i2c-words", "sequence", "smbus-fill", "smu-reply", "printer"]  # fmt: skip

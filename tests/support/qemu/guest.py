@@ -108,14 +108,9 @@ def run(machine, commands, files=None, fetch=(), ends_itself=False):
     (a reset, a debug-exit port): no results are awaited.
     """
     prepare()
-    commands = [command if isinstance(command, Command) else Command(command) for command in commands]
     with tempfile.TemporaryDirectory(prefix="hwreg-guest-") as scratch:
-        write_overlay(f"{scratch}/overlay.cpio", commands, files or {}, fetch)
-        with open(f"{scratch}/initrd", "wb") as initrd:
-            for part in (f"{GUEST}/base.cpio", f"{scratch}/overlay.cpio"):
-                with open(part, "rb") as stream:
-                    shutil.copyfileobj(stream, initrd)
-        status = run_qemu(qemu_command(machine, scratch), machine.seconds, scratch)
+        words = lay_out(scratch, machine, commands, files, fetch)
+        status = run_qemu(words, machine.seconds, scratch)
         console = read_bytes(f"{scratch}/console").decode("latin-1")
         if ends_itself:
             return Boot([], {}, console, status)
@@ -123,6 +118,17 @@ def run(machine, commands, files=None, fetch=(), ends_itself=False):
         if archive is None:
             raise GuestError(keep_log(console, status))
         return unpack(archive, len(commands), fetch, console, status)
+
+
+def lay_out(scratch, machine, commands, files=None, fetch=()):
+    """Writes into a folder what QEMU needs to boot `machine`; gives QEMU's command line. Arguments as those of run."""
+    commands = [command if isinstance(command, Command) else Command(command) for command in commands]
+    write_overlay(f"{scratch}/overlay.cpio", commands, files or {}, fetch)
+    with open(f"{scratch}/initrd", "wb") as initrd:
+        for part in (f"{GUEST}/base.cpio", f"{scratch}/overlay.cpio"):
+            with open(part, "rb") as stream:
+                shutil.copyfileobj(stream, initrd)
+    return qemu_command(machine, scratch)
 
 
 def write_overlay(path, commands, files, fetch):

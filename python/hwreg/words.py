@@ -1,0 +1,47 @@
+"""Words of hwreg's command line: which are switches, and which switch the machine off."""
+
+from __future__ import annotations
+
+from collections.abc import Sequence
+
+from hwreg.errors import WrongArgument
+
+# hwreg takes such a word for a switch wherever it stands, bare or behind one of "/", "-" and "\". The ring compares
+# the list with the program's.
+SWITCHES = frozenset("""
+    ? H HELP NOMSG LOG SIO IO MEM PCI SMB SMBUS MSR CPUID RI RB RW RD RQ WI WB WW WD WQ INDEX DUMP DEBUG TEXT S RTC
+    SHUTDOWN TIMEOUT RF SMBIOS RESET GRESET SLEEP F ACPI TYPE USB EDID SMN SMU FLASH I2C
+""".split())
+POWER = frozenset(["RTC", "SHUTDOWN"])
+
+
+def switch(word: str) -> str:
+    """The switch that a word is, or else would be if it stood in front of /S."""
+    return word[1:].upper() if word[:1] in ("/", "-", "\\") else word.upper()
+
+
+def is_switch(word: str) -> bool:
+    """Whether the word is a switch behind /S, where words stay as they were typed."""
+    return word in SWITCHES or word[:1] in ("/", "-", "\\") and word[1:] in SWITCHES
+
+
+def is_power(words: Sequence[str]) -> bool:
+    """Whether the line can switch the machine off or restart it. /? would keep it from that; it is not relied on."""
+    return any(switch(word) in POWER for word in words)
+
+
+def countdown_of(words: Sequence[str]) -> str | None:
+    """The operand of /T, if it is one that takes time."""
+    for word, operand in zip(words, [*words[1:], ""]):
+        if switch(word) == "T" and operand.strip("0xX_"):
+            return operand
+    return None
+
+
+def plain(name: str, word: str) -> str:
+    """A text or file name that hwreg takes as one operand behind /S."""
+    if not word or "\0" in word:
+        raise WrongArgument(f"{name} is {word!r}: it must have characters, and no zero among them")
+    if is_switch(word):
+        raise WrongArgument(f"{name} is {word!r}: hwreg takes that word for its switch")
+    return word

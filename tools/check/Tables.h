@@ -1,0 +1,20 @@
+// Firmware's tables: whether the commands find them, and find the right ones.
+#pragma once
+
+#include <cstdint>
+
+#include "tools/check/Smbios.h"
+
+// Looks where the commands look, and notes what is there; and of which kind the machine's memory modules are.
+void FindTables();
+
+TableState SmbiosState();
+TableState RsdpState();
+
+enum SpdState : uint8_t {
+    SPD_WHOLE,  // hwreg reads all of the modules' bytes
+    SPD_PARTLY, // their first 256 bytes, or what their hub shows in their place
+    SPD_UNKNOWN,
+};
+
+SpdState SpdOfMemory();
