@@ -36,14 +36,22 @@ static void UnmapPages(volatile uint8_t *map, size_t size) {
     munmap(const_cast<uint8_t *>(map), size);
 }
 
-int ProbePhysMem(uint32_t address) {
+static int ProbePages(uint32_t address, size_t size) {
     if (gMemFd == MEM_FD_NONE)
         return ENODEV;
-    volatile uint8_t *map = MapPages(address, PAGE_4KB, PROT_READ);
+    volatile uint8_t *map = MapPages(address, size, PROT_READ);
     if (map == nullptr)
         return errno;
-    UnmapPages(map, PAGE_4KB);
+    UnmapPages(map, size);
     return 0;
+}
+
+int ProbePhysMem(uint32_t address) {
+    return ProbePages(address, PAGE_4KB);
+}
+
+int ProbePhysAccess(uint32_t address) {
+    return ProbePages(address, ACCESS_MAP_SIZE);
 }
 
 static uint32_t LoadOnce(volatile uint8_t *place, uint32_t width) {

@@ -1,7 +1,7 @@
 // Physical memory below 4 GiB, through the memory device. Each call maps what it needs and unmaps it at
 // once. Nothing is printed but the assertion of Dump_PhysMem.
 //
-// No command reaches: ProbePhysMem.
+// No command reaches: ProbePhysMem, ProbePhysAccess.
 #pragma once
 
 #include "Base/Types.h"
@@ -23,9 +23,12 @@ void MemWrite8(uint32_t address, uint32_t value);
 void MemWrite16(uint32_t address, uint32_t value);
 void MemWrite32(uint32_t address, uint32_t value);
 
-// 0 when the page of the address can be mapped as the accesses do it, else the error number (errno(3)). Maps
+// 0 when the page of the address can be mapped as the copies do it, else the error number (errno(3)). Maps
 // it for reading and accesses nothing.
 int ProbePhysMem(uint32_t address);
+
+// The same for what an access maps: the page of the address and the one behind it, whatever the width.
+int ProbePhysAccess(uint32_t address);
 
 // Copies the whole 4 KiB page that holds address, whatever its low bits, with aligned 8-byte loads. The
 // buffer always receives 4 KiB; length is only checked against that, by an assertion line. 1 when the

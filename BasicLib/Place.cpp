@@ -5,8 +5,7 @@
 #include "BasicLib/PhysMem.h"
 #include "BasicLib/PortIo.h"
 
-// Width in bytes of the access that reaches the bit; 0 for none.
-static uint32_t WidthOfBit(uint32_t bit) {
+uint32_t WidthOfBit(uint32_t bit) {
     return bit < 8 ? 1 : bit < 16 ? 2 : bit < 32 ? 4 : 0;
 }
 

@@ -43,6 +43,9 @@ constexpr Place PciPlace(uint16_t bus, uint16_t dev, uint16_t fun, uint16_t offs
 uint32_t ReadPlace(const Place *at, uint32_t width);
 void WritePlace(const Place *at, uint32_t width, uint32_t value);
 
+// Width in bytes of the access that reaches the bit, as the procedures below make it; 0 for none.
+uint32_t WidthOfBit(uint32_t bit);
+
 // Single bits. The bit number chooses the access at the register's own place: 0-7 eight bits, 8-15 sixteen,
 // 16-31 thirty-two; from 32 on there is no access, reads give 0. A write reads the register, changes the bit
 // and writes it back in the same width, without any check. Nothing reports a failure: where memory cannot be

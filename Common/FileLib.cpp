@@ -37,7 +37,7 @@ constexpr unsigned NULL_DEVICE = 3;
 constexpr unsigned ZERO_DEVICE = 5;
 constexpr unsigned FULL_DEVICE = 7;
 
-static bool IsSink(const struct stat *file) {
+bool IsSink(const struct stat *file) {
     unsigned number = minor(file->st_rdev);
     return S_ISCHR(file->st_mode) && major(file->st_rdev) == MEMORY_DEVICES &&
            (number == NULL_DEVICE || number == ZERO_DEVICE || number == FULL_DEVICE);

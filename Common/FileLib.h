@@ -21,8 +21,9 @@ long Ftell(FILE *stream);
 FILE *OpenToRead(const char *path);
 FILE *OpenAnew(const char *path);
 
-// The same, and a device that only takes (null, zero, full: major 1 of the kernel's devices.txt).
+// The same, and a device that only takes (null, zero, full: major 1 of the kernel's devices.txt), which is a sink.
 FILE *OpenAnewOrSink(const char *path);
+bool IsSink(const struct stat *file);
 
 // Writes what the stream holds to the disk, and its directory entry in the current directory too. False when
 // that fails.

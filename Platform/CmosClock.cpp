@@ -99,9 +99,8 @@ uint32_t GetTotalSec() {
     return time.seconds + time.hours * 3600u + time.minutes * 60u;
 }
 
-// The register values of a time: in BCD or binary, then wrapped by the BCD limits in both formats. Seconds
-// and minutes never exceed them after the divisions; the three rules stand together.
-static TimeOfDay AlarmRegisters(uint32_t seconds, bool bcd) {
+// Seconds and minutes never exceed the limits after the divisions; the three rules stand together.
+TimeOfDay AlarmRegisters(uint32_t seconds, bool bcd) {
     TimeOfDay alarm;
     alarm.hours = bcd ? DecimalToHex8(seconds / 3600) : static_cast<uint8_t>(seconds / 3600);
     alarm.minutes = bcd ? DecimalToHex8(seconds % 3600 / 60) : static_cast<uint8_t>(seconds % 3600 / 60);

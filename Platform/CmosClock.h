@@ -31,9 +31,13 @@ TimeOfDay GetTimeOfDay();
 // The same in seconds since midnight.
 uint32_t GetTotalSec();
 
-// Programs the alarm for a time of day and enables its interrupt. Past midnight (86,400 and more) the hour is
-// wrapped as its stored byte, in BCD modulo 24 of the BCD byte and in binary only from 36 on. Intended: an
-// alarm past the next midnight may name an hour that the clock never shows, and the machine then stays off.
+// The alarm's register values for a time: in BCD or binary, then wrapped by the BCD limits in both formats.
+// Past midnight (86,400 and more) the hour is thus wrapped as its stored byte, in BCD modulo 24 of the BCD
+// byte and in binary only from 36 on. Intended: an alarm past the next midnight may name an hour that the
+// clock never shows, and the machine then stays off.
+TimeOfDay AlarmRegisters(uint32_t seconds, bool bcd);
+
+// Programs the alarm for a time of day, by these register values, and enables its interrupt.
 void SetTotalSec(uint32_t seconds);
 
 // Clears RTC_STS and sets RTC_EN in the PM1 block (ACPI 6.4, 4.8.3.1), then programs the alarm.

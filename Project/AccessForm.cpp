@@ -33,10 +33,14 @@ static AccessForm FormOf(AccessWidth width, CmdType cmd, uint16_t pos) {
     return {width, HasFlag(cmd, row->readFlag), HasFlag(cmd, row->writeFlag), pos};
 }
 
+bool FindWidth(AccessWidth width, uint16_t *pos) {
+    return CmdFind({mWidths[width].write, mWidths[width].read}, pos);
+}
+
 AccessForm FindAccess(CmdType cmd) {
     for (int width = ACCESS_BIT; width <= ACCESS_DWORD; ++width) {
         uint16_t pos;
-        if (CmdFind({mWidths[width].write, mWidths[width].read}, &pos))
+        if (FindWidth(static_cast<AccessWidth>(width), &pos))
             return FormOf(static_cast<AccessWidth>(width), cmd, pos);
     }
     return FormOf(ACCESS_NONE, cmd, 0);
@@ -49,6 +53,16 @@ AccessForm AccessOfWord(CmdType cmd, const char *word, uint16_t pos) {
             return FormOf(static_cast<AccessWidth>(width), cmd, pos);
     }
     return FormOf(ACCESS_NONE, cmd, pos);
+}
+
+bool FindFirstForm(CmdType cmd, AccessForm *form) {
+    for (size_t i = 1; gCmdArg->Argv[i] != nullptr; ++i) {
+        const char *word = gCmdArg->Argv[i];
+        *form = AccessOfWord(cmd, word, static_cast<uint16_t>(i));
+        if (form->width != ACCESS_NONE || CmdSearchFromBuffer(word, "DUMP") == EFI_SUCCESS)
+            return true;
+    }
+    return false;
 }
 
 uint32_t AccessBytes(AccessWidth width) {

@@ -24,6 +24,10 @@ struct AccessText {
     const char *write;
 };
 
+// Position of the width's write or read switch word in the argument vector; the write word is looked for
+// first. False without one.
+bool FindWidth(AccessWidth width, uint16_t *pos);
+
 // The first width, in the order bit, byte, word, dword, whose write or read switch word is in the argument
 // vector; the write word is looked for first. The directions are those of the command word cmd in that width.
 // ACCESS_NONE without one.
@@ -32,6 +36,10 @@ AccessForm FindAccess(CmdType cmd);
 // The form that one argument word at position pos asks for, as a write or a read; ACCESS_NONE for any other
 // word.
 AccessForm AccessOfWord(CmdType cmd, const char *word, uint16_t pos);
+
+// The form of the first word behind the program name that asks for an access or a dump (ACCESS_NONE). False
+// without one.
+bool FindFirstForm(CmdType cmd, AccessForm *form);
 
 // Bytes of a data width: 1, 2 or 4; 0 for a bit and for no access.
 uint32_t AccessBytes(AccessWidth width);

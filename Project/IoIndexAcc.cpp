@@ -37,21 +37,10 @@ static uint32_t IndexDump(uint16_t indexPort, uint16_t dataPort) {
     return EFI_SUCCESS;
 }
 
-// The first word behind the program name that names an access or a dump: unlike the other commands this one
-// goes by the order of the words. False without one.
-static bool FindIndexForm(CmdType cmd, AccessForm *form) {
-    for (size_t i = 1; gCmdArg->Argv[i] != nullptr; ++i) {
-        const char *word = gCmdArg->Argv[i];
-        *form = AccessOfWord(cmd, word, static_cast<uint16_t>(i));
-        if (form->width != ACCESS_NONE || CmdSearchFromBuffer(word, "DUMP") == EFI_SUCCESS)
-            return true;
-    }
-    return false;
-}
-
+// Unlike the other commands this one goes by the order of the words.
 uint32_t IoIndexAccess() {
     AccessForm form;
-    if (!FindIndexForm(CmdWord(), &form))
+    if (!FindFirstForm(CmdWord(), &form))
         return EFI_INVALID_PARAMETER;
     uint16_t indexPort = OperandWord(form.pos, 1);
     uint16_t dataPort = OperandWord(form.pos, 2);

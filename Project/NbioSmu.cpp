@@ -31,17 +31,15 @@ static const AccessText mTexts[ACCESS_WIDTHS] = {
 // The variants in the order in which they are looked for, bytes first and bits last: another one than that of
 // FindAccess.
 struct SmnVariant {
-    char write[4];
-    char read[4];
     AccessWidth width;
     PciWidth pciWidth;
 };
 
 static const SmnVariant mVariants[] = {
-    {"WB", "RB", ACCESS_BYTE, PCI_WIDTH_8},
-    {"WW", "RW", ACCESS_WORD, PCI_WIDTH_16},
-    {"WD", "RD", ACCESS_DWORD, PCI_WIDTH_32},
-    {"WI", "RI", ACCESS_BIT, PCI_WIDTH_32},
+    {ACCESS_BYTE, PCI_WIDTH_8},
+    {ACCESS_WORD, PCI_WIDTH_16},
+    {ACCESS_DWORD, PCI_WIDTH_32},
+    {ACCESS_BIT, PCI_WIDTH_32},
 };
 
 // In the byte and word forms too the dword switches choose the message and whether anything is written; a
@@ -77,7 +75,7 @@ static uint32_t SmnBit(CmdType cmd, uint32_t die, uint32_t reg, uint32_t bit, ui
 // NULL without one.
 static const SmnVariant *FindVariant(uint16_t *pos) {
     for (const SmnVariant &variant : mVariants) {
-        if (CmdFind({variant.write, variant.read}, pos))
+        if (FindWidth(variant.width, pos))
             return &variant;
     }
     return nullptr;

@@ -1,5 +1,5 @@
-# What is installed where, and the two Debian packages (packaging/build makes them): `hwreg` for the machine under test,
-# `hwreg-sim` for the desk. Each is a component of the same name, in the package's words.
+# What is installed where, and the Debian packages (packaging/build makes them): `hwreg` for the machine under test,
+# `hwreg-sim` for the desk, `python3-hwreg` for scripts. Each is a component of the same name, in the package's words.
 set(made ${CMAKE_BINARY_DIR}/packaging)
 
 # compressed(SOURCE NAME FOLDER COMPONENT) installs SOURCE as FOLDER/NAME.gz, the same bytes at every build.
@@ -18,23 +18,35 @@ function(manual component)
   endforeach()
 endfunction()
 
-foreach(component hwreg hwreg-sim)
+foreach(component hwreg hwreg-sim python3-hwreg)
   file(MAKE_DIRECTORY ${made}/${component})
   install(FILES packaging/copyright DESTINATION share/doc/${component} COMPONENT ${component})
-  install(FILES packaging/${component}.lintian-overrides DESTINATION share/lintian/overrides RENAME ${component}
-    COMPONENT ${component})
+  if(EXISTS ${CMAKE_CURRENT_LIST_DIR}/${component}.lintian-overrides)
+    install(FILES packaging/${component}.lintian-overrides DESTINATION share/lintian/overrides RENAME ${component}
+      COMPONENT ${component})
+  endif()
   compressed(${CMAKE_CURRENT_LIST_DIR}/changelog changelog share/doc/${component} ${component})
 endforeach()
 
+# completion(COMPONENT COMMAND...): bash looks for a completion by the command's name; all are in hwreg's.
+function(completion component)
+  file(CREATE_LINK hwreg ${made}/${component}/completion SYMBOLIC)
+  foreach(command ${ARGN})
+    install(FILES ${made}/${component}/completion DESTINATION share/bash-completion/completions RENAME ${command}
+      COMPONENT ${component})
+  endforeach()
+endfunction()
+
 # ---- the target
-install(TARGETS hwreg hwreg-capture RUNTIME DESTINATION sbin COMPONENT hwreg)
+install(TARGETS hwreg hwreg-capture hwreg-check RUNTIME DESTINATION sbin COMPONENT hwreg)
 install(FILES completion/hwreg DESTINATION share/bash-completion/completions COMPONENT hwreg)
+completion(hwreg hwreg-check)
 # The help screen sends its readers to ReadMe.doc.
 install(FILES docs/commands.txt DESTINATION share/doc/hwreg RENAME ReadMe.doc COMPONENT hwreg)
-install(FILES docs/power-cycling.md docs/fleets.md DESTINATION share/doc/hwreg COMPONENT hwreg)
+install(FILES docs/cookbook.md docs/power-cycling.md docs/fleets.md DESTINATION share/doc/hwreg COMPONENT hwreg)
 install(PROGRAMS examples/cycle examples/registers DESTINATION share/doc/hwreg/examples COMPONENT hwreg)
 install(FILES examples/cycle.service examples/registers.list DESTINATION share/doc/hwreg/examples COMPONENT hwreg)
-manual(hwreg hwreg.8 hwreg-capture.8)
+manual(hwreg hwreg.8 hwreg-capture.8 hwreg-check.8)
 
 # ---- the desk
 # hwreg-sim finds the rest from where it lies itself.
@@ -45,14 +57,18 @@ install(DIRECTORY sim/boards/ DESTINATION share/hwreg/boards COMPONENT hwreg-sim
 install(PROGRAMS tools/hwreg-board DESTINATION bin COMPONENT hwreg-sim)
 install(DIRECTORY tools/hwregboard DESTINATION share/hwreg COMPONENT hwreg-sim FILES_MATCHING PATTERN "*.py"
   PATTERN __pycache__ EXCLUDE)
-# bash looks for a completion by the command's name.
-file(CREATE_LINK hwreg ${made}/hwreg-sim/completion SYMBOLIC)
-foreach(command hwreg-sim hwreg-board)
-  install(FILES ${made}/hwreg-sim/completion DESTINATION share/bash-completion/completions RENAME ${command}
-    COMPONENT hwreg-sim)
-endforeach()
+completion(hwreg-sim hwreg-sim hwreg-board)
 install(FILES docs/boards.md docs/machine-on-the-desk.md DESTINATION share/doc/hwreg-sim COMPONENT hwreg-sim)
 manual(hwreg-sim hwreg-sim.1 hwreg-board.1 hwreg-board.5)
+
+# ---- scripts
+set(packages lib/python3/dist-packages)
+install(DIRECTORY python/hwreg DESTINATION ${packages} COMPONENT python3-hwreg FILES_MATCHING PATTERN "*.py"
+  PATTERN py.typed PATTERN __pycache__ EXCLUDE)
+configure_file(python/dist-info/METADATA.in ${made}/python3-hwreg/METADATA @ONLY)
+install(FILES ${made}/python3-hwreg/METADATA python/dist-info/entry_points.txt
+  DESTINATION ${packages}/hwreg-${PROJECT_VERSION}.dist-info COMPONENT python3-hwreg)
+install(FILES docs/python.md DESTINATION share/doc/python3-hwreg COMPONENT python3-hwreg)
 
 get_property(installed_files GLOBAL PROPERTY installed_files)
 add_custom_target(hwreg_documents ALL DEPENDS ${installed_files})
@@ -63,7 +79,7 @@ set(CPACK_SOURCE_GENERATOR "")
 set(CPACK_PACKAGE_NAME hwreg)
 set(CPACK_PACKAGING_INSTALL_PREFIX /usr)
 set(CPACK_PRE_BUILD_SCRIPTS ${CMAKE_CURRENT_LIST_DIR}/strip.cmake)
-set(CPACK_COMPONENTS_ALL hwreg hwreg-sim)
+set(CPACK_COMPONENTS_ALL hwreg hwreg-sim python3-hwreg)
 set(CPACK_COMPONENTS_GROUPING IGNORE)
 set(CPACK_DEB_COMPONENT_INSTALL ON)
 set(CPACK_INSTALL_DEFAULT_DIRECTORY_PERMISSIONS
@@ -91,4 +107,12 @@ set(CPACK_DEBIAN_HWREG_PACKAGE_SUGGESTS "bash-completion, clustershell, hwreg-si
 package(hwreg-sim devel "machines of text files to run hwreg on")
 set(CPACK_DEBIAN_HWREG-SIM_PACKAGE_DEPENDS "hwreg (= ${PROJECT_VERSION}), python3 (>= 3.11)")
 set(CPACK_DEBIAN_HWREG-SIM_PACKAGE_SUGGESTS "acpica-tools, bash-completion, dmidecode, pciutils")
+
+package(python3-hwreg python "registers of a PC for Python scripts and pytest")
+set(CPACK_DEBIAN_PYTHON3-HWREG_PACKAGE_ARCHITECTURE all)
+set(CPACK_DEBIAN_PYTHON3-HWREG_PACKAGE_DEPENDS "python3 (>= 3.11)")
+set(CPACK_DEBIAN_PYTHON3-HWREG_PACKAGE_RECOMMENDS hwreg)
+set(CPACK_DEBIAN_PYTHON3-HWREG_PACKAGE_SUGGESTS "hwreg-sim, openssh-client, python3-pytest")
+set(CPACK_DEBIAN_PYTHON3-HWREG_PACKAGE_CONTROL_EXTRA
+  ${CMAKE_CURRENT_LIST_DIR}/python3-hwreg/postinst ${CMAKE_CURRENT_LIST_DIR}/python3-hwreg/prerm)
 include(CPack)

@@ -129,8 +129,9 @@ class Rtc:
 
 def time_of(registers: tuple[int, int, int], binary: bool) -> int:
     """Seconds since midnight of hours, minutes and seconds."""
-    hours, minutes, seconds = (value if binary else 10 * (value >> 4) + (value & 0x0F) for value in registers)
-    if hours > 23 or minutes > 59 or seconds > 59:
+    decimal = not binary and all(f"{value:x}".isdecimal() for value in registers)
+    hours, minutes, seconds = (int(f"{value:x}") if decimal else value for value in registers)
+    if not binary and not decimal or hours > 23 or minutes > 59 or seconds > 59:
         raise NoAnswer(f"the clock shows no time of day: its registers are {registers}")
     return hours * 3600 + minutes * 60 + seconds
 

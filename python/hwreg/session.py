@@ -27,7 +27,7 @@ ENDED_BY_TIMEOUT = (124, 137)
 COMPLAINTS = re.compile(r"""
     (?:Read|Write|Dump|Dump\ \(DDR4\))\ addr\ 0x\w+(?:\ offset\ 0x\w+)?\ error! | I2C\ init\ error
     | InitSmuService\ error:\ \w+ | Invalid\ parameter | StartAddr\ error! | FileOpen\ fail! | Write\ to\ buffer\ fail!
-    | ERROR:\ .* | Warnning,\ .* | \w+LOG\ write\ fail! | hwreg:\ output\ was\ lost
+    | ERROR:.* | Warnning,.* | \w+LOG\ write\ fail! | RTC\ wait\ time\ out!
 """, re.VERBOSE)
 
 

@@ -19,9 +19,11 @@ import re
 import subprocess
 import sys
 import tempfile
-import textwrap
 
 TOP = pathlib.Path(__file__).resolve().parents[2]
+sys.path.insert(0, str(TOP / "tests" / "support"))  # where it is started by hand
+from pages import files_shown  # noqa: E402
+
 BUILD = pathlib.Path(os.environ.get("HWREG_BUILD", TOP / "build")).resolve()
 SECONDS = 60
 MARK = "\x1e"  # printed before each command: no program prints it
@@ -81,11 +83,6 @@ def is_manual(path):
     return path.suffix in (".1", ".5", ".8")
 
 
-def files_shown(text):
-    shown_files = re.findall(r"^A file `([^`/]+)`:\n\n((?:(?: {4}.*)?\n)+)", text, re.MULTILINE)
-    return {name: textwrap.dedent(body) for name, body in shown_files}
-
-
 def sessions(path):
     text = path.read_text()
     lines = text.split("\n")
@@ -96,9 +93,9 @@ def sessions(path):
 
 
 def make_launchers(folder):
-    """Makes bin/hwreg-sim and bin/hwreg-board, to be found in the path, and scripts/run."""
+    """Makes bin/hwreg-sim, bin/hwreg-board and Debian's python3, to be found in the path, and scripts/run."""
     for name, program in (("bin/hwreg-sim", "sim/hwreg-sim"), ("bin/hwreg-board", "tools/hwreg-board"),
-                          ("scripts/run", "scripts/run")):  # fmt: skip
+                          ("bin/python3", "/usr/bin/python3"), ("scripts/run", "scripts/run")):  # fmt: skip
         path = folder / name
         path.parent.mkdir(exist_ok=True)
         path.write_text(f"#!/bin/sh\nexec '{TOP / program}' \"$@\"\n")
@@ -116,7 +113,8 @@ def perform(session):
         make_launchers(pathlib.Path(name))
         for file, text in session.files.items():
             (pathlib.Path(name) / file).write_text(text)
-        environment = {**os.environ, "HWREG_BUILD": str(BUILD), "PATH": f"{name}/bin:{os.environ['PATH']}"}
+        environment = {**os.environ, "HWREG_BUILD": str(BUILD), "PATH": f"{name}/bin:{os.environ['PATH']}",
+                       "PYTHONPATH": str(TOP / "python")}  # fmt: skip
         ran = subprocess.run(["bash", "-c", script], cwd=name, env=environment, stdin=subprocess.DEVNULL,
                              stdout=subprocess.PIPE, stderr=subprocess.STDOUT, timeout=SECONDS, check=False)
     printed = ran.stdout.decode("latin-1").split(MARK)[1:]

@@ -38,6 +38,7 @@ COMP_WORDS=("$@") COMP_CWORD=$(($# - 1)) COMPREPLY=()
 case $command in
 *-sim) _hwreg_sim "$command" ;;
 *-board) _hwreg_board "$command" ;;
+*-check) _hwreg_check ;;
 *) _hwreg "$command" ;;
 esac && printf '%%s\n' "${COMPREPLY[@]}"
 """
@@ -241,6 +242,18 @@ def test_a_simulated_machine_is_asked_for_what_it_has(line, some, tmp_path):
 def test_a_simulated_machine_that_has_mistakes_offers_nothing(tmp_path):
     (tmp_path / "mine.board").write_text("no such keyword\n")
     assert complete("--board mine.board /PCI /RB ", cwd=tmp_path, command=SIMULATOR) == set()
+
+
+@pytest.mark.parametrize("line, offered", [
+    ("--", "--json --help --version"),
+    ("--json --v", "--version"),
+    ("--json /PC", "/PCI"),
+    ("/pci /r", "/ri /rb /rw /rd"),
+    ("-- --", ""),
+    ("/PCI --", ""),
+])  # fmt: skip
+def test_the_checks_options_are_offered_before_a_command_line(line, offered):
+    assert complete(line, command="hwreg-check") == set(offered.split())
 
 
 @pytest.mark.parametrize("line, offered", [

@@ -1,31 +1,17 @@
 """The sessions of docs/fleets.md: what is typed behind "lab$ ", and what the page shows below."""
 
-import dataclasses
 import pathlib
 import re
+
+import pages
 
 TOP = pathlib.Path(__file__).resolve().parents[2]
 PAGE = TOP / "docs" / "fleets.md"
 PROMPT = "    lab$ "
 
 
-@dataclasses.dataclass
-class Step:
-    command: str
-    shown: list
-
-
 def steps():
-    found = []
-    for line in PAGE.read_text().splitlines():
-        if line.startswith(PROMPT):
-            found.append(Step(line.removeprefix(PROMPT), []))
-            inside = True
-        elif found and inside and line.startswith("    "):
-            found[-1].shown.append(line[4:])
-        else:
-            inside = False
-    return found
+    return pages.steps(PAGE.read_text(), PROMPT)
 
 
 def groups(lines):

@@ -88,6 +88,13 @@ bool FileExists(const char *path) {
     return true;
 }
 
+const char *KernelRelease() {
+    static utsname kernel = {};
+    if (kernel.release[0] == 0)
+        uname(&kernel);
+    return kernel.release;
+}
+
 const char *KernelParameter(const char *name) {
     if (!mCommandLineRead) {
         int64_t got = ReadBytes("/proc/cmdline", 0, mCommandLine, sizeof(mCommandLine) - 1);
@@ -137,10 +144,8 @@ static bool TakeConfig(FILE *file) {
 }
 
 static bool TakeConfigFile(const char *format) {
-    utsname kernel = {};
     char path[KERNEL_LINE];
-    uname(&kernel);
-    snprintf(path, sizeof(path), format, kernel.release);
+    snprintf(path, sizeof(path), format, KernelRelease());
     FILE *file = OpenToRead(path);
     bool taken = TakeConfig(file);
     if (file != nullptr)

@@ -25,6 +25,9 @@ uint32_t ReadWhole(const char *path, uint8_t *bytes, uint32_t size);
 // True when a file is there, whoever may read it.
 bool FileExists(const char *path);
 
+// The running kernel's release, "6.1.0-56-amd64".
+const char *KernelRelease();
+
 // What a word "NAME=" of the kernel's command line says, the last one of several; "" for the bare word. NULL
 // without the word, or the command line. It stays until the next call.
 const char *KernelParameter(const char *name);

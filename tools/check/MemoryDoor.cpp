@@ -74,8 +74,10 @@ static void TryMap() {
         else if (IsClaimed(resource, i == 0 ? nullptr : resource - 1))
             Try(&mClaimed, resource->first, resource->name);
     }
-    Try(&mRam, FIRST_MIB, "memory from 1 MiB on"); // where the map is hidden
-    Try(&mClaimed, LOCAL_APIC, "Local APIC");
+    if (!mRam.any) // the map is hidden
+        Try(&mRam, FIRST_MIB, "memory from 1 MiB on");
+    if (!mClaimed.any)
+        Try(&mClaimed, LOCAL_APIC, "Local APIC");
 }
 
 static void NoteOpenError() {
@@ -128,9 +130,7 @@ static void NoteStrict() {
          "FFh "
          "and cannot be written",
          mRam.page);
-    Remedy(FINDING_STRICT_DEVMEM,
-           "take memory away from the kernel with memmap=SIZE$ADDRESS on its command line, "
-           "or use a kernel without CONFIG_STRICT_DEVMEM; iomem=relaxed does not help");
+    Remedy(FINDING_STRICT_DEVMEM, "%s", RemedyOfPage(FINDING_STRICT_DEVMEM));
 }
 
 static void NoteIoStrict() {
@@ -148,7 +148,7 @@ static void NoteIoStrict() {
          "device "
          "registers and the configuration window read FFh",
          mClaimed.name, mClaimed.page);
-    Remedy(FINDING_IO_STRICT_DEVMEM, "start the kernel with iomem=relaxed on its command line");
+    Remedy(FINDING_IO_STRICT_DEVMEM, "%s", RemedyOfPage(FINDING_IO_STRICT_DEVMEM));
 }
 
 static void NotePat() {
@@ -156,7 +156,7 @@ static void NotePat() {
         Note(FINDING_PAT, STATE_BAD,
              "memory that the kernel holds cached is mapped neither uncached nor cached: %s at %x",
              mTables.name, mTables.page);
-        return Remedy(FINDING_PAT, "start the kernel with nopat on its command line");
+        return Remedy(FINDING_PAT, "%s", RemedyOfPage(FINDING_PAT));
     }
     if (KernelParameter("nopat") != nullptr)
         return Note(FINDING_PAT, STATE_GOOD, "the page attribute table is off (nopat)");
@@ -204,4 +204,19 @@ FindingName ReasonOfPage(uint32_t address, int error) {
     const Resource *list;
     bool known = MemoryMap(&list) != 0;
     return known || !IsRefused(&mRam) ? FINDING_IO_STRICT_DEVMEM : FINDING_STRICT_DEVMEM;
+}
+
+const char *RemedyOfPage(FindingName reason) {
+    switch (reason) {
+    case FINDING_STRICT_DEVMEM:
+        return "take memory away from the kernel with memmap=SIZE$ADDRESS on its command line, or use a "
+               "kernel without "
+               "CONFIG_STRICT_DEVMEM; iomem=relaxed does not help";
+    case FINDING_IO_STRICT_DEVMEM:
+        return "start the kernel with iomem=relaxed on its command line";
+    case FINDING_PAT:
+        return "start the kernel with nopat on its command line";
+    default:
+        return FindingOf(reason)->remedy;
+    }
 }

@@ -16,3 +16,6 @@ int PageError(uint32_t address);
 
 // Which finding explains that error number for that page.
 FindingName ReasonOfPage(uint32_t address, int error);
+
+// What to do about a page that is refused for that reason.
+const char *RemedyOfPage(FindingName reason);

@@ -2,7 +2,6 @@
 
 #include <dirent.h>
 #include <fnmatch.h>
-#include <sys/utsname.h>
 
 #include <cstdarg>
 #include <cstdio>
@@ -100,11 +99,9 @@ static void TakeModprobeFolders(ModprobeLines *lines, MsrModule *module) {
 
 // Looks in a list of modules of the running release for the line of msr, puts its path.
 static bool ListHasMsr(const char *list, char *path, size_t size) {
-    utsname kernel = {};
     char line[KERNEL_LINE];
     bool has = false;
-    uname(&kernel);
-    snprintf(line, sizeof(line), "/lib/modules/%s/%s", kernel.release, list);
+    snprintf(line, sizeof(line), "/lib/modules/%s/%s", KernelRelease(), list);
     FILE *file = OpenToRead(line);
     while (!has && NextLine(file, line)) {
         line[strcspn(line, ": ")] = 0;
@@ -116,7 +113,7 @@ static bool ListHasMsr(const char *list, char *path, size_t size) {
     if (has && line[0] == '/')
         snprintf(path, size, "%s", line);
     else if (has)
-        snprintf(path, size, "/lib/modules/%.64s/%.400s", kernel.release, line);
+        snprintf(path, size, "/lib/modules/%.64s/%.400s", KernelRelease(), line);
     return has;
 }
 
@@ -145,14 +142,12 @@ static bool IsBlacklisted() {
 
 static void FindFile(MsrModule *module) {
     char path[KERNEL_LINE] = "";
-    utsname kernel = {};
-    uname(&kernel);
     if (ListHasMsr("modules.builtin", path, sizeof(path)))
         return Refuse(module, MODULE_BUILT_IN, "", "it is built into the kernel");
     if (!ListHasMsr("modules.dep", path, sizeof(path)))
         return Refuse(module, MODULE_ABSENT,
                       "install the modules of the running kernel, one with CONFIG_X86_MSR",
-                      "/lib/modules/%.60s has no module msr", kernel.release);
+                      "/lib/modules/%.60s has no module msr", KernelRelease());
     if (!FileExists(path))
         Refuse(module, MODULE_ABSENT, "install the modules of the running kernel again", "%.120s is missing",
                path);

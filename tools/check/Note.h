@@ -1,6 +1,7 @@
 // What was found of this kernel and machine: one finding for each name, with what can be done about it.
 #pragma once
 
+#include <cstddef>
 #include <cstdint>
 
 enum State : uint8_t { STATE_GOOD, STATE_CAUTION, STATE_BAD, STATE_UNKNOWN };

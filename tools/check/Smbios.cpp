@@ -103,7 +103,8 @@ static bool IsMemory(uint64_t address) {
 static bool IsTable(const uint8_t *bytes, uint32_t length) {
     uint32_t at = 0;
     while (at + LEAST_STRUCTURE <= length) {
-        if (bytes[at + 1] < LEAST_STRUCTURE)
+        bool ones = bytes[at] == 0xFF && bytes[at + 1] == 0xFF; // nobody is there
+        if (bytes[at + 1] < LEAST_STRUCTURE || ones)
             return false;
         if (bytes[at] == SMBIOS_TYPE_END)
             return true;

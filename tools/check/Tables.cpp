@@ -42,7 +42,7 @@ static void NoteSmbios() {
             MemoryError() != 0 ? FINDING_DEV_MEM : ReasonOfPage(SmbiosAddress(), PageError(SmbiosAddress()));
         Note(FINDING_SMBIOS, STATE_BAD, "the memory that holds the SMBIOS table is not granted; see %s",
              FindingOf(reason)->name);
-        return Remedy(FINDING_SMBIOS, "%s", FindingOf(reason)->remedy);
+        return Remedy(FINDING_SMBIOS, "%s", RemedyOfPage(reason));
     }
     default:
         Note(FINDING_SMBIOS, STATE_UNKNOWN, "what is at %xh was not read", SmbiosAddress());

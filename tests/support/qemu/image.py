@@ -18,6 +18,7 @@ HERE = os.path.dirname(os.path.abspath(__file__))
 PROGRAMS = """
     dash kmod lspci setpci rdmsr wrmsr cpuid inb inw inl outb outw outl memtool dmidecode
     i2cdetect i2cdump i2cget i2cset i2ctransfer acpidump taskset rtcwake hwclock flock unshare setpriv
+    isadump isaset
 """.split()
 
 # Other names that these programs are known by.

@@ -28,10 +28,10 @@ def free_port():
         return listener.getsockname()[1]
 
 
-def make_key(folder):
-    """Makes the file `key` and gives its public half."""
-    subprocess.run(["ssh-keygen", "-q", "-t", "ed25519", "-N", "", "-f", folder / "key"], check=True)
-    return (folder / "key.pub").read_bytes()
+def make_key(folder, name="key"):
+    """Makes the file and gives its public half."""
+    subprocess.run(["ssh-keygen", "-q", "-t", "ed25519", "-N", "", "-f", folder / name], check=True)
+    return (folder / f"{name}.pub").read_bytes()
 
 
 def files(public_key):

@@ -1,0 +1,65 @@
+"""Two scripts of a lab at once against one board, each through the Python package over ssh: with the lock of the
+package none of their accesses goes wrong. Without it some do, of which the manual page tells."""
+
+import concurrent.futures
+import contextlib
+import os
+import pathlib
+
+import pytest
+
+from board import Board, board_machine
+from hwreg import LOCK_FILE
+
+pytestmark = pytest.mark.timeout(1800)
+SCRIPT = pathlib.Path(__file__).with_name("traffic.py")
+RUNS = 400
+ROUNDS = 10  # of so many reads without the lock, until one goes wrong
+
+
+@pytest.fixture(scope="module")
+def board(tmp_path_factory):
+    with Board(tmp_path_factory.mktemp("lab"), board_machine(smp=2)) as board:
+        board.run("relay", "on", "3")
+        board.wait()
+        yield board
+
+
+def traffic(board, *words):
+    """What went wrong, of how many."""
+    ran = board.run("python3", str(SCRIPT), *map(str, words))
+    assert ran.returncode == 0, ran.stdout
+    wrong, count = ran.stdout.split()
+    return int(wrong), int(count)
+
+
+@contextlib.contextmanager
+def dumping(board, lock):
+    """Another script that dumps; gives what it will have to tell in the end."""
+    over = board.folder / "over"
+    over.unlink(missing_ok=True)
+    with concurrent.futures.ThreadPoolExecutor(1) as pool:
+        dumper = pool.submit(traffic, board, "dump", lock)
+        try:
+            yield dumper
+        finally:
+            over.touch()
+
+
+@pytest.mark.parametrize("what", ["read", "write"])
+def test_beside_a_dumping_script_none_goes_wrong(board, what):
+    with dumping(board, LOCK_FILE) as dumper:
+        assert traffic(board, what, LOCK_FILE, RUNS) == (0, RUNS)
+    wrong, dumps = dumper.result()
+    assert wrong == 0 and dumps > RUNS / 20  # they did run side by side
+
+
+@pytest.mark.skipif(len(os.sched_getaffinity(0)) < 2, reason="on one processor it takes too long")
+def test_without_the_lock_some_reads_go_wrong(board, record_testsuite_property):
+    with dumping(board, "-"):
+        for round_ in range(ROUNDS):
+            wrong, _ = traffic(board, "read", "-", RUNS)
+            if wrong:
+                break
+    record_testsuite_property("wrong without the lock", f"{wrong} of {RUNS} in round {round_ + 1}")
+    assert wrong > 0

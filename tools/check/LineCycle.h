@@ -1,0 +1,6 @@
+// What /RTC, /SHUTDOWN and /TIMEOUT do.
+#pragma once
+
+#include "tools/check/Line.h"
+
+void AnswerCycle(Line *line);

@@ -1,0 +1,6 @@
+// What /MEM /RF and /IO /RF do.
+#pragma once
+
+#include "tools/check/Line.h"
+
+void AnswerFile(Line *line);
