@@ -259,8 +259,8 @@ def memory_module(kind):
 
 
 def test_modules_whose_spd_is_not_in_pages_are_dumped_in_part(check):
-    def told(words, kind):
-        table = memory_module(kind) + bytes([127, 4, 0, 1, 0, 0])
+    def told(words, kind, modules=1):
+        table = memory_module(kind) * modules + bytes([127, 4, 0, 1, 0, 0])
         return check(words, extra=f'file-bytes "/sys/firmware/dmi/tables/DMI" 0 {table.hex(" ")}')
 
     assert (told("/SMBUS /DUMP 0xA0 /LOG", 0x22)["verdict"], told("/SMBUS /DUMP 0xA0 /LOG", 0x22)["because"]) == (
@@ -268,6 +268,9 @@ def test_modules_whose_spd_is_not_in_pages_are_dumped_in_part(check):
     assert told("/SMBUS /DUMP 0x60 /LOG", 0x22)["verdict"] == "works"
     assert "DDR5" in cautions(told("/SMBUS /RB 0xA0 2", 0x22))
     assert told("/SMBUS /DUMP 0xA0 /LOG", 0x1A)["verdict"] == "works"
+    assert told("/SMBUS /DUMP 0xAC /LOG", 0x1A)["verdict"] == "works"
+    assert told("/SMBUS /DUMP 0xAA /LOG", 0x1A, modules=8)["verdict"] == "works"
+    assert told("/SMBUS /DUMP 0xAC /LOG", 0x1A, modules=8)["verdict"] == "other"
 
 
 # power
