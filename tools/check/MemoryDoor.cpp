@@ -93,7 +93,7 @@ static void NoteOpenError() {
             ? " (the kernel was built without CONFIG_DEVMEM)"
             : "";
     Note(FINDING_DEV_MEM, STATE_BAD,
-         "/dev/mem cannot be opened for reading and writing: %s%s; all memory reads FFh%s%s",
+         "the device /dev/mem cannot be opened for reading and writing: %s%s; all memory reads FFh%s%s",
          strerror(mError), without, why == FINDING_NONE ? "" : "; see ", FindingOf(why)->name);
     if (why != FINDING_NONE)
         return Remedy(FINDING_DEV_MEM, "%s", FindingOf(why)->remedy);
@@ -169,7 +169,7 @@ void FindMemoryDoor() {
     OpenMemoryDevice();
     mError = gMemFd != MEM_FD_NONE ? 0 : errno == 0 ? EMFILE : errno;
     if (mError == 0)
-        Note(FINDING_DEV_MEM, STATE_GOOD, "/dev/mem can be opened for reading and writing");
+        Note(FINDING_DEV_MEM, STATE_GOOD, "the device /dev/mem can be opened for reading and writing");
     else
         NoteOpenError();
     TryMap();
