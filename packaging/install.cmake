@@ -68,7 +68,7 @@ install(DIRECTORY python/hwreg DESTINATION ${packages} COMPONENT python3-hwreg F
 configure_file(python/dist-info/METADATA.in ${made}/python3-hwreg/METADATA @ONLY)
 install(FILES ${made}/python3-hwreg/METADATA python/dist-info/entry_points.txt
   DESTINATION ${packages}/hwreg-${PROJECT_VERSION}.dist-info COMPONENT python3-hwreg)
-install(FILES docs/python.md DESTINATION share/doc/python3-hwreg COMPONENT python3-hwreg)
+install(FILES docs/python.md docs/labs.md DESTINATION share/doc/python3-hwreg COMPONENT python3-hwreg)
 
 get_property(installed_files GLOBAL PROPERTY installed_files)
 add_custom_target(hwreg_documents ALL DEPENDS ${installed_files})
@@ -112,7 +112,7 @@ package(python3-hwreg python "registers of a PC for Python scripts and pytest")
 set(CPACK_DEBIAN_PYTHON3-HWREG_PACKAGE_ARCHITECTURE all)
 set(CPACK_DEBIAN_PYTHON3-HWREG_PACKAGE_DEPENDS "python3 (>= 3.11)")
 set(CPACK_DEBIAN_PYTHON3-HWREG_PACKAGE_RECOMMENDS hwreg)
-set(CPACK_DEBIAN_PYTHON3-HWREG_PACKAGE_SUGGESTS "hwreg-sim, openssh-client, python3-pytest")
+set(CPACK_DEBIAN_PYTHON3-HWREG_PACKAGE_SUGGESTS "hwreg-sim, openssh-client, python3-labgrid, python3-pytest")
 set(CPACK_DEBIAN_PYTHON3-HWREG_PACKAGE_CONTROL_EXTRA
   ${CMAKE_CURRENT_LIST_DIR}/python3-hwreg/postinst ${CMAKE_CURRENT_LIST_DIR}/python3-hwreg/prerm)
 include(CPack)

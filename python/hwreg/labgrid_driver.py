@@ -6,6 +6,9 @@
     machine = target.get_driver("HwregDriver").machine
 """
 
+# mypy: ignore-errors
+# labgrid tells no types.
+
 from __future__ import annotations
 
 import shlex
@@ -25,7 +28,8 @@ from hwreg.transports import Completed, Transport
 
 MARK = "-- standard error of the line above --"
 # Standard output goes its way, and standard error comes behind the mark: a serial console has one way for both.
-LINE = "{{ error=$({line} 2>&1 >&3 3>&- </dev/null); }} 3>&1; status=$?; printf '\\n%s\\n%s\\n' {mark} \"$error\"; exit $status"
+LINE = ("{{ error=$({line} 2>&1 >&3 3>&- </dev/null); }} 3>&1; status=$?; "
+        "printf '\\n%s\\n%s\\n' {mark} \"$error\"; exit $status")  # fmt: skip
 
 
 class Bound(Transport):
@@ -50,7 +54,7 @@ class Bound(Transport):
 
 @target_factory.reg_driver
 @attr.s(eq=False)
-class HwregDriver(Driver):  # type: ignore[misc]
+class HwregDriver(Driver):
     """Gives a target's registers as `machine`, a hwreg.Machine.
 
     Args:
@@ -71,6 +75,6 @@ class HwregDriver(Driver):  # type: ignore[misc]
                                 lock=self.lock)  # fmt: skip
 
     @property
-    @Driver.check_active  # type: ignore[untyped-decorator]
+    @Driver.check_active
     def machine(self) -> Machine:
         return self._machine

@@ -22,7 +22,7 @@ from guest import BUILD, Machine
 TOP = pathlib.Path(__file__).resolve().parents[2]
 PAGE = TOP / "docs" / "labs.md"
 SECONDS = 3600  # that the guest may serve
-STARTING = 120  # that it may take to start
+STARTING = 300  # that it may take to start
 HOST_KEYS = "StrictHostKeyChecking no\n  UserKnownHostsFile /dev/null\n  LogLevel ERROR"
 
 MODULE_TYPE = 0x0C  # DDR4: what the first module's SPD says at offset 2. The emulated module is empty after each start
@@ -34,8 +34,9 @@ hwreg /SMBUS /WB 0xA0 2 {MODULE_TYPE} >/dev/null
 """
 
 
-def board_machine(product=PRODUCT, append="iomem=relaxed nopat", smp=1):
-    return Machine(firmware="ovmf", smp=smp, devices=[PORT], append=append,
+def board_machine(product=PRODUCT, append="iomem=relaxed nopat", **options):
+    """A machine with the registers of the page. UEFI firmware, since hwreg finds no SMBIOS table of the other."""
+    return Machine(**{"firmware": "ovmf", **options}, devices=[PORT], append=append,
                    qemu=["-smbios", f"type=1,product={product}"])
 
 

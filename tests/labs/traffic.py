@@ -35,7 +35,8 @@ def writes(board, count):
 
 
 def main(what, lock, *count):
-    board = Machine(Ssh("board7", options=["-F", "ssh_config"]), lock=None if lock == "-" else lock)
+    way = Ssh("board7", options=["-F", "ssh_config", "-o", f"ControlPath=control-{what}"])  # a connection for each
+    board = Machine(way, lock=None if lock == "-" else lock)
     right = list({"dump": dumps, "read": reads, "write": writes}[what](board, *map(int, count)))
     print(right.count(False), len(right))
 
