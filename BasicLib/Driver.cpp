@@ -4,6 +4,8 @@
 #include <sys/io.h>
 #include <unistd.h>
 
+#include <cerrno>
+
 #include "BasicLib/Cpu.h"
 #include "Common/ComFunc/Shell.h"
 
@@ -24,6 +26,13 @@ int16_t CachedMemFd() {
     if (mCachedMemFd == MEM_FD_NONE)
         mCachedMemFd = OpenPhysicalMemory(0);
     return mCachedMemFd;
+}
+
+int ProbeIoPrivilege() {
+    if (iopl(3) != 0)
+        return errno;
+    iopl(0);
+    return 0;
 }
 
 void OpenMemoryDevice() {

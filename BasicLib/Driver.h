@@ -1,4 +1,6 @@
 // The process's access to the machine: I/O privilege, the physical-memory device, the MSR driver.
+//
+// No command reaches: ProbeIoPrivilege.
 #pragma once
 
 #include "Base/Types.h"
@@ -11,6 +13,9 @@ constexpr int16_t MEM_FD_NONE = static_cast<int16_t>(0xFFFF);
 // run; MEM_FD_NONE when it cannot be opened. Memory that the kernel itself holds cached, firmware tables for
 // the most part, can be mapped only through it (Documentation/x86/pat.rst of the Linux kernel).
 int16_t CachedMemFd();
+
+// 0 when the I/O privilege is granted, which is given back at once, else the error number (errno(3)).
+int ProbeIoPrivilege();
 
 // Opens "/dev/mem" (mem(4)); errno(3) tells why gMemFd is MEM_FD_NONE then.
 void OpenMemoryDevice();

@@ -1,8 +1,6 @@
 // Start-up and dispatch: opens the hardware, turns the command line into the command word, calls exactly one
 // handler and exits with its status.
-#include <fcntl.h>
 #include <sys/auxv.h>
-#include <unistd.h>
 
 #include "BasicLib/Driver.h"
 #include "Common/ComFunc/Output.h"
@@ -24,15 +22,6 @@
 #include "Project/SMBusAcc.h"
 #include "Project/Smbios.h"
 #include "Project/SuperIO.h"
-
-// A message written to a closed standard descriptor must not reach whatever is opened next: the memory
-// device would take it as data. Every open takes the lowest free descriptor, so the gaps are filled first.
-static void EnsureStandardDescriptors() {
-    for (int fd = STDIN_FILENO; fd <= STDERR_FILENO; ++fd) {
-        if (fcntl(fd, F_GETFD) == -1 && open("/dev/null", O_RDWR) == -1)
-            open("/", O_RDONLY | O_DIRECTORY); // no /dev: any descriptor that takes no data will do
-    }
-}
 
 static EFI_STATUS EnableAdvancedAcc() {
     return OpenLinuxDriver();

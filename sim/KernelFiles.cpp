@@ -18,19 +18,19 @@ constexpr int MAX_FILES = 4096;
 constexpr size_t MAX_CONTENTS = static_cast<size_t>(1) << 20; // of a file
 constexpr size_t MAX_TAKEN = static_cast<size_t>(32) << 20;   // by all of them
 
-// Folders, and files that tell of a container.
-const char *const STARTS[] = {
-    "/proc/",
-    "/sys/",
-    "/boot/",
-    "/lib/modules/",
-    "/usr/lib/modules/",
-    "/etc/modprobe.d/",
-    "/run/modprobe.d/",
-    "/lib/modprobe.d/",
-    "/usr/lib/modprobe.d/",
-    "/usr/local/lib/modprobe.d/",
-    "/run/systemd/",
+// With all that is below; the last two tell of a container.
+const char *const PLACES[] = {
+    "/proc",
+    "/sys",
+    "/boot",
+    "/lib/modules",
+    "/usr/lib/modules",
+    "/etc/modprobe.d",
+    "/run/modprobe.d",
+    "/lib/modprobe.d",
+    "/usr/lib/modprobe.d",
+    "/usr/local/lib/modprobe.d",
+    "/run/systemd",
     "/run/.containerenv",
     "/.dockerenv",
 };
@@ -47,8 +47,10 @@ KernelFile *gFiles;
 int gFileCount;
 size_t gTaken;
 
-bool BeginsWith(const char *path, const char *start) {
-    return strncmp(path, start, strlen(start)) == 0;
+// True for the place itself, too.
+bool IsBelow(const char *path, const char *place) {
+    size_t length = strlen(place);
+    return strncmp(path, place, length) == 0 && (path[length] == 0 || path[length] == '/');
 }
 
 KernelFile *Find(const char *path) {
@@ -63,7 +65,7 @@ KernelFile *LineFile(const BoardLine *line) {
     const char *path = LineText(line, 1);
     if (*path != '/' || strlen(path) > MAX_PATH)
         LineFail(line, "not the path of a file, from / on", path);
-    if (BeginsWith(path, "/dev/"))
+    if (IsBelow(path, "/dev"))
         LineFail(line, "a device and no file", path);
     if (strcmp(path, SYSTAB_SYS) == 0 || strcmp(path, SYSTAB_PROC) == 0)
         LineFail(line, "a \"systab\" line gives this file", path);
@@ -124,10 +126,10 @@ void KernelFilesReset() {
 bool IsKernelFile(const char *path) {
     if (Find(path))
         return true;
-    if (BeginsWith(path, "/proc/self/"))
+    if (IsBelow(path, "/proc/self"))
         return false;
-    for (const char *start : STARTS)
-        if (BeginsWith(path, start))
+    for (const char *place : PLACES)
+        if (IsBelow(path, place))
             return true;
     return false;
 }

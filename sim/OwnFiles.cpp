@@ -114,7 +114,7 @@ bool IsCpuList(const char *path) {
     return strcmp(name, "online") == 0 || strcmp(name, "present") == 0 || strcmp(name, "possible") == 0;
 }
 
-void WriteModule(int descriptor, bool there, const char *line) {
+void WriteLine(int descriptor, bool there, const char *line) {
     WriteText(descriptor, line, there ? strlen(line) : 0);
 }
 
@@ -122,6 +122,18 @@ bool IsOfModules(const char *path, const char *name) {
     char pattern[60];
     snprintf(pattern, sizeof pattern, "/lib/modules/*/%s", name);
     return fnmatch(pattern, path, FNM_PATHNAME) == 0;
+}
+
+// The module for MSRs is a file, part of the kernel, or nowhere.
+int WriteOfModules(const char *path, int descriptor) {
+    bool isFile = gBoard.msrNodes == MSR_NODES_AFTER_MODPROBE;
+    if (IsOfModules(path, "modules.dep"))
+        WriteLine(descriptor, isFile, "kernel/arch/x86/kernel/msr.ko:\n");
+    else if (IsOfModules(path, "modules.builtin"))
+        WriteLine(descriptor, gBoard.msrNodes == MSR_NODES_ALWAYS, "kernel/arch/x86/kernel/msr.ko\n");
+    else if (!isFile || !IsOfModules(path, "kernel/arch/x86/kernel/msr.ko"))
+        return ENOENT;
+    return 0;
 }
 
 } // namespace
@@ -133,18 +145,18 @@ int WriteOwnFile(const char *path, int descriptor) {
         WriteDevices(descriptor);
     else if (IsCpuList(path))
         WriteCpus(descriptor);
-    else if (IsOfModules(path, "modules.dep"))
-        WriteModule(descriptor, gBoard.msrNodes == MSR_NODES_AFTER_MODPROBE,
-                    "kernel/arch/x86/kernel/msr.ko:\n");
-    else if (IsOfModules(path, "modules.builtin"))
-        WriteModule(descriptor, gBoard.msrNodes == MSR_NODES_ALWAYS, "kernel/arch/x86/kernel/msr.ko\n");
     else
-        return ENOENT;
+        return WriteOfModules(path, descriptor);
     return 0;
 }
 
 void WriteText(int descriptor, const char *text, size_t length) {
-    for (long done = 1; length > 0 && done > 0;
-         length -= static_cast<size_t>(done > 0 ? done : 0), text += done)
+    long done = 1;
+    while (length > 0 && done > 0) {
         done = syscall(SYS_write, descriptor, text, length);
+        if (done > 0) {
+            text += done;
+            length -= static_cast<size_t>(done);
+        }
+    }
 }

@@ -18,6 +18,14 @@ static FILE *mOutput = nullptr; // standard output itself, while another stream 
 static size_t mShown = 0;       // bytes of the kept ones that are out already
 static bool mLost = false;      // beside the stream's own error
 
+// Every open takes the lowest free descriptor.
+void EnsureStandardDescriptors() {
+    for (int fd = STDIN_FILENO; fd <= STDERR_FILENO; ++fd) {
+        if (fcntl(fd, F_GETFD) == -1 && open("/dev/null", O_RDWR) == -1)
+            open("/", O_RDONLY | O_DIRECTORY); // no /dev: any descriptor that takes no data will do
+    }
+}
+
 bool OutputIsLost() {
     return mLost || ferror_unlocked(stdout) != 0; // there is one thread
 }

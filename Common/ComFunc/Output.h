@@ -1,6 +1,10 @@
 // Standard output: whether it still takes what is printed, and keeping it while hardware is switched.
 #pragma once
 
+// Fills the places of closed standard descriptors. A message written to one must not reach whatever is opened
+// next: the memory device would take it as data.
+void EnsureStandardDescriptors();
+
 // True once something that was printed could not be written: a full disk, a reader that has gone.
 bool OutputIsLost();
 

@@ -11,7 +11,7 @@ from hwreg import arguments
 from hwreg.errors import NoAnswer, NotAllowed, WrongArgument
 from hwreg.foretelling import Foretold
 from hwreg.registers import SWITCHES, Registers
-from hwreg.session import Ran, Session
+from hwreg.session import NO_ACCESS, Ran, Session
 from hwreg.views import headed_views_in, views_in
 
 EXTENDED = 0x100  # from here on the memory-mapped window is used
@@ -36,9 +36,9 @@ class Function:
 
 
 class Pci(Registers):
-    """Offsets from 100h on are read only where hwreg-check does not say that the window through which hwreg reaches
-    them lies elsewhere. It is asked once for each bus; `check_window` = False leaves that out. Where hwreg-check is not
-    installed, `window` says so."""
+    """Offsets from 100h on are accessed only where hwreg-check does not say that something else is reached there, or
+    nothing. It is asked once for each bus, and what it says is kept in `window`: None where it is not installed.
+    `check_window` = False leaves that out."""
 
     names = ("/PCI",)
     says = "PCI (?:Read|Write)"
@@ -46,7 +46,7 @@ class Pci(Registers):
     def __init__(self, session: Session) -> None:
         super().__init__(session)
         self.check_window = True
-        self.window: dict[int, str] = {}  # for each bus that was asked about: "works", "other" ... or why nobody knows
+        self.window: dict[int, Foretold | None] = {}
 
     def read(self, bus: int, device: int, function: int, offset: int, width: int, *, unaligned: bool = False) -> int:
         return self._read(self._place(bus, device, function, offset, arguments.width_of(width), unaligned), width)
@@ -118,23 +118,18 @@ class Pci(Registers):
 
     def _ask_for_window(self, operands: list[int]) -> None:
         bus = operands[0]
-        if bus in self.window:
-            return
-        try:
-            foretold = self._session.check("/PCI", "/RB", *map(arguments.spelled, operands))
-        except NoAnswer as error:
-            self.window[bus] = "not known: hwreg-check does not answer there"
-            logging.getLogger("hwreg").info("%s: %s", self.window[bus], error)
-            return
-        if is_elsewhere(foretold):
-            raise NotAllowed(f"offsets from 100h on are not read from the device here: {foretold.why} "
-                             "(check_window=False reads them all the same)",
-                             self._session.command("/PCI", "/RB", *map(arguments.spelled, operands)))  # fmt: skip
-        self.window[bus] = foretold.verdict
-
-
-def is_elsewhere(foretold: Foretold) -> bool:
-    return foretold.verdict == "other" and foretold.because == "config-window"
+        words = ["/PCI", "/RB", *map(arguments.spelled, operands)]
+        if bus not in self.window:
+            try:
+                self.window[bus] = self._session.check(*words)
+            except NoAnswer as error:
+                self.window[bus] = None
+                logging.getLogger("hwreg").info("whether offsets from 100h on are right is not known: %s", error)
+        foretold = self.window[bus]
+        # Without any access hwreg itself says so.
+        if foretold is not None and foretold.verdict != "works" and foretold.status != NO_ACCESS:
+            raise NotAllowed(f"offsets from 100h on are not the device's here: {foretold.why}; "
+                             "pci.check_window = False accesses them all the same", self._session.command(*words))
 
 
 def _function(columns: Sequence[str]) -> Function:

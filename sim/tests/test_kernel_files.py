@@ -63,6 +63,12 @@ def test_folders_are_not_listed(read):
     assert read("/usr", program=["ls"])[0] == subprocess.run(["ls", "/usr"], capture_output=True, check=True).stdout
 
 
+def test_a_folder_that_a_machine_has_not_is_not_the_hosts(read):
+    for path in ("/etc/modprobe.d", "/etc/modprobe.d/", "/sys", "/run/systemd"):
+        assert read(path, program=["ls"])[:2] == (b"", "No such file or directory")
+    assert read("/proc/self/fd", program=["ls"])[0].startswith(b"0")
+
+
 @pytest.mark.parametrize("path, expected", [("/proc/self/comm", b"cat\n"), ("/etc/hostname", None)])
 def test_the_process_and_other_files_are_the_hosts(read, path, expected):
     assert read(path) == (pathlib.Path(path).read_bytes() if expected is None else expected, "", [])
@@ -131,4 +137,6 @@ def test_the_module_for_msrs_is_where_the_nodes_come_from(read, nodes, module, b
     line = f"msr-nodes {nodes}"
     assert read("/lib/modules/6.1.0-1-amd64/modules.dep", line)[0] == b"kernel/arch/x86/kernel/msr.ko:\n" * module
     assert read("/lib/modules/6.1.0-1-amd64/modules.builtin", line)[0] == b"kernel/arch/x86/kernel/msr.ko\n" * builtin
+    there = "" if module else "No such file or directory"
+    assert read("/lib/modules/6.1.0-1-amd64/kernel/arch/x86/kernel/msr.ko", line)[:2] == (b"", there)
     assert read("/lib/modules/6.1.0-1-amd64/modules.alias", line)[1] == "No such file or directory"

@@ -69,7 +69,10 @@ def test_a_word_that_is_no_switch_leads_to_the_help_screen(run, word):
     assert result.systems() == ["clear"]
 
 
-@pytest.mark.parametrize("words, command", [("/SHUTDOWN --help", "shutdown -P now"), ("/RTC --help", "shutdown -r now")])
+@pytest.mark.parametrize("words, command", [
+    ("/SHUTDOWN --help", "shutdown -P now"),
+    ("/RTC --help", "shutdown -r now"),
+])
 def test_help_behind_two_dashes_is_no_help_word_and_the_command_is_carried_out(run, words, command):
     assert run(words).systems() == [command]
 

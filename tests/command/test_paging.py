@@ -120,7 +120,7 @@ def test_a_pci_scan_waits_after_each_function_and_stops_on_esc(terminal):
 def test_a_pci_scan_into_a_file_waits_after_each_function_as_well(terminal):
     result = terminal("/PCI /DUMP", keys=[b" ", b" ", ESC], descriptors=(0, 2))
     assert (result.keys_sent, result.text.count(" Controller\n"), result.text.count(" Bridge\n")) == (3, 1, 2)
-    assert terminal("/PCI /DUMP /LOG /TEXT", keys=[ESC], descriptors=(0, 2)).keys_sent == 0
+    assert terminal("/PCI /DUMP /LOG /TEXT", descriptors=(0, 2)).status == 0  # without a key
 
 
 def test_a_pci_function_waits_once_and_takes_any_key(terminal):

@@ -93,13 +93,15 @@ def sessions(path):
 
 
 def make_launchers(folder):
-    """Makes bin/hwreg-sim and bin/hwreg-board, to be found in the path, and scripts/run."""
+    """Makes bin/hwreg-sim, bin/hwreg-board and Debian's python3, to be found in the path, and scripts/run."""
     for name, program in (("bin/hwreg-sim", "sim/hwreg-sim"), ("bin/hwreg-board", "tools/hwreg-board"),
-                          ("scripts/run", "scripts/run")):  # fmt: skip
+                          ("bin/python3", "/usr/bin/python3"), ("scripts/run", "scripts/run")):  # fmt: skip
         path = folder / name
         path.parent.mkdir(exist_ok=True)
         path.write_text(f"#!/bin/sh\nexec '{TOP / program}' \"$@\"\n")
         path.chmod(0o755)
+    # Simulated machines run none, but it is looked for.
+    (folder / "bin" / "shutdown").symlink_to("/bin/false")
 
 
 def perform(session):
@@ -111,7 +113,8 @@ def perform(session):
         make_launchers(pathlib.Path(name))
         for file, text in session.files.items():
             (pathlib.Path(name) / file).write_text(text)
-        environment = {**os.environ, "HWREG_BUILD": str(BUILD), "PATH": f"{name}/bin:{os.environ['PATH']}"}
+        environment = {**os.environ, "HWREG_BUILD": str(BUILD), "PATH": f"{name}/bin:{os.environ['PATH']}",
+                       "PYTHONPATH": str(TOP / "python")}  # fmt: skip
         ran = subprocess.run(["bash", "-c", script], cwd=name, env=environment, stdin=subprocess.DEVNULL,
                              stdout=subprocess.PIPE, stderr=subprocess.STDOUT, timeout=SECONDS, check=False)
     printed = ran.stdout.decode("latin-1").split(MARK)[1:]

@@ -13,7 +13,8 @@ from examples import TOP
 # By the trap's name: where a reader meets it (command, or the part of all commands; heading; words), and the tests.
 TRAPS = {
     "--help": (
-        [("COMMAND LINES", "--help is no help word"), ("/RTC", "DANGERS", "--help"), ("/SHUTDOWN", "DANGERS", "--help")],
+        [("COMMAND LINES", "--help is no help word"), ("/RTC", "DANGERS", "--help, which is no help word"),
+         ("/SHUTDOWN", "DANGERS", "--help, which is no help word")],
         ["command/test_dispatch.py test_help_behind_two_dashes_is_no_help_word_and_the_command_is_carried_out"],
     ),
     "unquoted /?": (

@@ -83,9 +83,11 @@ def test_a_node_that_does_not_answer_is_given_up_and_told(intel):
 
 
 def test_a_program_that_is_not_there_has_no_data_and_says_so(intel):
-    ran = perform("clush -S -R exec -w 'a[1-2]' -b 'hwreg-nowhere /IO /RB 0x61; echo \"status $?\"'", intel)
-    assert "status 127" in ran.stdout and "return data" not in ran.stdout
-    assert "not found" in ran.stderr and ran.returncode == 0
+    for lock, status in (("%h.lock", 69), ("gone/%h.lock", 66)):
+        nowhere = f"flock {lock} hwreg-nowhere /IO /RB 0x61; echo \"status $?\""
+        ran = perform(f"clush -S -R exec -w 'a[1-2]' -b '{nowhere}'", intel)
+        assert f"status {status}" in ran.stdout and "return data" not in ran.stdout
+        assert "No such file" in ran.stderr and ran.returncode == 0
 
 
 def test_a_mistake_in_a_board_file_is_told_without_data(intel):

@@ -7,6 +7,7 @@ from nodes import Nodes
 
 (LAB,) = (step.command.removeprefix("clush ") for step in page.steps() if " -l root" in step.command)
 MEMORY_TYPE_BASE = "0x20E"  # the base of a variable memory-type range that is not in use: holds what is written
+LOCKED = "flock /run/lock/hwreg.lock hwreg"
 BOTH = "-l root -w node[1-2] -b"
 
 
@@ -17,7 +18,7 @@ def nodes(tmp_path_factory):
 
 
 def test_machines_that_answer_the_same_stand_in_one_group(nodes):
-    ran = nodes.clush(f"-S {BOTH} 'hwreg /PCI /RD 0 0 0 0; echo \"status $?\"'")
+    ran = nodes.clush(f"-S {BOTH} '{LOCKED} /PCI /RD 0 0 0 0; echo \"status $?\"'")
     groups, *_ = page.groups(ran.stdout.splitlines())
     assert groups == {("node[1-2] (2)", "PCI Read DWord BDFO: 0 0 0 0, return data:0x29C08086\nstatus 134")}
     assert (ran.stderr, ran.returncode) == ("", 0)
@@ -44,7 +45,7 @@ def test_the_command_of_the_page_tells_the_machine_that_is_not_there_from_data(n
 
 
 def test_data_of_ff_and_a_machine_that_is_not_there_look_alike_without_the_echo(nodes):
-    absent = "hwreg /PCI /RB 0 31 7 0"
+    absent = f"{LOCKED} /PCI /RB 0 31 7 0"
     ran = nodes.clush(f"-S -l root -w @lab -b '{absent}'")
     assert "gone,node[1-2] (3): exited with exit code 255" in ran.stderr
     ran = nodes.clush(f"-S {BOTH} '{absent}; echo \"status $?\"'")
@@ -53,5 +54,5 @@ def test_data_of_ff_and_a_machine_that_is_not_there_look_alike_without_the_echo(
 
 
 def test_each_status_can_be_had_in_a_line_of_its_own(nodes):
-    ran = nodes.clush("-L -l root -w node[1-2] 'hwreg /PCI /RB 0 0 0 0 >/dev/null; echo $?'")
+    ran = nodes.clush(f"-L -l root -w node[1-2] '{LOCKED} /PCI /RB 0 0 0 0 >/dev/null; echo $?'")
     assert ran.stdout == "node1: 134\nnode2: 134\n"

@@ -33,7 +33,7 @@ def build():
 
 @pytest.fixture(scope="session")
 def packages():
-    """The paths of the packages, freshly built: that of the target and that of the desk."""
+    """The paths of the packages, freshly built: that of the target, that of the desk and that for scripts."""
     return build()
 
 
@@ -116,6 +116,7 @@ def installed(clean, packages):
     said = clean.must("apt-get install -y /root/hwreg.deb")
     target = clean.files()
     said += clean.must("apt-get install -y /root/hwreg-sim.deb")
+    said += clean.must("apt-get install -y /root/python3-hwreg.deb")
     return Installation(clean, set(re.findall(r"^Inst (\S+)", plan, re.MULTILINE)), said, before, target)
 
 
@@ -145,13 +146,18 @@ def test_the_same_tree_gives_the_same_packages(packages):
 
 def test_the_packages_carry_the_version_of_the_program(packages):
     project = re.search(r"project\(hwreg VERSION ([0-9.]+)", (TOP / "CMakeLists.txt").read_text()).group(1)
-    assert [field(package, "Version") for package in packages] == [project, project]
+    assert {field(package, "Version") for package in packages} == {project}
     assert output("dpkg-parsechangelog", "-l", TOP / "packaging" / "changelog", "-S", "Version").strip() == project
 
 
 def test_nothing_runs_when_they_are_installed_or_removed(packages):
-    control = "".join(output("dpkg-deb", "--info", package) for package in packages)
-    assert not re.search(r"\b(pre|post)(inst|rm)\b", control)
+    """But that Python's modules are compiled, as Debian does it."""
+    scripts = {field(package, "Package"): re.findall(r"\b(?:pre|post)(?:inst|rm)\b",
+                                                     output("dpkg-deb", "--info", package)) for package in packages}
+    assert scripts == {"hwreg": [], "hwreg-sim": [], "python3-hwreg": ["postinst", "prerm"]}
+    for script in ("postinst", "prerm"):
+        words = set((TOP / "packaging" / "python3-hwreg" / script).read_text().split())
+        assert words & {"rm", "chmod", "chown", "ln", "mkdir", "modprobe", "systemctl", "hwreg"} == set()
 
 
 # Installed
@@ -163,7 +169,7 @@ def test_what_the_commands_need_comes_along(installed):
 
 
 def test_nothing_else_is_needed(installed):
-    assert installed.said.count("0 upgraded, 1 newly installed, 0 to remove") == 2
+    assert installed.said.count("0 upgraded, 1 newly installed, 0 to remove") == 3
 
 
 def test_a_target_gets_the_program_its_manual_and_nothing_of_the_desk(installed):
@@ -173,7 +179,7 @@ def test_a_target_gets_the_program_its_manual_and_nothing_of_the_desk(installed)
 
 
 def test_the_files_lie_where_they_are_looked_for(root):
-    paths = set(root.must("dpkg -L hwreg hwreg-sim").split())
+    paths = set(root.must("dpkg -L hwreg hwreg-sim python3-hwreg").split())
     assert {"/usr/sbin/hwreg", "/usr/bin/hwreg-sim", "/usr/share/man/man8/hwreg.8.gz",
             "/usr/share/man/man1/hwreg-sim.1.gz", "/usr/share/man/man5/hwreg-board.5.gz",
             "/usr/share/bash-completion/completions/hwreg",
@@ -186,15 +192,16 @@ def test_the_files_lie_where_they_are_looked_for(root):
             "/usr/share/doc/hwreg-sim/machine-on-the-desk.md", "/usr/share/doc/hwreg/copyright",
             "/usr/share/doc/hwreg/examples/cycle", "/usr/share/doc/hwreg/examples/cycle.service",
             "/usr/share/doc/hwreg/examples/registers", "/usr/share/doc/hwreg/examples/registers.list",
-            "/usr/share/hwreg/boards/intel.board"} <= paths
+            "/usr/share/hwreg/boards/intel.board", "/usr/lib/python3/dist-packages/hwreg/py.typed",
+            "/usr/share/doc/python3-hwreg/python.md"} <= paths
     assert all(path == "/." or path.startswith("/usr") for path in paths)
 
 
 def test_the_example_scripts_can_be_copied_and_run(root):
     ran = root.run("cp /usr/share/doc/hwreg/examples/cycle /tmp && CYCLE_FOLDER=/tmp /tmp/cycle report; rm /tmp/cycle")
     assert ran.stdout.startswith("counted:             none of 1000\n") and ran.stderr == ""
-    ran = root.run("cd /usr/share/doc/hwreg/examples; HWREG=hwreg-sim HWREG_CHECK=true ./registers registers.list /tmp/t"
-                   "; cat /tmp/t; rm /tmp/t")
+    ran = root.run("cd /usr/share/doc/hwreg/examples; export HWREG=hwreg-sim HWREG_CHECK=true; "
+                   "./registers registers.list /tmp/table; cat /tmp/table; rm /tmp/table")
     assert "\nhost-bridge          0x3E308086 " in ran.stdout and ran.stderr == ""
 
 
@@ -280,13 +287,31 @@ def test_bash_completes_the_commands(root, command, function):
     assert root.must(loaded).endswith(f"-F {function} {command}\n")
 
 
+LOOK = """
+import importlib.metadata, hwreg, sys
+machine = hwreg.Machine(hwreg.Sim("intel", state="/tmp/state"))
+print(hex(machine.pci.read(0, 0, 0, 0, 32)), machine.check("/IO", "/RB", "0x80").verdict, hwreg.__file__)
+plugin, = importlib.metadata.entry_points(group="pytest11", name="hwreg")
+print(plugin.value, importlib.metadata.version("hwreg"), "pytest" in sys.modules)
+"""
+
+
+@pytest.mark.parametrize("user", ["nobody", "root"])
+def test_scripts_import_the_package(root, user, packages):
+    ran = root.run("/usr/bin/python3", "-W", "error", "-c", LOOK, user=user)
+    assert ran.stderr == ""
+    assert ran.stdout == ("0x3e308086 works /usr/lib/python3/dist-packages/hwreg/__init__.py\n"
+                          f"hwreg.pytest_plugin {field(packages[2], 'Version')} False\n")
+    root.must("rm /tmp/state /tmp/state.lock")
+
+
 # Removed (the last test: it takes the packages away)
 
 def test_nothing_is_left_after_the_packages_are_purged(installed):
     root = installed.root
-    paths = root.must("dpkg -L hwreg hwreg-sim").split()
-    root.must("apt-get purge -y hwreg hwreg-sim")
+    paths = root.must("dpkg -L hwreg hwreg-sim python3-hwreg").split()
+    root.must("apt-get purge -y hwreg hwreg-sim python3-hwreg")
     assert_same_files(installed.before, root.files())
     assert root.run("dpkg -s hwreg").returncode != 0
     assert [path for path in paths if "hwreg" in path and os.path.lexists(f"{root.path}{path}")] == []
-    assert output("find", root.path / "var/lib/dpkg/info", "-name", "hwreg*") == ""
+    assert output("find", root.path / "var/lib/dpkg/info", "-name", "*hwreg*") == ""

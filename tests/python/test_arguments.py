@@ -201,8 +201,8 @@ def test_a_countdown_under_the_lock_is_refused():
     assert machine.run("/RTC", "60", "/T", "0").status == 6
 
 
-@pytest.mark.parametrize("seconds, force, right", [(6, False, False), (7, False, True), (0, True, False), (1, True, True),
-                                                   (86401, False, False)])  # fmt: skip
+@pytest.mark.parametrize("seconds, force, right", [(6, False, False), (7, False, True), (0, True, False),
+                                                   (1, True, True), (86401, False, False)])  # fmt: skip
 def test_an_alarm_is_not_too_close(machine, seconds, force, right):
     rtc = machine("intel", "cmos-stop", power=True).rtc
     if right:

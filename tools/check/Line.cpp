@@ -91,6 +91,13 @@ void JudgeValue(Line *line, Verdict verdict, FindingName because, AccessWidth wi
         Shows(line, "return data:0x%0*X", static_cast<int>(2 * AccessBytes(width)), value);
 }
 
+void ShowsBytes(Line *line, uint8_t byte) {
+    char row[3 * 16 + 1] = "";
+    for (size_t i = 0; i < 16; ++i)
+        snprintf(row + 3 * i, 4, "%02X ", byte);
+    Shows(line, "%s", row);
+}
+
 bool JudgeBit(Line *line, const AccessForm *form, uint32_t bit) {
     if (form->width != ACCESS_BIT || bit < 32)
         return false;

@@ -3,7 +3,7 @@
 
 #include "Main/Commands.h"
 #include "Project/AccessForm.h"
-#include "tools/check/Answer.h"
+#include "tools/check/Verdict.h"
 
 constexpr size_t MOST_WORDS = 256;
 
@@ -42,6 +42,9 @@ void JudgeNoForm(Line *line, int status);
 // status.
 void JudgeValue(Line *line, Verdict verdict, FindingName because, AccessWidth width, uint32_t bit,
                 uint32_t value);
+
+// The rows of a view whose bytes are all the same.
+void ShowsBytes(Line *line, uint8_t byte);
 
 // A bit number above 31: nothing is accessed. True when it is one.
 bool JudgeBit(Line *line, const AccessForm *form, uint32_t bit);

@@ -29,7 +29,7 @@ static const SioWord mSioWords[] = {
 static void JudgeSioBit(Line *line, uint32_t bit) {
     if (bit < 8)
         return;
-    Judge(line, VERDICT_OTHER, bit < 32 ? 0 : 0, FINDING_NONE);
+    Judge(line, VERDICT_OTHER, 0, FINDING_NONE);
     Shows(line, bit < 32 ? "a bit of port 50h" : "data = 0x0");
     Why(line, "registers have 8 bits: there is no bit %u", bit);
 }
@@ -111,12 +111,12 @@ static AccessForm FindSmnAccess(Line *line) {
 }
 
 // A byte or word that is typed as a write and is read.
-static void JudgeUnconfirmed(Line *line, bool asked, bool writes) {
-    if (!asked || writes)
+static void JudgeUnconfirmed(Line *line, const AccessForm *form, bool asked) {
+    if (!asked || form->writes)
         return;
     Judge(line, VERDICT_OTHER, STATUS_NOT_FORETOLD, FINDING_NONE);
-    Shows(line, "SMN Write ... with the value that is there: nothing is written");
-    Why(line, "bytes and words are written only with /WD on the line");
+    Shows(line, "SMN Write %s", form->width == ACCESS_BYTE ? "Byte" : "Word");
+    Why(line, "bytes and words are written only with /WD on the line: what is shown is what was there");
     Mend(line, "add /WD behind the data");
 }
 
@@ -154,7 +154,7 @@ static void AnswerSmn(Line *line) {
         Shows(line, "return data:0");
         Why(line, "bits are counted from 0 to 31: there is no bit %u", operands.data);
     }
-    JudgeUnconfirmed(line, asked, form.writes);
+    JudgeUnconfirmed(line, &form, asked);
     JudgeDie(line, die);
 }
 
@@ -171,7 +171,7 @@ static void AnswerSmu(Line *line) {
     Ends(line, 0);
     if (message == SMU_RESERVED_ID) {
         Judge(line, VERDICT_OTHER, 0, FINDING_NONE);
-        Shows(line, "the arguments as they were typed, and status 1");
+        Shows(line, "RxSmuMessageResponse Status=1");
         return Why(line, "message FFh is never sent");
     }
     Caution(

@@ -78,11 +78,12 @@ static void JudgeGap(Line *line, uint32_t count) {
     Shows(line, "CPUs 0 to %u, and not the %u behind", count - 1, behind);
 }
 
-static void AnswerAllMsrs(Line *line, uint32_t index, bool writes) {
+// low is what is written; the command ends with it, as if it had read it back, when there is no CPU.
+static void AnswerAllMsrs(Line *line, uint32_t index, bool writes, uint32_t low) {
     uint32_t count = MsrCpus();
     if (count == 0) {
-        Judge(line, VERDICT_REFUSED, 0, ReasonOfNode(MsrNodeOf(0)));
-        return Shows(line, "ends with status 0 and prints nothing");
+        Judge(line, VERDICT_REFUSED, static_cast<int>(low & 0xFF), ReasonOfNode(MsrNodeOf(0)));
+        return Shows(line, "ends with status %u and prints nothing", low & 0xFF);
     }
     if (writes)
         Caution(line, "a CPU is written what was read back from the one before it");
@@ -114,15 +115,16 @@ static void AnswerMsr(Line *line) {
     char which[32] = "every CPU";
     if (!all)
         snprintf(which, sizeof(which), "CPU %d", cpu);
+    uint32_t low = 0;
     if (writes) {
         uint32_t high = NumberAt(line, pos, 3, 32, "high half");
-        uint32_t low = NumberAt(line, pos, 4, 32, "low half");
+        low = NumberAt(line, pos, 4, 32, "low half");
         Does(line, "writes %08X_%08Xh to MSR %Xh of %s and reads it back", high, low, index, which);
     } else {
         Does(line, "reads MSR %Xh of %s", index, which);
     }
     if (all)
-        AnswerAllMsrs(line, index, writes);
+        AnswerAllMsrs(line, index, writes, low);
     else
         AnswerOneMsr(line, cpu, index, writes);
 }

@@ -3,14 +3,19 @@
 #include <cstdio>
 #include <cstring>
 
+#include "BasicLib/Chipset.h"
+#include "Platform/AcpiTables.h"
 #include "Platform/CmosClock.h"
 #include "tools/check/KernelFiles.h"
 #include "tools/check/MakeFile.h"
 #include "tools/check/Operands.h"
+#include "tools/check/PciPlaces.h"
 #include "tools/check/Power.h"
+#include "tools/check/Tables.h"
 
 constexpr uint32_t SHORTEST_TIMER = 7;
 constexpr uint32_t DAY_SECONDS = 86400;
+constexpr uint16_t CLASS_POWER_MANAGEMENT = 0x0580;
 
 // What the line asks for beside the command.
 struct Cycle {
@@ -84,6 +89,30 @@ static void JudgeAlarm(Line *line, uint32_t delay, uint32_t seconds) {
     Mend(line, "less than %u seconds do not reach midnight", DAY_SECONDS - now);
 }
 
+// Where hwreg looks for the block in which the alarm's enable bit is: the FADT, else registers of the
+// chipset. False when there is none, and nothing wakes the machine.
+static bool JudgeWakeBlock(Line *line) {
+    PmAddressRecord record = {};
+    bool told = RsdpState() == TABLE_RIGHT && AcpiGetPMAddress(&record) == EFI_SUCCESS;
+    if (told && record.pm1EventBlock == 0) {
+        Judge(line, VERDICT_OTHER, 0, FINDING_NONE);
+        Shows(line, "ports 0 to 3, those of the DMA controller, written in the block's place");
+        Why(line, "the FADT names no power management block (a hardware-reduced platform)");
+        return false;
+    }
+    if (told || CautionOfNoList(line))
+        return true;
+    if (ThisChipset()->pmBlock == HOME_NONE) {
+        Judge(line, VERDICT_REFUSED, 0, FINDING_RSDP);
+        Shows(line, "the machine goes off, and no alarm wakes it");
+        Why(line, "neither a FADT nor the chipset tells hwreg where the alarm is to be enabled");
+        return false;
+    }
+    if (ThisChipset()->pmBlock == HOME_PCI && FunctionOfClass(CLASS_POWER_MANAGEMENT) == nullptr)
+        Caution(line, "where the alarm is to be enabled is not told: ports 1800h to 1803h are taken for it");
+    return true;
+}
+
 // The machine cannot be made to go down. True then.
 static bool JudgeShutdown(Line *line, int status) {
     if (HasShutdown())
@@ -126,7 +155,8 @@ static void AnswerTimer(Line *line, const Cycle *cycle, uint32_t seconds) {
     CautionOfCounter(line, cycle, "RTCLOG");
     if (JudgeShutdown(line, 0))
         return;
-    JudgeAlarm(line, cycle->delay, seconds);
+    if (JudgeWakeBlock(line))
+        JudgeAlarm(line, cycle->delay, seconds);
     CautionOf(line, FINDING_ALARM);
     CautionOf(line, FINDING_RTC_DRIVER);
 }

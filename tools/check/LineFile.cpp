@@ -83,7 +83,9 @@ void AnswerFile(Line *line) {
     if (copy.length == 0)
         return Caution(line, "the length is 0, and so is the file's");
     if (HasFlag(line->cmd, Flag::MEM)) {
-        JudgeCopy(line, copy.address, copy.length, 0, "the file holds");
+        uint8_t filler;
+        if (JudgeCopy(line, copy.address, copy.length, 0, &filler))
+            Shows(line, filler == 0 ? "the file holds zeros" : "the file holds bytes of FFh");
     } else if (HasFlag(line->cmd, Flag::IO)) {
         Caution(line, "every port in the range is read: status and FIFO ports lose what drivers wait for");
         if ((copy.address & 0xFFFF) + static_cast<uint64_t>(copy.length) > 0x10000)

@@ -18,7 +18,9 @@ static void AnswerMemoryDump(Line *line) {
         Does(line, "shows memory from %Xh to FFFFFFFFh, 256 bytes a page", address);
     uint32_t left = 0 - address;
     uint32_t count = address != 0 && left < VIEW_PAGE_BYTES ? left : VIEW_PAGE_BYTES;
-    JudgeCopy(line, address, count, 0, "the first page has");
+    uint8_t filler;
+    if (JudgeCopy(line, address, count, 0, &filler))
+        ShowsBytes(line, filler);
     if (silent)
         return;
     Caution(line, "registers on its way are read, too; pages that are refused show FFh");
@@ -36,18 +38,20 @@ static void AnswerSearch(Line *line) {
          address);
     if (text == nullptr || *text == 0) {
         Judge(line, VERDICT_REFUSED, text != nullptr && length == 0 ? 21 : 2, FINDING_NONE);
-        Shows(line, "says that it searches, and finds nothing");
+        Shows(line, "<- (Ctrl+C: abort!)  searching: %s ->", text == nullptr ? "" : text);
         return Why(line, "there is no text to be looked for");
     }
     if (length == 0) {
         Judge(line, VERDICT_REFUSED, 14, FINDING_NONE);
-        Shows(line, "says that it searches, and finds nothing");
+        Shows(line, "<- (Ctrl+C: abort!)  searching: %s ->", text == nullptr ? "" : text);
         return Why(line, "the length is 0");
     }
     if (static_cast<uint64_t>(address) + length > 0x100000000)
         Caution(line, "the range goes beyond 4 GiB and on at 0");
-    JudgeCopy(line, address, length, 14, "it searches");
-    if (line->answer->verdict == VERDICT_OTHER)
+    uint8_t filler;
+    if (JudgeCopy(line, address, length, 14, &filler))
+        Shows(line, "<- (Ctrl+C: abort!)  searching: %s ->", text);
+    else if (line->answer->verdict == VERDICT_OTHER)
         Ends(line, STATUS_NOT_FORETOLD);
     Caution(line, "of each 4 KiB from the address on only the first hit is shown");
 }

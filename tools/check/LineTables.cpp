@@ -18,12 +18,11 @@ static bool JudgeTable(Line *line, int status) {
         CautionOf(line, FINDING_SMBIOS);
         return false;
     case TABLE_REFUSED:
-        if (MemoryError() == 0) {
-            Judge(line, VERDICT_REFUSED, status, FINDING_SMBIOS);
-            Shows(line, "bytes of FFh, as if they were structures");
-            return false;
-        }
-        break;
+        if (MemoryError() != 0)
+            break;
+        Judge(line, VERDICT_REFUSED, status, FINDING_SMBIOS);
+        ShowsBytes(line, 0xFF);
+        return false;
     default:
         break;
     }
@@ -37,11 +36,16 @@ static void AnswerSmbiosSearch(Line *line) {
     TakeWord(line, "S", &pos);
     const char *text = TextAt(line, pos, 1);
     Does(line, "looks for \"%s\" in the SMBIOS table, in capitals first", text == nullptr ? "" : text);
-    if (JudgeTable(line, STATUS_NOT_FORETOLD) || text != nullptr)
+    if (JudgeTable(line, STATUS_NOT_FORETOLD))
         return;
-    Judge(line, VERDICT_REFUSED, 14, FINDING_NONE);
-    Shows(line, "ERROR: Cannot find ... in SMBIOS!");
-    Why(line, "there is no text to be looked for");
+    if (text == nullptr) {
+        Judge(line, VERDICT_REFUSED, 14, FINDING_NONE);
+        Why(line, "there is no text to be looked for");
+    }
+    if (line->answer->verdict != VERDICT_REFUSED)
+        return;
+    Ends(line, 14);
+    Shows(line, "ERROR: Cannot find %s in SMBIOS!", text == nullptr ? "" : text);
 }
 
 // Of several words the first of this order counts.
@@ -54,7 +58,8 @@ void AnswerSmbios(Line *line) {
     } else if (HasFlag(line->cmd, Flag::TYPE)) {
         TakeWord(line, "TYPE", &pos);
         Does(line, "shows the SMBIOS structures of type %u", NumberAt(line, pos, 1, 8, "type"));
-        JudgeTable(line, 0);
+        if (!JudgeTable(line, 0) && line->answer->verdict == VERDICT_REFUSED)
+            Shows(line, "ends with status 0 and prints nothing");
         return;
     } else {
         Does(line, "lists and shows the SMBIOS structures");

@@ -6,6 +6,7 @@
 #include <cstdlib>
 #include <cstring>
 
+#include "Common/ComFunc/Output.h"
 #include "Common/ComFunc/Signals.h"
 #include "tools/check/Answer.h"
 #include "tools/check/Findings.h"
@@ -85,23 +86,27 @@ static ExitStatus Said(ExitStatus status) {
     return EXIT_NOT_SAID;
 }
 
-int main(int argc, char **argv) {
+static ExitStatus Say(int argc, char **argv) {
     static char name[] = "hwreg";
-    if (getauxval(AT_SECURE) != 0) // nobody gets the hardware by the mode or capabilities of this file
-        return EXIT_NOT_SAID;
-    IgnoreFileSizeSignal();
-    if (!ParseOptions(argc, argv))
-        return EXIT_NOT_SAID;
-    if (gOptions.help || gOptions.version) {
-        if (gOptions.help)
-            ShowUsage();
-        else
-            puts("hwreg-check " HWREG_VERSION);
-        return Said(EXIT_WORKS);
+    if (gOptions.help) {
+        ShowUsage();
+        return EXIT_WORKS;
+    }
+    if (gOptions.version) {
+        puts("hwreg-check " HWREG_VERSION);
+        return EXIT_WORKS;
     }
     FindAll();
     if (gOptions.firstWord >= argc)
-        return Said(Report());
+        return Report();
     argv[gOptions.firstWord - 1] = name;
-    return Said(AnswerOne(argc - gOptions.firstWord + 1, argv + gOptions.firstWord - 1));
+    return AnswerOne(argc - gOptions.firstWord + 1, argv + gOptions.firstWord - 1);
+}
+
+int main(int argc, char **argv) {
+    if (getauxval(AT_SECURE) != 0) // nobody gets the hardware by the mode or capabilities of this file
+        return EXIT_NOT_SAID;
+    IgnoreFileSizeSignal();
+    EnsureStandardDescriptors();
+    return ParseOptions(argc, argv) ? Said(Say(argc, argv)) : EXIT_NOT_SAID;
 }

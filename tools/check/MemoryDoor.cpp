@@ -93,7 +93,7 @@ static void NoteOpenError() {
             ? " (the kernel was built without CONFIG_DEVMEM)"
             : "";
     Note(FINDING_DEV_MEM, STATE_BAD,
-         "/dev/mem cannot be opened for reading and writing: %s%s; all memory reads FFh%s%s",
+         "the device /dev/mem cannot be opened for reading and writing: %s%s; all memory reads FFh%s%s",
          strerror(mError), without, why == FINDING_NONE ? "" : "; see ", FindingOf(why)->name);
     if (why != FINDING_NONE)
         return Remedy(FINDING_DEV_MEM, "%s", FindingOf(why)->remedy);
@@ -126,10 +126,7 @@ static void NoteStrict() {
                     "System RAM can be mapped: %s at %x was not refused (%s)", mRam.name, mRam.page,
                     Says(value));
     Note(FINDING_STRICT_DEVMEM, STATE_CAUTION,
-         "the kernel maps none of its own memory above 1 MiB (CONFIG_STRICT_DEVMEM; %x was tried): it reads "
-         "FFh "
-         "and cannot be written",
-         mRam.page);
+         "the kernel's own memory above 1 MiB is refused (CONFIG_STRICT_DEVMEM): %x was tried", mRam.page);
     Remedy(FINDING_STRICT_DEVMEM, "%s", RemedyOfPage(FINDING_STRICT_DEVMEM));
 }
 
@@ -144,9 +141,7 @@ static void NoteIoStrict() {
                     "memory that drivers have claimed can be mapped: %s at %x was not refused (%s)",
                     mClaimed.name, mClaimed.page, relaxed ? "iomem=relaxed" : Says(value));
     Note(FINDING_IO_STRICT_DEVMEM, STATE_CAUTION,
-         "the kernel maps no memory that a driver has claimed (CONFIG_IO_STRICT_DEVMEM; %s at %x was tried): "
-         "device "
-         "registers and the configuration window read FFh",
+         "memory that a driver has claimed is refused (CONFIG_IO_STRICT_DEVMEM): %s at %x was tried",
          mClaimed.name, mClaimed.page);
     Remedy(FINDING_IO_STRICT_DEVMEM, "%s", RemedyOfPage(FINDING_IO_STRICT_DEVMEM));
 }
@@ -174,7 +169,7 @@ void FindMemoryDoor() {
     OpenMemoryDevice();
     mError = gMemFd != MEM_FD_NONE ? 0 : errno == 0 ? EMFILE : errno;
     if (mError == 0)
-        Note(FINDING_DEV_MEM, STATE_GOOD, "/dev/mem can be opened for reading and writing");
+        Note(FINDING_DEV_MEM, STATE_GOOD, "the device /dev/mem can be opened for reading and writing");
     else
         NoteOpenError();
     TryMap();

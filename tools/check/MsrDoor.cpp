@@ -33,7 +33,7 @@ static void NoteModule() {
 static void NoteNoNodes() {
     if (MsrNodeOf(0) == MSR_NODE_REFUSED) {
         bool rights = HasCapability(CAPABILITY_RAWIO) == TOLD_NO;
-        Note(FINDING_MSR_NODES, STATE_BAD, "/dev/cpu/0/msr cannot be opened: %s%s: MSRs read 0",
+        Note(FINDING_MSR_NODES, STATE_BAD, "the node /dev/cpu/0/msr cannot be opened: %s%s: MSRs read 0",
              strerror(mFirstError), rights ? "; see privilege" : "");
         return Remedy(FINDING_MSR_NODES, "%s",
                       rights ? FindingOf(FINDING_PRIVILEGE)->remedy

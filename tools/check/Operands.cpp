@@ -38,7 +38,6 @@ static bool LooksHexadecimal(const char *word) {
 }
 
 static void JudgeNumber(Line *line, const char *word, unsigned bits, uint32_t value, const char *name) {
-    constexpr size_t most = 18; // more decimal or hexadecimal digits do not fit anywhere
     bool plain;
     size_t digits = Digits(word, &plain);
     if (IsSwitchWord(word))
@@ -47,7 +46,7 @@ static void JudgeNumber(Line *line, const char *word, unsigned bits, uint32_t va
         Caution(line, "the %s \"%s\" counts as %Xh: hexadecimal numbers begin with 0x", name, word, value);
     else if (!plain || *word == 0)
         Caution(line, "the %s \"%s\" counts as %Xh: what is no digit is skipped", name, word, value);
-    else if (digits > most || str2Numeral(word) != value)
+    else if (digits > (IsHexNumber(word) ? 16 : 19) || str2Numeral(word) != value)
         Caution(line, "the %s %s has more than %u bits and counts as %Xh", name, word, bits, value);
 }
 

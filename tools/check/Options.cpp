@@ -5,31 +5,26 @@
 
 CheckOptions gOptions = {};
 
-static bool *FlagOf(const char *word) {
-    struct Row {
-        const char *word;
-        bool *flag;
-    };
-    static const Row rows[] = {
-        {"--json", &gOptions.json}, {"--help", &gOptions.help}, {"--version", &gOptions.version}};
-    for (const Row &row : rows) {
-        if (strcmp(word, row.word) == 0)
-            return row.flag;
-    }
-    return nullptr;
+// False for a word that is none.
+static bool TakeOption(const char *word) {
+    bool json = strcmp(word, "--json") == 0;
+    bool help = strcmp(word, "--help") == 0;
+    bool version = strcmp(word, "--version") == 0;
+    gOptions.json |= json;
+    gOptions.help |= help;
+    gOptions.version |= version;
+    return json || help || version;
 }
 
 bool ParseOptions(int argc, char **argv) {
     int i = 1;
     for (; i < argc && strncmp(argv[i], "--", 2) == 0 && argv[i][2] != 0; ++i) {
-        bool *flag = FlagOf(argv[i]);
-        if (flag == nullptr) {
+        if (!TakeOption(argv[i])) {
             fprintf(stderr,
                     "hwreg-check: no option: %s; hwreg-check --help lists the options, \"--\" ends them\n",
                     argv[i]);
             return false;
         }
-        *flag = true;
     }
     gOptions.firstWord = i < argc && strcmp(argv[i], "--") == 0 ? i + 1 : i;
     return true;

@@ -16,14 +16,6 @@ static void JudgePage(Line *line, Verdict verdict, int status, uint32_t page, in
         found);
 }
 
-// Without the memory device. True when there is none.
-static bool JudgeDevice(Line *line, int status, uint32_t address) {
-    if (MemoryError() == 0)
-        return false;
-    Judge(line, VERDICT_REFUSED, status, ReasonOfPage(address, MemoryError()));
-    return true;
-}
-
 bool JudgeAccess(Line *line, uint32_t address, AccessWidth width, uint32_t bit) {
     if (MemoryError() != 0) {
         JudgeValue(line, VERDICT_REFUSED, ReasonOfPage(address, MemoryError()), width, bit, 0xFFFFFFFF);
@@ -75,19 +67,18 @@ static Looked LookAt(uint32_t address, uint32_t length) {
     return looked;
 }
 
-bool JudgeCopy(Line *line, uint32_t address, uint32_t length, int status, const char *what) {
-    if (JudgeDevice(line, status, address)) {
-        Shows(line, "%s zeros", what);
+bool JudgeCopy(Line *line, uint32_t address, uint32_t length, int status, uint8_t *filler) {
+    bool noDevice = MemoryError() != 0;
+    *filler = noDevice ? 0 : 0xFF;
+    if (noDevice) {
+        Judge(line, VERDICT_REFUSED, status, ReasonOfPage(address, MemoryError()));
         return true;
     }
     Looked looked = LookAt(address, length);
     if (looked.refused == 0)
         return false;
     JudgePage(line, looked.good == 0 ? VERDICT_REFUSED : VERDICT_OTHER, status, looked.page, looked.error);
-    if (looked.good == 0)
-        Shows(line, "%s bytes of FFh", what);
-    else
-        Shows(line, "%s FFh in place of the bytes of %u of %u pages that were looked at", what,
-              looked.refused, looked.good + looked.refused);
+    Shows(line, "FFh in place of the bytes of %u of %u pages that were looked at", looked.refused,
+          looked.good + looked.refused);
     return looked.good == 0;
 }

@@ -1,6 +1,5 @@
 #include "tools/check/PortDoor.h"
 
-#include <sys/io.h>
 #include <sys/syscall.h>
 #include <sys/wait.h>
 #include <unistd.h>
@@ -9,6 +8,7 @@
 #include <csignal>
 #include <cstring>
 
+#include "BasicLib/Driver.h"
 #include "tools/check/KernelFiles.h"
 #include "tools/check/Note.h"
 #include "tools/check/Privilege.h"
@@ -82,10 +82,9 @@ static void NoteRefused() {
 
 void FindPortDoor() {
     mKills = AskingKills();
-    mError = mKills ? EPERM : iopl(3) == 0 ? 0 : errno;
+    mError = mKills ? EPERM : ProbeIoPrivilege();
     if (mError != 0)
         return NoteRefused();
-    iopl(0);
     Note(FINDING_IOPL, STATE_GOOD, "I/O privilege is granted");
     if (FindingOf(FINDING_LOCKDOWN)->state == STATE_UNKNOWN)
         Note(FINDING_LOCKDOWN, STATE_GOOD, "the kernel is not locked down: it grants I/O privilege");

@@ -8,6 +8,7 @@
 // Looks where the commands look, and notes what is there; and of which kind the machine's memory modules are.
 void FindTables();
 
+// What FindTables has found of the SMBIOS table and of the ACPI root pointer.
 TableState SmbiosState();
 TableState RsdpState();
 
@@ -17,4 +18,5 @@ enum SpdState : uint8_t {
     SPD_UNKNOWN,
 };
 
+// What it has found of the memory modules.
 SpdState SpdOfMemory();

@@ -188,9 +188,8 @@ static void NoteWrong() {
                  static_cast<unsigned long long>(mTruth.base));
     const char *wrong = mRegister.wrong == nullptr ? "it points elsewhere" : mRegister.wrong;
     Note(FINDING_CONFIG_WINDOW, STATE_BAD,
-         "registers 100h-FFFh ARE NOT THERE: hwreg takes the window to be at %xh (%s: %s; %s). It READS AND "
-         "WRITES "
-         "ordinary memory or devices instead",
+         "registers 100h-FFFh ARE NOT THERE: hwreg READS AND WRITES ordinary memory or devices at %xh "
+         "instead (%s: %s; %s)",
          mWindow.base, mRegister.name, wrong, truth);
     Remedy(FINDING_CONFIG_WINDOW,
            "never write offsets of 100h and above here with /PCI, believe none that was read; "

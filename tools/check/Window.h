@@ -20,4 +20,5 @@ struct ConfigWindow {
 // Looks for it; notes it. BasicLib's window stands at base from then on.
 void FindWindow();
 
+// What FindWindow has found; never NULL.
 const ConfigWindow *Window();

@@ -68,7 +68,7 @@ def add_skeleton(archive):
     archive.link("lib", "usr/lib")
     archive.link("lib64", "usr/lib64")
     archive.link("usr/sbin", "bin")
-    for folder in ("proc", "sys", "dev", "run", "etc", "results"):
+    for folder in ("proc", "sys", "dev", "run", "run/lock", "etc", "results"):
         archive.folder(folder)
     archive.folder("tmp", 0o1777)
     archive.character_device("dev/console", 5, 1)
