@@ -120,7 +120,7 @@ static void NoteSpd() {
     if (kind == nullptr)
         return Note(FINDING_SPD, STATE_UNKNOWN, "of what kind the memory modules are is not told%s",
                     table.begin == nullptr ? " (the SMBIOS table cannot be read)" : "");
-    mSpd = kind->whole && modules <= MOST_ADDRESSED ? SPD_WHOLE : SPD_PARTLY;
+    mSpd = !kind->whole ? SPD_PARTLY : modules <= MOST_ADDRESSED ? SPD_WHOLE : SPD_FIRST;
     if (mSpd == SPD_WHOLE)
         return Note(FINDING_SPD, STATE_GOOD, "memory is %s: /SMBUS /DUMP reads the whole SPD", kind->name);
     if (kind->whole)
