@@ -15,7 +15,8 @@ FILES = ["/proc/self/status", "/proc/self/uid_map", "/proc/cmdline", "/proc/iome
          "/sys/firmware/dmi/tables/smbios_entry_point", "/sys/kernel/security/lockdown", "/sys/class/rtc/rtc0/name",
          "/sys/class/rtc/rtc0/wakealarm", "/sys/class/rtc/rtc0/device/power/wakeup",
          "/sys/bus/pci/devices/0000:00:00.0/config", "/sys/module/msr/parameters/allow_writes",
-         "/run/systemd/container", "/boot/config-RELEASE", "/lib/modules/RELEASE/modules.dep", "/lib/modules/RELEASE/modules.builtin"]  # fmt: skip
+         "/run/systemd/container", "/boot/config-RELEASE", "/lib/modules/RELEASE/modules.dep",
+         "/lib/modules/RELEASE/modules.builtin"]  # fmt: skip
 MEMBERS = ["words", "does", "verdict", "status", "shows", "because", "why", "remedy", "cautions"]
 
 
