@@ -195,7 +195,7 @@ def test_both_lines_write_the_same(line):
 
 
 # The alarm: both set the clock's registers (BCD), and have the machine switched off. While one is set the kernel asks
-# the clock 64 times a second, and may come between index and data: so the registers are read in one program, and thrice.
+# the clock 64 times a second, and may come between index and data: so one program reads the registers, and thrice.
 
 ALARM = "isadump -y 0x70 0x71 | sed -n 's/^00: //p'"
 ASLEEP = {side: in_turn(BOOT, "rm -f /run/asked", "date -u +%H:%M:%S", line, "cat /run/asked", ALARM, ALARM, ALARM)
