@@ -87,15 +87,15 @@ static void NoteRsdp() {
 
 // Kinds of memory (DMTF DSP0134, 7.18.2) by what hwreg reads of their SPD.
 struct MemoryKind {
-    uint8_t type;
     const char *name;
+    uint8_t type;
     bool whole;
 };
 
 static const MemoryKind mKinds[] = {
-    {0x12, "DDR", true},    {0x13, "DDR2", true},    {0x18, "DDR3", true},    {0x1A, "DDR4", true},
-    {0x1B, "LPDDR", false}, {0x1C, "LPDDR2", false}, {0x1D, "LPDDR3", false}, {0x1E, "LPDDR4", false},
-    {0x22, "DDR5", false},  {0x23, "LPDDR5", false},
+    {"DDR", 0x12, true},    {"DDR2", 0x13, true},    {"DDR3", 0x18, true},    {"DDR4", 0x1A, true},
+    {"LPDDR", 0x1B, false}, {"LPDDR2", 0x1C, false}, {"LPDDR3", 0x1D, false}, {"LPDDR4", 0x1E, false},
+    {"DDR5", 0x22, false},  {"LPDDR5", 0x23, false},
 };
 
 constexpr uint8_t TYPE_MEMORY = 17;
