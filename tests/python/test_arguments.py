@@ -223,6 +223,17 @@ def test_an_alarm_is_not_past_the_clocks_midnight(machine):
         rtc.cycle(600)
 
 
+@pytest.mark.parametrize("before, after, right", [(86399, 1, True), (86390, 10, True), (86380, 86390, False),
+                                                  (100, 86390, False)])  # fmt: skip
+def test_midnight_is_looked_for_behind_the_countdown(monkeypatch, before, after, right):
+    rtc, times = Machine(Nobody(), power=True).rtc, [before, after]
+    monkeypatch.setattr(rtc, "now", lambda: times.pop(0))
+    monkeypatch.setattr(rtc, "countdown", lambda seconds: None)
+    with pytest.raises(HwregError) as told:
+        rtc.cycle(60, delay=10)
+    assert isinstance(told.value, WrongArgument) is not right
+
+
 def test_timeouts_are_some_seconds():
     for seconds in (0, -1):
         with pytest.raises(WrongArgument):

@@ -200,7 +200,7 @@ def test_a_connection_that_the_shutdown_cuts_is_no_failure():
 
 def test_an_interrupted_dump_leaves_no_file(tmp_path):
     """Ctrl+C while /RF is at work."""
-    slow = make_program(tmp_path / "slow", f"touch '{tmp_path}/begun'; exec sleep 5")
+    slow = make_program(tmp_path / "slow", f"touch '{tmp_path}/begun'; exec sleep 12")
     text = f"from hwreg import *\nMachine(Local({str(slow)!r}), lock=None).memory.dump(0, 16)"
     environment = {**os.environ, "PYTHONPATH": str(TOP / "python"), "TMPDIR": str(tmp_path)}
     with subprocess.Popen([sys.executable, "-c", text], env=environment, stderr=subprocess.DEVNULL) as script:
@@ -208,7 +208,7 @@ def test_an_interrupted_dump_leaves_no_file(tmp_path):
             time.sleep(0.01)
         assert list(tmp_path.glob("tmp.*")) != []
         script.send_signal(signal.SIGINT)
-        script.wait(10)
+        script.wait(8)
     assert list(tmp_path.glob("tmp.*")) == []
 
 
