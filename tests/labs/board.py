@@ -27,7 +27,7 @@ HOST_KEYS = "StrictHostKeyChecking no\n  UserKnownHostsFile /dev/null\n  LogLeve
 
 MODULE_TYPE = 0x0C  # DDR4: what the first module's SPD says at offset 2. The emulated module is empty after each start
 PRODUCT = "Guest Board"
-PORT = "pcie-root-port,bus=pcie.0,addr=1c.0,chassis=1,slot=1"
+ROOT_PORT = "pcie-root-port,bus=pcie.0,addr=1c.0,chassis=1,slot=1"
 START = f"""
 mkdir -p /run/lock
 hwreg /SMBUS /WB 0xA0 2 {MODULE_TYPE} >/dev/null
@@ -36,7 +36,7 @@ hwreg /SMBUS /WB 0xA0 2 {MODULE_TYPE} >/dev/null
 
 def board_machine(product=PRODUCT, append="iomem=relaxed nopat", **options):
     """A machine with the registers of the page. UEFI firmware, since hwreg finds no SMBIOS table of the other."""
-    return Machine(**{"firmware": "ovmf", **options}, devices=[PORT], append=append,
+    return Machine(**{"firmware": "ovmf", **options}, devices=[ROOT_PORT], append=append,
                    qemu=["-smbios", f"type=1,product={product}"])
 
 

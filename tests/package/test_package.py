@@ -193,7 +193,8 @@ def test_the_files_lie_where_they_are_looked_for(root):
             "/usr/share/doc/hwreg/examples/cycle", "/usr/share/doc/hwreg/examples/cycle.service",
             "/usr/share/doc/hwreg/examples/registers", "/usr/share/doc/hwreg/examples/registers.list",
             "/usr/share/hwreg/boards/intel.board", "/usr/lib/python3/dist-packages/hwreg/py.typed",
-            "/usr/share/doc/python3-hwreg/python.md"} <= paths
+            "/usr/lib/python3/dist-packages/hwreg/labgrid_driver.py", "/usr/share/doc/python3-hwreg/python.md",
+            "/usr/share/doc/python3-hwreg/labs.md"} <= paths
     assert all(path == "/." or path.startswith("/usr") for path in paths)
 
 

@@ -32,10 +32,11 @@ need_tree() {
     build_tree "$HWREG_BUILD" all
 }
 
-# run_pytest RESULT FOLDER EXPRESSION [OPTION...] runs the tests of a folder of tests/.
+# run_pytest RESULT FOLDER EXPRESSION [OPTION...] runs the tests of a folder of tests/. labgrid's plugin, which pytest
+# takes up by itself once a ring has installed it, costs each process half a second.
 run_pytest() {
     need_packages python3 python3-pytest python3-pytest-xdist python3-pytest-timeout || return
-    /usr/bin/python3 -m pytest -q -p no:cacheprovider --timeout=600 --junitxml="$results/$1.xml" \
+    /usr/bin/python3 -m pytest -q -p no:cacheprovider -p no:labgrid --timeout=600 --junitxml="$results/$1.xml" \
         ${3:+-k "$3"} "${@:4}" "$top/tests/$2"
 }
 
