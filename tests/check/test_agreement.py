@@ -37,6 +37,7 @@ PHRASES = {
     r"(the first page has|the file holds|it searches) (zeros|bytes of FFh)": has_bytes,
     r"CPUs 0 to (\d+), and not the \d+ behind": has_cpus,
     r"the machine stays on": lambda found, result, left: result.systems() == [],
+    r"the machine goes off, and no alarm wakes it": lambda found, result, left: result.systems() == ["shutdown -P now"],
     r"whatever is in memory at \w+": lambda found, result, left: re.search(r"^\w+ \w+ .* return data:", left),
     r"SMN Write \.\.\. with the value that is there: nothing is written": (
         lambda found, result, left: result.text.startswith("SMN Write ")),

@@ -1,5 +1,6 @@
 """The options of hwreg-sim, and scripts/run, which hands them on from the source tree."""
 
+import json
 import os
 import subprocess
 
@@ -207,6 +208,11 @@ def test_a_companion_is_run_with_all_words_behind_its_option(sim, tmp_path, opti
 def test_without_the_companion_nothing_is_run(sim, tmp_path, option, companion):
     ran = sim(option, build=tmp_path)
     assert (ran.stdout, ran.returncode) == ("", 125) and f"{tmp_path}/{companion}" in ran.stderr
+
+
+def test_what_a_command_will_do_is_told(either):
+    ran = either("--board noiopl --preflight --json /IO /RB 0x61")
+    assert json.loads(ran.stdout)["verdict"] == "refused" and ran.returncode == 1
 
 
 # scripts/run
