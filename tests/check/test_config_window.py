@@ -30,9 +30,10 @@ REMEDIES = {"good": "", "bad": "never write", "unknown": "write no offset|modpro
     ([BRIDGE, "  dword 60 d0000001", NO_ROOT_POINTER], "bad", "at d0000000h .*points elsewhere; no table"),
     ([BRIDGE, "  dword 60 0"], "bad", "at 0h .*it is 0; the table MCFG in memory says e0000000h"),
     ([BRIDGE, "  dword 60 c0000000"], "bad", "enable bit is clear"),
+    ([BRIDGE, "  dword 60 e0000000", "refuse e0000000 1000 EPERM"], "bad", "bit is clear; .*says e0000000h"),
     ([BRIDGE, "  cap 05 60 80 01", "  dword 64 fee00000"], "bad", "belongs to a capability"),
     ([BRIDGE, "  cap 05 60 80 01", NO_ROOT_POINTER], "bad", "belongs to a capability.*no table says"),
-], ids=range(19))  # fmt: skip
+], ids=range(20))  # fmt: skip
 def test_intel(found, extra, state, text):
     told = found(*extra)
     holds(told, {"config-window": (state, text, REMEDIES[state])})

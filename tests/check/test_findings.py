@@ -103,6 +103,9 @@ CASES = {
         "msr-module": ("bad", "CAP_SYS_MODULE", "by hand")}),
     "nodes that are refused": (["msr-nodes EPERM"], {"msr-nodes": ("bad", "not permitted", "control groups")}),
     "no SMBus controller": (["pci-remove 00:1f.4"], {"smbus-host": ("bad", "0C05h", "setup")}),
+    "an SMBus controller that is off": (
+        ["pci-remove 00:1f.4", "pci 00:1f.4 8086:a323 class 0c0500", "  dword 20 0000efa1"], {
+            "smbus-host": ("bad", "switched off", "40.b=1:1")}),
     "a driver of the clock": (quoted("/sys/class/rtc/rtc0/name", "rtc_cmos 00:02"), {
         "rtc-driver": ("caution", "rtc_cmos", "wakealarm")}),
     "another clock": (quoted("/sys/class/rtc/rtc0/name", "rtc-efi"), {"rtc-driver": ("good", "rtc-efi", "")}),

@@ -13,6 +13,8 @@
 #include "tools/check/PciList.h"
 
 constexpr uint16_t CLASS_SMBUS = 0x0C05;
+constexpr uint32_t INTEL_HOST_CONFIGURATION = 0x40;
+constexpr uint8_t INTEL_HOST_ENABLE = 1;
 constexpr uint64_t SUPERIO_INDEX = 0x4E;
 constexpr size_t NAMES = 120;
 
@@ -21,6 +23,14 @@ static void AddName(char *names, const char *name) {
     size_t length = strlen(names);
     if (strstr(names, name) == nullptr)
         snprintf(names + length, NAMES - length, "%s%s", length == 0 ? "" : ", ", name);
+}
+
+// Intel's host answers only while bit 0 of its register 40h is set; UEFI firmware may leave that to drivers.
+static bool IsSwitchedOff(const PciFunction *host) {
+    uint8_t configuration;
+    return ThisChipset()->smbusBlock == HOME_PCI &&
+           ReadPciConfig(host->bus, host->dev, host->fun, INTEL_HOST_CONFIGURATION, &configuration, 1) &&
+           (configuration & INTEL_HOST_ENABLE) == 0;
 }
 
 static void NoteSmbus() {
@@ -33,8 +43,12 @@ static void NoteSmbus() {
         Remedy(FINDING_SMBUS_HOST, "look whether the firmware's setup hides the SMBus controller");
         return Note(FINDING_SMBUS_DRIVER, STATE_GOOD, "no controller, no driver");
     }
-    Note(FINDING_SMBUS_HOST, STATE_GOOD, "the SMBus controller is %02x:%02x.%x, %04x:%04x", host->bus,
-         host->dev, host->fun, host->vendor, host->device);
+    bool off = IsSwitchedOff(host);
+    Note(FINDING_SMBUS_HOST, off ? STATE_BAD : STATE_GOOD,
+         "the SMBus controller is %02x:%02x.%x, %04x:%04x%s", host->bus, host->dev, host->fun, host->vendor,
+         host->device, off ? ", and is switched off (bit 0 of its register 40h)" : "");
+    if (off)
+        Remedy(FINDING_SMBUS_HOST, "setpci -s %02x:%02x.%x 40.b=1:1", host->bus, host->dev, host->fun);
     if (host->driver[0] == 0)
         return Note(FINDING_SMBUS_DRIVER, STATE_GOOD, "no driver uses the SMBus controller");
     Note(FINDING_SMBUS_DRIVER, STATE_CAUTION,

@@ -35,6 +35,11 @@ static void JudgeBase(Line *line, const PciFunction *host) {
 // True when the command goes no further.
 static bool JudgeHost(Line *line) {
     const PciFunction *host = FunctionOfClass(CLASS_SMBUS);
+    if (host != nullptr && FindingOf(FINDING_SMBUS_HOST)->state == STATE_BAD) {
+        Judge(line, VERDICT_REFUSED, FAILED, FINDING_SMBUS_HOST);
+        Shows(line, HasFlag(line->cmd, Flag::S) ? "ends with status 255 and prints nothing" : "error!");
+        return true;
+    }
     if (host != nullptr) {
         JudgeBase(line, host);
         CautionOf(line, FINDING_SMBUS_DRIVER);

@@ -8,6 +8,7 @@
 #include "Platform/CmosClock.h"
 #include "tools/check/KernelFiles.h"
 #include "tools/check/MakeFile.h"
+#include "tools/check/MemoryMap.h"
 #include "tools/check/Operands.h"
 #include "tools/check/PciPlaces.h"
 #include "tools/check/Power.h"
@@ -16,6 +17,7 @@
 constexpr uint32_t SHORTEST_TIMER = 7;
 constexpr uint32_t DAY_SECONDS = 86400;
 constexpr uint16_t CLASS_POWER_MANAGEMENT = 0x0580;
+constexpr uint64_t USUAL_PM_BLOCK = 0x1800;
 
 // What the line asks for beside the command.
 struct Cycle {
@@ -89,6 +91,17 @@ static void JudgeAlarm(Line *line, uint32_t delay, uint32_t seconds) {
     Mend(line, "less than %u seconds do not reach midnight", DAY_SECONDS - now);
 }
 
+// True when the kernel knows the block, and not where chipsets usually have it.
+static bool IsWakeBlockElsewhere() {
+    const Resource *list;
+    uint32_t count = PortMap(&list);
+    for (uint32_t i = 0; i < count; ++i) {
+        if (strcmp(list[i].name, "ACPI PM1a_EVT_BLK") == 0)
+            return list[i].first != USUAL_PM_BLOCK;
+    }
+    return false;
+}
+
 // Where hwreg looks for the block in which the alarm's enable bit is: the FADT, else registers of the
 // chipset. False when there is none, and nothing wakes the machine.
 static bool JudgeWakeBlock(Line *line) {
@@ -108,8 +121,16 @@ static bool JudgeWakeBlock(Line *line) {
         Why(line, "neither a FADT nor the chipset tells hwreg where the alarm is to be enabled");
         return false;
     }
-    if (ThisChipset()->pmBlock == HOME_PCI && FunctionOfClass(CLASS_POWER_MANAGEMENT) == nullptr)
-        Caution(line, "where the alarm is to be enabled is not told: ports 1800h to 1803h are taken for it");
+    if (ThisChipset()->pmBlock != HOME_PCI || FunctionOfClass(CLASS_POWER_MANAGEMENT) != nullptr)
+        return true;
+    if (IsWakeBlockElsewhere()) {
+        Judge(line, VERDICT_OTHER, 0, FINDING_RSDP);
+        Shows(line, "Error: cannot get PMBase");
+        Why(line, "no FADT is found, and ports 1800h to 1803h are taken for the block in which the alarm is "
+                  "to be enabled: the machine goes off, and no alarm wakes it");
+        return false;
+    }
+    Caution(line, "where the alarm is to be enabled is not told: ports 1800h to 1803h are taken for it");
     return true;
 }
 

@@ -152,8 +152,8 @@ static int BusesOfRegister() {
     return range < 8 ? 1 << range : LAST_BUS + 1;
 }
 
-// A register that looks like one of a window is believed when the host bridge is seen through it, whatever
-// the tables say: one load of its first register.
+// Where register and tables differ, or the register looks wrong and has the tables' base all the same, it is
+// believed when the host bridge is seen through it: one load of its first register.
 static void JudgeByLook() {
     const PciFunction *list;
     if (PciFunctions(&list) == 0 || PageError(mWindow.base) != 0) {
@@ -168,9 +168,10 @@ static void JudgeByLook() {
 }
 
 static void Judge() {
-    if (mTruth.who != nullptr && mTruth.base == mWindow.base)
+    bool agreed = mTruth.who != nullptr && mTruth.base == mWindow.base;
+    if (agreed && mRegister.wrong == nullptr)
         mWindow.state = WINDOW_RIGHT;
-    else if (mRegister.wrong != nullptr)
+    else if (!agreed && mRegister.wrong != nullptr)
         mWindow.state = WINDOW_WRONG;
     else
         JudgeByLook();
