@@ -28,8 +28,8 @@ PIECES = [
     "PCI MMCONFIG 0000 [bus 00-ff]", "PCI ECAM 0000 [bus 00-3f]", "e0000000-efffffff : ", "  0cf8-0cff : PCI conf1",
     "00000000-fffffffffffffffff : ", "ffffffff-00000000 : System RAM", "efa0-efbf : i801_smbus", "-", ":", "[", "none",
     "[integrity]", "[confidentiality", "0-", "0-4294967295", "0,0,0", "99999999999999999999", "-1", "0-1-2", "rtc_cmos",
-    "23:59:59", "99:99:99", "iomem=relaxed", "iomem=", "lockdown=", "msr.allow_writes=off", "module_blacklist=,msr", "=",
-    "CapEff:", "CapEff:\tzz", "Seccomp:\t2", "0000", "00f8\t80863e30", "\t", "\t\t\t", "x" * 3000, "%s%n%d", " ",
+    "23:59:59", "99:99:99", "iomem=relaxed", "iomem=", "lockdown=", "msr.allow_writes=off", "module_blacklist=,msr",
+    "=", "CapEff:", "CapEff:\tzz", "Seccomp:\t2", "0000", "00f8\t80863e30", "\t", "\t\t\t", "x" * 3000, "%s%n%d", " ",
     "", "\u00e9", "on", "Y", "N", "CONFIG_STRICT_DEVMEM=y"]  # fmt: skip
 
 
