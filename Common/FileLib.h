@@ -21,7 +21,7 @@ long Ftell(FILE *stream);
 FILE *OpenToRead(const char *path);
 FILE *OpenAnew(const char *path);
 
-// The same, and a device that only takes (null, zero, full: major 1 of the kernel's devices.txt), which is a sink.
+// The same, and a sink: a device that only takes (null, zero, full: major 1 of the kernel's devices.txt).
 FILE *OpenAnewOrSink(const char *path);
 bool IsSink(const struct stat *file);
 

@@ -13,10 +13,6 @@ CmdType CmdWord() {
     return word;
 }
 
-bool CmdHas(CmdType flags) {
-    return (CmdWord() & flags) != 0;
-}
-
 bool DispHas(uint8_t flags) {
     return gCmdArg != nullptr && (gCmdArg->DispFlags & flags) != 0;
 }

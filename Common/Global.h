@@ -95,9 +95,6 @@ extern const char *gTitle;
 // The command word of gCmdArg; 0 before it is set.
 CmdType CmdWord();
 
-// True when any of the flags is set in the command word of gCmdArg.
-bool CmdHas(CmdType flags);
-
 // True when any of the DispFlag bits is set in gCmdArg; false before it is set.
 bool DispHas(uint8_t flags);
 

@@ -185,8 +185,7 @@ def limited(seconds: float) -> list[str]:
 
 def needs_lock(words: Sequence[str]) -> bool:
     """All but a countdown alone, which touches the clock and lasts."""
-    switches = {spelling.switch(word) for word in words}
-    return "TIMEOUT" not in switches or bool(switches & spelling.POWER)
+    return "TIMEOUT" not in spelling.as_read(words) or spelling.is_power(words)
 
 
 def countdown_holds_lock(words: Sequence[str]) -> bool:

@@ -15,25 +15,30 @@ SWITCHES = frozenset("""
 POWER = frozenset(["RTC", "SHUTDOWN"])
 
 
-def switch(word: str) -> str:
-    """The switch that a word is, or else would be if it stood in front of /S."""
-    return word[1:].upper() if word[:1] in ("/", "-", "\\") else word.upper()
+def bare(word: str) -> str:
+    return word[1:] if word[:1] in ("/", "-", "\\") else word
 
 
 def is_switch(word: str) -> bool:
     """Whether the word is a switch behind /S, where words stay as they were typed."""
-    return word in SWITCHES or word[:1] in ("/", "-", "\\") and word[1:] in SWITCHES
+    return bare(word) in SWITCHES
+
+
+def as_read(words: Sequence[str]) -> list[str]:
+    """The words as hwreg compares them with its switches: all up to /S are turned into capitals."""
+    end = next((place for place, word in enumerate(words) if bare(word.upper()) == "S"), len(words))
+    return [bare(word.upper()) for word in words[:end]] + [bare(word) for word in words[end:]]
 
 
 def is_power(words: Sequence[str]) -> bool:
     """Whether the line can switch the machine off or restart it. /? would keep it from that; it is not relied on."""
-    return any(switch(word) in POWER for word in words)
+    return not POWER.isdisjoint(as_read(words))
 
 
 def countdown_of(words: Sequence[str]) -> str | None:
     """The operand of /T, if it is one that takes time."""
-    for word, operand in zip(words, [*words[1:], ""]):
-        if switch(word) == "T" and operand.strip("0xX_"):
+    for word, operand in zip(as_read(words), [*words[1:], ""]):
+        if word == "T" and operand.strip("0xX_"):
             return operand
     return None
 

@@ -14,8 +14,9 @@ FILES = ["/proc/self/status", "/proc/self/uid_map", "/proc/cmdline", "/proc/iome
          "/sys/devices/system/cpu/present", "/sys/firmware/acpi/tables/MCFG", "/sys/firmware/dmi/tables/DMI",
          "/sys/firmware/dmi/tables/smbios_entry_point", "/sys/kernel/security/lockdown", "/sys/class/rtc/rtc0/name",
          "/sys/class/rtc/rtc0/wakealarm", "/sys/class/rtc/rtc0/device/power/wakeup",
-         "/sys/bus/pci/devices/0000:00:00.0/config", "/sys/module/msr/parameters/allow_writes", "/run/systemd/container", "/boot/config-RELEASE",
-         "/lib/modules/RELEASE/modules.dep", "/lib/modules/RELEASE/modules.builtin"]  # fmt: skip
+         "/sys/bus/pci/devices/0000:00:00.0/config", "/sys/module/msr/parameters/allow_writes",
+         "/run/systemd/container", "/boot/config-RELEASE", "/lib/modules/RELEASE/modules.dep",
+         "/lib/modules/RELEASE/modules.builtin"]  # fmt: skip
 MEMBERS = ["words", "does", "verdict", "status", "shows", "because", "why", "remedy", "cautions"]
 
 
@@ -123,7 +124,8 @@ CONTENTS = {
     "one byte": lambda path: table(path, b"\x11"),
     "endless line": lambda path: table(path, b"0-" * 10000),
     "text": lambda path: quoted(path, "0-0 : x", "99999999999999999999-0,5-4294967295", "-1", "[", "CapEff: zz",
-                                "a" * 300, "\t" * 40, "0000\t80863e30", "zzzz\tzzzzzzzz", "install msr", "msr.ko:", "/msr.ko"),
+                                "a" * 300, "\t" * 40, "0000\t80863e30", "zzzz\tzzzzzzzz", "install msr",
+                                "msr.ko:", "/msr.ko"),
 }
 
 

@@ -259,15 +259,20 @@ def memory_module(kind):
 
 
 def test_modules_whose_spd_is_not_in_pages_are_dumped_in_part(check):
-    def told(words, kind):
-        table = memory_module(kind) + bytes([127, 4, 0, 1, 0, 0])
-        return check(words, extra=f'file-bytes "/sys/firmware/dmi/tables/DMI" 0 {table.hex(" ")}')
+    def told(words, kind, modules=1):
+        table = memory_module(kind) * modules + bytes([127, 4, 0, 1, 0, 0])
+        lines = [f'file-bytes "/sys/firmware/dmi/tables/DMI" {at:x} {table[at:at + 64].hex(" ")}'
+                 for at in range(0, len(table), 64)]  # fmt: skip
+        return check(words, extra=lines)
 
     assert (told("/SMBUS /DUMP 0xA0 /LOG", 0x22)["verdict"], told("/SMBUS /DUMP 0xA0 /LOG", 0x22)["because"]) == (
         "other", "spd")  # fmt: skip
     assert told("/SMBUS /DUMP 0x60 /LOG", 0x22)["verdict"] == "works"
     assert "DDR5" in cautions(told("/SMBUS /RB 0xA0 2", 0x22))
     assert told("/SMBUS /DUMP 0xA0 /LOG", 0x1A)["verdict"] == "works"
+    assert told("/SMBUS /DUMP 0xAC /LOG", 0x1A)["verdict"] == "works"
+    assert told("/SMBUS /DUMP 0xAA /LOG", 0x1A, modules=8)["verdict"] == "works"
+    assert told("/SMBUS /DUMP 0xAC /LOG", 0x1A, modules=8)["verdict"] == "other"
 
 
 # power

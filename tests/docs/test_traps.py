@@ -127,6 +127,15 @@ def test_the_trap_is_held_by_tests(name):
         assert function in {node.name for node in tree.body if isinstance(node, ast.FunctionDef)}, test
 
 
+@pytest.mark.parametrize("register, status", [("e0000001", 0), ("00100005", 2)])
+def test_hwreg_check_says_that_register_60_is_no_window(tmp_path, register, status):
+    board = tmp_path / "this.board"
+    board.write_text(f"include intel.board\npci 00:00.0\ndword 60 {register}\n")
+    words = [TOP / "sim" / "hwreg-sim", "--board", board, "--preflight", "/PCI", "/RD", "1", "0", "0", "0x100"]
+    ran = subprocess.run(words, capture_output=True, text=True, check=False)
+    assert (ran.returncode, "READS AND WRITES ordinary memory" in ran.stdout) == (status, status != 0)
+
+
 def test_documents_show_no_unquoted_question_mark():
     pages = [path for path in [TOP / "README.md", *(TOP / "docs").iterdir()] if path.is_file()]
     assert [path.name for path in pages if re.search(r"^.*\$ .* /\?", path.read_text(), re.MULTILINE)] == []

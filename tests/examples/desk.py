@@ -34,13 +34,15 @@ class Desk:
         (self.clock / "device" / "power").mkdir(parents=True)
         self.put_clock(time="04:05:06", alarm="", wakeup="enabled")
         (folder / "quick.board").write_text(QUICK)
+        self.machine = f"hwreg-sim --board {folder}/quick.board --state {folder}/machine"
         (folder / "verdict").write_text("0\n")
         self.put_program("hwreg-check", CHECK.format(folder=folder))
+        self.put_program("shutdown", "#!/bin/sh\n")  # simulated machines run none, but it is looked for
         self.put_program("hwreg-sim", f'#!/bin/sh\nexec {TOP}/sim/hwreg-sim "$@"\n')
         self.environment = {
             **os.environ, "HWREG_BUILD": str(BUILD), "LC_ALL": "C.UTF-8",
             "PATH": f"{self.bin}:/usr/sbin:/usr/bin:/sbin:/bin",
-            "HWREG": f"hwreg-sim --board {folder}/quick.board --state {folder}/machine --log={folder}/accesses",
+            "HWREG": f"{self.machine} --log={folder}/accesses",
             "HWREG_LOCK": str(folder / "hwreg.lock"), "CYCLE_FOLDER": str(self.folder),
             "CYCLE_CLOCK": str(self.clock), "CYCLE_DELAY": "5", "CYCLE_OFF": "60"}
 

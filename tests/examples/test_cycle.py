@@ -14,7 +14,7 @@ CLEAR_IT = ("/IO", "/WI", "0x1800", "10", "1")
 
 def test_twenty_cycles_each_at_its_alarm(desk):
     for number in range(1, 21):
-        ran = desk.cycle()
+        ran = desk.cycle(HWREG_CHECK=f"{desk.machine} --preflight")
         assert ran.returncode == 0, ran.stderr
         told = "Have no RTCLOG file!" if number == 1 else f"RTCLOG count is: {number - 1}\n"
         assert told in ran.stdout and "SetCmos timer:" in ran.stdout
@@ -114,6 +114,21 @@ def test_what_it_was_not_asked_for_it_does_not_do(desk):
 def test_what_will_be_run_is_asked_about_before(desk):
     desk.cycle()
     assert (desk.top / "checked").read_text() == "/TIMEOUT /T 5\n/RTC 60 /T 0\n"
+
+
+@pytest.mark.parametrize("board, because", [("noiopl", "because iopl: "), ("intel", "because shutdown: ")])
+def test_what_hwreg_check_itself_foretells_keeps_the_machine_on(desk, board, because):
+    """One machine grants no I/O privilege, the other one has no shutdown."""
+    if board == "intel":
+        (desk.bin / "shutdown").unlink()
+        for name in ("df", "awk", "tr", "tail", "sync", "mv", "od", "cat", "wc", "date", "bash", "env", "dirname",
+                     "readlink", "flock", "realpath", "sh"):
+            (desk.bin / name).symlink_to(f"/usr/bin/{name}")
+        desk.environment["PATH"] = str(desk.bin)
+    ran = desk.cycle(HWREG_CHECK=f"hwreg-sim --board {board} --preflight")
+    assert (ran.returncode, ran.stdout) == (1, "")
+    (line,) = desk.log()
+    assert line.startswith("pre-flight: hwreg-check ") and "/RTC 60 /T 0: status 1: " in line and because in line
 
 
 def verdict(status):

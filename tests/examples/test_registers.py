@@ -53,6 +53,23 @@ def test_each_value_is_that_of_the_line(desk, record, board, values, shell):
     assert (desk.top / "checked").read_text().splitlines() == list(values)
 
 
+@pytest.mark.parametrize("board, values", [("intel", INTEL), ("amd", AMD)], ids=["intel", "amd"])
+def test_each_value_is_foretold_to_be_right(desk, record, board, values):
+    ran = record([f"r{number} {words}" for number, words in enumerate(values)], HWREG=f"hwreg-sim --board {board}",
+                 HWREG_CHECK=f"hwreg-sim --board {board} --preflight")
+    assert (ran.stdout, ran.stderr, ran.returncode) == ("", "", 0)
+    assert [value for value, _ in desk.rows.values()] == list(values.values())
+
+
+def test_values_that_would_not_be_the_hardwares_are_left_out(desk, record):
+    """Without nodes of the msr driver hwreg prints zeros."""
+    board = "hwreg-sim --board nomsr"
+    ran = record(["msr /MSR /RD 0 0x1A0", "port /IO /RB 0x1800"], HWREG=board, HWREG_CHECK=f"{board} --preflight")
+    assert ran.returncode == 2 and desk.rows["port"][0] == "0x01"
+    value, text = desk.rows["msr"]
+    assert value == "-" and "# foretold: " in text and "msr" in text
+
+
 def test_the_list_that_comes_with_it_can_be_read(desk, record):
     ran = record((TOP / "examples" / "registers.list").read_text().splitlines())
     assert ran.returncode == 0 and desk.rows["host-bridge"] == ("0x3E308086", "/PCI /RD 0 0 0 0")

@@ -13,10 +13,7 @@ from boots import BEHIND_BRIDGES, SharedBoot, TABLES_NOPAT
 from guest import Machine
 from pci import config_spaces, functions
 
-# nohpet: with it the kernel asks the clock 64 times a second while an alarm is set, and comes between outb and inb.
-BOOT = SharedBoot(
-    Machine(machine="q35", smp=2, devices=BEHIND_BRIDGES[:2], append="iomem=relaxed nopat nohpet", seconds=400)
-)
+BOOT = SharedBoot(Machine(machine="q35", smp=2, devices=BEHIND_BRIDGES[:2], append="iomem=relaxed nopat", seconds=400))
 BOOT.put("/usr/bin/shutdown", b'#!/bin/sh\necho "$*" >>/run/asked\n')
 MARK = "== "
 
@@ -197,23 +194,25 @@ def test_both_lines_write_the_same(line):
     assert [text for text in texts if writes_the_same(text)], texts
 
 
-# The alarm: both set the clock's registers (BCD), and have the machine switched off.
+# The alarm: both set the clock's registers (BCD), and have the machine switched off. While one is set the kernel asks
+# the clock 64 times a second, and may come between index and data: so one program reads the registers, and thrice.
 
-NOW = "date -u +%H:%M:%S"
-ALARM = "; ".join(f"outb 0x70 {register}; inb 0x71" for register in (5, 3, 1))
-ASLEEP = {side: in_turn(BOOT, "rm -f /run/asked", NOW, line, f"cat /run/asked; {ALARM}")
+ALARM = "isadump -y 0x70 0x71 | sed -n 's/^00: //p'"
+ASLEEP = {side: in_turn(BOOT, "rm -f /run/asked", "date -u +%H:%M:%S", line, "cat /run/asked", ALARM, ALARM, ALARM)
           for side, line in (("theirs", "rtcwake -m off -s 60"), ("ours", ROWS.get("rtcwake -m off -s 60")))}
-BOOT.ask("outb 0x70 11; outb 0x71 2")
+
+
+def seconds_of(hour, minute, second):
+    return int(hour) * 3600 + int(minute) * 60 + int(second)
 
 
 @pytest.mark.parametrize("side", ASLEEP)
 def test_both_lines_set_the_alarm_and_ask_for_the_power_off(side):
-    _, now, _, after = pieces(ASLEEP[side])
-    asked, *alarm = after.splitlines()
-    assert asked.endswith("-P now")
-    seconds = [sum(part * weight for part, weight in zip(parts, (3600, 60, 1)))
-               for parts in (map(int, now.split(":")), (int(f"{int(value):x}") for value in alarm))]
-    assert 60 <= (seconds[1] - seconds[0]) % 86400 <= 66
+    _, now, _, asked, *rows = pieces(ASLEEP[side])
+    assert asked.endswith("-P now\n")
+    alarms = [row.split()[5:0:-2] for row in rows]
+    ahead = [(seconds_of(*alarm) - seconds_of(*now.split(":"))) % 86400 for alarm in alarms if "".join(alarm).isdigit()]
+    assert [seconds for seconds in ahead if 60 <= seconds <= 75], (now, alarms)
 
 
 # The firmware's tables

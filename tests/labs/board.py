@@ -101,7 +101,7 @@ class Board:
             text = text.replace(word, other)
         return text
 
-    def run(self, *words, seconds=1200):
+    def run(self, *words, seconds=2300):
         """Runs a command of the page in the page's folder."""
         path = f"{self.folder}/bin:{os.environ['PATH']}"
         environment = {**os.environ, "PATH": path, "PYTHONPATH": str(TOP / "python")}

@@ -5,6 +5,7 @@ It prints how many of its commands went wrong, and how many they were. `dump` li
 is there.
 """
 
+import os
 import pathlib
 import sys
 
@@ -35,7 +36,7 @@ def writes(board, count):
 
 
 def main(what, lock, *count):
-    way = Ssh("board7", options=["-F", "ssh_config", "-o", f"ControlPath=control-{what}"])  # a connection for each
+    way = Ssh("board7", options=["-F", "ssh_config", "-o", f"ControlPath=control-{os.getpid()}"])  # its own
     board = Machine(way, lock=None if lock == "-" else lock)
     right = list({"dump": dumps, "read": reads, "write": writes}[what](board, *map(int, count)))
     print(right.count(False), len(right))

@@ -174,7 +174,7 @@ def test_message_ff_and_too_many_arguments():
             smu.message(*operands)
 
 
-@pytest.mark.parametrize("words", [["/RTC", "60"], ["rtc"], ["-ShutDown"], ["\\RTC", "0"], ["/SMBIOS", "/S", "RTC"],
+@pytest.mark.parametrize("words", [["/RTC", "60"], ["rtc"], ["-ShutDown"], ["\\RTC", "0"], ["/SMBIOS", "/s", "RTC"],
                                    ["/MEM", "/RF", "rtc", "0", "16"]])  # fmt: skip
 def test_words_that_switch_off_need_power(words):
     machine = Machine(Nobody())
@@ -182,6 +182,10 @@ def test_words_that_switch_off_need_power(words):
         machine.run(*words)
     assert machine.transport.runs == 0 and told.value.command.endswith(words[-1])
     assert Machine(Nobody(), power=True).run(*words).status == 6
+
+
+def test_words_behind_s_that_are_no_switches_need_none():
+    assert Machine(Nobody()).run("/SMBIOS", "/S", "rtc").status == 6
 
 
 def test_power_needs_power_before_the_countdown_begins():

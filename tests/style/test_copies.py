@@ -12,6 +12,7 @@ LINES = 6
 # Places that are alike on purpose, each with its reason: "File: Function ~ File: Function".
 ALIKE = {
     "Main/Main.cpp: InvokeEntries ~ Main/Main.cpp: InvokeEntries": "the order of the commands: a test and a call each",
+    "tools/check/Answer.cpp: AnswerCommand ~ tools/check/Answer.cpp: AnswerCommand": "a command and its answer, each",
 }
 
 

@@ -37,7 +37,7 @@ void RunTableCommand(int argc, char **argv) {
         RunTableProcedures();
     else if (strcmp(argv[1], "FADT") == 0)
         RunAcpiProcedures();
-    else if (CmdHas(Flag::SMBIOS))
+    else if (HasFlag(CmdWord(), Flag::SMBIOS))
         SmbiosEntry();
     else
         AcpiEntry();

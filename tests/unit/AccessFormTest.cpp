@@ -30,6 +30,30 @@ TEST(AccessForm, TheNarrowerWidthWinsAndTheWriteWordIsFoundFirst) {
     EXPECT_EQ(pos, 2);
 }
 
+TEST(AccessForm, AWidthIsFoundByItself) {
+    uint16_t pos = 0;
+    SetCommand({"hwreg", "/RB", "/RD", "/WD"});
+    EXPECT_TRUE(FindWidth(ACCESS_DWORD, &pos));
+    EXPECT_EQ(pos, 3);
+    EXPECT_TRUE(FindWidth(ACCESS_BYTE, &pos));
+    EXPECT_EQ(pos, 1);
+    EXPECT_FALSE(FindWidth(ACCESS_WORD, &pos));
+}
+
+TEST(AccessForm, TheFirstFormIsThatOfTheFirstWord) {
+    AccessForm form;
+    SetCommand({"RB", "/RW", "/RB", "/DUMP"}); // the program's name is no word
+    EXPECT_TRUE(FindFirstForm(CmdWord(), &form));
+    EXPECT_EQ(form.width, ACCESS_WORD);
+    EXPECT_EQ(form.pos, 1);
+    SetCommand({"hwreg", "/DUMP", "/RB"});
+    EXPECT_TRUE(FindFirstForm(CmdWord(), &form));
+    EXPECT_EQ(form.width, ACCESS_NONE);
+    EXPECT_EQ(form.pos, 1);
+    SetCommand({"hwreg", "/IO", "/RQ"});
+    EXPECT_FALSE(FindFirstForm(CmdWord(), &form));
+}
+
 static AccessWidth OfWord(const char *word) {
     return AccessOfWord(0, word, 0).width;
 }

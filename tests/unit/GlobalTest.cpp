@@ -29,7 +29,6 @@ TEST(Global, TheSeparatorIsSixSpacesAndTheHeadingHasFourColumns) {
 TEST(Global, BeforeTheRecordIsSetNoFlagIsSet) {
     gCmdArg = nullptr;
     EXPECT_EQ(CmdWord(), 0u);
-    EXPECT_FALSE(CmdHas(Flag::HELP));
     EXPECT_FALSE(DispHas(DISP_DUMP | DISP_DEBUG | DISP_LOG | DISP_TEXT));
 }
 
@@ -45,10 +44,10 @@ TEST(Global, TheCommandWordIsPutTogetherFromSixBytes) {
 
 TEST(Global, OneOfSeveralFlagsIsEnough) {
     SetCommand({"hwreg", "/PCI", "/RB"});
-    EXPECT_TRUE(CmdHas(Flag::PCI));
-    EXPECT_TRUE(CmdHas(Flag::READ | Flag::WRITE));
-    EXPECT_FALSE(CmdHas(Flag::WRITE));
-    EXPECT_FALSE(CmdHas(Flag::IO | Flag::MEM));
+    EXPECT_TRUE(HasFlag(CmdWord(), Flag::PCI));
+    EXPECT_TRUE(HasFlag(CmdWord(), Flag::READ | Flag::WRITE));
+    EXPECT_FALSE(HasFlag(CmdWord(), Flag::WRITE));
+    EXPECT_FALSE(HasFlag(CmdWord(), Flag::IO | Flag::MEM));
     gCmdArg->DispFlags = DISP_LOG;
     EXPECT_TRUE(DispHas(DISP_LOG));
     EXPECT_TRUE(DispHas(DISP_LOG | DISP_TEXT));

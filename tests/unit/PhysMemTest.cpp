@@ -346,3 +346,12 @@ TEST(PhysMemDeathTest, WhatIsCopiedFromMemoryIsKeptOutOfCoreDumps) {
     EXPECT_EXIT(EndDumpable(false), testing::ExitedWithCode(1), "");
     EXPECT_EXIT(EndDumpable(true), testing::ExitedWithCode(0), "");
 }
+
+TEST(PhysMem, AProbeMapsWhatACopyOrAnAccessMapsAndAccessesNothing) {
+    OpenBoard("intel", "refuse 00002000 00001000 EPERM");
+    EXPECT_EQ(ProbePhysMem(0x1FFF), 0);
+    EXPECT_EQ(TakeLog(), (Log{"mmap /dev/mem 00001000 1000 r shared -> ok", "munmap 00001000 1000"}));
+    EXPECT_EQ(ProbePhysAccess(0x1FFF), EPERM);
+    EXPECT_EQ(ProbePhysAccess(0x0FFF), 0);
+    EXPECT_EQ(ProbePhysMem(0x2000), EPERM);
+}

@@ -103,8 +103,9 @@ static char **CopyOf(int argc, char **argv) {
         return nullptr;
     char *text = reinterpret_cast<char *>(copy + count);
     for (int i = 0; i < argc; ++i) {
-        copy[i] = strcpy(text, argv[i]);
-        text += strlen(text) + 1;
+        size_t size = strlen(argv[i]) + 1;
+        copy[i] = static_cast<char *>(memcpy(text, argv[i], size));
+        text += size;
     }
     copy[argc] = nullptr;
     return copy;

@@ -54,6 +54,13 @@ static bool IsModule(uint32_t slave) {
     return (slave & 0xF0) == 0xA0;
 }
 
+// True for a module of whose SPD a dump shows less than there is.
+static bool IsCutShort(uint32_t slave) {
+    SpdState state = SpdOfMemory();
+    return IsModule(slave) &&
+           (state == SPD_PARTLY || (state == SPD_FIRST && !IsSpdAddress(static_cast<uint8_t>(slave))));
+}
+
 static void AnswerSmbusByte(Line *line, uint16_t pos, bool writes) {
     uint32_t slave = NumberAt(line, pos, 1, 8, "slave address");
     uint32_t offset = NumberAt(line, pos, 2, 8, "offset");
@@ -77,9 +84,9 @@ static void AnswerSmbusDump(Line *line, uint16_t pos) {
          IsSpdAddress(static_cast<uint8_t>(slave)) ? ", or the 512 of a DDR4 module" : "");
     if (JudgeHost(line))
         return;
-    if (IsModule(slave) && line->answer->verdict == VERDICT_WORKS && SpdOfMemory() == SPD_PARTLY) {
+    if (line->answer->verdict == VERDICT_WORKS && IsCutShort(slave)) {
         Judge(line, VERDICT_OTHER, STATUS_NOT_FORETOLD, FINDING_SPD);
-        Shows(line, "registers of the module's hub and one page of its SPD");
+        Shows(line, "256 bytes: the first ones of its SPD, or registers of its hub");
     }
     CautionOfKeys(line);
 }

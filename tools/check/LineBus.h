@@ -3,5 +3,6 @@
 
 #include "tools/check/Line.h"
 
+// Each answers for a line of its command.
 void AnswerSmbus(Line *line);
 void AnswerI2c(Line *line);

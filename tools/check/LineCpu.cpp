@@ -109,7 +109,9 @@ static void AnswerMsr(Line *line) {
     if (!CmdFind({"WD", "RD", "WQ", "RQ"}, &pos))
         return JudgeNoForm(line, 2);
     bool all = TakeWord(line, "ALL", nullptr) || TakeWord(line, "A", nullptr);
-    int16_t cpu = all ? 0 : static_cast<int16_t>(NumberAt(line, pos, 1, 16, "CPU"));
+    int16_t cpu = 0;
+    if (!all)
+        cpu = static_cast<int16_t>(NumberAt(line, pos, 1, 16, "CPU"));
     uint32_t index = NumberAt(line, pos, 2, 32, "register");
     bool writes = HasFlag(line->cmd, Flag::WRITE);
     char which[32] = "every CPU";

@@ -1,7 +1,5 @@
 #include "tools/check/LineMemory.h"
 
-#include <cstdio>
-
 #include "Common/ComFunc/HexView.h"
 #include "tools/check/Operands.h"
 #include "tools/check/Pages.h"
@@ -62,11 +60,7 @@ void AnswerMemory(Line *line) {
     AccessForm form = FindAccess(line->cmd);
     if (form.width == ACCESS_NONE)
         return AnswerSearch(line);
-    uint32_t address = NumberAt(line, form.pos, 1, 32, "address");
-    AccessOperands operands = OperandsOf(line, &form, 2, 32);
-    char place[32];
-    snprintf(place, sizeof(place), "memory at %Xh", address);
-    DoesAccess(line, &form, operands, place);
-    if (!JudgeBit(line, &form, operands.data))
-        JudgeAccess(line, address, form.width, operands.data);
+    NumberedAccess access;
+    if (TakeNumbered(line, &form, 32, "address", "memory at", &access))
+        JudgeAccess(line, access.number, form.width, access.operands.data);
 }

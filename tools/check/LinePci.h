@@ -3,4 +3,5 @@
 
 #include "tools/check/Line.h"
 
+// Answers for a line of that command.
 void AnswerPci(Line *line);

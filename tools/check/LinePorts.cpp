@@ -52,15 +52,11 @@ static void AnswerIoDump(Line *line) {
 }
 
 static void AnswerPort(Line *line, AccessForm form) {
-    uint32_t port = NumberAt(line, form.pos, 1, 16, "port");
     if (form.width == ACCESS_BIT && form.reads)
         form.writes = false; // as the command does it
-    AccessOperands operands = OperandsOf(line, &form, 2, 32);
-    char place[32];
-    snprintf(place, sizeof(place), "port %Xh", port);
-    DoesAccess(line, &form, operands, place);
-    if (!JudgeBit(line, &form, operands.data))
-        CautionOfPorts(line, port, BytesOfAccess(&form, operands.data), form.writes);
+    NumberedAccess access;
+    if (TakeNumbered(line, &form, 16, "port", "port", &access))
+        CautionOfPorts(line, access.number, BytesOfAccess(&form, access.operands.data), form.writes);
 }
 
 static void AnswerIndexDump(Line *line, uint32_t indexPort, uint32_t dataPort) {

@@ -3,6 +3,7 @@
 
 #include "tools/check/Line.h"
 
+// Answers for a line of that command.
 void AnswerIo(Line *line);
 
 // Cautions for ports that others use, and for those that do something when they are written. count ports from

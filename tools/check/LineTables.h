@@ -3,5 +3,6 @@
 
 #include "tools/check/Line.h"
 
+// Each answers for a line of its command.
 void AnswerSmbios(Line *line);
 void AnswerAcpi(Line *line);

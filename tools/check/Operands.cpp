@@ -1,6 +1,7 @@
 #include "tools/check/Operands.h"
 
 #include <cctype>
+#include <cstdio>
 #include <cstring>
 
 #include "Common/ComFunc/CmdLine.h"
@@ -70,6 +71,16 @@ AccessOperands OperandsOf(Line *line, const AccessForm *form, unsigned count, un
         operands.data = NumberAt(line, form->pos, count, 8 * AccessBytes(form->width), "data");
     }
     return operands;
+}
+
+bool TakeNumbered(Line *line, const AccessForm *form, unsigned bits, const char *name, const char *where,
+                  NumberedAccess *access) {
+    access->number = NumberAt(line, form->pos, 1, bits, name);
+    access->operands = OperandsOf(line, form, 2, 32);
+    char place[32];
+    snprintf(place, sizeof(place), "%s %Xh", where, access->number);
+    DoesAccess(line, form, access->operands, place);
+    return !JudgeBit(line, form, access->operands.data);
 }
 
 const char *TextAt(Line *line, uint16_t pos, unsigned count) {

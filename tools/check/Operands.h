@@ -11,6 +11,17 @@ uint32_t NumberAt(Line *line, uint16_t pos, unsigned count, unsigned bits, const
 // number is cut to so many bits.
 AccessOperands OperandsOf(Line *line, const AccessForm *form, unsigned count, unsigned bitNumberBits);
 
+// An access to a place that one number names.
+struct NumberedAccess {
+    uint32_t number;
+    AccessOperands operands;
+};
+
+// Takes it and says what it does. The number has so many bits and stands behind the form's word; name and
+// where are what it and the place are called ("address", "memory at"). False for a bit that there is not.
+bool TakeNumbered(Line *line, const AccessForm *form, unsigned bits, const char *name, const char *where,
+                  NumberedAccess *access);
+
 // The text there; NULL without one.
 const char *TextAt(Line *line, uint16_t pos, unsigned count);
 

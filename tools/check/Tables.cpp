@@ -87,15 +87,15 @@ static void NoteRsdp() {
 
 // Kinds of memory (DMTF DSP0134, 7.18.2) by what hwreg reads of their SPD.
 struct MemoryKind {
-    uint8_t type;
     const char *name;
+    uint8_t type;
     bool whole;
 };
 
 static const MemoryKind mKinds[] = {
-    {0x12, "DDR", true},    {0x13, "DDR2", true},    {0x18, "DDR3", true},    {0x1A, "DDR4", true},
-    {0x1B, "LPDDR", false}, {0x1C, "LPDDR2", false}, {0x1D, "LPDDR3", false}, {0x1E, "LPDDR4", false},
-    {0x22, "DDR5", false},  {0x23, "LPDDR5", false},
+    {"DDR", 0x12, true},    {"DDR2", 0x13, true},    {"DDR3", 0x18, true},    {"DDR4", 0x1A, true},
+    {"LPDDR", 0x1B, false}, {"LPDDR2", 0x1C, false}, {"LPDDR3", 0x1D, false}, {"LPDDR4", 0x1E, false},
+    {"DDR5", 0x22, false},  {"LPDDR5", 0x23, false},
 };
 
 constexpr uint8_t TYPE_MEMORY = 17;
@@ -120,7 +120,7 @@ static void NoteSpd() {
     if (kind == nullptr)
         return Note(FINDING_SPD, STATE_UNKNOWN, "of what kind the memory modules are is not told%s",
                     table.begin == nullptr ? " (the SMBIOS table cannot be read)" : "");
-    mSpd = kind->whole && modules <= MOST_ADDRESSED ? SPD_WHOLE : SPD_PARTLY;
+    mSpd = !kind->whole ? SPD_PARTLY : modules <= MOST_ADDRESSED ? SPD_WHOLE : SPD_FIRST;
     if (mSpd == SPD_WHOLE)
         return Note(FINDING_SPD, STATE_GOOD, "memory is %s: /SMBUS /DUMP reads the whole SPD", kind->name);
     if (kind->whole)

@@ -14,6 +14,7 @@ TableState RsdpState();
 
 enum SpdState : uint8_t {
     SPD_WHOLE,  // hwreg reads all of the modules' bytes
+    SPD_FIRST,  // of those at A0h to AAh; of the others the first 256
     SPD_PARTLY, // their first 256 bytes, or what their hub shows in their place
     SPD_UNKNOWN,
 };
