@@ -55,6 +55,7 @@ CASES = {
         "strict-devmem": ("caution", r"100000 was tried", "memmap="), "io-strict-devmem": ("good", "Local APIC", "")}),
     "strict where the map is hidden": (["refuse 100000 7ff00000 EPERM", *quoted("/proc/iomem", "0-0 : System RAM")], {
         "strict-devmem": ("caution", "100000 was tried", "memmap=")}),
+    "a hidden map": (quoted("/proc/iomem", "0-0 : System RAM", "  0-0 : Kernel code"), {"smbios": ("good", "", "")}),
     "RAM that ends in the first MiB": (["refuse 100000 1000 EPERM", *quoted(
         "/proc/iomem", "00001000-0009ffff : System RAM", "00200000-7fffffff : System RAM")], {
         "strict-devmem": ("good", "200000 was not refused", "")}),

@@ -59,7 +59,11 @@ TABLE = module(DDR4) + END
 
 @pytest.mark.parametrize("extra, state, text", [
     ([], "good", "at 7eb70000h"),
-    (table(ENTRY, entry64(0x7EB70000, 0x333)), "good", "at 7eb70000h"),
+    (table(ENTRY, entry32(0x7EB70000, 0x383)), "good", "at 7eb70000h"),
+    ([*table(ENTRY, entry32(0x7EB70000, 0x383)), *quoted("/proc/iomem", "10000000-1fffffff : Reserved")], "good",
+     "at 7eb70000h"),
+    ([*table(ENTRY, entry64(0x7EB70001, 0x10383)), *quoted("/proc/iomem", "10000000-1fffffff : Reserved")], "bad",
+     "something else in that place"),
     (["text f0010 \"_SM3_ is looked for\""], "bad", "which it is not"),
     (["refuse 7eb70000 1000 EPERM"], "bad", "not granted; see io-strict-devmem"),
     (["refuse 7eb70000 1000 EAGAIN"], "bad", "not granted; see pat"),
@@ -72,7 +76,7 @@ TABLE = module(DDR4) + END
     (['systab sys "SMBIOS=0x1234"'], "bad", "which it is not|not granted"),
     (['systab sys "ACPI20=0x1234"'], "bad", "find no SMBIOS table"),
     (["mem EACCES"], "bad", "see dev-mem"),
-], ids=range(13))  # fmt: skip
+], ids=range(15))  # fmt: skip
 def test_smbios(found, extra, state, text):
     told = found(*extra, board="amd")["smbios"]
     assert told[0] == state and re.search(text, told[1]), told
