@@ -29,7 +29,8 @@ def read(tmp_path):
 def test_lines_make_a_file(read):
     lines = [f'file "{LOCKDOWN}" "none [integrity] confidentiality"', 'file "/proc/cmdline" "quiet"',
              f'file "{LOCKDOWN}" "more"']
-    assert read(LOCKDOWN, *lines) == (b"none [integrity] confidentiality\nmore\n", "", [f"open {LOCKDOWN} rdonly -> ok"])
+    assert read(LOCKDOWN, *lines) == (
+        b"none [integrity] confidentiality\nmore\n", "", [f"open {LOCKDOWN} rdonly -> ok"])
     assert read("/proc/cmdline", *lines)[0] == b"quiet\n"
 
 
@@ -126,9 +127,9 @@ def test_the_list_of_functions_is_as_the_kernel_writes_it(read):
 
 
 @pytest.mark.parametrize("name", ["online", "present", "possible"])
-@pytest.mark.parametrize("cpus, expected", [("0", "0"), ("0-3", "0-3"), ("0-2,5,7-8", "0-2,5,7-8"), ("0-1023", "0-1023")])
-def test_the_processors_are_listed(read, name, cpus, expected):
-    assert read(f"/sys/devices/system/cpu/{name}", f"cpus {cpus}")[0] == f"{expected}\n".encode()
+@pytest.mark.parametrize("cpus", ["0", "0-3", "0-2,5,7-8", "0-1023"])
+def test_the_processors_are_listed(read, name, cpus):
+    assert read(f"/sys/devices/system/cpu/{name}", f"cpus {cpus}")[0] == f"{cpus}\n".encode()
 
 
 @pytest.mark.parametrize("nodes, module, builtin", [("always", False, True), ("modprobe", True, False),

@@ -1,6 +1,6 @@
-"""A command line, at least, for each choice of each form of the command reference, and how one knows that it has reached
-the hardware: a pattern that its output, the files that it leaves or its accesses match then, and never when the kernel
-or the machine has refused it.
+"""A command line, at least, for each choice of each form of the command reference, and how one knows that it has
+reached the hardware: a pattern that its output, the files that it leaves or its accesses match then, and never when the
+kernel or the machine has refused it.
 
 The forms are read from the reference, so a new command is covered as soon as it is documented; one that has no row here
 fails the ring.
@@ -79,7 +79,8 @@ ROWS = {
     "/PCI /RI bus device function offset bit": [
         ("1 0 0 0 5", seen("return data:0$")), ("1 0 0 0x100 8", seen("return data:0$", unknown=REFUSED))],
     "/PCI /WI bus device function offset bit value": [
-        ("1 0 0 0x3C 1 0", seen("return data:0$")), ("1 0 0 0x10C 4 0", seen("return data:0$" + STORE, unknown=REFUSED))],
+        ("1 0 0 0x3C 1 0", seen("return data:0$")),
+        ("1 0 0 0x10C 4 0", seen("return data:0$" + STORE, unknown=REFUSED))],
     "/PCI /DUMP": [("", seen("^01 +00 +00 +144DA808", unknown="^01 +00 +00 +80861533"))],
     "/PCI /DUMP bus device function": [("1 0 0", seen("^00 4D 14 08 A8", unknown="^00 86 80 33 15"))],
     "/MSR /RD|/RQ cpu msr": [("0 0x1B", seen("return MSR: 0x00000000_FEE00[9D]00", unknown=REFUSED))],

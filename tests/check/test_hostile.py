@@ -7,22 +7,30 @@ import random
 import pytest
 
 FILES = {
-    "lines": ["/proc/iomem", "/proc/ioports", "/proc/cmdline", "/proc/modules", "/proc/bus/pci/devices", "/proc/version",
-              "/proc/mounts", "/proc/1/cgroup", "/proc/self/status", "/proc/self/uid_map", "/proc/driver/rtc",
-              "/sys/kernel/security/lockdown", "/sys/devices/system/cpu/online", "/sys/devices/system/cpu/present",
-              "/sys/devices/system/cpu/possible", "/sys/class/rtc/rtc0/wakealarm", "/sys/module/msr/parameters/allow_writes",
-              "/proc/sys/kernel/cap_last_cap", "/run/systemd/container"],
-    "bytes": ["/sys/firmware/acpi/tables/MCFG", "/sys/firmware/acpi/tables/FACP", "/sys/firmware/dmi/tables/DMI",
-              "/sys/firmware/dmi/tables/smbios_entry_point", "/sys/bus/pci/devices/0000:00:00.0/config",
-              "/sys/bus/pci/devices/0000:00:1f.4/config", "/proc/config.gz",
-              "/sys/firmware/efi/efivars/SecureBoot-8be4df61-93ca-11d2-aa0d-00e098032b8c"],
+    "lines": [
+        "/proc/iomem", "/proc/ioports", "/proc/cmdline", "/proc/modules", "/proc/bus/pci/devices", "/proc/self/status",
+        "/proc/self/uid_map", "/proc/driver/rtc", "/proc/sys/kernel/modules_disabled", "/run/systemd/container",
+        "/sys/kernel/security/lockdown", "/sys/devices/system/cpu/online", "/sys/devices/system/cpu/present",
+        "/sys/class/rtc/rtc0/name", "/sys/class/rtc/rtc0/time", "/sys/class/rtc/rtc0/wakealarm",
+        "/sys/class/rtc/rtc0/device/power/wakeup", "/sys/module/msr/parameters/allow_writes",
+        "/sys/firmware/efi/fw_platform_size", "/boot/config-6.1.0"],
+    "bytes": [
+        "/sys/firmware/acpi/tables/MCFG", "/sys/firmware/acpi/tables/FACP", "/sys/firmware/dmi/tables/DMI",
+        "/sys/firmware/dmi/tables/smbios_entry_point", "/sys/bus/pci/devices/0000:00:00.0/config",
+        "/sys/bus/pci/devices/0000:00:1f.4/config", "/proc/config.gz",
+        "/sys/firmware/efi/efivars/SecureBoot-8be4df61-93ca-11d2-aa0d-00e098032b8c"],
 }  # fmt: skip
-HEADS = {"MCFG": b"MCFG", "FACP": b"FACP", "smbios_entry_point": b"_SM3_\0\x18\3\3\0\1\0", "config": b"\x86\x80\0\0\7\0\x10\0"}
-PIECES = ["PCI MMCONFIG 0000 [bus 00-ff]", "PCI ECAM 0000 [bus 00-3f]", "e0000000-efffffff : ", "  0cf8-0cff : PCI conf1",
-          "00000000-fffffffffffffffff : ", "ffffffff-00000000 : System RAM", "efa0-efbf : i801_smbus", "-", ":", "[", "none",
-          "[integrity]", "[confidentiality", "0-", "0-4294967295", "0,0,0", "99999999999999999999", "-1", "0-1-2",
-          "iomem=relaxed", "iomem=", "lockdown=", "msr.allow_writes=off", "nopat", "=", "CapEff:", "CapEff:\tzz", "Seccomp:\t2",
-          "0000", "00f8\t80863e30", "\t", "\t\t\t", "x" * 3000, "%s%n%d", "\x7f" * 0, " ", "", "\u00e9", "on", "Y", "N"]  # fmt: skip
+HEADS = {
+    "MCFG": b"MCFG", "FACP": b"FACP", "smbios_entry_point": b"_SM3_\0\x18\3\3\0\1\0",
+    "config": b"\x86\x80\0\0\7\0\x10\0",
+}  # fmt: skip
+PIECES = [
+    "PCI MMCONFIG 0000 [bus 00-ff]", "PCI ECAM 0000 [bus 00-3f]", "e0000000-efffffff : ", "  0cf8-0cff : PCI conf1",
+    "00000000-fffffffffffffffff : ", "ffffffff-00000000 : System RAM", "efa0-efbf : i801_smbus", "-", ":", "[", "none",
+    "[integrity]", "[confidentiality", "0-", "0-4294967295", "0,0,0", "99999999999999999999", "-1", "0-1-2", "rtc_cmos",
+    "23:59:59", "99:99:99", "iomem=relaxed", "iomem=", "lockdown=", "msr.allow_writes=off", "module_blacklist=,msr",
+    "=", "CapEff:", "CapEff:\tzz", "Seccomp:\t2", "0000", "00f8\t80863e30", "\t", "\t\t\t", "x" * 3000, "%s%n%d", " ",
+    "", "\u00e9", "on", "Y", "N", "CONFIG_STRICT_DEVMEM=y"]  # fmt: skip
 
 
 def text_lines(chance, path):
@@ -61,8 +69,8 @@ def test_nothing_that_a_kernel_could_say_breaks_it(run, seed):
     chance = random.Random(seed)
     lines = hostile(chance)
     words = chance.choice(["", "/PCI /RD 0 0 0 0x100", "/SMBIOS", "/RTC 60", "/MSR /RD /ALL 0x1B", "/SMBUS /DUMP 0xA0"])
-    result = run(f"--json {words}", board=chance.choice(["intel", "amd", "unknown"]), extra=lines, program="hwreg-check",
-                 timeout=10)
+    board = chance.choice(["intel", "amd", "unknown"])
+    result = run(f"--json {words}", board=board, extra=lines, program="hwreg-check", timeout=10)
     assert result.status in (0, 1, 2) and result.err == b"", (seed, result.err)
     assert json.loads(result.out), seed
     assert result.lines("out", "in", "mw", "pwrite", "system") == []

@@ -65,7 +65,9 @@ def test_a_register_that_does_not_is_told_loudly(window, lines, host):
     assert "WRITES" in found["found"].upper()
 
 
-@pytest.mark.parametrize("lines", [[NO_TABLES], [mcfg((ELSEWHERE, 0, 255))], [NO_TABLES, iomem(ELSEWHERE)]], ids=range(3))
+@pytest.mark.parametrize("lines", [
+    [NO_TABLES], [mcfg((ELSEWHERE, 0, 255))], [NO_TABLES, iomem(ELSEWHERE)],
+], ids=range(3))  # fmt: skip
 def test_a_window_that_lies_elsewhere_is_told(window, check, lines):
     moved = [f"ecam {ELSEWHERE:x} 100", "hole e0000000 10000000"]
     assert window(*moved, *lines)["state"] == "bad"
