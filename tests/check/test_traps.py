@@ -40,6 +40,8 @@ CAUTIONS = {
     "/PCI /RB 0 0 0 0 /RBB 7": 'operand\'s place: "/RBB", "7"',
     "/PCI /DUMP 0 0x1F": 'operand\'s place: "0", "0x1F"',
     "/IO /RB 0x80 T": '"T"',
+    "/RTC --Help": '"--Help" IS NO HELP WORD, and the line is carried out: help is /H | the number of seconds',
+    "/PCI -h": "",
     "/TIMEOUT T 0": "",
     "/CPUID /RD 0 ALL": '"ALL"',
     # more than one command, and texts that spell one
@@ -59,6 +61,8 @@ CAUTIONS = {
     # keys
     "/PCI /DUMP": "it waits for a key after each page",
     "/PCI /DUMP /NOMSG": "",
+    "/SMBUS /DUMP 0xA0 /NOMSG": "",
+    "/SIO /DUMP /NOMSG": "",
     "/SMBIOS": "it waits for a key after each page",
     "/SMBIOS /TYPE 4": "",
     "/ACPI /DUMP": "it waits for a key after each page",
@@ -83,6 +87,11 @@ def test_a_caution_is_said(check, tmp_path, line):
     said = cautions(check(words, board=board, cwd=tmp_path)) + " | "
     expected = CAUTIONS[line]
     assert expected in said if expected else said == " | "
+
+
+@pytest.mark.parametrize("words", ["/SHUTDOWN --help", "/RTC --help", "/PCI /RB 1A 2B 3C 4D six /IO --HELP"])
+def test_that_nobody_is_helped_is_the_first_caution(check, words):
+    assert check(words)["cautions"][0].endswith("IS NO HELP WORD, and the line is carried out: help is /H")
 
 
 def test_no_more_than_four_cautions_are_said_and_the_ignored_words_first(check):
