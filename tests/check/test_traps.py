@@ -40,6 +40,8 @@ CAUTIONS = {
     "/PCI /RB 0 0 0 0 /RBB 7": 'operand\'s place: "/RBB", "7"',
     "/PCI /DUMP 0 0x1F": 'operand\'s place: "0", "0x1F"',
     "/IO /RB 0x80 T": '"T"',
+    "/RTC --Help": '"--Help" IS NO HELP WORD, and the line is carried out: help is /H | the number of seconds',
+    "/PCI -h": "",
     "/TIMEOUT T 0": "",
     "/CPUID /RD 0 ALL": '"ALL"',
     # more than one command, and texts that spell one
@@ -59,6 +61,8 @@ CAUTIONS = {
     # keys
     "/PCI /DUMP": "it waits for a key after each page",
     "/PCI /DUMP /NOMSG": "",
+    "/SMBUS /DUMP 0xA0 /NOMSG": "",
+    "/SIO /DUMP /NOMSG": "",
     "/SMBIOS": "it waits for a key after each page",
     "/SMBIOS /TYPE 4": "",
     "/ACPI /DUMP": "it waits for a key after each page",
@@ -83,6 +87,11 @@ def test_a_caution_is_said(check, tmp_path, line):
     said = cautions(check(words, board=board, cwd=tmp_path)) + " | "
     expected = CAUTIONS[line]
     assert expected in said if expected else said == " | "
+
+
+@pytest.mark.parametrize("words", ["/SHUTDOWN --help", "/RTC --help", "/PCI /RB 1A 2B 3C 4D six /IO --HELP"])
+def test_that_nobody_is_helped_is_the_first_caution(check, words):
+    assert check(words)["cautions"][0].endswith("IS NO HELP WORD, and the line is carried out: help is /H")
 
 
 def test_no_more_than_four_cautions_are_said_and_the_ignored_words_first(check):
@@ -149,6 +158,19 @@ def test_a_file_that_is_there_is_replaced_or_cannot_be(answer, tmp_path):  # noq
 
 
 @pytest.mark.skipif(os.geteuid() != 0, reason="makes files of others")
+def test_a_link_makes_the_file_where_it_leads(answer, tmp_path):  # noqa: F811
+    (tmp_path / "OUT").mkdir()
+    for name, target in {"IN": "OUT/FILE", "FAR": "IN", "LOST": "GONE/FILE", "LOST2": "LOST",
+                         "ROOT": str(tmp_path / "OUT/FILE2"), "SLASH": "FILE3/"}.items():  # fmt: skip
+        (tmp_path / name).symlink_to(target)
+    for name in ("IN", "FAR", "ROOT"):
+        assert answer(f"/MEM /RF {name} 0x1000 1")["verdict"] == "works", name
+        for path in (tmp_path / "OUT").iterdir():
+            path.unlink()
+    for name in ("LOST", "LOST2", "SLASH"):
+        assert brief(answer(f"/MEM /RF {name} 0x1000 1")) == ("refused", 21, "FileOpen fail!"), name
+
+
 def test_somebody_elses_file_in_a_folder_for_all_is_protected(check, tmp_path):
     (tmp_path / "FILE").write_text("x")
     os.chown(tmp_path / "FILE", 12345, 12345)
@@ -224,6 +246,16 @@ def test_a_hypervisors_leaves_are_believed(check):
     guest = [*LEAVES, "cpuid 1 0 906ea 0 80000000 0", "cpuid 40000000 0 40000001 4b4d564b 564b4d56 4d"]
     assert check("/CPUID /RD 0x40000001", extra=guest)["verdict"] == "works"
     assert check("/CPUID /RD 0x40000002", extra=guest)["verdict"] == "other"
+
+
+def test_registers_of_a_driver_that_comes_are_not_known(check, tmp_path, monkeypatch):
+    (tmp_path / "programs/modprobe").write_text("#!/bin/false\n")
+    (tmp_path / "programs/modprobe").chmod(0o755)
+    extra = ["msr-nodes modprobe", f'file "/lib/modules/{os.uname().release}/kernel/arch/x86/kernel/msr.ko" "ELF"']
+    for words in ["/MSR /RD 0 0x1234", "/MSR /WD 0 0x1234 0 1", "/MSR /RD /ALL 0x1234"]:
+        told = check(words, extra=extra)
+        assert told["verdict"] == "works" and "cannot be told before the msr module is loaded" in cautions(told), words
+    assert "cannot be told" not in cautions(check("/MSR /RD 0 0x1B"))
 
 
 # firmware's tables
@@ -334,6 +366,13 @@ def test_without_shutdown_the_machine_stays_on(check, monkeypatch):
         assert brief(told) == ("refused", status, "the machine stays on"), words
         assert told["because"] == "shutdown"
     assert check("/TIMEOUT /T 5")["verdict"] == "works"
+
+
+@pytest.mark.parametrize("words", ["/TIMEOUT /T {}", "/SHUTDOWN /T {}", "/RTC 60 /T {}"])
+def test_a_countdown_that_passes_32_bits_may_end_at_once(check, answer, words):  # noqa: F811
+    told = answer(words.format("0xFFFFFFFF"))
+    assert told["cautions"][0].startswith("THE COUNTDOWN MAY END AT ONCE") and told["status"] == 0
+    assert "AT ONCE" not in cautions(check(words.format(0xFFFFFFFF - 86400)))
 
 
 def test_a_counter_that_cannot_be_written_is_a_caution(check, tmp_path):

@@ -78,6 +78,8 @@ DOES = {
     "/SMB /WB 0xA4 0x10 0x5A": "writes 5Ah to offset 10h of SMBus device A4h and reads it back",
     "/SMBUS /RB 0xA0 2 /WB 0xA4 1 1": "reads offset 2h of SMBus device A0h",
     "/SMBUS /DUMP 0xA0": "shows 256 bytes of SMBus device A0h, or the 512 of a DDR4 module",
+    "/SMBUS /DUMP 0xAC /NOMSG": "reads 256 bytes of SMBus device ACh, and shows nothing (/NOMSG)",
+    "/SIO /DUMP /NOMSG": "reads the registers of nine logical devices of the Super I/O and shows nothing (/NOMSG)",
     "/SMBUS /DUMP 0xAC /LOG": "shows 256 bytes of SMBus device ACh",
     "/SMBUS /S 0xA0 0xAE": "reads a byte of every second SMBus address from A0h to AEh",
     "/SMBIOS /TYPE 4": "shows the SMBIOS structures of type 4",
@@ -134,7 +136,10 @@ JUDGED = {
     "/SMBUS 0xA0": ("refused", 255, NOTHING.format(255)),
     "/SMBUS /RI 0xA0 1 2": ("refused", 255, NOTHING.format(255)),
     "/SIO": ("refused", 0, NOTHING.format(0)),
+    "@unknown /SMBUS 0xA0": ("refused", 255, "Not found ClaseCode(0C05)"),
     "@amd /I2C 0": ("refused", 255, NOTHING.format(255)),
+    "/SMN 0": ("refused", 15, "InitSmuService error: 8000000F"),
+    "/SMU /RB 2": ("refused", 15, "InitSmuService error: 8000000F"),
     "@amd /SMN 0": ("refused", 0, NOTHING.format(0)),
     "@amd /SMU /RB 2": ("refused", 0, NOTHING.format(0)),
     # help of a command is a command
@@ -155,6 +160,7 @@ JUDGED = {
     "@nomem /MEM /RI 0x1000 31": ("refused", 1, "return data:1"),
     "@nomem /MEM /WB 0x1000 1": ("refused", 255, "return data:0xFF"),
     "@nomem /MEM /DUMP 0xFFFFFF00 /LOG /TEXT": ("refused", 0, "00 " * 16),
+    "@nomem /MEM /DUMP 0xFFFFFF00 /NOMSG": ("refused", 0, ""),
     "@nomem /MEM /S 0xFE000 0x1000 SIM": ("refused", 14, "<- (Ctrl+C: abort!)  searching: SIM ->"),
     "@nomem /MEM /RF X.BIN 0xFE000 16": ("refused", 0, "the file holds zeros"),
     "/MEM /S 0xFE000 0x1000": ("refused", 2, "<- (Ctrl+C: abort!)  searching:  ->"),
@@ -212,6 +218,7 @@ JUDGED = {
     "@unknown /SMBUS /RB 0xA0 0": ("refused", 255, "Not found ClaseCode(0C05)"),
     "@unknown /SMBUS /S 0xA0 0xAE": ("refused", 255, "Not found ClaseCode(0C05)"),
     "/SMBUS /S 0xA0": ("refused", 255, NOTHING.format(255)),
+    "/SMBUS /S 0xAE 0xA0": ("refused", 255, NOTHING.format(255)),
     "/I2C /RB 0 0x50 2": ("refused", 255, "I2C init error"),
     "@amd /I2C /RB 6 0x50 2": ("refused", 255, "I2C init error"),
     # SMN and SMU
@@ -220,6 +227,7 @@ JUDGED = {
     "@amd /SMN /RD 17 0": ("refused", 2, "Invalid parameter"),
     "@amd /SMN /WB 0 0x18000 0x5A": ("other", None, "SMN Write Byte"),
     "@amd /SMN /WW 0 0x18000 0x5A": ("other", None, "SMN Write Word"),
+    "@amd /SMN /WW 0 0x18000 0x5A /RD": ("other", None, "SMN Read Word"),
     "@amd /SMU /RD 0xFF": ("other", 0, "RxSmuMessageResponse Status=1"),
     # tables
     "@unknown /SMBIOS": ("refused", 7, NOTHING.format(7)),

@@ -78,7 +78,7 @@ void JudgeNoForm(Line *line, int status) {
     Judge(line, VERDICT_REFUSED, status, FINDING_NONE);
     Shows(line, "ends with status %d and prints nothing", status);
     Why(line, "none of the command's forms is on the line");
-    Mend(line, "see the command's forms: /? with the command");
+    Mend(line, "see the command's forms: /H with the command");
 }
 
 void JudgeValue(Line *line, Verdict verdict, FindingName because, AccessWidth width, uint32_t bit,

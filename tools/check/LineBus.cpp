@@ -85,15 +85,18 @@ static void AnswerSmbusByte(Line *line, uint16_t pos, bool writes) {
 
 static void AnswerSmbusDump(Line *line, uint16_t pos) {
     uint32_t slave = NumberAt(line, pos, 1, 8, "slave address");
-    Does(line, "shows 256 bytes of SMBus device %Xh%s", slave & 0xFE,
-         IsSpdAddress(static_cast<uint8_t>(slave)) ? ", or the 512 of a DDR4 module" : "");
+    bool shows = !HasFlag(line->cmd, Flag::NOMSG);
+    Does(line, "%s 256 bytes of SMBus device %Xh%s%s", shows ? "shows" : "reads", slave & 0xFE,
+         IsSpdAddress(static_cast<uint8_t>(slave)) ? ", or the 512 of a DDR4 module" : "",
+         shows ? "" : ", and shows nothing (/NOMSG)");
     if (JudgeHost(line))
         return;
-    if (line->answer->verdict == VERDICT_WORKS && IsCutShort(slave)) {
+    if (shows && line->answer->verdict == VERDICT_WORKS && IsCutShort(slave)) {
         Judge(line, VERDICT_OTHER, STATUS_NOT_FORETOLD, FINDING_SPD);
         Shows(line, "256 bytes: the first ones of its SPD, or registers of its hub");
     }
-    CautionOfKeys(line);
+    if (shows)
+        CautionOfKeys(line);
 }
 
 static void AnswerSmbusScan(Line *line, uint16_t pos) {
@@ -106,6 +109,11 @@ static void AnswerSmbusScan(Line *line, uint16_t pos) {
         Judge(line, VERDICT_REFUSED, FAILED, FINDING_NONE);
         Shows(line, "ends with status 255 and prints nothing");
         return Why(line, "the scan lacks its last address");
+    }
+    if (from > to) {
+        Judge(line, VERDICT_REFUSED, FAILED, FINDING_NONE);
+        Shows(line, "ends with status 255 and prints nothing");
+        return Why(line, "the last address is below the first one: nothing is read");
     }
     Caution(line, "some devices (clock generators, voltage regulators, batteries) take a read as a command");
 }
@@ -122,7 +130,9 @@ void AnswerSmbus(Line *line) {
         if (TakeWord(line, "S", &pos))
             return AnswerSmbusScan(line, pos);
     }
-    JudgeNoForm(line, FAILED);
+    if (!JudgeHost(line))
+        return JudgeNoForm(line, FAILED);
+    Does(line, "nothing");
 }
 
 // True when no core can be reached.

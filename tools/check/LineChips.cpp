@@ -80,8 +80,12 @@ void AnswerSio(Line *line) {
         return Why(line, "registers are bytes, which /RB and /WB take, and /RI and /WI their bits");
     }
     if (HasFlag(line->cmd, Flag::DUMP)) {
-        Does(line, "shows the registers of nine logical devices of the Super I/O");
-        return CautionOfKeys(line);
+        bool shows = !HasFlag(line->cmd, Flag::NOMSG);
+        Does(line, "%s the registers of nine logical devices of the Super I/O%s", shows ? "shows" : "reads",
+             shows ? "" : " and shows nothing (/NOMSG)");
+        if (shows)
+            CautionOfKeys(line);
+        return;
     }
     JudgeNoForm(line, 0);
     Does(line, "unlocks the Super I/O and locks it");
@@ -96,6 +100,12 @@ static bool JudgeSmu(Line *line) {
     Why(line, "served are AMD and Hygon processors of family 17h models 00h to 0Fh and family 18h models 00h "
               "to 0Fh");
     return true;
+}
+
+// The network is looked for before a form is.
+static void JudgeNoSmuForm(Line *line) {
+    JudgeNoForm(line, 0);
+    JudgeSmu(line);
 }
 
 // Which width is looked for first: another order than that of FindAccess.
@@ -115,7 +125,8 @@ static void JudgeUnconfirmed(Line *line, const AccessForm *form, bool asked) {
     if (!asked || form->writes)
         return;
     Judge(line, VERDICT_OTHER, STATUS_NOT_FORETOLD, FINDING_NONE);
-    Shows(line, "SMN Write %s", form->width == ACCESS_BYTE ? "Byte" : "Word");
+    Shows(line, "SMN %s %s", HasFlag(line->cmd, Flag::RD) ? "Read" : "Write",
+          form->width == ACCESS_BYTE ? "Byte" : "Word");
     Why(line, "bytes and words are written only with /WD on the line: what is shown is what was there");
     Mend(line, "add /WD behind the data");
 }
@@ -131,7 +142,7 @@ static void JudgeDie(Line *line, uint32_t die) {
 static void AnswerSmn(Line *line) {
     AccessForm form = FindSmnAccess(line);
     if (form.width == ACCESS_NONE)
-        return JudgeNoForm(line, 0);
+        return JudgeNoSmuForm(line);
     bool asked = form.writes;
     if (form.width != ACCESS_BIT)
         form.writes = HasFlag(line->cmd, Flag::WD);
@@ -161,7 +172,7 @@ static void AnswerSmn(Line *line) {
 static void AnswerSmu(Line *line) {
     uint16_t pos;
     if (!CmdFind({"WD", "RD"}, &pos))
-        return JudgeNoForm(line, 0);
+        return JudgeNoSmuForm(line);
     uint32_t message = NumberAt(line, pos, 1, 32, "message");
     for (unsigned k = 0; k < SMU_ARGUMENTS && CmdArgText(pos, 2 + k) != nullptr; ++k)
         NumberAt(line, pos, 2 + k, 32, "argument");

@@ -39,6 +39,12 @@ static int RegisterError(uint32_t cpu, uint32_t index) {
     return MsrNodeOf(cpu) == MSR_NODE_THERE ? TryReadMsr(cpu, index, &value) : 0;
 }
 
+// Nothing is read before hwreg has loaded the module.
+static void CautionOfModule(Line *line, uint32_t cpu) {
+    if (MsrNodeOf(cpu) == MSR_NODE_COMES)
+        Caution(line, "whether the CPU has the register cannot be told before the msr module is loaded");
+}
+
 static void JudgeRegister(Line *line, Verdict verdict, uint32_t index, int error) {
     Judge(line, verdict, verdict == VERDICT_REFUSED ? 0 : STATUS_NOT_FORETOLD, FINDING_NONE);
     Shows(line, "%s", mZero);
@@ -58,6 +64,7 @@ static void JudgeWrites(Line *line) {
 static void AnswerOneMsr(Line *line, int16_t cpu, uint32_t index, bool writes) {
     if (JudgeNode(line, cpu))
         return;
+    CautionOfModule(line, static_cast<uint32_t>(cpu));
     int error = RegisterError(static_cast<uint32_t>(cpu), index);
     if (error == 0 && writes)
         return JudgeWrites(line);
@@ -87,6 +94,7 @@ static void AnswerAllMsrs(Line *line, uint32_t index, bool writes, uint32_t low)
     }
     if (writes)
         Caution(line, "a CPU is written what was read back from the one before it");
+    CautionOfModule(line, 0);
     uint32_t refused = 0;
     int error = 0;
     for (uint32_t cpu = 0; cpu < count; ++cpu) {

@@ -32,6 +32,9 @@ static Cycle TakeCycle(Line *line) {
     cycle.counts = TakeWord(line, "T", &pos);
     if (cycle.counts)
         cycle.delay = NumberAt(line, pos, 1, 32, "delay");
+    if (cycle.delay > UINT32_MAX - DAY_SECONDS)
+        FirstCaution(
+            line, "THE COUNTDOWN MAY END AT ONCE: the clock's seconds and those to be counted pass 32 bits");
     if (cycle.delay != 0)
         snprintf(cycle.countdown, sizeof(cycle.countdown), "counts %u seconds down, then ", cycle.delay);
     return cycle;

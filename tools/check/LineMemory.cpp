@@ -17,10 +17,11 @@ static void AnswerMemoryDump(Line *line) {
     uint32_t left = 0 - address;
     uint32_t count = address != 0 && left < VIEW_PAGE_BYTES ? left : VIEW_PAGE_BYTES;
     uint8_t filler;
-    if (JudgeCopy(line, address, count, 0, &filler))
-        ShowsBytes(line, filler);
+    bool none = JudgeCopy(line, address, count, 0, &filler);
     if (silent)
-        return;
+        return Shows(line, "%s", "");
+    if (none)
+        ShowsBytes(line, filler);
     Caution(line, "registers on its way are read, too; pages that are refused show FFh");
     CautionOfKeys(line);
 }

@@ -13,6 +13,8 @@
 #include "Common/FileLib.h"
 #include "tools/check/KernelFiles.h"
 
+constexpr unsigned MOST_LINKS = 40; // that the kernel follows
+
 static bool No(char reason[FILE_REASON], const char *path, const char *text) {
     snprintf(reason, FILE_REASON, "%.120s: %s", path, text);
     return false;
@@ -53,6 +55,36 @@ static bool CanReplace(const char *path, const struct stat *file, bool sinks, ch
     return true;
 }
 
+// Where a link leads. False for what is no link.
+static bool FollowLink(const char *path, char target[PATH_MAX]) {
+    char link[PATH_MAX];
+    char folder[PATH_MAX];
+    ssize_t length = readlink(path, link, sizeof(link) - 1);
+    if (length < 0)
+        return false;
+    link[length] = 0;
+    FolderOf(path, folder);
+    int put =
+        snprintf(target, PATH_MAX, "%s%s%s", link[0] == '/' ? "" : folder, link[0] == '/' ? "" : "/", link);
+    return put < PATH_MAX;
+}
+
+// A link to a name that is not there yet makes the file where it leads. No link leads to itself here.
+static bool CanMakeAnew(const char *path, char reason[FILE_REASON]) {
+    char at[PATH_MAX];
+    char target[PATH_MAX];
+    char folder[PATH_MAX];
+    snprintf(at, sizeof(at), "%s", path);
+    for (unsigned i = 0; i < MOST_LINKS && FollowLink(at, target); ++i)
+        snprintf(at, sizeof(at), "%s", target);
+    if (at[strlen(at) - 1] == '/')
+        return No(reason, path, strerror(EISDIR));
+    FolderOf(at, folder);
+    if (faccessat(AT_FDCWD, folder, W_OK | X_OK, AT_EACCESS) != 0)
+        return No(reason, folder, strerror(errno));
+    return true;
+}
+
 bool CanMakeFile(const char *path, bool sinks, char reason[FILE_REASON]) {
     struct stat file;
     size_t length = strlen(path);
@@ -62,11 +94,5 @@ bool CanMakeFile(const char *path, bool sinks, char reason[FILE_REASON]) {
         return CanReplace(path, &file, sinks, reason);
     if (errno != ENOENT)
         return No(reason, path, strerror(errno));
-    if (path[length - 1] == '/')
-        return No(reason, path, strerror(EISDIR));
-    char folder[PATH_MAX];
-    FolderOf(path, folder);
-    if (faccessat(AT_FDCWD, folder, W_OK | X_OK, AT_EACCESS) != 0)
-        return No(reason, folder, strerror(errno));
-    return true;
+    return CanMakeAnew(path, reason);
 }

@@ -1,5 +1,7 @@
 #include "tools/check/OtherWords.h"
 
+#include <strings.h>
+
 #include <cstdio>
 #include <cstring>
 
@@ -7,7 +9,7 @@
 #include "tools/check/Operands.h"
 
 // Indexed by Command.
-static const char mNames[][10] = {"/?",  "/IO",     "/MEM",  "/PCI", "/SMBUS", "/MSR", "/RTC",
+static const char mNames[][10] = {"/H",  "/IO",     "/MEM",  "/PCI", "/SMBUS", "/MSR", "/RTC",
                                   "/RF", "/SMBIOS", "/ACPI", "/SIO", "/SMN",   "/I2C", ""};
 
 static const char *NameOf(Command command, CmdType cmd) {
@@ -65,10 +67,19 @@ void JudgeOtherWords(Line *line) {
     JudgeIgnored(line);
 }
 
+// Words that ask other programs for help, and that hwreg does not know.
+static bool AsksInVain(const char *word) {
+    return strcasecmp(word, "--help") == 0 || strcasecmp(word, "--h") == 0 || strcmp(word, "--?") == 0;
+}
+
 void JudgeHelpWord(Line *line) {
+    bool helps = HasFlag(line->cmd, Flag::HELP);
     for (size_t i = 1; gCmdArg->Argv[i] != nullptr; ++i) {
+        if (!helps && AsksInVain(gCmdArg->Argv[i]))
+            return FirstCaution(line, "\"%.40s\" IS NO HELP WORD, and the line is carried out: help is /H",
+                                line->typed[i]);
         if (strcmp(gCmdArg->Argv[i], "/?") == 0)
-            return Caution(
-                line, "unquoted, a shell turns /? into a file of one letter in / if there is one: /HELP");
+            return Caution(line,
+                           "unquoted, a shell turns /? into a file of one letter in / if there is one: /H");
     }
 }

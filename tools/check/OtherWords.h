@@ -10,5 +10,6 @@ const char *CommandName(const Line *line);
 // called behind the command, which marks its operands.
 void JudgeOtherWords(Line *line);
 
-// A caution for a "/?" that a shell may have turned into something else.
+// Cautions for "--help", which is none and stands before all others, and for a "/?" that a shell may turn
+// into something else.
 void JudgeHelpWord(Line *line);
