@@ -24,10 +24,15 @@ def is_switch(word: str) -> bool:
     return bare(word) in SWITCHES
 
 
+def in_capitals(word: str) -> str:
+    """As hwreg turns it into them: the letters of ASCII alone, so that none but "s" becomes "S"."""
+    return "".join(letter.upper() if letter.isascii() else letter for letter in word)
+
+
 def as_read(words: Sequence[str]) -> list[str]:
     """The words as hwreg compares them with its switches: all up to /S are turned into capitals."""
-    end = next((place for place, word in enumerate(words) if bare(word.upper()) == "S"), len(words))
-    return [bare(word.upper()) for word in words[:end]] + [bare(word) for word in words[end:]]
+    end = next((place for place, word in enumerate(words) if bare(in_capitals(word)) == "S"), len(words))
+    return [bare(in_capitals(word)) for word in words[:end]] + [bare(word) for word in words[end:]]
 
 
 def is_power(words: Sequence[str]) -> bool:

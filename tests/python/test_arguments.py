@@ -175,7 +175,8 @@ def test_message_ff_and_too_many_arguments():
 
 
 @pytest.mark.parametrize("words", [["/RTC", "60"], ["rtc"], ["-ShutDown"], ["\\RTC", "0"], ["/SMBIOS", "/s", "RTC"],
-                                   ["/MEM", "/RF", "rtc", "0", "16"]])  # fmt: skip
+                                   ["/MEM", "/RF", "rtc", "0", "16"],
+                                   ["\u017f", "shutdown"]])  # fmt: skip
 def test_words_that_switch_off_need_power(words):
     machine = Machine(Nobody())
     with pytest.raises(NotAllowed, match="power=True") as told:
