@@ -36,6 +36,8 @@ def script(text: str, operands: Sequence[str], line: Sequence[str]) -> list[str]
 
 
 def copied(session: Session, name: str, first: int, length: int, seconds: float | None) -> bytes:
+    if seconds is not None:
+        seconds = arguments.seconds("seconds", seconds)
     operands = [arguments.spelled(first), arguments.spelled(length)]
     words = ["/S", name, "/RF"]
     ran = session.execute([*words, "FILE", *operands], script(COPY, operands, session.line(words, seconds=seconds)),

@@ -9,7 +9,7 @@ from hwreg import arguments
 from hwreg.registers import SWITCHES
 from hwreg.session import Ran, Session
 from hwreg.views import headed_views_in, views_in
-from hwreg.words import is_switch, plain
+from hwreg.words import check, is_switch, plain
 
 PAGE = 256
 HEADER_BYTES = 4
@@ -85,6 +85,7 @@ class Smbios:
 
     def find(self, text: str) -> int | None:
         """Where the text first stands in the table, looked for in capitals, and then as it is given."""
+        check([text])
         if is_switch(text):
             typed = text.lower()  # capitals are looked for all the same
         else:

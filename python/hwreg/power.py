@@ -45,6 +45,8 @@ class Rtc:
     def now(self) -> int:
         """The seconds since midnight by the machine's clock at 70h/71h."""
         mode = self._register(MODE)
+        if self._session.dry_run:
+            return 0
         if not mode >> HOURS_24 & 1:
             raise NoAnswer("the clock counts twelve hours, by which hwreg sets no right alarm")
         for _ in range(LOOKS):
@@ -56,7 +58,7 @@ class Rtc:
 
     def countdown(self, seconds: int) -> None:
         """Waits by the machine's clock."""
-        arguments.number("seconds", seconds, 0xFFFFFFFF, 1)
+        seconds = arguments.number("seconds", seconds, 0xFFFFFFFF, 1)
         ran = self._session.perform(["/TIMEOUT", "/T", str(seconds)], locked=False,
                                     seconds=self._session.timeout + seconds)  # fmt: skip
         if ran is not None and (ran.status != 0 or f"...timeout: {seconds} seconds" not in ran.stdout):
@@ -70,7 +72,7 @@ class Rtc:
         if arguments.number("seconds", seconds, DAY) < least:
             raise WrongArgument(f"seconds is {seconds}: an alarm that comes before the machine is off never wakes it; "
                                 f"the least is {least}")  # fmt: skip
-        words = ["/RTC", str(seconds), *(["/F"] if force else [])]
+        words = ["/RTC", str(int(seconds)), *(["/F"] if force else [])]
         self._session.allow(words)
         self._wait(delay, alarm=seconds)
         ran = self._session.perform([*words, *_counted(delay)], folder=folder)

@@ -2,6 +2,7 @@
 
 from __future__ import annotations
 
+import os
 from collections.abc import Sequence
 
 from hwreg.errors import WrongArgument
@@ -48,10 +49,24 @@ def countdown_of(words: Sequence[str]) -> str | None:
     return None
 
 
+def check(words: Sequence[str]) -> None:
+    """That they can be given to a program."""
+    for word in words:
+        if not isinstance(word, str):
+            raise WrongArgument(f"a word is {word!r}: it must be a text")
+        try:
+            zero = b"\0" in os.fsencode(word)
+        except UnicodeEncodeError:
+            raise WrongArgument(f"a word is {word!r}: it has characters that no program can be given") from None
+        if zero:
+            raise WrongArgument(f"a word is {word!r}: it has a zero in it")
+
+
 def plain(name: str, word: str) -> str:
     """A text or file name that hwreg takes as one operand behind /S."""
-    if not word or "\0" in word:
-        raise WrongArgument(f"{name} is {word!r}: it must have characters, and no zero among them")
+    check([word])
+    if not word:
+        raise WrongArgument(f"{name} is empty")
     if is_switch(word):
         raise WrongArgument(f"{name} is {word!r}: hwreg takes that word for its switch")
     return word

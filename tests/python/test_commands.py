@@ -124,6 +124,18 @@ class Deaf(Transport):
         raise TimeoutError
 
 
+def test_a_long_countdown_is_not_ended_early(capsys):
+    Machine(Local(), dry_run=True).rtc.countdown(1234567)
+    assert "-k 10 1234627 hwreg /TIMEOUT /T 1234567" in capsys.readouterr().out
+    assert Machine(Sim("intel"), timeout=1e7).pci.read(0, 0, 0, 0, 16) == 0x8086
+
+
+def test_what_was_in_the_way_of_a_start_is_kept(tmp_path):
+    with pytest.raises(NoAnswer) as told:
+        Machine(Local(prefix=[str(tmp_path / "sudo")])).io.read(0, 8)
+    assert isinstance(told.value.__cause__, FileNotFoundError)
+
+
 def test_a_transport_that_gives_up():
     with pytest.raises(TimedOut, match="given up"):
         Machine(Deaf()).io.read(0, 8)
@@ -136,7 +148,7 @@ def test_a_dry_run_prints_the_lines_and_runs_nothing(capsys, tmp_path):
     machine.rtc.cycle(60, delay=5)
     lines = capsys.readouterr().out
     assert f"{tmp_path}/nothing /PCI /RD 0 0 0 0x100\n" in lines and "/RTC 60 /T 0\n" in lines
-    assert lines.index("/TIMEOUT /T 5") < lines.index("/RTC 60")
+    assert lines.index("/TIMEOUT /T 5") < lines.index("/RTC 60") and machine.rtc.now() == 0
     assert Machine(Local(), dry_run=True).run("/PCI").stdout == ""
     with pytest.raises(NotAllowed):
         Machine(Local(), dry_run=True).rtc.shutdown()
