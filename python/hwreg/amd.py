@@ -72,6 +72,7 @@ class Smu:
             arguments.data(value, 32)
         words = ["/SMU", "/WD", arguments.spelled(number), *map(arguments.spelled, operands)]
         pattern = r"(?:SmuArg\[\d\]=0x([0-9A-F]{8})|RxSmuMessageResponse Status=([0-9A-F]+))"
-        found = self._session.answers(words, pattern)
+        ran = self._session.whole(words)
+        found = [] if ran is None else self._session.matches(ran, pattern)
         values = tuple(int(match[1], 16) for match in found if match[1] is not None)
         return SmuAnswer(int(found[-1][2] or "0", 16) if found else 0, values)

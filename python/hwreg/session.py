@@ -145,19 +145,23 @@ class Session:
 
     def answer(self, words: Sequence[str], pattern: str) -> re.Match[str] | None:
         """The line that the pattern matches wholly. None in a dry run."""
-        found = self.answers(words, pattern)
-        return found[0] if found else None
-
-    def answers(self, words: Sequence[str], pattern: str) -> list[re.Match[str]]:
-        """All such lines; none in a dry run, else one at least."""
         ran = self.perform(words)
-        if ran is None:
-            return []
+        return None if ran is None else self.matches(ran, pattern)[0]
+
+    def matches(self, ran: Ran, pattern: str) -> list[re.Match[str]]:
+        """All such lines of a run; one at least."""
         lines = ran.stdout.replace("\r\n", "\n").split("\n")
         found = [match for match in (re.fullmatch(pattern, line) for line in lines) if match]
         if not found:
             raise self.failure(ran)
         return found
+
+    def whole(self, words: Sequence[str]) -> Ran | None:
+        """A run that must end with 0, by which the last of its lines is known to have come."""
+        ran = self.perform(words)
+        if ran is not None and ran.status != 0:
+            raise self.failure(ran)
+        return ran
 
     def value(self, words: Sequence[str], pattern: str) -> int:
         """The hexadecimal number in the pattern's group. 0 in a dry run."""
