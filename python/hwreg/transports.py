@@ -115,15 +115,16 @@ class Sim(Transport):
 
     def _sim(self) -> list[str]:
         state = [] if self.state is None else ["--state", self.state]
-        return [self.program, "--board", self.board, *state, *(["--reset"] if self.reset else [])]
+        return [self.program, "--board", self.board, *state]
 
     def lock_file(self, lock: str | None) -> str | None:
         return None if lock is None or self.state is None else f"{self.state}.lock"
 
     def execute(self, line: Sequence[str], seconds: float) -> Completed:
-        completed = super().execute(line, seconds)
-        self.reset = False
-        return completed
+        if self.reset:  # by a run of its own: a line may have several runs
+            super().execute([*self._sim(), "--reset", "--", "/H"], seconds)
+            self.reset = False
+        return super().execute(line, seconds)
 
 
 def find_sim() -> str:

@@ -159,6 +159,9 @@ def test_reset_begins_anew_once(tmp_path):
     machine = Machine(Sim("intel", state=tmp_path / "state", reset=True))
     assert machine.memory.read(0x2000, 8) == 0 and machine.memory.write(0x2000, 9, 8) == 9
     assert machine.memory.read(0x2000, 8) == 9
+    machine = Machine(Sim("intel", state=tmp_path / "state", reset=True))
+    machine.superio.write(0xF1, 0x5A, device=7)  # two runs of hwreg
+    assert machine.superio.read(7) == 7 and machine.memory.read(0x2000, 8) == 0
 
 
 def test_without_a_state_each_command_begins_anew():
