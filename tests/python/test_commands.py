@@ -124,6 +124,14 @@ class Deaf(Transport):
         raise TimeoutError
 
 
+@pytest.mark.parametrize("call", ["smu.message(1)", "smbus.scan()", "memory.dump(0, 4)", "memory.page(0)"])
+def test_a_time_limit_within_a_shells_script(tmp_path, call):
+    """An SMU that does not answer is waited for without end."""
+    slow = make_program(tmp_path / "slow", "exec sleep 12")
+    with pytest.raises(TimedOut, match="ended after 0.2 s"):
+        eval(f"machine.{call}", {"machine": Machine(Local(str(slow)), timeout=0.2, lock=str(tmp_path / "lock"))})
+
+
 def test_a_long_countdown_is_not_ended_early(capsys):
     Machine(Local(), dry_run=True).rtc.countdown(1234567)
     assert "-k 10 1234627 hwreg /TIMEOUT /T 1234567" in capsys.readouterr().out
