@@ -44,7 +44,7 @@ def copied(session: Session, name: str, first: int, length: int, seconds: float 
                           seconds)  # fmt: skip
     if ran is None:
         return bytes(length)
-    _, mark, text = ran.stdout.replace("\r\n", "\n").partition(f"\n{MARK}\n")
+    _, mark, text = ran.text.partition(f"\n{MARK}\n")
     try:
         data = base64.b64decode("".join(text.split()), validate=True)
     except binascii.Error:

@@ -78,7 +78,7 @@ class Rtc:
         ran = self._session.perform([*words, *_counted(delay)], folder=folder)
         if ran is None:
             return Cycle("", None)
-        alarm = re.search(r"^SetCmos timer:  (\d\d:\d\d:\d\d)$", ran.stdout, re.MULTILINE)
+        alarm = re.search(r"^SetCmos timer:  (\d\d:\d\d:\d\d)$", ran.text, re.MULTILINE)
         if alarm is None or not _is_down(ran, 0):
             raise self._session.failure(ran)
         return Cycle(alarm[1], _count_in(ran, "RTCLOG") if delay is not None else None)
@@ -152,5 +152,5 @@ def _is_down(ran: Ran, status: int) -> bool:
 def _count_in(ran: Ran, log: str) -> int | None:
     if f"{log} write fail!" in ran.stdout:
         return None
-    found = re.search(rf"^{log} count is: (\d+)$", ran.stdout, re.MULTILINE)
+    found = re.search(rf"^{log} count is: (\d+)$", ran.text, re.MULTILINE)
     return int(found[1]) + 1 if found else 1

@@ -43,6 +43,11 @@ class Ran:
     stderr: str
     command: str  # what was started on this machine
 
+    @property
+    def text(self) -> str:
+        """The standard output without the carriage returns of hex views and consoles."""
+        return self.stdout.replace("\r\n", "\n")
+
 
 class Session:
     """What all commands have in common."""
@@ -150,7 +155,7 @@ class Session:
 
     def matches(self, ran: Ran, pattern: str) -> list[re.Match[str]]:
         """All such lines of a run; one at least."""
-        lines = ran.stdout.replace("\r\n", "\n").split("\n")
+        lines = ran.text.split("\n")
         found = [match for match in (re.fullmatch(pattern, line) for line in lines) if match]
         if not found:
             raise self.failure(ran)

@@ -10,7 +10,7 @@ import time
 import pytest
 
 from harness import BUILD, TOP
-from hwreg import Completed, HwregError, Local, Machine, NoAnswer, NotAllowed, Ran, Sim, Ssh, TimedOut, Transport
+from hwreg import Completed, Cycle, HwregError, Local, Machine, NoAnswer, NotAllowed, Ran, Sim, Ssh, TimedOut, Transport
 
 
 def make_program(path, text):
@@ -209,6 +209,15 @@ def test_noise_around_the_line_does_no_harm():
     """As profiles and consoles make it."""
     noise = "Last login: today\r\nPCI Read Byte BDFO: 0 0 0 0, return data:0x86\r\n"
     assert Machine(Says(0, noise, "")).pci.read(0, 0, 0, 0, 8) == 0x86
+
+
+def test_a_console_ends_lines_in_its_own_way():
+    said = "RTCLOG count is: 6\r\nSetCmos timer:  04:06:06\r\n"
+    clock = "IOIndex/Data return data:0x02\r\n"
+    machine = Machine(Says(0, clock + said, ""), power=True)
+    assert machine.rtc.cycle(60, delay=0) == Cycle("04:06:06", 7)
+    both = "SIO Write Data to 0x7, data = 0x3\r\nSIO Write Data to 0xF0, data = 0x1\r\n"
+    assert Machine(Says(0, both, "")).superio.write(0xF0, 1, device=3) == 1
 
 
 def test_a_connection_that_the_shutdown_cuts_is_no_failure():
