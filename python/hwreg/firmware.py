@@ -81,10 +81,7 @@ class Smbios:
     def find(self, text: str) -> int | None:
         """Where the text first stands in the table, looked for in capitals, and then as it is given."""
         check([text])
-        if is_switch(text):
-            typed = text.lower()  # capitals are looked for all the same
-        else:
-            typed = plain("text", text)
+        typed = plain("text", text.lower() if is_switch(text) else text)  # capitals are looked for all the same
         ran = self._session.perform(["/SMBIOS", "/S", typed])
         if ran is None:
             return None

@@ -134,7 +134,7 @@ class Session:
         return self._told((), Report.of)
 
     def _told(self, words: Sequence[str], made_of: Callable[[dict[str, Any]], T]) -> T:
-        line = [*limited(self.timeout), *self.transport.hwreg_check(), "--json", *words]
+        line = [*limited(self.timeout), *self.transport.hwreg_check(), "--json", "--", *words]
         ran = self.execute(words, line)
         if ran is None:
             raise NotAllowed("nothing is foretold in a dry run", self.shown(line))
