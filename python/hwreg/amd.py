@@ -5,6 +5,7 @@ from __future__ import annotations
 import dataclasses
 
 from hwreg import arguments
+from hwreg.copies import script
 from hwreg.errors import WrongArgument
 from hwreg.registers import Registers
 from hwreg.session import Session
@@ -14,6 +15,13 @@ LAST_REGISTER = 0xFFFFFFFF
 ARGUMENTS = 6
 NEVER_SENT = 0xFF
 OK = 1
+
+# A response of FCh makes hwreg print without end: the pipe is closed behind what an answer needs, which ends it. The
+# status is hwreg's.
+SHORT = """
+{ status=$({ { "$@" 3>&- 4>&-; echo $? >&3; } | head -c 4096 >&4; } 3>&1); } 4>&1
+exit "$status"
+"""
 
 
 class Smn(Registers):
@@ -72,6 +80,9 @@ class Smu:
             arguments.data(value, 32)
         words = ["/SMU", "/WD", arguments.spelled(number), *map(arguments.spelled, operands)]
         pattern = r"(?:SmuArg\[\d\]=0x([0-9A-F]{8})|RxSmuMessageResponse Status=([0-9A-F]+))"
-        found = self._session.answers(words, pattern)
+        ran = self._session.execute(words, script(SHORT, [], self._session.line(words)))
+        if ran is not None and ran.status != 0:
+            raise self._session.failure(ran)
+        found = [] if ran is None else self._session.matches(ran, pattern)
         values = tuple(int(match[1], 16) for match in found if match[1] is not None)
         return SmuAnswer(int(found[-1][2] or "0", 16) if found else 0, values)

@@ -2,6 +2,7 @@
 
 from __future__ import annotations
 
+import math
 from collections.abc import Sequence
 
 from hwreg.errors import WrongArgument
@@ -13,22 +14,30 @@ LAST_ADDRESS = 0xFFFFFFFF
 
 
 def number(name: str, value: int, most: int, least: int = 0) -> int:
+    """The plain number: one of an Enum spells its name."""
     if isinstance(value, bool) or not isinstance(value, int):
         raise WrongArgument(f"{name} is {value!r}: it must be a whole number")
     if not least <= value <= most:
         raise WrongArgument(f"{name} is {spelled(value)}: it must be {spelled(least)} to {spelled(most)}")
-    return value
+    return int(value)
+
+
+def seconds(name: str, value: float) -> float:
+    if isinstance(value, bool) or not isinstance(value, (int, float)) or not 0 < value < math.inf:
+        raise WrongArgument(f"{name} is {value!r}: it must be some seconds")
+    return float(value)
 
 
 def spelled(value: int) -> str:
     """A number as it stands in messages and on the command line."""
+    value = int(value)
     return str(value) if -10 < value < 10 else f"{value:#x}"
 
 
 def width_of(width: int, widths: Sequence[int] = WIDTHS) -> int:
-    if isinstance(width, bool) or width not in widths:
+    if isinstance(width, bool) or not isinstance(width, int) or width not in widths:
         raise WrongArgument(f"width is {width!r}: it must be one of {', '.join(map(str, widths))}")
-    return width
+    return int(width)
 
 
 def data(value: int, width: int) -> int:

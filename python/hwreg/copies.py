@@ -36,13 +36,15 @@ def script(text: str, operands: Sequence[str], line: Sequence[str]) -> list[str]
 
 
 def copied(session: Session, name: str, first: int, length: int, seconds: float | None) -> bytes:
+    if seconds is not None:
+        seconds = arguments.seconds("seconds", seconds)
     operands = [arguments.spelled(first), arguments.spelled(length)]
     words = ["/S", name, "/RF"]
     ran = session.execute([*words, "FILE", *operands], script(COPY, operands, session.line(words, seconds=seconds)),
                           seconds)  # fmt: skip
     if ran is None:
         return bytes(length)
-    _, mark, text = ran.stdout.replace("\r\n", "\n").partition(f"\n{MARK}\n")
+    _, mark, text = ran.text.partition(f"\n{MARK}\n")
     try:
         data = base64.b64decode("".join(text.split()), validate=True)
     except binascii.Error:

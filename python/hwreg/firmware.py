@@ -7,9 +7,9 @@ import re
 
 from hwreg import arguments
 from hwreg.registers import SWITCHES
-from hwreg.session import Ran, Session
+from hwreg.session import Session
 from hwreg.views import headed_views_in, views_in
-from hwreg.words import is_switch, plain
+from hwreg.words import check, is_switch, plain
 
 PAGE = 256
 HEADER_BYTES = 4
@@ -49,7 +49,7 @@ class Smbios:
         """All, or those of a type, in their order."""
         if type is not None:
             return self._of_type(arguments.number("type", type, 0xFF))
-        ran = self._session.perform(["/SMBIOS", *SWITCHES])
+        ran = self._session.whole(["/SMBIOS", *SWITCHES])
         if ran is None:
             return []
         shown = headed_views_in(ran.stdout)
@@ -58,37 +58,30 @@ class Smbios:
         return [Structure.of(view) for _, view in shown]
 
     def _of_type(self, number: int) -> list[Structure]:
-        ran = self._session.perform(["/SMBIOS", "/TYPE", arguments.spelled(number), *SWITCHES])
+        ran = self._session.whole(["/SMBIOS", "/TYPE", arguments.spelled(number), *SWITCHES])
         if ran is None:
             return []
-        views = self._views(ran)
+        views = views_in(ran.stdout)
         if any(len(view) < HEADER_BYTES or view[0] != number for view in views):
             raise self._session.failure(ran)
         return [Structure.of(view) for view in views]
 
     def table(self) -> bytes:
         """As it is in memory."""
-        ran = self._session.perform(["/SMBIOS", "/DUMP", *SWITCHES])
+        ran = self._session.whole(["/SMBIOS", "/DUMP", *SWITCHES])
         if ran is None:
             return b""
-        views = self._views(ran)
+        views = views_in(ran.stdout)
         if not views:
             raise self._session.failure(ran)
         if len(views[-1]) < PAGE:
             del views[-2:-1]  # a last page that is not full is shown before as a full one
         return b"".join(views)
 
-    def _views(self, ran: Ran) -> list[bytes]:
-        if ran.status != 0:
-            raise self._session.failure(ran)
-        return views_in(ran.stdout)
-
     def find(self, text: str) -> int | None:
         """Where the text first stands in the table, looked for in capitals, and then as it is given."""
-        if is_switch(text):
-            typed = text.lower()  # capitals are looked for all the same
-        else:
-            typed = plain("text", text)
+        check([text])
+        typed = plain("text", text.lower() if is_switch(text) else text)  # capitals are looked for all the same
         ran = self._session.perform(["/SMBIOS", "/S", typed])
         if ran is None:
             return None
@@ -118,7 +111,7 @@ class Acpi:
         self._session = session
 
     def root_pointer(self) -> RootPointer:
-        ran = self._session.perform(["/ACPI", "/DUMP", *SWITCHES])
+        ran = self._session.whole(["/ACPI", "/DUMP", *SWITCHES])
         if ran is None:
             return RootPointer(b"", "", 0, 0, 0)
         views = views_in(ran.stdout)

@@ -2,6 +2,7 @@
 
 from __future__ import annotations
 
+import os
 import re
 
 from hwreg import arguments
@@ -52,7 +53,7 @@ class Memory(Registers):
         ran = self._session.perform(words)
         if ran is None:
             return []
-        printed = text.encode().decode("latin-1")
+        printed = os.fsencode(text).decode("latin-1")
         if ran.status not in SEARCHED or f"searching: {printed} ->" not in ran.stdout:
             raise self._session.failure(ran)
         hits = rf" \(\d+\) {re.escape(printed)} return address: ([0-9A-F]{{8}}) "

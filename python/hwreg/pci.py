@@ -72,8 +72,8 @@ class Pci(Registers):
 
     def functions(self) -> list[Function]:
         """All that are there."""
-        found = self._session.answers(["/PCI", "/DUMP", "/NOMSG", "/LOG"], ROW)
-        return [_function(match.groups()) for match in found]
+        ran = self._session.whole(["/PCI", "/DUMP", "/NOMSG", "/LOG"])
+        return [] if ran is None else [_function(match.groups()) for match in self._session.matches(ran, ROW)]
 
     def config(self, bus: int, device: int, function: int) -> bytes:
         """The first 256 bytes of one that is there."""
@@ -88,7 +88,7 @@ class Pci(Registers):
 
     def configs(self) -> dict[Function, bytes]:
         """All that are there, with their first 256 bytes."""
-        ran = self._session.perform(["/PCI", "/DUMP", *SWITCHES])
+        ran = self._session.whole(["/PCI", "/DUMP", *SWITCHES])
         return {} if ran is None else self._records(ran)
 
     def _records(self, ran: Ran) -> dict[Function, bytes]:

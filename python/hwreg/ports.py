@@ -122,7 +122,7 @@ class SuperIo(Registers):
         ran = session.execute(words, [*session.locking(session.timeout), *both])
         if ran is None:
             return 0
-        found = re.findall(rf"^{self.says} 0x[0-9A-F]+, data = 0x([0-9A-F]{{1,2}})$", ran.stdout, re.MULTILINE)
+        found = re.findall(rf"^{self.says} 0x[0-9A-F]+, data = 0x([0-9A-F]{{1,2}})$", ran.text, re.MULTILINE)
         if len(found) != 2:
             raise session.failure(ran)
         return int(found[1], 16)

@@ -45,6 +45,8 @@ class Rtc:
     def now(self) -> int:
         """The seconds since midnight by the machine's clock at 70h/71h."""
         mode = self._register(MODE)
+        if self._session.dry_run:
+            return 0
         if not mode >> HOURS_24 & 1:
             raise NoAnswer("the clock counts twelve hours, by which hwreg sets no right alarm")
         for _ in range(LOOKS):
@@ -56,7 +58,7 @@ class Rtc:
 
     def countdown(self, seconds: int) -> None:
         """Waits by the machine's clock."""
-        arguments.number("seconds", seconds, 0xFFFFFFFF, 1)
+        seconds = arguments.number("seconds", seconds, 0xFFFFFFFF, 1)
         ran = self._session.perform(["/TIMEOUT", "/T", str(seconds)], locked=False,
                                     seconds=self._session.timeout + seconds)  # fmt: skip
         if ran is not None and (ran.status != 0 or f"...timeout: {seconds} seconds" not in ran.stdout):
@@ -70,13 +72,13 @@ class Rtc:
         if arguments.number("seconds", seconds, DAY) < least:
             raise WrongArgument(f"seconds is {seconds}: an alarm that comes before the machine is off never wakes it; "
                                 f"the least is {least}")  # fmt: skip
-        words = ["/RTC", str(seconds), *(["/F"] if force else [])]
+        words = ["/RTC", str(int(seconds)), *(["/F"] if force else [])]
         self._session.allow(words)
         self._wait(delay, alarm=seconds)
         ran = self._session.perform([*words, *_counted(delay)], folder=folder)
         if ran is None:
             return Cycle("", None)
-        alarm = re.search(r"^SetCmos timer:  (\d\d:\d\d:\d\d)$", ran.stdout, re.MULTILINE)
+        alarm = re.search(r"^SetCmos timer:  (\d\d:\d\d:\d\d)$", ran.text, re.MULTILINE)
         if alarm is None or not _is_down(ran, 0):
             raise self._session.failure(ran)
         return Cycle(alarm[1], _count_in(ran, "RTCLOG") if delay is not None else None)
@@ -150,5 +152,5 @@ def _is_down(ran: Ran, status: int) -> bool:
 def _count_in(ran: Ran, log: str) -> int | None:
     if f"{log} write fail!" in ran.stdout:
         return None
-    found = re.search(rf"^{log} count is: (\d+)$", ran.stdout, re.MULTILINE)
+    found = re.search(rf"^{log} count is: (\d+)$", ran.text, re.MULTILINE)
     return int(found[1]) + 1 if found else 1

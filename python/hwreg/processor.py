@@ -59,7 +59,13 @@ class Msr:
         return _value(found) if found else 0
 
     def _all(self, words: list[str]) -> dict[int, int]:
-        return {int(found[1]): _value(found) for found in self._session.answers(words, LINE)}
+        ran = self._session.perform(words)
+        if ran is None:
+            return {}
+        values = {int(found[1]): _value(found) for found in self._session.matches(ran, LINE)}
+        if ran.status != list(values.values())[-1] & 0xFF:  # the last of the lines has not come
+            raise self._session.failure(ran)
+        return values
 
 
 def _value(found: re.Match[str]) -> int:

@@ -10,6 +10,7 @@ import shlex
 from collections.abc import Callable, Sequence
 from typing import Any, TypeVar
 
+from hwreg import arguments
 from hwreg import words as spelling
 from hwreg.errors import Failed, NoAnswer, NotAllowed, TimedOut, WrongArgument
 from hwreg.foretelling import Foretold, Report
@@ -42,18 +43,21 @@ class Ran:
     stderr: str
     command: str  # what was started on this machine
 
+    @property
+    def text(self) -> str:
+        """The standard output without the carriage returns of hex views and consoles."""
+        return self.stdout.replace("\r\n", "\n")
+
 
 class Session:
     """What all commands have in common."""
 
     def __init__(self, transport: Transport, power: bool = False, dry_run: bool = False, timeout: float = 60.0,
                  lock: str | None = LOCK_FILE) -> None:  # fmt: skip
-        if timeout <= 0:
-            raise WrongArgument(f"timeout is {timeout!r}: it must be some seconds")
         self.transport = transport
         self.power = power
         self.dry_run = dry_run
-        self.timeout = float(timeout)
+        self.timeout = arguments.seconds("timeout", timeout)
         self.lock = transport.lock_file(lock)
 
     # ---- lines
@@ -69,7 +73,7 @@ class Session:
     def locking(self, seconds: float) -> list[str]:
         if self.lock is None:
             return []
-        return ["flock", "-F", "-w", f"{seconds:g}", "-E", str(LOCK_NOT_HAD), self.lock]
+        return ["flock", "-F", "-w", spelled(seconds), "-E", str(LOCK_NOT_HAD), self.lock]
 
     def command(self, *words: str) -> str:
         """The line that `run` with these words starts on this machine."""
@@ -82,6 +86,7 @@ class Session:
 
     def run(self, *words: str) -> Ran:
         """Runs hwreg with these words, whatever they are."""
+        spelling.check(words)
         if countdown_holds_lock(words):
             raise WrongArgument("a countdown would hold the lock: run /TIMEOUT /T SECONDS first, and this with /T 0")
         return self.perform(words, locked=needs_lock(words)) or Ran(words, 0, "", "", self.command(*words))
@@ -89,8 +94,6 @@ class Session:
     def perform(self, words: Sequence[str], locked: bool = True, seconds: float | None = None,
                 folder: str | None = None) -> Ran | None:  # fmt: skip
         """None in a dry run."""
-        if any("\0" in word for word in words):
-            raise WrongArgument("a word has a zero in it")
         self.allow(words)
         return self.execute(words, self.line(words, locked, seconds, folder), seconds)
 
@@ -109,7 +112,7 @@ class Session:
         except TimeoutError:
             raise TimedOut("given up", self.shown(line)) from None
         except OSError as error:
-            raise NoAnswer(f"not started: {error}", self.shown(line)) from None
+            raise NoAnswer(f"not started: {error}", self.shown(line)) from error
         ran = Ran(tuple(words), done.status, done.stdout, done.stderr, self.shown(line))
         if ran.status == LOCK_NOT_HAD and not ran.stdout and self.lock is not None:
             raise TimedOut(f"{self.lock} was held by somebody else for {limit:g} s", ran.command, ran.status)
@@ -123,6 +126,7 @@ class Session:
         """What this line would do, without running it. The machine is not changed and no port is touched."""
         if not words:
             raise WrongArgument("no words: report() tells of the whole machine")
+        spelling.check(words)
         return self._told(words, Foretold.of)
 
     def report(self) -> Report:
@@ -130,7 +134,7 @@ class Session:
         return self._told((), Report.of)
 
     def _told(self, words: Sequence[str], made_of: Callable[[dict[str, Any]], T]) -> T:
-        line = [*limited(self.timeout), *self.transport.hwreg_check(), "--json", *words]
+        line = [*limited(self.timeout), *self.transport.hwreg_check(), "--json", "--", *words]
         ran = self.execute(words, line)
         if ran is None:
             raise NotAllowed("nothing is foretold in a dry run", self.shown(line))
@@ -139,26 +143,30 @@ class Session:
             raise NoAnswer("hwreg-check is not installed there", *about)
         try:
             return made_of(json.loads(ran.stdout.encode("latin-1")))
-        except (ValueError, KeyError, TypeError):
-            raise NoAnswer("hwreg-check does not answer", *about) from None
+        except (ValueError, KeyError, TypeError) as error:
+            raise NoAnswer("hwreg-check does not answer", *about) from error
 
     # ---- answers
 
     def answer(self, words: Sequence[str], pattern: str) -> re.Match[str] | None:
         """The line that the pattern matches wholly. None in a dry run."""
-        found = self.answers(words, pattern)
-        return found[0] if found else None
-
-    def answers(self, words: Sequence[str], pattern: str) -> list[re.Match[str]]:
-        """All such lines; none in a dry run, else one at least."""
         ran = self.perform(words)
-        if ran is None:
-            return []
-        lines = ran.stdout.replace("\r\n", "\n").split("\n")
+        return None if ran is None else self.matches(ran, pattern)[0]
+
+    def matches(self, ran: Ran, pattern: str) -> list[re.Match[str]]:
+        """All such lines of a run; one at least."""
+        lines = ran.text.split("\n")
         found = [match for match in (re.fullmatch(pattern, line) for line in lines) if match]
         if not found:
             raise self.failure(ran)
         return found
+
+    def whole(self, words: Sequence[str]) -> Ran | None:
+        """A run that must end with 0, by which the last of its lines is known to have come."""
+        ran = self.perform(words)
+        if ran is not None and ran.status != 0:
+            raise self.failure(ran)
+        return ran
 
     def value(self, words: Sequence[str], pattern: str) -> int:
         """The hexadecimal number in the pattern's group. 0 in a dry run."""
@@ -178,9 +186,13 @@ class Session:
         return NoAnswer("no line with an answer", *about)
 
 
+def spelled(seconds: float) -> str:
+    return f"{seconds:.15g}"  # whole numbers are whole, so that a long countdown is not ended early
+
+
 def limited(seconds: float) -> list[str]:
     """What ends a command in time, there; in our process group, so that a signal to all of it reaches hwreg."""
-    return ["timeout", "--foreground", "-v", "-k", str(GRACE), f"{seconds:g}"]
+    return ["timeout", "--foreground", "-v", "-k", str(GRACE), spelled(seconds)]
 
 
 def needs_lock(words: Sequence[str]) -> bool:

@@ -5,6 +5,7 @@ from __future__ import annotations
 import re
 
 from hwreg import arguments
+from hwreg.copies import script
 from hwreg.errors import WrongArgument
 from hwreg.registers import SWITCHES
 from hwreg.session import Session
@@ -16,6 +17,9 @@ SPD = 0xA0  # of the first module; each further one is two above
 SLOTS = 8
 FIRST, LAST = 0x10, 0xEE  # what the SMBus leaves to devices
 SEVEN_BITS = 0x7F
+NOBODY = 255  # the status of a scan that finds nobody, and of an ssh that does not get through
+ENDED = "hwreg-status"
+TO_THE_END = f'"$@"; status=$?; echo "{ENDED} $status"; exit $status'
 FOUND = r"Valid SMBus slave address 0x([0-9A-F]{2})\(data:([0-9A-F]{2})\)\."
 
 
@@ -48,11 +52,12 @@ class Smbus:
     def scan(self, first: int = FIRST, last: int = LAST, *, eight_bits: bool = False) -> dict[int, int]:
         """The addresses that answer, with the byte at offset 0. Empty as well where there is no controller."""
         words = ["/SMBUS", "/S", address_of(first, True), address_of(last, eight_bits)]
-        ran = self._session.perform(words)
+        ran = self._session.execute(words, script(TO_THE_END, [], self._session.line(words)))
         if ran is None:
             return {}
         found = {int(address, 16): int(data, 16) for address, data in re.findall(FOUND, ran.stdout)}
-        if not found and (ran.status != 255 or ran.stderr):
+        last = list(found.values())[-1] if found else NOBODY
+        if ran.status != last or f"{ENDED} {last}" not in ran.stdout.splitlines():
             raise self._session.failure(ran)
         return found
 

@@ -13,6 +13,7 @@ import subprocess
 from collections.abc import Sequence
 
 PATIENCE = 30.0  # seconds for the way there and back, beyond what the command itself may take
+LONGEST = 2_000_000.0  # seconds that can be waited for in one; beyond it the limit there is the only one
 ENDING = 15.0  # seconds that a command has to end in when it is told to
 
 
@@ -55,7 +56,7 @@ class Transport:
                                  stderr=subprocess.PIPE, process_group=0)  # fmt: skip
         with child:
             try:
-                out, err = child.communicate(timeout=seconds)
+                out, err = child.communicate(timeout=seconds if seconds < LONGEST else None)
             except subprocess.TimeoutExpired:
                 end(child)
                 raise TimeoutError from None
@@ -114,15 +115,16 @@ class Sim(Transport):
 
     def _sim(self) -> list[str]:
         state = [] if self.state is None else ["--state", self.state]
-        return [self.program, "--board", self.board, *state, *(["--reset"] if self.reset else [])]
+        return [self.program, "--board", self.board, *state]
 
     def lock_file(self, lock: str | None) -> str | None:
         return None if lock is None or self.state is None else f"{self.state}.lock"
 
     def execute(self, line: Sequence[str], seconds: float) -> Completed:
-        completed = super().execute(line, seconds)
-        self.reset = False
-        return completed
+        if self.reset:  # by a run of its own: a line may have several runs
+            super().execute([*self._sim(), "--reset", "--", "/H"], seconds)
+            self.reset = False
+        return super().execute(line, seconds)
 
 
 def find_sim() -> str:

@@ -2,6 +2,7 @@
 
 from __future__ import annotations
 
+import os
 from collections.abc import Sequence
 
 from hwreg.errors import WrongArgument
@@ -24,10 +25,15 @@ def is_switch(word: str) -> bool:
     return bare(word) in SWITCHES
 
 
+def in_capitals(word: str) -> str:
+    """As hwreg turns it into them: the letters of ASCII alone, so that none but "s" becomes "S"."""
+    return "".join(letter.upper() if letter.isascii() else letter for letter in word)
+
+
 def as_read(words: Sequence[str]) -> list[str]:
     """The words as hwreg compares them with its switches: all up to /S are turned into capitals."""
-    end = next((place for place, word in enumerate(words) if bare(word.upper()) == "S"), len(words))
-    return [bare(word.upper()) for word in words[:end]] + [bare(word) for word in words[end:]]
+    end = next((place for place, word in enumerate(words) if bare(in_capitals(word)) == "S"), len(words))
+    return [bare(in_capitals(word)) for word in words[:end]] + [bare(word) for word in words[end:]]
 
 
 def is_power(words: Sequence[str]) -> bool:
@@ -43,10 +49,24 @@ def countdown_of(words: Sequence[str]) -> str | None:
     return None
 
 
+def check(words: Sequence[str]) -> None:
+    """That they can be given to a program."""
+    for word in words:
+        if not isinstance(word, str):
+            raise WrongArgument(f"a word is {word!r}: it must be a text")
+        try:
+            zero = b"\0" in os.fsencode(word)
+        except UnicodeEncodeError:
+            raise WrongArgument(f"a word is {word!r}: it has characters that no program can be given") from None
+        if zero:
+            raise WrongArgument(f"a word is {word!r}: it has a zero in it")
+
+
 def plain(name: str, word: str) -> str:
     """A text or file name that hwreg takes as one operand behind /S."""
-    if not word or "\0" in word:
-        raise WrongArgument(f"{name} is {word!r}: it must have characters, and no zero among them")
+    check([word])
+    if not word:
+        raise WrongArgument(f"{name} is empty")
     if is_switch(word):
         raise WrongArgument(f"{name} is {word!r}: hwreg takes that word for its switch")
     return word

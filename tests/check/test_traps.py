@@ -354,6 +354,13 @@ def test_a_binary_clock_wraps_later(check):
     assert check(f"/RTC {16 * 3600}", extra=clock("21:00:00", binary))["verdict"] == "works"
 
 
+@pytest.mark.parametrize("shown", [True, False])
+def test_a_clock_of_twelve_hours_gets_no_right_alarm(check, shown):
+    told = check("/RTC 60", extra=[*clock("04:05:06")[not shown:], 'file "/proc/driver/rtc" "24hr\t\t: no"'])
+    assert told["verdict"] == "other" and "twelve hours" in told["why"]
+    assert check("/RTC 60", extra=clock("04:05:06", 'file "/proc/driver/rtc" "24hr\t\t: yes"'))["verdict"] == "works"
+
+
 def test_a_clock_that_is_not_shown_is_a_caution(check):
     told = check("/RTC 60", board="intel")
     assert told["verdict"] == "works" and "the clock's time cannot be told" in cautions(told)

@@ -142,6 +142,9 @@ PLIGHTS = {
     "no-wake-up": (lambda desk: desk.put_clock(wakeup="disabled"), "power/wakeup: disabled and not enabled"),
     "cannot-wake": (lambda desk: desk.put_clock(wakeup=""), "power/wakeup: nothing and not enabled"),
     "alarm": (lambda desk: desk.put_clock(alarm="1766000000"), "wakealarm: an alarm of the kernel's is pending"),
+    "no-time": (lambda desk: desk.put_clock(time=""), "clock/time: no time of day"),
+    "wrong-time": (lambda desk: desk.put_clock(time="45:85:85"), "clock/time: no time of day"),
+    "unreadable-time": (lambda desk: (desk.clock / "time").unlink(), "clock/time: no time of day"),
     "no-room": (lambda desk: desk.put_program("df", "#!/bin/sh\necho h\necho /dev/sda1 9 8 1023 99% /\n"),
                 "1023 KiB free"),
 }  # fmt: skip

@@ -292,7 +292,7 @@ LOOK = """
 import importlib.metadata, hwreg, sys
 machine = hwreg.Machine(hwreg.Sim("intel", state="/tmp/state"))
 print(hex(machine.pci.read(0, 0, 0, 0, 32)), machine.check("/IO", "/RB", "0x80").verdict, hwreg.__file__)
-plugin, = importlib.metadata.entry_points(group="pytest11", name="hwreg")
+plugin, = importlib.metadata.entry_points(group="pytest11", name="hwreg.pytest_plugin")
 print(plugin.value, importlib.metadata.version("hwreg"), "pytest" in sys.modules)
 """
 

@@ -1,5 +1,6 @@
 """Arguments that are wrong are refused before anything runs, and those that are right are not."""
 
+import enum
 import random
 
 import pytest
@@ -40,7 +41,8 @@ def ints(least, most, step=1):
 
 def width(dice):
     right = [(8, True), (16, True), (32, True)]
-    return dice.choice([*right, *right, (0, False), (64, False), (24, False), ("8", False), (True, False)])
+    return dice.choice([*right, *right, (0, False), (64, False), (24, False), ("8", False), (True, False),
+                        (16.0, False)])
 
 
 def bits(dice):
@@ -175,7 +177,8 @@ def test_message_ff_and_too_many_arguments():
 
 
 @pytest.mark.parametrize("words", [["/RTC", "60"], ["rtc"], ["-ShutDown"], ["\\RTC", "0"], ["/SMBIOS", "/s", "RTC"],
-                                   ["/MEM", "/RF", "rtc", "0", "16"]])  # fmt: skip
+                                   ["/MEM", "/RF", "rtc", "0", "16"],
+                                   ["\u017f", "shutdown"]])  # fmt: skip
 def test_words_that_switch_off_need_power(words):
     machine = Machine(Nobody())
     with pytest.raises(NotAllowed, match="power=True") as told:
@@ -235,6 +238,34 @@ def test_midnight_is_looked_for_behind_the_countdown(monkeypatch, before, after,
 
 
 def test_timeouts_are_some_seconds():
-    for seconds in (0, -1):
+    for seconds in (0, -1, float("nan"), float("inf"), "60", True):
         with pytest.raises(WrongArgument):
             Machine(Nobody(), timeout=seconds)
+        with pytest.raises(WrongArgument):
+            Machine(Nobody()).memory.dump(0, 4, seconds=seconds)
+
+
+class Place(int, enum.Enum):
+    """Its text is its name, which hwreg would read as 0."""
+
+    TWO = 2
+    SIXTY = 60
+
+
+def test_numbers_with_names_are_numbers(capsys):
+    machine = Machine(Nobody(), power=True, dry_run=True)
+    machine.msr.read(Place.TWO, Place.SIXTY)
+    machine.pci.read_bit(Place.TWO, Place.TWO, Place.TWO, Place.SIXTY, Place.TWO)
+    machine.rtc.countdown(Place.SIXTY)
+    machine.rtc.cycle(Place.SIXTY)
+    lines = [line.split(" hwreg ")[1] for line in capsys.readouterr().out.splitlines()]
+    assert lines == ["/MSR /RD 2 0x3c", "/PCI /RI 2 2 2 0x3c 2", "/TIMEOUT /T 60", "/RTC 60"]
+
+
+@pytest.mark.parametrize("word", [1, None, "\ud800", "a\0b", b"/PCI"])
+def test_words_that_no_program_can_be_given(word):
+    machine = Machine(Nobody())
+    for ask in (machine.run, machine.check, machine.smbios.find, lambda text: machine.memory.search(0, 1, text)):
+        with pytest.raises(WrongArgument):
+            ask(word)
+    assert machine.transport.runs == 0

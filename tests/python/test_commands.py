@@ -10,7 +10,7 @@ import time
 import pytest
 
 from harness import BUILD, TOP
-from hwreg import Completed, HwregError, Local, Machine, NoAnswer, NotAllowed, Ran, Sim, Ssh, TimedOut, Transport
+from hwreg import Completed, Cycle, HwregError, Local, Machine, NoAnswer, NotAllowed, Ran, Sim, Ssh, TimedOut, Transport
 
 
 def make_program(path, text):
@@ -124,6 +124,26 @@ class Deaf(Transport):
         raise TimeoutError
 
 
+@pytest.mark.parametrize("call", ["smu.message(1)", "smbus.scan()", "memory.dump(0, 4)", "memory.page(0)"])
+def test_a_time_limit_within_a_shells_script(tmp_path, call):
+    """An SMU that does not answer is waited for without end."""
+    slow = make_program(tmp_path / "slow", "exec sleep 12")
+    with pytest.raises(TimedOut, match="ended after 0.2 s"):
+        eval(f"machine.{call}", {"machine": Machine(Local(str(slow)), timeout=0.2, lock=str(tmp_path / "lock"))})
+
+
+def test_a_long_countdown_is_not_ended_early(capsys):
+    Machine(Local(), dry_run=True).rtc.countdown(1234567)
+    assert "-k 10 1234627 hwreg /TIMEOUT /T 1234567" in capsys.readouterr().out
+    assert Machine(Sim("intel"), timeout=1e7).pci.read(0, 0, 0, 0, 16) == 0x8086
+
+
+def test_what_was_in_the_way_of_a_start_is_kept(tmp_path):
+    with pytest.raises(NoAnswer) as told:
+        Machine(Local(prefix=[str(tmp_path / "sudo")])).io.read(0, 8)
+    assert isinstance(told.value.__cause__, FileNotFoundError)
+
+
 def test_a_transport_that_gives_up():
     with pytest.raises(TimedOut, match="given up"):
         Machine(Deaf()).io.read(0, 8)
@@ -136,7 +156,7 @@ def test_a_dry_run_prints_the_lines_and_runs_nothing(capsys, tmp_path):
     machine.rtc.cycle(60, delay=5)
     lines = capsys.readouterr().out
     assert f"{tmp_path}/nothing /PCI /RD 0 0 0 0x100\n" in lines and "/RTC 60 /T 0\n" in lines
-    assert lines.index("/TIMEOUT /T 5") < lines.index("/RTC 60")
+    assert lines.index("/TIMEOUT /T 5") < lines.index("/RTC 60") and machine.rtc.now() == 0
     assert Machine(Local(), dry_run=True).run("/PCI").stdout == ""
     with pytest.raises(NotAllowed):
         Machine(Local(), dry_run=True).rtc.shutdown()
@@ -147,6 +167,9 @@ def test_reset_begins_anew_once(tmp_path):
     machine = Machine(Sim("intel", state=tmp_path / "state", reset=True))
     assert machine.memory.read(0x2000, 8) == 0 and machine.memory.write(0x2000, 9, 8) == 9
     assert machine.memory.read(0x2000, 8) == 9
+    machine = Machine(Sim("intel", state=tmp_path / "state", reset=True))
+    machine.superio.write(0xF1, 0x5A, device=7)  # two runs of hwreg
+    assert machine.superio.read(7) == 7 and machine.memory.read(0x2000, 8) == 0
 
 
 def test_without_a_state_each_command_begins_anew():
@@ -186,6 +209,15 @@ def test_noise_around_the_line_does_no_harm():
     """As profiles and consoles make it."""
     noise = "Last login: today\r\nPCI Read Byte BDFO: 0 0 0 0, return data:0x86\r\n"
     assert Machine(Says(0, noise, "")).pci.read(0, 0, 0, 0, 8) == 0x86
+
+
+def test_a_console_ends_lines_in_its_own_way():
+    said = "RTCLOG count is: 6\r\nSetCmos timer:  04:06:06\r\n"
+    clock = "IOIndex/Data return data:0x02\r\n"
+    machine = Machine(Says(0, clock + said, ""), power=True)
+    assert machine.rtc.cycle(60, delay=0) == Cycle("04:06:06", 7)
+    both = "SIO Write Data to 0x7, data = 0x3\r\nSIO Write Data to 0xF0, data = 0x1\r\n"
+    assert Machine(Says(0, both, "")).superio.write(0xF0, 1, device=3) == 1
 
 
 def test_a_connection_that_the_shutdown_cuts_is_no_failure():

@@ -74,6 +74,8 @@ def test_a_text_that_is_a_switch_is_found_and_does_nothing_else(machine):
     assert smbios.find("RTC") == 0x30
     assert smbios.find("LOG") is None  # it is there in small letters alone
     assert smbios.find("log") == 0x38
+    with pytest.raises(WrongArgument):
+        smbios.find("?")  # which has no small letter
 
 
 def test_without_a_table(machine):

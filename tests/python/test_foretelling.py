@@ -20,6 +20,11 @@ def test_what_a_line_will_not_do(machine):
     assert (told.verdict, told.status, told.because) == ("refused", 6, "iopl") and told.why
 
 
+@pytest.mark.parametrize("word", ["--help", "--json", "--"])
+def test_words_that_look_like_options_are_hwregs(machine, word):
+    assert machine().check(word, "/SHUTDOWN").words == (word, "/SHUTDOWN")
+
+
 def test_power_commands_can_be_asked_about_without_power(machine):
     assert machine("intel", "cmos-stop").check("/RTC", "60").verdict in ("works", "refused")
 

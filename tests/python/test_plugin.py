@@ -53,6 +53,12 @@ def test_power_is_an_option(pytest_run):
     assert "3 passed" in ran.stdout, ran.stdout
 
 
+def test_an_installed_plugin_can_be_named_too(pytest_run):
+    """As the source tree has to: pytest takes a plugin up once by each name."""
+    ran = pytest_run("-p", "hwreg.pytest_plugin", "--hwreg-machine=sim:extended.board", "--hwreg-power")
+    assert "3 passed" in ran.stdout, ran.stderr
+
+
 def test_without_a_machine_the_tests_are_skipped(pytest_run):
     ran = pytest_run("-rs")
     assert "3 skipped" in ran.stdout and "give --hwreg-machine" in ran.stdout

@@ -187,6 +187,12 @@ def test_messages_to_the_management_unit(machine):
     assert smu.message(1, 0x10, 0x20).arguments[:2] == (0x10, 0x20)
 
 
+def test_a_response_that_makes_hwreg_print_without_end(machine):
+    with pytest.raises(NoAnswer) as told:
+        machine("amd", "smu-reply 7 fc").smu.message(7)
+    assert told.value.stdout.startswith("ASSERT") and len(told.value.stdout) <= 4096
+
+
 def test_the_clocks_time(machine):
     assert machine("intel", "cmos-stop", "cmos-time 2024-02-03 23:59:58").rtc.now() == 86398
     binary = "cmos-bytes 00 3a 00 3b 00 17"

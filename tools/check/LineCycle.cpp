@@ -52,18 +52,18 @@ static bool ClockTime(uint32_t *seconds) {
     return true;
 }
 
-// Its format; PCs that do not tell have BCD.
-static bool ClockCountsInBcd() {
+// Whether the clock's driver says "no" to this: "BCD", or "24hr". PCs that do not tell have both.
+static bool ClockHasNo(const char *format) {
     char text[KERNEL_LINE];
     FILE *file = fopen("/proc/driver/rtc", "re");
-    bool bcd = true;
+    bool no = false;
     while (NextLine(file, text)) {
-        if (strncmp(text, "BCD", 3) == 0)
-            bcd = strstr(text, "no") == nullptr;
+        if (strncmp(text, format, strlen(format)) == 0)
+            no = strstr(text, "no") != nullptr;
     }
     if (file != nullptr)
         fclose(file);
-    return bcd;
+    return no;
 }
 
 static bool IsHour(uint8_t hour, bool bcd) {
@@ -72,12 +72,17 @@ static bool IsHour(uint8_t hour, bool bcd) {
 
 // An alarm for a time that it cannot be set for.
 static void JudgeAlarm(Line *line, uint32_t delay, uint32_t seconds) {
+    if (ClockHasNo("24hr")) {
+        Judge(line, VERDICT_OTHER, 0, FINDING_NONE);
+        Shows(line, "an alarm that need not come: the machine may stay off");
+        return Why(line, "the clock counts twelve hours, and hwreg takes it for one of 24");
+    }
     uint32_t now;
     if (!ClockTime(&now))
         return Caution(line,
                        "an alarm past the clock's next midnight goes wrong; the clock's time cannot be told");
     now = static_cast<uint32_t>((static_cast<uint64_t>(now) + delay) % DAY_SECONDS);
-    bool bcd = ClockCountsInBcd();
+    bool bcd = !ClockHasNo("BCD");
     TimeOfDay alarm = AlarmRegisters(now + seconds, bcd);
     uint32_t due = static_cast<uint32_t>((static_cast<uint64_t>(now) + seconds) % DAY_SECONDS);
     bool right = seconds < DAY_SECONDS && alarm.hours == AlarmRegisters(due, bcd).hours;
