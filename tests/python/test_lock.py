@@ -159,6 +159,20 @@ def test_with_the_lock_the_other_waits_and_both_are_right(bench):
     assert pair.look(other) == pair.written and not bench.is_held()
 
 
+CLOCK = dataclasses.replace(PAIRS[1], lines=[*PAIRS[1].lines, "cmos-run real"])
+
+
+@pytest.mark.parametrize("bench", [CLOCK], ids=["70h and 71h"], indirect=True)
+def test_a_countdown_outside_of_the_lock_leads_a_write_into_the_clock(bench):
+    bench, pair = bench
+    other = bench.machine()
+    with held_up(bench, pair, lock=True) as go_on:
+        other.rtc.countdown(1)
+        go_on()
+    assert pair.look(other) == 0x11
+    assert other.index.read(0x70, 0x71, 0) == 0x5A  # the seconds
+
+
 # ---- two programs that go on and on
 
 PRELUDE = """
