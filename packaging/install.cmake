@@ -43,7 +43,8 @@ install(FILES completion/hwreg DESTINATION share/bash-completion/completions COM
 completion(hwreg hwreg-check)
 # The help screen sends its readers to ReadMe.doc.
 install(FILES docs/commands.txt DESTINATION share/doc/hwreg RENAME ReadMe.doc COMPONENT hwreg)
-install(FILES docs/cookbook.md docs/power-cycling.md docs/fleets.md DESTINATION share/doc/hwreg COMPONENT hwreg)
+install(FILES docs/cookbook.md docs/foretold.md docs/power-cycling.md docs/fleets.md DESTINATION share/doc/hwreg
+  COMPONENT hwreg)
 install(PROGRAMS examples/cycle examples/registers DESTINATION share/doc/hwreg/examples COMPONENT hwreg)
 install(FILES examples/cycle.service examples/registers.list DESTINATION share/doc/hwreg/examples COMPONENT hwreg)
 manual(hwreg hwreg.8 hwreg-capture.8 hwreg-check.8)

@@ -43,18 +43,19 @@ class Rtc:
         self._index = index
 
     def now(self) -> int:
-        """The seconds since midnight by the machine's clock at 70h/71h."""
+        """The seconds since midnight by the machine's clock at 70h/71h. While it goes on by a second its registers may
+        show anything, so a time that is none is looked at again."""
         mode = self._register(MODE)
         if self._session.dry_run:
             return 0
         if not mode >> HOURS_24 & 1:
             raise NoAnswer("the clock counts twelve hours, by which hwreg sets no right alarm")
         for _ in range(LOOKS):
-            before = self._register(HOURS), self._register(MINUTES)
-            seconds = self._register(SECONDS)
-            if before == (self._register(HOURS), self._register(MINUTES)):
-                return time_of((*before, seconds), bool(mode >> BINARY & 1))
-        raise NoAnswer("the clock's hours and minutes do not stand still")
+            registers = [self._register(number) for number in (HOURS, MINUTES, SECONDS, HOURS, MINUTES)]
+            time = time_of(registers[:3], bool(mode >> BINARY & 1))
+            if time is not None and registers[:2] == registers[3:]:
+                return time
+        raise NoAnswer(f"the clock shows no time of day: its registers are {registers}")
 
     def countdown(self, seconds: int) -> None:
         """Waits by the machine's clock."""
@@ -129,12 +130,12 @@ class Rtc:
         return self._index.read(CMOS_INDEX, 0, number)
 
 
-def time_of(registers: tuple[int, int, int], binary: bool) -> int:
-    """Seconds since midnight of hours, minutes and seconds."""
+def time_of(registers: list[int], binary: bool) -> int | None:
+    """Seconds since midnight of hours, minutes and seconds; None when they are no time."""
     decimal = not binary and all(f"{value:x}".isdecimal() for value in registers)
     hours, minutes, seconds = (int(f"{value:x}") if decimal else value for value in registers)
     if not binary and not decimal or hours > 23 or minutes > 59 or seconds > 59:
-        raise NoAnswer(f"the clock shows no time of day: its registers are {registers}")
+        return None
     return hours * 3600 + minutes * 60 + seconds
 
 

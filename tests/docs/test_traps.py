@@ -75,6 +75,11 @@ TRAPS = {
         [("/SMBIOS", "OUTPUT", "An empty string within a structure ends it early")],
         ["command/test_smbios.py test_an_empty_string_ends_a_structure_and_the_walk_goes_on_behind_it"],
     ),
+    "countdown": (
+        [("/TIMEOUT", "DANGERS", "what others write behind 70h/71h meanwhile can go into the clock"),
+         ("/IO /INDEX", "DANGERS", "a countdown of another hwreg all the time")],
+        ["python/test_lock.py test_a_countdown_outside_of_the_lock_leads_a_write_into_the_clock"],
+    ),
 }
 EACH = pytest.mark.parametrize("name", TRAPS)
 INTRODUCTION = "These have cost people a day:\n\n"
@@ -97,7 +102,7 @@ def manual_traps():
     page = subprocess.run(["mandoc", "-T", "ascii", "-O", "width=200", texts.MANUAL], capture_output=True, check=True)
     part = re.sub(r".\x08", "", page.stdout.decode()).split(INTRODUCTION)[1].split("\nEXAMPLES\n")[0]
     items = [plain(item) for item in part.strip().split("\n\n")]
-    return {name: item.removeprefix(name).strip() for item, name in zip(items, TRAPS)}
+    return {name: item.removeprefix(name).strip() for item, name in zip(items, TRAPS, strict=True)}
 
 
 def test_traps_of_the_reference_are_these():

@@ -141,7 +141,7 @@ def test_what_has_changed_is_told(desk, record):
 def test_an_end_by_a_signal_leaves_no_half_table(desk, number):
     (desk.top / "list").write_text("a /IO /RB 0x61\nb /IO /RB 0x61\n")
     (desk.top / "table").write_text("the last one\n")
-    desk.put_program("hwreg-sim", f"#!/bin/sh\ntouch {desk.top}/began\nsleep 1\n")
+    desk.put_program("hwreg-sim", f"#!/bin/sh\ntouch {desk.top}/began\nsleep 60\n")
     running = subprocess.Popen([REGISTERS, "list", "table"], cwd=desk.top, env=desk.environment, start_new_session=True)
     while not (desk.top / "began").exists():
         time.sleep(0.01)

@@ -220,6 +220,8 @@ def test_the_page_has_the_sums():
     text = " ".join(PAGE.read_text().split())
     assert f"{lines} command lines in {len(settings)} settings of {len(BOOTS)} boots" in text
     assert text.count("| `") + text.count("| as distributed") == len(settings)
+    manual = " ".join((TOP / "docs" / "hwreg-check.8").read_text().split())
+    assert f"asked about {lines} command lines" in manual and f"in {len(settings)} settings" in manual
 
 
 # All forms

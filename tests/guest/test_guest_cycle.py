@@ -13,7 +13,7 @@ from guest import Machine
 from test_guest_power import DISK_READY, drive, file_on, make_disk
 
 CYCLES = 2
-OFF = 9
+OFF = 15  # long enough for a slow guest to fall asleep
 EXAMPLE = os.path.join(os.path.dirname(__file__), "../../examples/cycle")
 CHECK = f"{guest.BUILD}/hwreg-check"
 
@@ -87,7 +87,7 @@ def test_each_alarm_wakes_the_machine(night):
     console, _ = night
     times = [[seconds(line.split()[1]) for line in console if line.startswith(what)] for what in ("OFF", "ON")]
     assert [len(found) for found in times] == [CYCLES + 1] * 2
-    assert all(OFF - 3 <= on - off <= OFF + 3 for off, on in zip(*times))
+    assert all(OFF - 8 <= on - off <= OFF + 8 for off, on in zip(*times))
 
 
 def test_what_stands_against_a_cycle_is_found_on_a_real_kernel(night):
@@ -95,7 +95,7 @@ def test_what_stands_against_a_cycle_is_found_on_a_real_kernel(night):
     assert "WAKE-UP enabled ALARM " in console
     text = "\n".join(console)
     assert "wakealarm: an alarm of the kernel's is pending" in text
-    assert re.search(r"hwreg-check /RTC 9 /T 0: status 1: .*shutdown", text) and "CHECKED 1" in console
+    assert re.search(rf"hwreg-check /RTC {OFF} /T 0: status 1: .*shutdown", text) and "CHECKED 1" in console
 
 
 def test_the_report_has_the_night(night):

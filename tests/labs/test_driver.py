@@ -37,7 +37,7 @@ targets:
       HwregDriver:
         program: FOLDER/hwreg
         lock: FOLDER/lock
-        timeout: 2
+        timeout: 5
 imports:
   - hwreg.labgrid_driver
 """
@@ -105,7 +105,7 @@ def test_output_error_and_status_are_kept_apart(board):
 
 
 def test_a_command_ends_in_time(board):
-    with pytest.raises(TimedOut, match="ended after 2 s"):
+    with pytest.raises(TimedOut, match="ended after 5 s"):
         board.run("/IO", "SLOW")
     assert board.pci.read(0, 0, 0, 0, 8) == 0x86
 

@@ -110,13 +110,15 @@ def processes_with(word):
 
 
 def test_a_time_limit_ends_the_process_there(far):
-    """A countdown on a clock that stands still has no end."""
+    """A countdown on a clock that stands still has no end; those of other tests have one."""
     machine = far("cmos-stop", timeout=0.5)
     begin = time.monotonic()
     with pytest.raises(TimedOut, match="ended after 1.5 s"):
         machine.rtc.countdown(1)
-    assert time.monotonic() - begin < 5
-    assert processes_with(f"{BUILD}/hwreg /TIMEOUT") == []
+    assert time.monotonic() - begin < 10
+    while left := processes_with(f"{BUILD}/hwreg /TIMEOUT"):
+        assert time.monotonic() - begin < 30, left
+        time.sleep(0.1)
 
 
 class Deaf(Transport):
@@ -232,7 +234,7 @@ def test_a_connection_that_the_shutdown_cuts_is_no_failure():
 
 def test_an_interrupted_dump_leaves_no_file(tmp_path):
     """Ctrl+C while /RF is at work."""
-    slow = make_program(tmp_path / "slow", f"touch '{tmp_path}/begun'; exec sleep 12")
+    slow = make_program(tmp_path / "slow", f"touch '{tmp_path}/begun'; exec sleep 60")
     text = f"from hwreg import *\nMachine(Local({str(slow)!r}), lock=None).memory.dump(0, 16)"
     environment = {**os.environ, "PYTHONPATH": str(TOP / "python"), "TMPDIR": str(tmp_path)}
     with subprocess.Popen([sys.executable, "-c", text], env=environment, stderr=subprocess.DEVNULL) as script:
@@ -240,7 +242,7 @@ def test_an_interrupted_dump_leaves_no_file(tmp_path):
             time.sleep(0.01)
         assert list(tmp_path.glob("tmp.*")) != []
         script.send_signal(signal.SIGINT)
-        script.wait(8)
+        script.wait(50)
     assert list(tmp_path.glob("tmp.*")) == []
 
 

@@ -2,7 +2,7 @@
 
 import pytest
 
-from hwreg import Failed, Function, NoAnswer, Registers, WrongArgument
+from hwreg import Completed, Failed, Function, Machine, NoAnswer, Registers, Transport, WrongArgument
 
 SCRATCH = ["pci 00:1e.0 8086:5c5c class 118000", "dword 40 89abcdef rw ffffffff", "dword 44 00000006 rw ffffffff"]
 
@@ -201,6 +201,21 @@ def test_the_clocks_time(machine):
         machine("intel", "cmos-stop", binary, "cmos-bytes 0b 02").rtc.now()
     with pytest.raises(NoAnswer, match="twelve"):
         machine("intel", "cmos-stop", "cmos-bytes 0b 00").rtc.now()
+
+
+class RunningClock(Transport):
+    """A minute begins between two looks, then a second while one looks."""
+
+    def __init__(self):
+        super().__init__()
+        self.shown = {"0xb": [2], "4": [0x12] * 6, "2": [0x34] + [0x35] * 5, "0": [0x59, 0xFF, 0x07]}
+
+    def execute(self, line, seconds):
+        return Completed(0, f"IOIndex/Data return data:0x{self.shown[line[-1]].pop(0):02X}\n", "")
+
+
+def test_a_clock_that_goes_on_meanwhile_is_looked_at_again():
+    assert Machine(RunningClock()).rtc.now() == (12 * 60 + 35) * 60 + 7
 
 
 def test_without_access_there_is_no_answer(machine):
