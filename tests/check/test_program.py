@@ -6,7 +6,7 @@ import subprocess
 
 import pytest
 
-from harness import BUILD, CLOSED
+from harness import BUILD, CLOSED, Run
 from kernel import ROOT, quoted, table
 
 FILES = ["/proc/self/status", "/proc/self/uid_map", "/proc/cmdline", "/proc/iomem", "/proc/ioports", "/proc/modules",
@@ -57,6 +57,19 @@ def test_any_bytes_of_a_word_come_back_from_json(words):
 
 def test_a_word_moves_no_cursor(run):
     assert not set(program(run, ["/PCI", "\x1b[2J\r\x07", "x"]).out) & set(b"\x1b\r\x07")
+    late = program(run, ["/PCI", "\x9b2J\u00e4\u00c2", "x"]).out
+    assert b"\xc2\x9b" not in late and "?2J\u00e4\u00c2".encode() in late
+
+
+def test_without_memory_nothing_is_claimed(tmp_path):
+    if b"__asan_init" in (BUILD / "hwreg-check").read_bytes():
+        pytest.skip("the sanitizers allocate themselves")
+    line = Run(tmp_path, "--json /PCI /RB 0 0 0 0", "intel", [], False, "hwreg-check", None)
+    preload = {"LD_PRELOAD": f"{BUILD}/libhwfaults.so:{BUILD}/libhwboard.so", "HWBOARD_FAIL": "malloc 1+"}
+    ran = subprocess.run(line.command, executable=line.executable, env={**line.environment, **preload},
+                         stdout=subprocess.PIPE, check=False)  # fmt: skip
+    told = json.loads(ran.stdout)
+    assert (ran.returncode, told["verdict"], told["status"]) == (1, "refused", None) and "no memory" in told["why"]
 
 
 def test_the_whole_report(run):

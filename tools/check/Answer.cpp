@@ -40,6 +40,12 @@ static void AnswerNone(Line *line) {
     Why(line, "there are switch words on the line and no command among them");
 }
 
+static void AnswerNoMemory(Line *line) {
+    Judge(line, VERDICT_REFUSED, STATUS_NOT_FORETOLD, FINDING_NONE);
+    Shows(line, "the line was not looked at");
+    Why(line, "there is no memory for its words");
+}
+
 static void AnswerCommand(Line *line) {
     switch (line->command) {
     case COMMAND_IO:
@@ -117,7 +123,7 @@ void AnswerLine(int argc, char **argv, Answer *answer) {
     Line line = {argv, 0, COMMAND_NONE, {}, answer};
     char **words = CopyOf(argc, argv);
     if (words == nullptr)
-        return AnswerNone(&line);
+        return AnswerNoMemory(&line);
     argvToUpper(words);
     line.cmd = TranslateCmd(words);
     line.command = CommandOf(line.cmd);

@@ -24,10 +24,18 @@ const char *NameOfState(State state) {
     return names[state];
 }
 
+// The control characters behind ASCII, U+0080 to U+009F, in UTF-8.
+static bool IsLateControl(const char *text) {
+    return text[0] == '\xC2' && static_cast<uint8_t>(text[1]) >= 0x80 && static_cast<uint8_t>(text[1]) < 0xA0;
+}
+
 // A word may hold anything: what would move a terminal's cursor is shown as "?".
 static void PutPlain(const char *text, size_t length) {
-    for (size_t i = 0; i < length; ++i)
-        putchar(iscntrl(static_cast<unsigned char>(text[i])) != 0 ? '?' : text[i]);
+    for (size_t i = 0; i < length; ++i) {
+        bool late = i + 1 < length && IsLateControl(text + i);
+        putchar(late || iscntrl(static_cast<unsigned char>(text[i])) != 0 ? '?' : text[i]);
+        i += late ? 1 : 0;
+    }
 }
 
 // Goes on at a column; a line that has come further is ended first.
