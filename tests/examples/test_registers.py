@@ -112,6 +112,24 @@ def test_a_list_that_does_not_read_alone_is_refused_before_anything_runs(desk, r
     assert not (desk.top / "accesses").exists() and not (desk.top / "table").exists()
 
 
+@pytest.mark.parametrize("shell", SHELLS.values(), ids=SHELLS)
+def test_an_earlier_table_may_be_empty_and_have_any_name(desk, record, shell):
+    (desk.top / "empty").touch()
+    assert record(["a /PCI /RB 0 0 0 0"], "empty", shell=shell).stdout == "a: new, 0x86\n"
+    (desk.top / "table").rename(desk.top / "day=1 of 2")
+    ran = record(["a /PCI /RB 0 0 0 0"], "day=1 of 2", shell=shell)
+    assert (ran.stdout, ran.stderr, ran.returncode) == ("", "", 0)
+
+
+@pytest.mark.parametrize("shell", SHELLS.values(), ids=SHELLS)
+def test_a_name_that_stands_twice_is_compared_one_by_one(desk, record, shell):
+    lines = ["a /PCI /RB 0 0 0 0", "a /PCI /RB 0 0 0 1"]
+    record(lines)
+    (desk.top / "table").rename(desk.top / "before")
+    assert record(lines, "before", shell=shell).stdout == ""
+    assert record(lines[:1], "before", shell=shell).stdout == "a: gone, 0x80\n"
+
+
 def test_what_is_missing_is_refused(desk, record):
     (desk.bin / "hwreg-check").unlink()
     assert record(["good /IO /RB 0x61"]).returncode == 3
