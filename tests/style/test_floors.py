@@ -1,6 +1,5 @@
 """Includes point down from floor to floor, and never in a circle."""
 
-import fnmatch
 import graphlib
 import re
 
@@ -16,26 +15,15 @@ COMMANDS = {
 # What hwreg-check has beside Platform and below: it takes words as the program takes them.
 CHECK_TAKES = ["Main/Commands.h", "Main/Parser.h", "Project/AccessForm.h"]
 
-# The modules of tools/check from above to below: those of a row may include the others of it and the rows behind it. A
-# word that ends in "*" stands for all names that begin so; what is named nowhere looks at one thing of the machine.
-CHECK_ROWS = [
-    ["Main", "Options"],
-    ["Report", "Json"],
-    ["Answer"],
-    ["Line?*"],
-    ["Operands", "OtherWords", "Pages", "PciPlaces"],
-    ["Line", "CommandLines", "MakeFile", "Leaves"],
-    ["Findings"],
-    ["*"],
-    ["KernelFiles", "Note", "Verdict"],
-]
-
 
 def floors(top):
     """The folders that each folder may include."""
     may = {floor: FLOORS[i:] for i, floor in enumerate(FLOORS)}
     beside = {folder: [folder, *FLOORS[2:]] for folder in BESIDE}
-    return {**may, **beside, "tools/check": ["tools/check", *CHECK_TAKES, *FLOORS[2:]], "sim": ["sim"]}
+    check = {"tools/check": ["tools/check", *CHECK_TAKES, *FLOORS[2:]],
+             "tools/check/lines": ["tools/check/lines", "tools/check/machine", *CHECK_TAKES, *FLOORS[2:]],
+             "tools/check/machine": ["tools/check/machine", *FLOORS[2:]]}  # fmt: skip
+    return {**may, **beside, **check, "sim": ["sim"]}
 
 
 def named(top, path, name):
@@ -68,25 +56,6 @@ def upward_includes(top):
                 target = named(top, path, name)
                 if target and not any(target.is_relative_to(lower) for lower in below):
                     yield f"{path.relative_to(top)}:{line}: {target}, but {folder} may include only {', '.join(below)}"
-
-
-def row_of(name):
-    """The row of CHECK_ROWS of a module: the one that names it before all that only have a beginning of its name."""
-    for wild in (False, True):
-        for number, row in enumerate(CHECK_ROWS):
-            if any(("*" in known) == wild and fnmatch.fnmatchcase(name, known) for known in row):
-                return number
-    raise AssertionError(name)
-
-
-def upward_modules(top):
-    """The same within tools/check."""
-    for path in sources(top, "tools/check"):
-        for line, name in includes(top, path):
-            target = named(top, path, name)
-            below = target and target.parts[:2] == ("tools", "check")
-            if below and row_of(target.stem) < row_of(path.stem):
-                yield f"{path.relative_to(top)}:{line}: {target}"
 
 
 def circle(top):
@@ -144,11 +113,6 @@ def test_includes_point_down():
     none(list(upward_includes(TOP)), "a floor knows those below it alone: move the procedure or hand the value down")
 
 
-def test_modules_of_a_tool_include_down():
-    none(list(upward_modules(TOP)), "hwreg-check shows what answers say, answers ask findings, and these look; see "
-                                    "CHECK_ROWS")
-
-
 def test_includes_make_no_circle():
     none(circle(TOP), "these modules include each other in a circle: move what they share to a module below them")
 
@@ -175,12 +139,11 @@ def test_planted_includes_are_found(plant):
         "Base/Up.h": '#include <Project/A.h>\n#include "tools/T.cpp"\n',
         "tools/T.cpp": '#include "Main/Parser.h"\n',
         "Main/Parser.h": "",
-        "tools/check/Note.h": '#include "tools/check/LineIo.h"\n#include "Main/Parser.h"\n#include "Main/A.h"\n',
-        "tools/check/LineIo.h": '#include "tools/check/Verdict.h"\n#include "tools/check/Line.h"\n',
-        "tools/check/Line.h": '#include "tools/check/Cpus.h"\n#include "tools/check/Pages.h"\n',
-        "tools/check/Verdict.h": "",
-        "tools/check/Cpus.h": "",
-        "tools/check/Pages.h": "",
+        "tools/check/machine/Note.h": '#include "tools/check/lines/Line.h"\n#include "Main/Parser.h"\n',
+        "tools/check/lines/Line.h": '#include "tools/check/machine/Cpus.h"\n#include "tools/check/Answer.h"\n'
+                                    '#include "Main/Parser.h"\n#include "Main/A.h"\n',
+        "tools/check/machine/Cpus.h": "",
+        "tools/check/Answer.h": "",
         "Main/A.h": "",
         "sim/S.h": '#include "Base/Up.h"\n#include "models/M.h"\n',
         "sim/models/M.h": '#include "../S.h"\n#include "S.h"\n',
@@ -188,9 +151,9 @@ def test_planted_includes_are_found(plant):
     assert list(lost_includes(top)) == ["Project/B.h:1: Gone.h"]
     assert [line.split(", but ")[0] for line in upward_includes(top)] == [
         "Base/Up.h:1: Project/A.h", "Base/Up.h:2: tools/T.cpp", "tools/T.cpp:1: Main/Parser.h",
-        "tools/check/Note.h:3: Main/A.h", "sim/S.h:1: Base/Up.h"]
-    assert list(upward_modules(top)) == [
-        "tools/check/Line.h:2: tools/check/Pages.h", "tools/check/Note.h:1: tools/check/LineIo.h"]
+        "tools/check/lines/Line.h:2: tools/check/Answer.h", "tools/check/lines/Line.h:4: Main/A.h",
+        "tools/check/machine/Note.h:1: tools/check/lines/Line.h", "tools/check/machine/Note.h:2: Main/Parser.h",
+        "sim/S.h:1: Base/Up.h"]
     assert sorted(circle(top)) == ["Base/Up.h:1: Project/A.h", "Project/A.cpp:1: Base/Up.h"]
     assert known_commands(top, {}) == {"Project/A.cpp -> Project/B.h": "Project/A.cpp:3: Project/B.h"}
     assert list(without_own_header_first(top)) == ["Project/A.cpp:1: Base/Up.h, and not Project/A.h",

@@ -4,8 +4,8 @@
 #include <cstdio>
 #include <cstring>
 
-#include "tools/check/KernelFiles.h"
 #include "tools/check/Report.h"
+#include "tools/check/machine/KernelFiles.h"
 
 constexpr uint32_t FIRST_OF_TWO = 0x10000; // characters that UTF-16 writes as two units
 constexpr uint32_t LOST_BYTE = 0xDC00;     // what stands for a byte that is no UTF-8, as Python takes it back

@@ -9,10 +9,10 @@
 #include "Common/ComFunc/Output.h"
 #include "Common/ComFunc/Signals.h"
 #include "tools/check/Answer.h"
-#include "tools/check/Findings.h"
 #include "tools/check/Json.h"
 #include "tools/check/Options.h"
 #include "tools/check/Report.h"
+#include "tools/check/machine/Findings.h"
 
 enum ExitStatus { EXIT_WORKS = 0, EXIT_REFUSED = 1, EXIT_OTHER = 2, EXIT_NOT_SAID = 3 };
 

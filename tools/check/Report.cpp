@@ -4,7 +4,7 @@
 #include <cstdio>
 #include <cstring>
 
-#include "tools/check/KernelFiles.h"
+#include "tools/check/machine/KernelFiles.h"
 
 constexpr uint32_t COLUMNS = 100;
 constexpr uint32_t STATE_COLUMN = 2;

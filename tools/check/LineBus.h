@@ -1,8 +1,0 @@
-// What /SMBUS and /I2C do.
-#pragma once
-
-#include "tools/check/Line.h"
-
-// Each answers for a line of its command.
-void AnswerSmbus(Line *line);
-void AnswerI2c(Line *line);

@@ -1,7 +1,0 @@
-// What /RTC, /SHUTDOWN and /TIMEOUT do.
-#pragma once
-
-#include "tools/check/Line.h"
-
-// Answers for a line of that command.
-void AnswerCycle(Line *line);

@@ -1,7 +1,0 @@
-// What /MEM /RF and /IO /RF do.
-#pragma once
-
-#include "tools/check/Line.h"
-
-// Answers for a line of that command.
-void AnswerFile(Line *line);

@@ -1,7 +1,0 @@
-// What /MEM does.
-#pragma once
-
-#include "tools/check/Line.h"
-
-// Answers for a line of that command.
-void AnswerMemory(Line *line);

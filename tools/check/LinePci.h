@@ -1,7 +1,0 @@
-// What /PCI does.
-#pragma once
-
-#include "tools/check/Line.h"
-
-// Answers for a line of that command.
-void AnswerPci(Line *line);

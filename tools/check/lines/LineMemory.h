@@ -1,0 +1,7 @@
+// What /MEM does.
+#pragma once
+
+#include "tools/check/lines/Line.h"
+
+// Answers for a line of that command.
+void AnswerMemory(Line *line);

@@ -1,0 +1,7 @@
+// What /PCI does.
+#pragma once
+
+#include "tools/check/lines/Line.h"
+
+// Answers for a line of that command.
+void AnswerPci(Line *line);
