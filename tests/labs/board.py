@@ -28,8 +28,10 @@ HOST_KEYS = "StrictHostKeyChecking no\n  UserKnownHostsFile /dev/null\n  LogLeve
 MODULE_TYPE = 0x0C  # DDR4: what the first module's SPD says at offset 2. The emulated module is empty after each start
 PRODUCT = "Guest Board"
 ROOT_PORT = "pcie-root-port,bus=pcie.0,addr=1c.0,chassis=1,slot=1"
+# This firmware leaves the SMBus host off (HST_EN, bit 0 of HOSTC at 40h), others switch it on.
 START = f"""
 mkdir -p /run/lock
+setpci -s 00:1f.3 40.b=1:1
 hwreg /SMBUS /WB 0xA0 2 {MODULE_TYPE} >/dev/null
 """
 
