@@ -17,7 +17,7 @@ struct PciReached {
     uint16_t dev, fun;
 };
 
-// Through the ports and through the window alike: the parts of the address stand in the same order.
+// Through the ports and through the window alike: the fields of the address stand in the same order.
 PciReached ReachedBy(PciTyped typed);
 
 // True when that is another function than the numbers say.
