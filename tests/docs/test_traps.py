@@ -10,7 +10,7 @@ import pytest
 import texts
 from examples import TOP
 
-# By the trap's name: where a reader meets it (command, or the part of all commands; heading; words), and the tests.
+# By the trap's name: where a reader meets it (command, or what all commands share; heading; words), and the tests.
 TRAPS = {
     "--help": (
         [("COMMAND LINES", "--help is no help word"), ("/RTC", "DANGERS", "--help, which is no help word"),
