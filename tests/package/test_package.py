@@ -202,7 +202,7 @@ def test_the_example_scripts_can_be_copied_and_run(root):
     ran = root.run("cp /usr/share/doc/hwreg/examples/cycle /tmp && CYCLE_FOLDER=/tmp /tmp/cycle report; rm /tmp/cycle")
     assert ran.stdout.startswith("counted:             none of 1000\n") and ran.stderr == ""
     ran = root.run("cd /usr/share/doc/hwreg/examples; export HWREG=hwreg-sim HWREG_CHECK=true; "
-                   "./registers registers.list /tmp/table; cat /tmp/table; rm /tmp/table")
+                   "./registers registers.list /tmp/table; cat /tmp/table; rm -f /tmp/table /run/lock/hwreg.lock")
     assert "\nhost-bridge          0x3E308086 " in ran.stdout and ran.stderr == ""
 
 
