@@ -11,8 +11,11 @@
 
 from __future__ import annotations
 
+import contextlib
+import os
 import shlex
 import subprocess
+import time
 from collections.abc import Sequence
 from typing import Any
 
@@ -52,6 +55,24 @@ class Bound(Transport):
         return Completed(status, printed, behind if mark else "\n".join(error))
 
 
+def end_connection(command: Any, seconds: float = 10.0) -> None:
+    """Ends SSHDriver's shared connection and waits until its socket is gone.
+
+    SSHDriver asks ssh to end it and removes the folder around the socket at once. When ssh removes the socket in the
+    middle of that, SSHDriver fails, stays active, and fails at each try from then on.
+    """
+    control = getattr(command, "control", None)
+    if not control or not os.path.exists(control):
+        return
+    escaped = control.replace("%", "%%")
+    with contextlib.suppress(subprocess.TimeoutExpired):  # SSHDriver asks again
+        subprocess.run(["ssh", "-F", "none", "-o", f"ControlPath={escaped}", "-O", "exit", "board"],
+                       stdin=subprocess.DEVNULL, capture_output=True, timeout=seconds, check=False)  # fmt: skip
+    deadline = time.monotonic() + seconds
+    while os.path.exists(control) and time.monotonic() < deadline:
+        time.sleep(0.01)
+
+
 @target_factory.reg_driver
 @attr.s(eq=False)
 class HwregDriver(Driver):
@@ -73,6 +94,9 @@ class HwregDriver(Driver):
     def on_activate(self) -> None:
         self._machine = Machine(Bound(self.command, self.program), power=self.power, timeout=self.timeout,
                                 lock=self.lock)  # fmt: skip
+
+    def on_deactivate(self) -> None:
+        end_connection(self.command)
 
     @property
     @Driver.check_active

@@ -6,6 +6,8 @@ import logging
 import os
 import pty
 import select
+import socket
+import types
 
 import attr
 import pexpect
@@ -154,3 +156,32 @@ def test_what_happens_on_the_way_is_an_error_of_the_package(happens, error, says
     machine = Machine(hwreg.labgrid_driver.Bound(Way(happens)))
     with pytest.raises(error, match=says):
         machine.pci.read(0, 0, 0, 0, 8)
+
+
+# ssh, asked to end a shared connection, says that it does and removes the socket a little later.
+SLOW_EXIT = """#!/bin/sh
+case "$*" in
+*"ControlPath=$FOLDER/control%%1 -O exit"*) { sleep 0.5; rm "$FOLDER/control%1"; } >/dev/null 2>&1 & ;;
+esac
+"""
+
+
+def test_the_connection_is_gone_before_its_folder_is_removed(tmp_path, monkeypatch):
+    (tmp_path / "ssh").write_text(SLOW_EXIT)
+    (tmp_path / "ssh").chmod(0o755)
+    monkeypatch.setenv("PATH", f"{tmp_path}:{os.environ['PATH']}")
+    monkeypatch.setenv("FOLDER", str(tmp_path))
+    control = tmp_path / "control%1"
+    with socket.socket(socket.AF_UNIX) as listener:
+        listener.bind(str(control))
+        hwreg.labgrid_driver.end_connection(types.SimpleNamespace(control=str(control)))
+    assert not control.exists()
+
+
+def test_a_connection_that_does_not_end_is_left_to_its_driver(tmp_path, monkeypatch):
+    (tmp_path / "ssh").write_text("#!/bin/sh\nexec sleep 60\n")
+    (tmp_path / "ssh").chmod(0o755)
+    monkeypatch.setenv("PATH", f"{tmp_path}:{os.environ['PATH']}")
+    (tmp_path / "control").touch()
+    hwreg.labgrid_driver.end_connection(types.SimpleNamespace(control=str(tmp_path / "control")), seconds=0.2)
+    assert (tmp_path / "control").exists()
