@@ -166,7 +166,7 @@ esac
 """
 
 
-def test_the_connection_is_gone_before_its_folder_is_removed(tmp_path, monkeypatch):
+def test_the_connection_is_gone_before_its_folder_is_removed(target, tmp_path, monkeypatch):
     (tmp_path / "ssh").write_text(SLOW_EXIT)
     (tmp_path / "ssh").chmod(0o755)
     monkeypatch.setenv("PATH", f"{tmp_path}:{os.environ['PATH']}")
@@ -174,7 +174,9 @@ def test_the_connection_is_gone_before_its_folder_is_removed(tmp_path, monkeypat
     control = tmp_path / "control%1"
     with socket.socket(socket.AF_UNIX) as listener:
         listener.bind(str(control))
-        hwreg.labgrid_driver.end_connection(types.SimpleNamespace(control=str(control)))
+        driver = target.get_driver("HwregDriver")
+        driver.command.control = str(control)  # as SSHDriver has one
+        target.deactivate(driver)
     assert not control.exists()
 
 
