@@ -28,19 +28,26 @@ foreach(component hwreg hwreg-sim python3-hwreg)
   compressed(${CMAKE_CURRENT_LIST_DIR}/changelog changelog share/doc/${component} ${component})
 endforeach()
 
-# completion(COMPONENT COMMAND...): bash looks for a completion by the command's name; all are in hwreg's.
+# link(COMPONENT FOLDER NAME FILE) installs FOLDER/NAME as a link to a file of share/hwreg/completion.
+function(link component folder name file)
+  file(CREATE_LINK ../../hwreg/completion/${file} ${made}/${component}/${file} SYMBOLIC)
+  install(FILES ${made}/${component}/${file} DESTINATION ${folder} RENAME ${name} COMPONENT ${component})
+endfunction()
+
+# completion(COMPONENT COMMAND...): bash and fish look for a completion by the command's name; all are in hwreg's.
 function(completion component)
-  file(CREATE_LINK hwreg ${made}/${component}/completion SYMBOLIC)
   foreach(command ${ARGN})
-    install(FILES ${made}/${component}/completion DESTINATION share/bash-completion/completions RENAME ${command}
-      COMPONENT ${component})
+    link(${component} share/bash-completion/completions ${command} hwreg)
+    link(${component} share/fish/vendor_completions.d ${command}.fish hwreg.fish)
   endforeach()
 endfunction()
 
 # ---- the target
 install(TARGETS hwreg hwreg-capture hwreg-check RUNTIME DESTINATION sbin COMPONENT hwreg)
-install(FILES completion/hwreg DESTINATION share/bash-completion/completions COMPONENT hwreg)
-completion(hwreg hwreg-check)
+# Each shell's file finds what it asks beside itself. zsh's names the commands.
+install(DIRECTORY completion/ DESTINATION share/hwreg/completion COMPONENT hwreg)
+completion(hwreg hwreg hwreg-check)
+link(hwreg share/zsh/vendor-completions _hwreg _hwreg)
 # The help screen sends its readers to ReadMe.doc.
 install(FILES docs/commands.txt DESTINATION share/doc/hwreg RENAME ReadMe.doc COMPONENT hwreg)
 install(FILES docs/cookbook.md docs/foretold.md docs/power-cycling.md docs/fleets.md DESTINATION share/doc/hwreg

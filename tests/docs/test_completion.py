@@ -1,62 +1,56 @@
-"""Completion of command lines by a real bash."""
+"""Completion of command lines by a real bash, zsh and fish."""
 
 import os
-import pty
 import re
-import select
 import subprocess
-import time
 
 import pytest
 
+import shells
 from examples import TOP
-from texts import COMPLETION, completion_forms, words_of
+from texts import completion_forms, words_of
 
 SIMULATOR = str(TOP / "sim" / "hwreg-sim")
 
 # What the kernel of some machine tells.
-MACHINE = r"""
-_hwreg_pci_functions() { printf '%s\n' 0000:00:00.0 0000:00:1f.0 0000:00:1f.3 0000:0a:00.0 0001:77:00.0; }
-_hwreg_cpus() { printf '%s\n' 0 1 5; }
-_hwreg_smbios_structures() { printf '%s\n' 0-0 17-0 17-1; }
-_hwreg_resources() {
-    case $1 in
-    ioports) printf '%s\n' '0000-0cf7 : PCI' '  0060-0060 : keyboard' '0cf8-0cff : PCI conf1' ;;
-    iomem) printf '%s\n' '000f0000-000fffff : System ROM' 'fed00000-fed003ff : HPET 0' \
-        '100000000-27fffffff : System RAM' ;;
-    esac
-}
+MACHINE = r"""#!/bin/sh
+case $1 in
+/sys/bus/pci/devices) printf '%s\n' 0000:00:00.0 0000:00:1f.0 0000:00:1f.3 0000:0a:00.0 0001:77:00.0 ;;
+/dev/cpu) printf '%s\n' 0 1 5 microcode ;;
+/sys/firmware/dmi/entries) printf '%s\n' 0-0 17-0 17-1 ;;
+/proc/ioports) printf '%s\n' '0000-0cf7 : PCI' '  0060-0060 : keyboard' '0cf8-0cff : PCI conf1' ;;
+/proc/iomem) printf '%s\n' '000f0000-000fffff : System ROM' 'fed00000-fed003ff : HPET 0' \
+    '100000000-27fffffff : System RAM' ;;
+*) exec "/usr/bin/${0##*/}" "$@" ;;
+esac
 """
-
-ASK = r"""
-source "$1" || exit
-%s
-shift
-set -u
-command=$1
-COMP_WORDS=("$@") COMP_CWORD=$(($# - 1)) COMPREPLY=()
-case $command in
-*-sim) _hwreg_sim "$command" ;;
-*-board) _hwreg_board "$command" ;;
-*-check) _hwreg_check ;;
-*) _hwreg "$command" ;;
-esac && printf '%%s\n' "${COMPREPLY[@]}"
-"""
+SILENT = "#!/bin/sh\nexit 2\n"
 
 ACCESSES = "/RB /RW /RD /WB /WW /WD /RI /WI"
 HELP = "/H"
 VIEW = "/LOG /TEXT /NOMSG"
 
 
-def complete(line, machine=MACHINE, cwd=None, command="hwreg"):
-    """The set of words that can stand in the place of the last one; a blank at the end begins a new one."""
-    words = line.split(" ")
-    ran = subprocess.run(["bash", "--norc", "-c", ASK % machine, "bash", COMPLETION, command, *words], cwd=cwd,
-                         check=False, capture_output=True, text=True)
-    assert ran.stderr == "" and ran.returncode == 0
-    offered = ran.stdout.split()
-    assert len(offered) == len(set(offered))
-    return set(offered)
+@pytest.fixture(params=shells.SHELLS, name="shell")
+def each_shell(request):
+    return request.param
+
+
+@pytest.fixture(name="complete")
+def asked_of_a_shell(shell, tmp_path_factory):
+    """complete(LINE) is the set of words that can stand in the place of the last one, in each shell."""
+    def complete(line, machine=MACHINE, cwd=None, command="hwreg", setup=""):
+        folder = tmp_path_factory.mktemp("asked")
+        environment = {"PATH": f"{folder}:{os.environ['PATH']}"}
+        for name in ("ls", "cat") if machine else ():
+            (folder / name).write_text(machine)
+            (folder / name).chmod(0o755)
+        return shells.complete(shell, f"{command} {line}", cwd or folder, environment, setup)
+
+    return complete
+
+
+in_bash = pytest.mark.parametrize("shell", ["bash"], indirect=True)
 
 
 @pytest.mark.parametrize("line, offered", [
@@ -87,17 +81,18 @@ def complete(line, machine=MACHINE, cwd=None, command="hwreg"):
     ("/LOG /ACPI ", f"/DUMP"),
     ("/EDID ", ""),
 ])  # fmt: skip
-def test_switch_words_of_the_forms_are_offered(line, offered):
+def test_switch_words_of_the_forms_are_offered(complete, line, offered):
     assert complete(line) == set(offered.split())
 
 
-def test_words_are_no_patterns_of_file_names():
+@in_bash
+def test_words_are_no_patterns_of_file_names(complete):
     """With nullglob a pattern goes where there is no such file, as "[/T" or "[argument]..." would."""
-    assert complete("/SHUTDOWN ", MACHINE + "shopt -s nullglob\n") == {"/T", *HELP.split()}
+    assert complete("/SHUTDOWN ", setup="shopt -s nullglob") == {"/T", *HELP.split()}
 
 
 @pytest.mark.parametrize("typed", ["/?", "/HELP", "/H"])
-def test_a_help_word_that_was_typed_is_known(typed):
+def test_a_help_word_that_was_typed_is_known(complete, typed):
     assert complete(f"/SHUTDOWN {typed} ") == {"/T"}
     assert complete("/SHUTDOWN /HE") == set()
 
@@ -107,7 +102,7 @@ def test_a_help_word_that_was_typed_is_known(typed):
     ("/pci /r", "/rb /rw /rd /ri"), ("/pci /", "/rb /rw /rd /wb /ww /wd /ri /wi /dump /h"),
     ("-pci -RB 0xa 0", "0"), ("pci rb 0 ", "0 0x1f"),
 ])  # fmt: skip
-def test_words_are_offered_as_the_user_writes_them(line, offered):
+def test_words_are_offered_as_the_user_writes_them(complete, line, offered):
     assert complete(line) == set(offered.split())
 
 
@@ -140,15 +135,15 @@ def test_words_are_offered_as_the_user_writes_them(line, offered):
     ("/CPUID /RD 0x8000000", "0x80000000 0x80000001 0x80000002 0x80000003 0x80000004 0x80000005 0x80000006 "
                              "0x80000007 0x80000008"),
 ])  # fmt: skip
-def test_operands_are_offered_where_they_are_known(line, offered):
+def test_operands_are_offered_where_they_are_known(complete, line, offered):
     assert complete(line) == set(offered.split())
 
 
-def test_bits_are_numbered_to_31():
+def test_bits_are_numbered_to_31(complete):
     assert complete("/IO /RI 0x61 ") == {str(bit) for bit in range(32)}
 
 
-def test_files_are_offered_for_a_dump(tmp_path):
+def test_files_are_offered_for_a_dump(complete, tmp_path):
     for name in ("one.bin", "two.bin"):
         (tmp_path / name).touch()
     assert complete("/MEM /RF ", cwd=tmp_path) == {"one.bin", "two.bin"}
@@ -157,29 +152,29 @@ def test_files_are_offered_for_a_dump(tmp_path):
     assert complete("/MEM /RF two.bin 0xF", cwd=tmp_path) == {"0xF0000", "0xFED00000"}
 
 
+@in_bash
 @pytest.mark.parametrize("blanks", ["IFS=:", "IFS=", r"IFS=$'\n'"])
-def test_the_users_shell_may_split_words_otherwise(blanks):
-    assert complete("/RTC 60 /", machine=MACHINE + blanks) == {"/F", "/T", "/RESET", "/GRESET"}
-    assert complete("/MSR /RD ", machine=MACHINE + blanks) == {"0", "1", "5", "/ALL", "/A"}
-    assert "0x1b" in complete("--board amd /MSR /RD 0 ", machine=blanks, command=SIMULATOR)
+def test_the_users_shell_may_split_words_otherwise(complete, blanks):
+    assert complete("/RTC 60 /", setup=blanks) == {"/F", "/T", "/RESET", "/GRESET"}
+    assert complete("/MSR /RD ", setup=blanks) == {"0", "1", "5", "/ALL", "/A"}
+    assert "0x1b" in complete("--board amd /MSR /RD 0 ", setup=blanks, command=SIMULATOR)
 
 
-def test_nothing_is_offered_where_the_kernel_tells_nothing():
-    silent = "_hwreg_pci_functions() { :; }; _hwreg_cpus() { :; }; _hwreg_resources() { :; }"
-    assert complete("/PCI /RB ", silent) == set()
-    assert complete("/MSR /RD ", silent) == {"/ALL", "/A"}
-    assert complete("/IO /RB ", silent) == set()
+def test_nothing_is_offered_where_the_kernel_tells_nothing(complete):
+    assert complete("/PCI /RB ", SILENT) == set()
+    assert complete("/MSR /RD ", SILENT) == {"/ALL", "/A"}
+    assert complete("/IO /RB ", SILENT) == set()
 
 
-def test_this_machine_is_asked_without_errors():
+def test_this_machine_is_asked_without_errors(complete):
     for line in ("/PCI /RB ", "/PCI /RB 0 ", "/PCI /RB 0 0 ", "/MSR /RD ", "/SMBIOS /TYPE ", "/IO /RB ", "/MEM /RB "):
-        complete(line, "")
+        complete(line, machine=None)
 
 
 @pytest.mark.parametrize("line, offered", [
     ("--b", "--board --boards"),
     ("--board i", "intel"),
-    ("--board = i", "intel"),  # bash makes three words of --board=i
+    ("--board = i", "intel"),
     ("--board amd /PC", "/PCI"),
     ("--board = amd /PC", "/PCI"),
     ("--log /PCI /RB 0 0x1f ", "0 2 3 4 5"),
@@ -194,18 +189,18 @@ def test_this_machine_is_asked_without_errors():
     ("--preflight --", "--json --help --version"),
     ("/PCI --", ""),
 ])  # fmt: skip
-def test_the_simulators_options_are_offered_before_a_command_line(line, offered, tmp_path):
+def test_the_simulators_options_are_offered_before_a_command_line(complete, line, offered, tmp_path):
     assert complete(line, cwd=tmp_path, command=SIMULATOR) == set(offered.split())
 
 
-def test_all_boards_and_options_of_the_simulator_are_offered(tmp_path):
+def test_all_boards_and_options_of_the_simulator_are_offered(complete, tmp_path):
     said = subprocess.run([SIMULATOR, "--boards"], capture_output=True, text=True, check=True).stdout
     assert complete("--board ", cwd=tmp_path, command=SIMULATOR) == {line.split()[0] for line in said.splitlines()}
     said = subprocess.run([SIMULATOR, "--help"], capture_output=True, text=True, check=True).stdout
     assert complete("--", command=SIMULATOR) == set(re.findall(r"^  (--\w+)", said, re.MULTILINE))
 
 
-def test_own_board_files_and_the_folders_to_them_are_offered(tmp_path):
+def test_own_board_files_and_the_folders_to_them_are_offered(complete, tmp_path):
     (tmp_path / "mine.board").touch()
     (tmp_path / "mine.txt").touch()
     (tmp_path / "more").mkdir()
@@ -232,14 +227,14 @@ SIMULATED = """
     ("/SIO /RB ", "0x20 0x24"),
     ("/SMBIOS /TYPE ", "0 17"),
 ])
-def test_a_simulated_machine_is_asked_for_what_it_has(line, some, tmp_path):
+def test_a_simulated_machine_is_asked_for_what_it_has(complete, line, some, tmp_path):
     (tmp_path / "mine.board").write_text(SIMULATED)
     offered = complete(f"--board mine.board {line}", cwd=tmp_path, command=SIMULATOR)
     assert set(some.split()) <= offered
     assert "3" not in offered or not line.startswith("/PCI /RB 3 0")
 
 
-def test_a_simulated_machine_that_has_mistakes_offers_nothing(tmp_path):
+def test_a_simulated_machine_that_has_mistakes_offers_nothing(complete, tmp_path):
     (tmp_path / "mine.board").write_text("no such keyword\n")
     assert complete("--board mine.board /PCI /RB ", cwd=tmp_path, command=SIMULATOR) == set()
 
@@ -252,7 +247,7 @@ def test_a_simulated_machine_that_has_mistakes_offers_nothing(tmp_path):
     ("-- --", ""),
     ("/PCI --", ""),
 ])  # fmt: skip
-def test_the_checks_options_are_offered_before_a_command_line(line, offered):
+def test_the_checks_options_are_offered_before_a_command_line(complete, line, offered):
     assert complete(line, command="hwreg-check") == set(offered.split())
 
 
@@ -270,14 +265,14 @@ def test_the_checks_options_are_offered_before_a_command_line(line, offered):
     ("diff --group ", "a.board b.board folder"),
     ("diff --ignore ", "a.board b.board dump.txt folder"),
 ])  # fmt: skip
-def test_words_of_hwreg_board_are_offered(tmp_path, line, offered):
+def test_words_of_hwreg_board_are_offered(complete, tmp_path, line, offered):
     for name in ("a.board", "b.board", "dump.txt"):
         (tmp_path / name).touch()
     (tmp_path / "folder").mkdir()
     assert complete(line, command="hwreg-board", cwd=tmp_path) == set(offered.split())
 
 
-def test_all_options_of_hwreg_board_are_offered():
+def test_all_options_of_hwreg_board_are_offered(complete):
     for verb in ("import", "export", "show", "diff"):
         said = subprocess.run([TOP / "tools" / "hwreg-board", verb, "--help"], capture_output=True, text=True,
                               check=True)
@@ -285,8 +280,9 @@ def test_all_options_of_hwreg_board_are_offered():
         assert options <= complete(f"{verb} --", command="hwreg-board")
 
 
+@in_bash  # zsh and fish ask the same program
 @pytest.mark.parametrize("form", completion_forms())
-def test_each_switch_word_of_a_form_is_offered_in_its_place(form):
+def test_each_switch_word_of_a_form_is_offered_in_its_place(complete, form):
     typed = []
     for token in form.replace("[", "").replace("]", "").split():
         if token.startswith("/"):
@@ -296,54 +292,3 @@ def test_each_switch_word_of_a_form_is_offered_in_its_place(form):
         else:
             typed.append("1")
     assert words_of(form)
-
-
-def test_bash_completion_loads_the_file_by_the_commands_name(tmp_path):
-    folder = tmp_path / "completions"
-    folder.mkdir()
-    (folder / "hwreg").symlink_to(COMPLETION)
-    script = ("source /usr/share/bash-completion/bash_completion; _completion_loader hwreg; "
-              "complete -p hwreg; type -t _hwreg")
-    ran = subprocess.run(["bash", "--norc", "-c", script], env={**os.environ, "BASH_COMPLETION_USER_DIR": tmp_path},
-                         capture_output=True, text=True, check=False)
-    assert ran.stdout == "complete -F _hwreg hwreg\nfunction\n"
-
-
-class Shell:
-    """An interactive bash on a terminal."""
-
-    def __init__(self, cwd):
-        self.master, slave = pty.openpty()
-        environment = {**os.environ, "PS1": "> ", "TERM": "dumb", "INPUTRC": "/dev/null", "HISTFILE": ""}
-        self.child = subprocess.Popen(["bash", "--norc", "--noprofile", "-i"], stdin=slave, stdout=slave, stderr=slave,
-                                      cwd=cwd, env=environment, start_new_session=True)
-        os.close(slave)
-        self.screen = ""
-
-    def type(self, text, expected, seconds=10):
-        """Types a text and waits until the screen shows the expected one behind what it showed before."""
-        seen = len(self.screen)
-        os.write(self.master, text.encode())
-        deadline = time.monotonic() + seconds
-        while expected not in self.screen[seen:]:
-            left = deadline - time.monotonic()
-            assert left > 0, self.screen
-            if select.select([self.master], [], [], left)[0]:
-                self.screen += os.read(self.master, 4096).decode().replace("\r", "").replace("\x07", "")
-
-    def end(self):
-        os.write(self.master, b"\x15exit\n")
-        self.child.wait(timeout=10)
-        os.close(self.master)
-
-
-def test_the_tab_key_completes_on_a_terminal(tmp_path):
-    (tmp_path / "dump file").touch()
-    shell = Shell(tmp_path)
-    shell.type(f"source {COMPLETION}\n", "> ")
-    shell.type("hwreg /pc\t", "hwreg /pci ")
-    shell.type("/du\t", "/dump ")
-    shell.type("\x15hwreg /MEM /RF du\t", "dump\\ file ")
-    shell.type("\x15hwreg /SMB\t\t", "/SMBUS")
-    shell.end()
-    assert re.search(r"/SMB +/SMBIOS +/SMBUS", shell.screen)

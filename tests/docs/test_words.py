@@ -46,7 +46,8 @@ def test_options_and_words_without_effect_are_described(path, word):
 
 @pytest.mark.parametrize("word", sorted(texts.OPTIONS))
 def test_options_are_completed(word):
-    lists = re.findall(r"^_hwreg_(?:help|view)='(.*)'$", texts.COMPLETION.read_text(), re.MULTILINE)
+    candidates = (texts.COMPLETION.parent / "candidates").read_text()
+    lists = re.findall(r'^ +(?:HELP|VIEW) = "(.*)"$', candidates, re.MULTILINE)
     assert f"/{word}" in " ".join(lists).split()
 
 

@@ -81,8 +81,7 @@ def manual_forms():
 
 
 def completion_forms():
-    table = re.search(r"^_hwreg_forms='\n(.*?)\n'", COMPLETION.read_text(), re.DOTALL | re.MULTILINE).group(1)
-    return table.splitlines()
+    return re.findall(r"^/.*", (COMPLETION.parent / "forms").read_text(), re.MULTILINE)
 
 
 def words_of(form):
