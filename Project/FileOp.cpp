@@ -87,6 +87,7 @@ static uint32_t DumpToFile(DumpRange range, const char *path) {
     EFI_STATUS status = GetMaxAllocMemory(&buffer, &chunk, range.remaining);
     if (status == EFI_SUCCESS) {
         Printf("Waitting ...\n\n");
+        ProvidePages(buffer, chunk);
         Memset(buffer, 0, chunk);
         CopyRange(range, buffer, chunk, file);
         Free(buffer);

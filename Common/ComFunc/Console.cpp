@@ -47,9 +47,12 @@ static const char *ColorSequence(uint16_t number) {
     }
 }
 
+const char *ColorText(uint16_t number) {
+    return DispHas(DISP_TEXT) ? "" : ColorSequence(number);
+}
+
 void setColor(uint16_t number) {
-    if (!DispHas(DISP_TEXT))
-        fputs(ColorSequence(number), stdout);
+    fputs(ColorText(number), stdout);
 }
 
 // Standard input while keys are read one by one: what is to be put back afterwards.

@@ -1,6 +1,6 @@
 // The terminal: colours, single keys, screen.
 //
-// No command reaches: GotoXY, DisplayPositionXY, ShowTitle.
+// No command reaches: setColor, GotoXY, DisplayPositionXY, ShowTitle.
 #pragma once
 
 #include "Base/Types.h"
@@ -15,8 +15,11 @@ enum Color : uint16_t {
     COLOR_BRIGHT_RED = 12,
 };
 
-// Writes the escape sequence of a colour number (ECMA-48, 8.3.117 SGR); numbers without a colour reset to
-// normal. Nothing is written in text mode (DISP_TEXT).
+// The escape sequence of a colour number (ECMA-48, 8.3.117 SGR), of 4 or 7 letters; numbers without a colour
+// reset to normal. An empty text in text mode (DISP_TEXT).
+const char *ColorText(uint16_t number);
+
+// Writes that text.
 void setColor(uint16_t number);
 
 // Waits for one byte of a key, without echo; the terminal's modes are as before afterwards. EOF (-1) at

@@ -17,7 +17,7 @@
 #include "Common/Global.h"
 #include "TestHelp.h"
 
-static std::string ColorText(uint16_t number) {
+static std::string PrintedColor(uint16_t number) {
     return Printed([&] { setColor(number); });
 }
 
@@ -26,18 +26,18 @@ TEST(Console, EveryColourNumberHasItsSequence) {
                                      "\033[0;31m", "\033[0;33m", "\033[0m",    "\033[1;37m", "\033[1;34m",
                                      "\033[1;32m", "\033[1;36m", "\033[1;31m", "\033[1;31m", "\033[1;33m"};
     for (uint16_t number = 0; number < 15; ++number)
-        EXPECT_EQ(ColorText(number), sequences[number]) << number;
+        EXPECT_EQ(PrintedColor(number), sequences[number]) << number;
     const uint16_t others[] = {15, 16, 27, 0x103, 0xFFFF};
     for (uint16_t number : others)
-        EXPECT_EQ(ColorText(number), "\033[0m") << number;
+        EXPECT_EQ(PrintedColor(number), "\033[0m") << number;
 }
 
 TEST(Console, TextModeWritesNoSequence) {
     SetCommand({"hwreg", "/TEXT"});
     for (uint16_t number = 0; number < 16; ++number)
-        EXPECT_EQ(ColorText(number), "") << number;
+        EXPECT_EQ(PrintedColor(number), "") << number;
     SetCommand({"hwreg", "/DUMP", "/LOG"});
-    EXPECT_EQ(ColorText(6), "\033[0;33m");
+    EXPECT_EQ(PrintedColor(6), "\033[0;33m");
 }
 
 TEST(Console, GetchReadsOneByteAtATime) {

@@ -76,6 +76,11 @@ static std::vector<std::string> Lines(const std::string &view) {
     return lines;
 }
 
+TEST(HexView, PercentSignsAmongTheCharactersAreShownAsTheyAre) {
+    std::string view = Plain({'%', 's', '%', 'd', '%', '%'});
+    EXPECT_EQ(view.substr(view.size() - 8), "%s%d%%\r\n");
+}
+
 TEST(HexView, PlainViewHasAnEmptyLineAfterEachPage) {
     std::vector<std::string> lines = Lines(Plain(Counting(300)));
     ASSERT_EQ(lines.size(), 1u + 16 + 1 + 3);
