@@ -210,6 +210,39 @@ def test_without_the_companion_nothing_is_run(sim, tmp_path, option, companion):
     assert (ran.stdout, ran.returncode) == ("", 125) and f"{tmp_path}/{companion}" in ran.stderr
 
 
+@pytest.mark.parametrize("kind, words", [("-static-pie", "/IO /RB 0x61"), ("-static", "/IO /RB 0x61"),
+                                         ("-static-pie", "--version"), ("-static", "--capture")])
+def test_a_program_that_would_reach_the_hardware_itself_is_not_run(sim, tmp_path, kind, words):
+    (tmp_path / "libhwboard.so").symlink_to(BUILD / "libhwboard.so")
+    name = "hwreg-capture" if words == "--capture" else "hwreg"
+    (tmp_path / "touches.c").write_text('#include <stdio.h>\nint main(void) { puts("touched"); return 0; }\n')
+    subprocess.run(["gcc", kind, "-o", tmp_path / name, tmp_path / "touches.c"], check=True)
+    ran = sim(words, build=tmp_path)
+    assert (ran.stdout, ran.returncode) == ("", 125)
+    assert ran.stderr.endswith(f"{name} is static or set-user-ID: no simulated machine can stand in front of it\n")
+
+
+@pytest.mark.parametrize("mode", [0o4755, 0o2755])
+def test_a_program_with_rights_of_its_own_is_not_run(sim, tmp_path, mode):
+    (tmp_path / "libhwboard.so").symlink_to(BUILD / "libhwboard.so")
+    (tmp_path / "hwreg").write_text("#!/bin/sh\necho touched\n")
+    (tmp_path / "hwreg").chmod(mode)
+    ran = sim("/IO /RB 0x61", build=tmp_path)
+    assert (ran.stdout, ran.returncode) == ("", 125) and "set-user-ID" in ran.stderr
+
+
+@pytest.mark.parametrize("folder", ["my tools", "a:b", "new\nline"])
+@pytest.mark.parametrize("words", ["/IO /RB 0x61", "--version", "--check ./x"])
+def test_a_library_that_the_loader_cannot_name_is_not_gone_without(sim, tmp_path, folder, words):
+    build = tmp_path / folder
+    build.mkdir()
+    (build / "libhwboard.so").symlink_to(BUILD / "libhwboard.so")
+    (build / "hwreg").write_text("#!/bin/sh\necho touched\n")
+    (build / "hwreg").chmod(0o755)
+    ran = sim(words, build=build)
+    assert (ran.stdout, ran.returncode) == ("", 125) and "no blank or colon may be in its path" in ran.stderr
+
+
 def test_what_a_command_will_do_is_told(either):
     ran = either("--board noiopl --preflight --json /IO /RB 0x61")
     assert json.loads(ran.stdout)["verdict"] == "refused" and ran.returncode == 1

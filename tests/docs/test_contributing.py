@@ -107,7 +107,7 @@ def test_ring_of_the_page_is_found_and_passes(tree):
 def test_ring_of_the_page_fails_when_the_program_asks_for_more(tree):
     path = tree / "CMakeLists.txt"
     text = path.read_text()
-    path.write_text(text.replace("-static-libstdc++ -static-libgcc -Wl,--as-needed", "-Wl,--no-as-needed"))
+    path.write_text(text.replace("-static-libstdc++ -static-libgcc", "").replace("--as-needed", "--no-as-needed"))
     ran = run_ring(tree)
     path.write_text(text)
     assert ran.returncode == 1 and ran.stdout.endswith("\n0 passed, 1 failed\n"), ran.stdout

@@ -15,7 +15,7 @@ import time
 import guest
 import sshguest
 
-SECONDS = 150  # that a guest may live
+SECONDS = 900  # that a guest may live
 
 
 def write_configuration(folder, ports):

@@ -89,7 +89,6 @@ Q35 = SharedBoot(
             "ich9-usb-ehci1,bus=pcie.0,addr=0x1d.7",
         ],
         append=f"iomem=relaxed memmap=1M${SCRATCH:#x}",
-        seconds=400,
     )
 )
 

@@ -12,8 +12,8 @@ import pytest
 import guest
 from boots import BEHIND_BRIDGES
 from captures import QUESTIONS, answers, differences, questions
-from guest import Command, Machine
-from harness import BUILD, TOP
+from guest import Machine
+from harness import TOP
 
 # The kind `pc` belongs to the quick run: tests/guest/ring says so.
 KINDS = {
@@ -36,14 +36,14 @@ ASK = r"""
 cd /tmp && mkdir asked && modprobe msr
 hwreg-capture -o machine.board --spd --superio || exit
 capture_questions machine.board >asked/lines
+sed 's/@/DUMP/' asked/lines >lines
 number=0
 while read -r line; do
     number=$((number + 1))
-    rm -f DUMP
-    eval "hwreg $(echo "$line" | sed 's/@/DUMP/')" >asked/$number.out 2>&1 </dev/null
+    eval "hwreg $line" >asked/$number.out 2>&1 </dev/null
     echo $? >asked/$number.status
     [ ! -f DUMP ] || mv DUMP asked/$number.dump
-done <asked/lines
+done <lines
 hwreg-capture -o asked/again.board --spd --superio || exit
 tar cf asked.tar asked && gzip asked.tar
 """
@@ -52,9 +52,9 @@ tar cf asked.tar asked && gzip asked.tar
 @functools.cache
 def asked(kind):
     """The board file, the questions and the guest's answers to them, and a board file of the machine afterwards."""
-    files = {"/usr/bin/hwreg-capture": str(BUILD / "hwreg-capture"), "/usr/bin/capture_questions": str(QUESTIONS)}
+    files = {"/usr/bin/hwreg-capture": guest.built("hwreg-capture"), "/usr/bin/capture_questions": str(QUESTIONS)}
     fetch = ["/tmp/machine.board", "/tmp/asked.tar.gz"]
-    boot = guest.run(KINDS[kind], [Command(ASK, seconds=170)], files, fetch)
+    boot = guest.run(KINDS[kind], [ASK], files, fetch)
     assert boot.results[0].ending == "exit 0", boot.results[0]
     with tarfile.open(fileobj=io.BytesIO(boot.files["/tmp/asked.tar.gz"])) as tar:
         members = (member for member in tar if member.isfile())

@@ -161,7 +161,18 @@ TOLD = {
 }
 
 
+LATER = 60  # seconds from an answer to the run
+
+
+def alarm(text):
+    """The seconds since midnight of the alarm that a run tells, None where it tells none."""
+    found = re.search(r"SetCmos timer:  (\d\d):(\d\d):(\d\d)$", text, re.MULTILINE)
+    return found and 3600 * int(found[1]) + 60 * int(found[2]) + int(found[3])
+
+
 def is_shown(text, outcome):
+    if None not in (alarm(text), alarm(outcome.out)):
+        return (alarm(outcome.out) - alarm(text)) % 86400 <= LATER
     told = [seen for pattern, seen in TOLD.items() if re.fullmatch(pattern, text)]
     return told[0](outcome) if told else text and text in outcome.out
 

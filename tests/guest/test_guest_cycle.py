@@ -15,7 +15,7 @@ from test_guest_power import DISK_READY, drive, file_on, make_disk
 CYCLES = 2
 OFF = 15  # long enough for a slow guest to fall asleep
 EXAMPLE = os.path.join(os.path.dirname(__file__), "../../examples/cycle")
-CHECK = f"{guest.BUILD}/hwreg-check"
+CHECK = guest.built("hwreg-check")
 
 # The first start has an alarm of the kernel's in its way, and no shutdown; the third one finds the count emptied, as a
 # power cut leaves it.
@@ -62,7 +62,7 @@ FILES = {"/usr/bin/shutdown": b'#!/bin/sh\necho "$*" >>/run/asked\n', "/init": S
 def night(tmp_path_factory):
     """What the console showed, and the disk."""
     disk = make_disk(tmp_path_factory.mktemp("cycle"))
-    machine = Machine(machine="pc", append="iomem=relaxed no_console_suspend", seconds=900,
+    machine = Machine(machine="pc", sleeps=True, append="iomem=relaxed no_console_suspend",
                       qemu=[*drive(disk), "-rtc", "base=2024-02-03T12:00:00", "-action", "reboot=reset"])
     boot = guest.run(machine, [], FILES, ends_itself=True)
     assert boot.qemu_status == 0, boot.console

@@ -121,8 +121,7 @@ def test_a_byte_written_to_the_exit_device_ends_the_machine_with_its_code():
 CMOS = [*range(0x0D, 0x80), 0x0B]
 CMOS_WORDS = " ".join(map(hex, CMOS))
 CMOS_READS = Q35.ask(
-    f"for at in {CMOS_WORDS}; do outb 0x70 $at; inb 0x71; hwreg /IO /INDEX /RB 0x70 0x71 $at; echo $?; done",
-    seconds=120,
+    f"for at in {CMOS_WORDS}; do outb 0x70 $at; inb 0x71; hwreg /IO /INDEX /RB 0x70 0x71 $at; echo $?; done"
 )
 WIDE = (0x0E, 0x12, 0x2E, 0x34, 0x5B)
 CMOS_WIDE = Q35.ask(

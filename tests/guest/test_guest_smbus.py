@@ -15,7 +15,7 @@ OFFSETS = [0, 1, 2, 0x7F, 0x80, 0xFE, 0xFF]
 
 
 def with_driver(boot, commands):
-    return boot.ask(f"{DRIVER} {commands} {RELEASE}", seconds=120)
+    return boot.ask(f"{DRIVER} {commands} {RELEASE}")
 
 
 def fill(slave, word_at):
@@ -41,7 +41,7 @@ def read_line(slave, offset, data):
 # Reading
 
 CONTENTS = with_driver(Q35, fill(FIRST, "(at * 7963 + 9271) & 0xffff") + f"i2cdump -y 0 {FIRST:#x} b 2>/dev/null;")
-READS = Q35.ask("".join(f"hwreg /SMBUS /RB 0xA0 {offset}; echo $?;" for offset in OFFSETS), seconds=120)
+READS = Q35.ask("".join(f"hwreg /SMBUS /RB 0xA0 {offset}; echo $?;" for offset in OFFSETS))
 PEER_READS = with_driver(Q35, "".join(f"i2cget -y 0 {FIRST:#x} {offset} b;" for offset in OFFSETS))
 DUMP = Q35.ask(["hwreg", "/SMBUS", "/DUMP", "0xA0", "/TEXT"])
 

@@ -56,7 +56,7 @@ off) [ ! -e qemu.pid ] || {{ kill "$(cat qemu.pid)"; while [ -e qemu.pid ]; do s
 esac
 """
 # What a guest has no other of: busybox's timeout lacks the options.
-PROGRAMS = {"/usr/bin/timeout": "/usr/bin/timeout", "/usr/bin/hwreg-check": f"{BUILD}/hwreg-check"}
+PROGRAMS = {"/usr/bin/timeout": "/usr/bin/timeout", "/usr/bin/hwreg-check": guest.built("hwreg-check")}
 
 
 class Board:

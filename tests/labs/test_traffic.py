@@ -19,7 +19,7 @@ ROUNDS = 40  # of a quarter as many reads without the lock, until one goes wrong
 
 @pytest.fixture(scope="module")
 def board(tmp_path_factory):
-    with Board(tmp_path_factory.mktemp("lab"), board_machine(firmware="seabios", smp=2)) as board:
+    with Board(tmp_path_factory.mktemp("lab"), board_machine(firmware="seabios", smp=2, threads="multi")) as board:
         board.run("relay", "on", "3")
         board.wait()
         yield board

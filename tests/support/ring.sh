@@ -29,15 +29,24 @@ build_tree() {
 
 # need_tree builds the program and what its tests use.
 need_tree() {
-    build_tree "$HWREG_BUILD" all
+    build_tree "$HWREG_BUILD" all -DHWREG_STATIC=ON
 }
 
 # run_pytest RESULT FOLDER EXPRESSION [OPTION...] runs the tests of a folder of tests/. labgrid's plugin, which pytest
 # takes up by itself once a ring has installed it, costs each process half a second.
 run_pytest() {
     need_packages python3 python3-pytest python3-pytest-xdist python3-pytest-timeout || return
-    /usr/bin/python3 -m pytest -q -p no:cacheprovider -p no:labgrid --timeout=600 --junitxml="$results/$1.xml" \
+    /usr/bin/python3 -m pytest -q -p no:cacheprovider -p no:labgrid --timeout=1800 --junitxml="$results/$1.xml" \
         ${3:+-k "$3"} "${@:4}" "$top/tests/$2"
+}
+
+# run_both RESULT FOLDER EXPRESSION [OPTION...] runs them twice: with the programs as they are and, in the guests, with
+# those that are one file.
+run_both() {
+    local failed=0
+    run_pytest "$@" || failed=1
+    HWREG_KIND=static run_pytest "$1-static" "${@:2}" || failed=1
+    return $failed
 }
 
 # run_unit RESULT FILTER runs the unit tests that a GoogleTest filter chooses.

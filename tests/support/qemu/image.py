@@ -1,12 +1,14 @@
-"""Makes the base initial file system of the guest from the unpacked packages; run by `prepare`.
+"""Makes the kernels and the base initial file system of the guest from the unpacked packages; run by `prepare`.
 
-It holds a shell (dash, which unlike busybox's runs what PATH says), busybox for everything ordinary, kmod, the
+The latter holds a shell (dash, which unlike busybox's runs what PATH says), busybox for everything ordinary, kmod, the
 peers that the program is compared with, and the kernel's modules that they or later tests need. What is under
 test comes in a second archive, which `guest.py` writes for each boot.
 """
 
 import glob
+import lzma
 import os
+import struct
 import subprocess
 import sys
 
@@ -116,8 +118,27 @@ def add_modules(archive, tree):
         archive.copy(index, f"usr/{folder}/{os.path.basename(index)}")
 
 
+def unpacked_kernel(image):
+    """The kernel within an image for PCs (its documentation: x86/boot.rst), as QEMU starts it, too: unpacking itself in
+    the guest takes more than half of a start. An image that is not packed by xz is given as it is."""
+    setup_sectors = image[0x1F1]
+    offset, length = struct.unpack_from("<II", image, 0x248)
+    begin = (setup_sectors + 1) * 512 + offset
+    packed = image[begin:begin + length]
+    return lzma.LZMADecompressor().decompress(packed) if packed.startswith(b"\xfd7zXZ") else image
+
+
+def write_kernels(guest, tree):
+    with open(glob.glob(f"{tree}/boot/vmlinuz-*")[0], "rb") as stream:
+        image = stream.read()
+    for name, content in ("vmlinuz", image), ("vmlinux", unpacked_kernel(image)):
+        with open(f"{guest}/{name}", "wb") as stream:
+            stream.write(content)
+
+
 def main(guest):
     tree = f"{guest}/tree"
+    write_kernels(guest, tree)
     with open(f"{guest}/base.cpio.new", "wb") as stream:
         archive = cpio.Archive(stream)
         add_skeleton(archive)
