@@ -1,12 +1,10 @@
-"""What is exported is taken by the tools that the dumps come from; what is imported is a machine that hwreg works on;
-and whatever comes in, nothing but a clear line comes out."""
+"""What is exported is taken by the tools that the dumps come from; what is imported is a machine that hwreg works
+on."""
 
 import pathlib
 import random
-import re
 import subprocess
 import sys
-import time
 
 import pytest
 import samples
@@ -23,7 +21,7 @@ def machine(desk):
 
 
 def output(*command, cwd=None):
-    return subprocess.run(command, cwd=cwd, capture_output=True, text=True, check=True, timeout=60).stdout
+    return subprocess.run(command, cwd=cwd, capture_output=True, text=True, check=True, timeout=300).stdout
 
 
 def test_lspci_shows_the_functions_and_their_capabilities(desk, machine):
@@ -99,62 +97,6 @@ def test_the_command_works_from_any_folder_and_ends_quietly_at_a_closed_pipe(des
     full = subprocess.run(f"{command} show {machine} >/dev/full", shell=True, capture_output=True, text=True,
                           check=False)  # fmt: skip
     assert full.returncode == 2 and "No space left" in full.stderr and "Traceback" not in full.stderr
-
-
-# Anything may come in
-
-
-def mutated(chance, data):
-    data = bytearray(data)
-    for _ in range(chance.choice((1, 1, 2, 8))):
-        at = chance.randrange(len(data) + 1)
-        how = chance.randrange(6)
-        if how == 0:
-            data[at:at + 1] = bytes([chance.randrange(256)])
-        elif how == 1:
-            del data[at:at + chance.choice((1, 3, 16, 200))]
-        elif how == 2:
-            data[at:at] = chance.choice((b"??", b"\n", b"\r", b"\0", b"99999999999999999999", b"@", b"-1",
-                                          b"\xff\xfe", b"_"))  # fmt: skip
-        elif how == 3:
-            data[at:at] = data[at - 60:at]
-        elif how == 4:
-            del data[at:]
-        else:
-            data[at:at + 4] = chance.choice((b"\xff\xff\xff\xff", bytes(4), b"0x0x", b"    "))
-    return bytes(data)
-
-
-SECONDS = 20
-
-
-def test_mutated_dumps_and_boards_never_break_it(desk, machine):
-    """Status 0, 1 or 2, with a line that begins with the file; what is imported can be shown, compared, read again."""
-    chance = random.Random(20261122)
-    inputs = [(option.lstrip("-"), contents) for _, contents, option in samples.everything()]
-    inputs += [("board", machine.read_bytes()), ("acpi", samples.acpi_tables()[0][2]), ("dmi", samples.smbios_table()),
-               ("cmos", samples.rows(samples.CMOS).encode()), ("spd", samples.rows(samples.SPD).encode()),
-               ("dmi", samples.dmi("_SM3_"))]  # fmt: skip
-    end = time.monotonic() + SECONDS
-    done = {0: 0, 1: 0, 2: 0}
-    while time.monotonic() < end:
-        option, contents = chance.choice(inputs)
-        desk.write("x", mutated(chance, contents))
-        if option == "board":
-            result = desk("show", "x")
-        else:
-            result = desk("import", f"--{option}", "a0=x" if option == "spd" else "x", "-o", "y.board")
-        done[result.status] += 1
-        if result.status == 2:
-            assert re.match(r"x(\(.*\))?:|y\.board:|more|  ", result.err), result.err
-            continue
-        made = "x" if option == "board" else "y.board"
-        assert desk("diff", made, made).status == 0
-        assert desk("show", made).status == 0
-        assert desk("diff", "m.board", made).status in (0, 1)
-        if option in ("lspci", "dmi", "acpi", "cpuid", "msr", "cmos"):
-            assert desk("export", f"--{option}", "z", made).status == 0
-    assert done[0] > 20 and done[2] > 20, done
 
 
 # A thousand machines

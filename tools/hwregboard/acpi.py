@@ -4,16 +4,17 @@ import dataclasses
 import re
 
 from hwregboard.errors import Mistake, shown
-from hwregboard.inputs import lines_of, read_bytes
+from hwregboard.inputs import LIMIT, lines_of, read_bytes
 from hwregboard.machine import Machine, Run, overlaid, read_memory
 from hwregboard.placing import BIOS_AREA, ENTRY_AREA, TABLES, find_room, is_free, place
 
 HEADER = re.compile(r"([A-Za-z][A-Za-z0-9!_ ]{2,8}?)(?:\s*@\s*(?:0x)?([0-9a-fA-F]{1,16}))?\s*$")
 ROW = re.compile(r"\s+([0-9a-fA-F]{1,8}):\s((?:[0-9a-fA-F?]{2}(?: |$)){1,16})")
-TITLE = re.compile(r"acpi (\S.*?) at ([0-9a-f]+), (\d+) bytes(, made by the importer)?")
+TITLE = re.compile(r"acpi (\S.*?) at ([0-9a-f]{1,16}), (\d{1,9}) bytes(, made by the importer)?")
 RSDP = b"RSD PTR "
 DUMPED = "in the dump: "
 MADE = ", made by the importer"
+MOST = 1000  # tables of a machine; the importer makes two more
 
 
 @dataclasses.dataclass
@@ -102,6 +103,8 @@ def import_acpi(machine: Machine, files: list[str], say: list[str]) -> None:
         before = list(tables)
         tables += [table for table in read_tables(file) if not any(
             table.data == other.data and table.address in (0, other.address) for other in before)]  # fmt: skip
+    if len(tables) > MOST:
+        raise Mistake(files[-1], 0, f"more than {MOST} tables")
     source = ", ".join(files)
     root = next((table for table in tables if table.data.startswith(RSDP)), None)
     tables = [table for table in tables if table is not root]
@@ -203,7 +206,8 @@ def adapted_root(root: Table | None, address: int, signature: str) -> bytes:
 def find_tables(machine: Machine, made: bool = True) -> list[Table]:
     """The tables by the names of their memory; those that the importer has made, too, if wanted."""
     runs = overlaid(machine.parts)
-    found = []
+    found: list[Table] = []
+    size = 0
     for part in machine.parts:
         if (title := TITLE.match(part.title)) and (made or not title[4]):
             address = int(title[2], 16)
@@ -212,6 +216,9 @@ def find_tables(machine: Machine, made: bool = True) -> list[Table]:
             if dumped and not made:
                 data = bytes.fromhex(re.sub(r"[^0-9a-f].*", "", dumped.removeprefix(DUMPED)))
             found.append(Table(address, data))
+            size += len(data)
+            if len(found) > MOST + 2 or size > LIMIT:
+                raise Mistake(machine.name, 0, f"more than {MOST} ACPI tables, or more than 64 MiB of them")
     named = any(part.title.startswith("acpi RSDP ") for part in machine.parts)
     root = None if named else root_pointer(runs)
     if root is not None and not found:
@@ -231,19 +238,21 @@ def root_pointer(runs: list[Run]) -> Table | None:
     return None
 
 
-def follow(runs: list[Run], address: int, found: list[Table]) -> None:
-    size = pointer(read_memory(runs, address, 8)[0], 4, 4)
-    data = read_memory(runs, address, min(size, 1 << 24))[0]
-    if len(data) < 36 or len(found) > 1000 or any(table.address == address for table in found):
-        return
-    table = Table(address, data)
-    found.append(table)
-    if table.signature in ("RSDT", "XSDT"):
-        for each in sorted(listed(table)):
-            follow(runs, each, found)
-    elif table.signature == "FACP":
-        follow(runs, pointer(data, 140, 8) or pointer(data, 40, 4), found)
-        follow(runs, pointer(data, 132, 8) or pointer(data, 36, 4), found)
+def follow(runs: list[Run], root: int, found: list[Table]) -> None:
+    """The tables that a root table leads to, each behind the one that names it."""
+    ahead = [root]
+    while ahead and len(found) <= MOST:
+        address = ahead.pop()
+        size = pointer(read_memory(runs, address, 8)[0], 4, 4)
+        data = read_memory(runs, address, min(size, 1 << 24))[0]
+        if len(data) < 36 or any(table.address == address for table in found):
+            continue
+        table = Table(address, data)
+        found.append(table)
+        if table.signature in ("RSDT", "XSDT"):
+            ahead += sorted(listed(table), reverse=True)
+        elif table.signature == "FACP":
+            ahead += [pointer(data, 132, 8) or pointer(data, 36, 4), pointer(data, 140, 8) or pointer(data, 40, 4)]
 
 
 def export_acpi(machine: Machine) -> bytes:

@@ -3,7 +3,6 @@
 What hand-written machines say beyond that (described functions, capabilities ...) is told to be captured first.
 """
 
-import itertools
 import os
 import pathlib
 from collections.abc import Callable
@@ -15,7 +14,8 @@ from hwregboard.machine import BRIEF, FULL, ByCpu, Cells, Function, Machine, Par
 
 DEPTH = 8  # of includes
 BLANKS = " " * 15  # between 16 bytes
-CPUS = 4096
+CPUS = 4096  # of a captured machine
+VALUES = 1 << 22  # of MSRs and leaves that single CPUs have
 MEMORY = 64 << 20  # bytes of memory that a file may mention
 DOORS = ["iopl", "mem", "msr-nodes", "pci-ports", "ecam", "pm-registers"]
 PLAIN = ["refuse", "systab", "pm1", "constant", "latch", "delay", "unlogged", "system-control",
@@ -48,6 +48,7 @@ class Reader:
         self.function: Function | None = None
         self.slave: Slave | None = None
         self.size = 0
+        self.values = 0
         self.handlers: dict[str, Callable[[str], None]] = {
             "config": self.config, "window": self.window, "bytes": self.bytes, "fill": self.fill, "msr": self.msr,
             "cpuid": self.cpuid, "cpus": self.cpus, "pci": self.pci, "cmos": self.cmos, "cmos-bytes": self.cmos_bytes,
@@ -110,10 +111,10 @@ class Reader:
         except ValueError:
             return 0
         rows = []
-        for line in itertools.islice(told, first, None):
+        for number in range(first, len(told)):
             prefix = f"bytes {at:x} "
-            row = line[len(prefix):]
-            if len(row) != 47 or row[2::3] != BLANKS or not line.startswith(prefix):
+            row = told[number][len(prefix):]
+            if len(row) != 47 or row[2::3] != BLANKS or not told[number].startswith(prefix):
                 break
             rows.append(row)
             at += 16
@@ -153,7 +154,7 @@ class Reader:
             machine.resources.append(text)
         elif text.startswith("smbus-bytes ") and self.slave:
             self.smbus_bytes(text.removeprefix("smbus-bytes "))  # beyond what the simulated slave holds
-        elif text.startswith("note: "):
+        elif text.startswith("note: ") and self.section:
             self.notes.append(text.removeprefix("note: "))
         elif not self.section:
             machine.heading.append(text)
@@ -165,7 +166,7 @@ class Reader:
             raise self.fail(f"too many includes inside each other: {shown(name)}")
         for folder in [pathlib.Path(self.file).parent, *board_folders()]:
             path = folder / name
-            if path.is_file():
+            if os.path.isfile(path):
                 saved = self.section, self.title
                 self.read(str(path), depth + 1)
                 self.section, self.title = saved
@@ -227,13 +228,14 @@ class Reader:
         return offset, data, None if all(mask) else mask
 
     def cpu_numbers(self, words: list[str]) -> list[int]:
-        cpus: list[int] = []
+        cpus: set[int] = set()
         for word in ",".join(words).split(","):
             first, _, last = word.partition("-")
-            if not first.isdecimal() or not (last or first).isdecimal() or int(last or first) >= CPUS:
+            if not first.isdecimal() or not (last or first).isdecimal() or not (
+                    int(first) <= int(last or first) < CPUS):  # fmt: skip
                 raise self.fail(f"not a list of CPUs: {shown(word)}")
-            cpus.extend(range(int(first), int(last or first) + 1))
-        return cpus
+            cpus.update(range(int(first), int(last or first) + 1))
+        return sorted(cpus)
 
     def split_cpus(self, words: list[str]) -> tuple[list[str], list[int] | None]:
         """The words before `cpus LIST` and the list."""
@@ -245,7 +247,11 @@ class Reader:
             end += 1
         if end == at + 1:
             raise self.fail("no list of CPUs behind: cpus")
-        return words[:at] + words[end:], self.cpu_numbers(words[at + 1:end])
+        cpus = self.cpu_numbers(words[at + 1:end])
+        self.values += len(cpus)
+        if self.values > VALUES:
+            raise self.fail(f"the file has more than {VALUES} values of single CPUs")
+        return words[:at] + words[end:], cpus
 
     # ---- lines
 
@@ -447,8 +453,6 @@ def superio_lines(chip: SuperIo) -> list[str]:
 def slave_lines(slave: Slave) -> list[str]:
     held = 512 if slave.keyword == "smbus-spd" else 256
     lines = [f"{slave.keyword} {slave.address:02x} {slave.options}".strip()]
-    if slave.source:
-        lines.insert(0, f"# from: {slave.source}")
     for line in byte_lines("smbus-bytes", slave.cells, zeros=True):
         if int(line.split()[1], 16) < held:
             lines.append(line)

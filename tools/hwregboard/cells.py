@@ -14,6 +14,7 @@ COLUMNS = re.compile(r"\s+(?:0?[0-9a-fA-F]\s+){8,}")
 WORD = re.compile(r"(?:0x)?([0-9a-fA-F]{1,2}|\?\?|XX)[,;]?")
 TEXT = frozenset(b"\t\n\r\x0b\x0c" + bytes(range(0x20, 0x7F)))
 BRIEF = 256  # bytes of an EEPROM
+MODULES = 0xA0  # addresses of modules with two pages
 CMOS_SIZE, NVRAM_FIRST = 256, 14
 PORTS = 0x7000  # where index port 70h stands in an image by index port and index
 
@@ -75,11 +76,14 @@ def import_spd(machine: Machine, address: int, file: str, say: list[str]) -> Non
     cells = read_cells(file, 1024)
     if len(cells.data) not in (128, 256, 512, 1024):
         say.append(f"{file}: {len(cells.data)} bytes are no whole SPD image (256, 512 or 1024)")
+    if len(cells.data) > BRIEF and address & 0xF0 != MODULES:
+        raise Mistake(file, 0, f"a module with more than {BRIEF} bytes answers at a0 to ae, not at {address:02x}")
     cells.grow(BRIEF, Cells.UNKNOWN)
     keyword = "smbus-eeprom" if len(cells.data) <= BRIEF else "smbus-spd"
     if len(cells.data) > 512:
         say.append(f"{file}: the simulated module has 512 bytes; the others stand in comments")
-    machine.slaves[address] = Slave(address, keyword, cells=cells, source=file)
+    machine.slaves[address] = Slave(address, keyword, cells=cells)
+    machine.sources.setdefault("spd", []).append(f"{file}: {address:02x}")
 
 
 def export_spd(machine: Machine, address: int) -> bytes:

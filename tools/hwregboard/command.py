@@ -8,7 +8,7 @@ from collections.abc import Callable
 
 from hwregboard import acpi, cells, cpuid, differences, dmi, groups, lspci, msr, show, volatile
 from hwregboard.board import read_board, write_board
-from hwregboard.errors import Mistake
+from hwregboard.errors import Mistake, letters, printable
 from hwregboard.explain import explained
 from hwregboard.imports import import_machine, spd_option
 from hwregboard.machine import Machine
@@ -65,7 +65,7 @@ def parser() -> argparse.ArgumentParser:
 
 def say(lines: list[str]) -> None:
     for line in lines:
-        print(f"hwreg-board: {line}".encode("ascii", "backslashreplace").decode(), file=sys.stderr)
+        print(letters(f"hwreg-board: {line}"), file=sys.stderr)
 
 
 def write_output(file: str, data: bytes) -> None:
@@ -129,7 +129,7 @@ def run_diff(options: argparse.Namespace) -> int:
         raise Mistake("diff", 0, "two board files are compared, more with --group")
     found = differences.compare(read_board(options.board[0]), read_board(options.board[1]), rules)
     for line in differences.lines(found, *options.board):
-        print(line)
+        print(printable(line))
     return DIFFERENT if differences.counts(found) else SAME
 
 
@@ -137,7 +137,7 @@ def run_explain(options: argparse.Namespace) -> int:
     try:
         with open(0 if options.log == "-" else options.log, errors="replace", closefd=options.log != "-") as log:
             for line in explained(iter(lambda: log.readline(LINE), "")):
-                print(line, flush=True)
+                print(printable(line), flush=True)
     except OSError as error:
         raise Mistake(options.log, 0, error.strerror or str(error)) from None
     return SAME

@@ -8,7 +8,7 @@ from collections.abc import Iterable
 from hwregboard.errors import Mistake, shown
 from hwregboard.inputs import is_archive, lines_of, members, read_bytes, tree
 from hwregboard.machine import ByCpu, Leaf, Machine
-from hwregboard.msr import CPU_LINE, CPUS
+from hwregboard.msr import CPU_LINE, CPUS, cpu_number
 
 PLAIN = re.compile(r"\s*0x([0-9a-f]{1,8}) 0x([0-9a-f]{1,8}): eax=0x([0-9a-f]{1,8}) ebx=0x([0-9a-f]{1,8})"
                    r" ecx=0x([0-9a-f]{1,8}) edx=0x([0-9a-f]{1,8})\s*$", re.IGNORECASE)  # fmt: skip
@@ -43,6 +43,8 @@ class Leaves:
     def put(self, line: int, leaf: int, subleaf: int, words: tuple[str, ...]) -> None:
         if not self.by_cpu:
             self.cpu(0, line)
+        if subleaf >> 32:
+            raise Mistake(self.file, line, f"the number of a subleaf is too large: {shown(f'{subleaf:x}')}")
         eax, ebx, ecx, edx = (int(word, 16) for word in words)
         self.current.setdefault((leaf, subleaf), (eax, ebx, ecx, edx))
         self.count += 1
@@ -115,7 +117,7 @@ def import_lines(leaves: Leaves, data: bytes) -> None:
                 leaf = int(named[1], 16) if named[1] else int(named[2])
                 leaves.put(number, leaf, int(found[2]), found.groups()[2:])
         elif found := AIDA_CPU.match(line) or RAW_CPU.match(line) or CPU_LINE.match(line) or PLAIN_CPU.match(line):
-            leaves.cpu(int(found[1] or 0) if len(found[1] or "") < 8 else CPUS, number)
+            leaves.cpu(cpu_number(found[1] or "0"), number)
         elif line.lstrip().startswith(("CPUID ", "0x")) and leaves.count:
             raise Mistake(leaves.file, number, f"a leaf is damaged: {shown(line.strip())}")
 

@@ -7,7 +7,7 @@ import sys
 from hwregboard.board import read_board
 from hwregboard.comparison import Difference
 from hwregboard.differences import compared, counts, lines
-from hwregboard.errors import Mistake
+from hwregboard.errors import Mistake, printable
 from hwregboard.machine import Machine
 from hwregboard.volatile import Rules
 
@@ -81,7 +81,7 @@ def print_groups(files: list[str], rules: Rules) -> bool:
         print(f"group {number}: {len(group)} machine{'s' if len(group) > 1 else ''}")
         if number > 1:
             for line in lines(apart.get(group[0], []), groups[0][0], group[0]):
-                print(f"  differs: {line}")
+                print(f"  differs: {printable(line)}")
             if not counts(apart.get(group[0], [])):
                 print("  differs: in what the first machine does not tell")
         for file in group:

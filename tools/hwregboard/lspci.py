@@ -14,7 +14,7 @@ HEADER = re.compile(r"(?:([0-9a-fA-F]{4,8}):)?([0-9a-fA-F]{2}:[0-9a-fA-F]{2}\.[0
 ROW = re.compile(r"([0-9a-fA-F]{2,4}):((?:[ \t]+(?:[0-9a-fA-F]{2}|\?\?|[xX]{2}))+)[ \t]*$")
 ROW_BEGINS = re.compile(r"[0-9a-fA-F]{2,4}:[ \t]+\S")
 IN_TREE = re.compile(r"(?:^|/)([0-9a-fA-F]{4,8}):([0-9a-fA-F]{2}:[0-9a-fA-F]{2}\.[0-7])/config$")
-FUNCTIONS = 65536
+LARGEST = 32 << 20  # bytes of all functions: 128 K brief ones, or 8192 with extended configuration space
 
 
 class Collector:
@@ -26,6 +26,8 @@ class Collector:
         self.say = say
         self.found: dict[str, Function] = {}
         self.elsewhere: list[str] = []
+        self.latest = Function("", Cells(0))
+        self.size = 0  # of the functions before the latest
 
     def begin(self, domain: str, place: str, line: int) -> Function | None:
         place = place.lower()
@@ -36,10 +38,11 @@ class Collector:
             return None
         if place in self.found:
             self.say.append(f"{self.file}:{line}: {place} is there twice; what comes later counts")
-        self.found[place] = Function(place, Cells(BRIEF, absent=True))
-        if len(self.found) > FUNCTIONS:
-            raise Mistake(self.file, line, f"more than {FUNCTIONS} functions")
-        return self.found[place]
+        self.size += len(self.latest.cells.data)
+        if self.size > LARGEST:
+            raise Mistake(self.file, line, f"more than {LARGEST >> 20} MiB of configuration space")
+        self.latest = self.found[place] = Function(place, Cells(BRIEF, absent=True))
+        return self.latest
 
     def end(self) -> None:
         machine = self.machine
@@ -49,7 +52,7 @@ class Collector:
             machine.missing.append(f"pci: {len(self.elsewhere) - 8} more functions of other domains")
         if self.elsewhere:
             self.say.append(f"{self.file}: {len(self.elsewhere)} functions of other PCI domains are left out")
-        bare = [place for place, function in self.found.items() if all(known == 2 for known in function.cells.mask)]
+        bare = [place for place, function in self.found.items() if not function.cells.mask.strip(b"\2")]
         for place in bare:
             machine.missing.append(f"pci {place}: the dump has no bytes of it")
             del self.found[place]
@@ -60,7 +63,7 @@ class Collector:
         for place, function in self.found.items():
             size = held(function)
             short += size < BRIEF
-            function.cells.mask = bytearray(mask & 1 for mask in function.cells.mask)
+            function.cells.mask = function.cells.mask.replace(b"\2", b"\0")
             if place in machine.functions:
                 self.say.append(f"{self.file}: {place} came from another file, too; this one counts")
             machine.functions[place] = function

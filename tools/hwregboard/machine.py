@@ -1,5 +1,6 @@
 """A machine as a board file holds it: plain structures. board.py reads and writes them."""
 
+import bisect
 import dataclasses
 from collections.abc import Iterable
 
@@ -29,8 +30,12 @@ class Cells:
         self.put(offset, bytes(count), bytes(count))
 
     def hex(self, offset: int, count: int) -> str:
-        return " ".join("??" if known == self.UNKNOWN else f"{byte:02x}"
-                        for byte, known in zip(self.data[offset:offset + count], self.mask[offset:offset + count]))
+        data, mask = self.data[offset:offset + count], self.mask[offset:offset + count]
+        if self.UNKNOWN not in mask:
+            return data.hex(" ")
+        if not any(mask):
+            return " ".join(["??"] * len(mask))
+        return " ".join(f"{byte:02x}" if known else "??" for byte, known in zip(data, mask))
 
 
 @dataclasses.dataclass
@@ -100,7 +105,6 @@ class Slave:
     keyword: str
     options: str = ""
     cells: Cells = dataclasses.field(default_factory=lambda: Cells(0, absent=True))
-    source: str = ""
 
 
 @dataclasses.dataclass
@@ -175,23 +179,23 @@ def cpu_list(cpus: Iterable[int]) -> str:
 
 def overlaid(parts: Iterable[Part]) -> list[Run]:
     """All memory in order of addresses, without overlaps: what comes later wins. Runs that touch are one."""
-    runs = [run for part in parts for run in part.runs]
-    bounds: list[tuple[int, int, int]] = []  # (start, end, number of the run), disjoint, in order
-    for number, run in enumerate(runs):
-        kept = []
-        for start, end, old in bounds:
-            if end <= run.address or start >= run.end:
-                kept.append((start, end, old))
-                continue
-            if start < run.address:
-                kept.append((start, run.address, old))
-            if end > run.end:
-                kept.append((run.end, end, old))
-        kept.append((run.address, run.end, number))
-        bounds = kept if len(kept) < 2 or kept[-1][0] >= kept[-2][0] else sorted(kept)
+    pieces: list[tuple[int, int, Run]] = []
+    starts: list[int] = []  # of what later runs cover, disjoint, in order
+    ends: list[int] = []
+    for run in reversed([run for part in parts for run in part.runs if run.data]):
+        first = last = bisect.bisect_right(ends, run.address)
+        at = run.address
+        while last < len(starts) and starts[last] < run.end:
+            if at < starts[last]:
+                pieces.append((at, starts[last], run))
+            at = ends[last]
+            last += 1
+        if at < run.end:
+            pieces.append((at, run.end, run))
+        starts[first:last] = [min([run.address, *starts[first:last][:1]])]
+        ends[first:last] = [max(at, run.end)]
     whole = Part("")
-    for start, end, number in bounds:
-        run = runs[number]
+    for start, end, run in sorted(pieces, key=lambda piece: piece[0]):
         cut = slice(start - run.address, end - run.address)
         whole.put(start, bytes(run.data[cut]), bytes(run.mask[cut]) if run.mask is not None else None)
     return whole.runs

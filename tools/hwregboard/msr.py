@@ -14,7 +14,11 @@ ENTRY = re.compile(
     rf"\s*(?:CPU[ #\[]*(\d+)[\]:, ]*)?\s*(?:MSR(?:\s+read\s+from)?)?[\s\[]*({HEX})h?\]?"
     rf"(?:\s*,\s*return\s+MSR)?\s*(?:[:=,]\s*|\s+)({HEX}(?:[ _:-]{HEX}){{0,3}})(?:\s+[\[(#;].*)?\s*$", re.IGNORECASE)
 SKIPPED = re.compile(r"\s*(?:[#;/-]|$)|[a-zA-Z_]+=")
-CPUS = 4096
+CPUS = 1024  # that the simulator has
+
+
+def cpu_number(text: str) -> int:
+    return int(text) if len(text) < 8 else CPUS
 
 
 def joined(text: str) -> int:
@@ -51,13 +55,13 @@ def import_lines(machine: Machine, file: str, data: bytes) -> None:
     cpu: int | None = None
     for number, line in lines_of(file, data):
         if header := CPU_LINE.match(line):
-            cpu = int(header[1])
+            cpu = cpu_number(header[1])
             if cpu >= CPUS:
                 raise Mistake(file, number, f"there are no such CPUs: {shown(header[1])}")
             continue
         if SKIPPED.match(line):
             continue
-        entry = ENTRY.match(line)
+        entry = ENTRY.match(" ".join(line.split()))  # single blanks: several patterns of the row could take each
         try:
             if not entry:
                 raise ValueError("no MSR")
@@ -106,8 +110,10 @@ def export_msr(machine: Machine) -> bytes:
 
 def shared(by: ByCpu, cpus: list[int]) -> ByCpu:
     """One value for all where all CPUs have the same."""
+    if None not in by and len(by) < len(cpus):
+        return by
     values = {by.of(cpu) for cpu in cpus}
-    if None not in values and len(values) == 1 and set(by) <= {None, *cpus}:
+    if len(values) == 1 and set(by) <= {None, *cpus}:
         return ByCpu({None: values.pop()})
     return by
 

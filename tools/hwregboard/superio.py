@@ -12,6 +12,7 @@ ROW = re.compile(r"\s*(idx|val|def)\b(.*)$")
 # Keys of a maker's chips: the last two bytes of the way in, and the way out.
 KEYS = (("ITE", "55 55"), ("SMSC", "55 55 aa"), ("", "87 87 aa"))
 ITE_SECOND = "55 aa"  # at index port 4Eh
+CHIPS = 16  # more than any machine has; each takes some of the simulator's ports
 
 
 def keys_of(title: str, port: int) -> str:
@@ -26,9 +27,11 @@ def import_superio(machine: Machine, file: str, say: list[str]) -> None:
     for number, line in lines_of(file, read_bytes(file)):
         if found := FOUND.search(line):
             port = int(found[3], 16)
-            notes = [f"from: {file}: {found[1]} ({found[2]})".encode("ascii", "replace").decode()]
+            notes = [re.sub(r"[^ -~]", "?", f"from: {file}: {found[1]} ({found[2]})")]
             machine.superio.append(SuperIo(f"{port:x} {keys_of(found[1], port)}", notes=notes))
             device, indices = -1, []
+            if len(machine.superio) > CHIPS:
+                raise Mistake(file, number, f"more than {CHIPS} chips")
         elif found := LDN.match(line.strip()):
             device, indices = int(found[1], 16), []
         elif row := ROW.match(line):

@@ -4,6 +4,7 @@ A row names a place by part and key, with bits where only some of a register's d
 """
 
 import fnmatch
+import re
 
 from hwregboard.errors import Mistake
 from hwregboard.inputs import read_text
@@ -86,29 +87,31 @@ FACS: dict[int, str] = {12: "the kernel's waking vector", 16: "global lock", 24:
 LINES: dict[str, str] = {"pm1": "events and the control of sleep", "cmos-time": "the clock"}
 
 
+def compiled(pattern: str) -> re.Pattern[str]:
+    """What matches a pattern, the same text, or what begins with the pattern and a blank."""
+    return re.compile("|".join([re.escape(pattern) + r"\Z", *(fnmatch.translate(pattern + end) for end in ("", " *"))]))
+
+
 class Rules:
     """The built-in rows, and those of files: a pattern a line for what stands before the colon of a difference."""
 
     def __init__(self, files: list[str] | None = None, shown: bool = False) -> None:
         self.shown = shown
-        self.patterns: list[tuple[str, str]] = []
+        self.patterns: list[tuple[re.Pattern[str], str]] = []
         for file in files or []:
             for number, line in enumerate(read_text(file).split("\n"), 1):
                 pattern, _, reason = line.partition("#")
                 if pattern.strip():
                     if "\0" in pattern:
                         raise Mistake(file, number, "this is no text")
-                    self.patterns.append((pattern.strip().lower(), reason.strip() or f"{file}:{number}"))
+                    self.patterns.append((compiled(pattern.strip().lower()), reason.strip() or f"{file}:{number}"))
                 if len(self.patterns) > RULES:
                     raise Mistake(file, number, f"more than {RULES} patterns")
 
     def own(self, text: str) -> str:
         """The reason why a line of one's own leaves this out, or nothing."""
         text = text.lower()
-        for pattern, reason in self.patterns:
-            if text == pattern or fnmatch.fnmatchcase(text, pattern) or fnmatch.fnmatchcase(text, pattern + " *"):
-                return reason
-        return ""
+        return next((reason for pattern, reason in self.patterns if pattern.match(text)), "")
 
 
 def count_masked(old: int, new: int, row: tuple[int, str] | None) -> str:
