@@ -64,6 +64,12 @@ void *ArenaTakeRegisters(size_t size) {
     return Take(&gRegisters, size);
 }
 
+void ArenaArea(int number, void **start, uint64_t *length) {
+    const Area *area = number == 0 ? &gArena : &gRegisters;
+    *start = area->start;
+    *length = area->used;
+}
+
 uint64_t ArenaRegisterBytes() {
     return gRegisters.used;
 }

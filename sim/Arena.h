@@ -10,6 +10,8 @@
 void *ArenaTake(size_t size);
 // The same for registers that processes can share: bytes, no pointers.
 void *ArenaTakeRegisters(size_t size);
+// The storage (0) and the registers (1) that have been taken.
+void ArenaArea(int number, void **start, uint64_t *length);
 // From now on these registers are those of the file, and so of each process that names it. The first one's go
 // into the empty file. Once the board is loaded, and for the life of the process.
 void ArenaShareRegisters(const char *path);

@@ -4,14 +4,17 @@
 #include "Affinity.h"
 #include "Arena.h"
 #include "BoardReader.h"
+#include "Changes.h"
 #include "Complete.h"
 #include "Cpuid.h"
 #include "KernelFiles.h"
+#include "Lies.h"
 #include "Log.h"
 #include "Memory.h"
 #include "Mistake.h"
 #include "Msr.h"
 #include "Ports.h"
+#include "SentSignal.h"
 #include "ServedFiles.h"
 #include "Settings.h"
 #include "State.h"
@@ -46,7 +49,7 @@ void ForgetBoard() {
     PortsReset();
     SimplePortsReset();
     AnswersReset();
-    LimitAccesses(UINT64_MAX);
+    LimitAccesses(UINT64_MAX, nullptr);
     CmosReset();
     Pm1Reset();
     SuperIoReset();
@@ -61,15 +64,23 @@ void ForgetBoard() {
     MsrReset();
 }
 
-void Load(const char *path, const char *memoryFile) {
+void Read(const char *path, const char *memoryFile) {
     ForgetBoard();
     MemoryReset(memoryFile);
     ServedFilesReset();
     DelayPortStart();
     ReadBoardFile(path);
     CheckReach();
+}
+
+void ReadAlone(void *path) {
+    Read(static_cast<const char *>(path), nullptr);
+}
+
+void Load(const char *path, const char *memoryFile) {
+    Read(path, memoryFile);
     gBoard.loaded = true;
-    if (gBoard.cpuidLeaves) {
+    if (gBoard.cpuidLeaves && !Direct()) {
         TrapArm();
         ReplaceCpuid(true);
     }
@@ -92,6 +103,8 @@ __attribute__((constructor)) void LoadFromEnvironment() {
         ArenaShareRegisters(registers);
     PciPlaceDevices();
     AmdPmPlaceDevices();
+    SentSignalFromEnvironment();
+    LiesFromEnvironment();
 }
 
 } // namespace
@@ -100,6 +113,12 @@ EXPORTED void BoardLoad(const char *path) {
     LogKeep();
     LogClear();
     Load(path, nullptr);
+}
+
+EXPORTED int BoardCheck(const char *path, bool all, char *text, uint64_t size) {
+    int mistakes = MistakesCatch(ReadAlone, const_cast<char *>(path), all, text, size);
+    ForgetBoard();
+    return mistakes;
 }
 
 EXPORTED void BoardUnload() {
@@ -119,6 +138,7 @@ EXPORTED void BoardPoke(uint64_t address, const void *data, uint64_t length) {
     if (!memory)
         BoardFail("BoardPoke outside of the memory");
     memcpy(memory, data, length);
+    NoteChange(address, length);
 }
 
 EXPORTED void BoardPeek(uint64_t address, void *data, uint64_t length) {
@@ -172,6 +192,6 @@ EXPORTED void BoardAnswer(unsigned doors, const void *bytes, uint64_t length, ui
     AnswersStart(doors, bytes, length, rest);
 }
 
-EXPORTED void BoardLimit(uint64_t accesses) {
-    LimitAccesses(accesses);
+EXPORTED void BoardLimit(uint64_t accesses, void (*leave)(void)) {
+    LimitAccesses(accesses, leave);
 }

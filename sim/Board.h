@@ -7,6 +7,7 @@
 
 #include "AnswerDoors.h"
 
+#include <stdbool.h>
 #include <stdint.h>
 
 #ifdef __cplusplus
@@ -16,6 +17,10 @@ extern "C" {
 // Loads a board file after forgetting the one before: memory, ports, MSRs, privilege and the log start
 // afresh. A mistake in the file ends the process with a message that names the line.
 void BoardLoad(const char *path);
+
+// Reads a board file as BoardLoad does and forgets it. How many mistakes it has: up to the first one, or all.
+// What would be told of them stands in the text, cut to its size, a line each.
+int BoardCheck(const char *path, bool all, char *text, uint64_t size);
 
 // Forgets the board; all doors lead to the kernel again.
 void BoardUnload(void);
@@ -55,10 +60,10 @@ uint64_t BoardMicroseconds(void);
 // taken. What is written there is lost. The bytes must stay where they are.
 void BoardAnswer(unsigned doors, const void *bytes, uint64_t length, uint8_t rest);
 
-// The process leaves with exit status 0 after so many further accesses: for programs that may run on for
+// After so many further accesses `leave` is called, which does not return: for programs that may run on for
 // ever. An access to a device in memory counts as ten, by the time it takes; port accesses count even when
 // they are not logged.
-void BoardLimit(uint64_t accesses);
+void BoardLimit(uint64_t accesses, void (*leave)(void));
 
 #ifdef __cplusplus
 }

@@ -124,6 +124,14 @@ void ReplaceCpuid(bool replaced) {
     syscall(SYS_rt_sigprocmask, SIG_SETMASK, &before, nullptr, sizeof before);
 }
 
+void AnswerCpuid(uint32_t leaf, uint32_t subleaf, uint32_t registers[4]) {
+    const CpuidLeaf *found = FindLeaf(leaf, subleaf);
+    if (!found)
+        found = FindLeafBeyond(leaf, subleaf);
+    for (int i = 0; i < 4; i++)
+        registers[i] = found ? found->registers[i] : 0;
+}
+
 bool CarryOutCpuid(greg_t *registers) {
     const Place *place = gPlaces;
     const Place *behind = gPlaces + gPlaceCount;
@@ -131,14 +139,8 @@ bool CarryOutCpuid(greg_t *registers) {
         place++;
     if (!gReplaced || place == behind)
         return false;
-    uint32_t leaf = static_cast<uint32_t>(registers[REG_RAX]);
-    uint32_t subleaf = static_cast<uint32_t>(registers[REG_RCX]);
-    uint32_t values[4] = {};
-    const CpuidLeaf *found = FindLeaf(leaf, subleaf);
-    if (!found)
-        found = FindLeafBeyond(leaf, subleaf);
-    if (found)
-        memcpy(values, found->registers, sizeof values);
+    uint32_t values[4];
+    AnswerCpuid(static_cast<uint32_t>(registers[REG_RAX]), static_cast<uint32_t>(registers[REG_RCX]), values);
     registers[REG_RAX] = greg_t(values[0]);
     registers[REG_RBX] = greg_t(values[1]);
     registers[REG_RCX] = greg_t(values[2]);

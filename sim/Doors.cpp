@@ -1,6 +1,9 @@
 // The functions of libc that lead to hardware. Each asks whether the board has a say and goes to the kernel
 // if not.
 #include "Arena.h"
+#include "Changes.h"
+#include "Direct.h"
+#include "Lies.h"
 #include "Log.h"
 #include "Memory.h"
 #include "Mistake.h"
@@ -67,6 +70,8 @@ int ReadMsrFile(const ServedFile *file, int descriptor, void *buffer, size_t cou
         uint64_t value;
         if (!MsrRead(file->cpu, static_cast<uint32_t>(offset), &value))
             return EIO;
+        uint64_t place = static_cast<uint64_t>(file->cpu) << 32 | static_cast<uint32_t>(offset);
+        value = LieOr(LIE_MSR, place, sizeof value, value);
         memcpy(static_cast<uint8_t *>(buffer) + done, &value, sizeof value);
     }
     return 0;
@@ -99,13 +104,18 @@ ssize_t Pread(int descriptor, void *buffer, size_t count, off_t offset) {
         return got;
     }
     int error = ReadMsrFile(file, descriptor, buffer, count, offset);
-    if (error == 0 && count >= 8) {
+    size_t got = LieLength(count);
+    if (error == 0 && got < count) {
+        LogAdd(&line, " -> ");
+        LogAddHex(&line, got, 1);
+        LogAdd(&line, " bytes");
+    } else if (error == 0 && count >= 8) {
         LogAdd(&line, " -> ");
         LogAddBytes(&line, static_cast<const uint8_t *>(buffer), 8);
     } else
         LogAddResult(&line, error);
     LogEnd(&line);
-    return error == 0 ? ssize_t(count) : Fail(error);
+    return error == 0 ? ssize_t(got) : Fail(error);
 }
 
 ssize_t Pwrite(int descriptor, const void *buffer, size_t count, off_t offset) {
@@ -140,12 +150,13 @@ void *Mmap(void *at, size_t length, int protection, int flags, int descriptor, o
             MappingRemoved(uintptr_t(result), length, &replaced);
         return result;
     }
-    bool sync = (syscall(SYS_fcntl, descriptor, F_GETFL) & O_SYNC) == O_SYNC;
     int error = MemoryAt(static_cast<uint64_t>(offset), length)
-                    ? MappingRefused(static_cast<uint64_t>(offset), length, sync)
+                    ? MappingRefused(static_cast<uint64_t>(offset), length, descriptor)
                     : EINVAL;
     void *result = MAP_FAILED;
-    if (error == 0) {
+    if (error == 0 && Direct())
+        result = MemoryAt(static_cast<uint64_t>(offset), length);
+    else if (error == 0) {
         result =
             reinterpret_cast<void *>(syscall(SYS_mmap, at, length, protection, flags, descriptor, offset));
         error = result == MAP_FAILED ? errno : 0;
@@ -411,7 +422,7 @@ DOOR void *mmap64(void *at, size_t length, int protection, int flags, int descri
 
 DOOR int munmap(void *at, size_t length) {
     RemovedMapping removed;
-    int result = static_cast<int>(syscall(SYS_munmap, at, length));
+    int result = IsDirectMapping(at) ? 0 : static_cast<int>(syscall(SYS_munmap, at, length));
     if (result == 0 && gBoard.loaded && MappingRemoved(uintptr_t(at), length, &removed)) {
         LogLine line;
         LogBegin(&line, "munmap ");

@@ -2,6 +2,7 @@
 
 #include "Arena.h"
 #include "Mistake.h"
+#include "SentSignal.h"
 
 #include <errno.h>
 #include <fcntl.h>
@@ -29,7 +30,9 @@ const ErrorText ERROR_NAMES[] = {
 int gLogDescriptor = -1;
 char *gKept;
 size_t gKeptLength;
+bool gPauses;
 uint64_t gAccessesLeft = UINT64_MAX;
+void (*gLeave)();
 
 } // namespace
 
@@ -66,13 +69,22 @@ const char *LogText() {
     return gKept ? gKept : "";
 }
 
-void LimitAccesses(uint64_t accesses) {
+void LogPause(bool pause) {
+    gPauses = pause;
+}
+
+bool LogPauses() {
+    return gPauses;
+}
+
+void LimitAccesses(uint64_t accesses, void (*leave)()) {
     gAccessesLeft = accesses;
+    gLeave = leave;
 }
 
 void CountAccesses(uint64_t count) {
     if (count > gAccessesLeft)
-        _exit(0);
+        gLeave();
     gAccessesLeft -= count;
 }
 
@@ -83,11 +95,15 @@ void LogBegin(LogLine *line, const char *text) {
 }
 
 void LogAdd(LogLine *line, const char *text) {
+    if (gPauses)
+        return;
     while (*text && line->length < sizeof line->text - 1)
         line->text[line->length++] = *text++;
 }
 
 void LogAddHex(LogLine *line, uint64_t value, int digits) {
+    if (gPauses)
+        return;
     char text[17];
     char *at = text + 16;
     *at = 0;
@@ -110,6 +126,8 @@ void LogAddResult(LogLine *line, int error) {
 }
 
 void LogEnd(LogLine *line) {
+    if (gPauses)
+        return;
     line->text[line->length++] = '\n';
     if (gLogDescriptor >= 0)
         syscall(SYS_write, gLogDescriptor, line->text, line->length);
@@ -117,6 +135,7 @@ void LogEnd(LogLine *line) {
         memcpy(gKept + gKeptLength, line->text, line->length);
         gKeptLength += line->length;
     }
+    SentSignalLine();
 }
 
 const char *ErrorName(int error) {

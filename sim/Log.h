@@ -9,12 +9,15 @@
 void LogOpenFile(const char *path);
 // Keeps the lines in memory as well, for LogText.
 void LogKeep();
+// While it pauses lines are counted, but neither composed nor written.
+void LogPause(bool pause);
+bool LogPauses();
 void LogClear();
 const char *LogText();
 
-// The process leaves, with exit status 0, when more than so many accesses have been counted. A line counts as
+// `leave` is called when more than so many accesses have been counted, and does not return. A line counts as
 // one.
-void LimitAccesses(uint64_t accesses);
+void LimitAccesses(uint64_t accesses, void (*leave)());
 void CountAccesses(uint64_t count);
 
 struct LogLine {

@@ -1,7 +1,9 @@
 #include "Memory.h"
 
 #include "Arena.h"
+#include "Changes.h"
 #include "Contents.h"
+#include "Lies.h"
 #include "Log.h"
 #include "Mistake.h"
 
@@ -99,6 +101,10 @@ void AddMapping(const Mapping *mapping) {
     gMappings[gMappingCount++] = *mapping;
 }
 
+bool IsSync(int descriptor) {
+    return (syscall(SYS_fcntl, descriptor, F_GETFL) & O_SYNC) == O_SYNC;
+}
+
 } // namespace
 
 static void OpenMemory(const char *path) {
@@ -171,11 +177,11 @@ void ClaimMemory(uint64_t start, uint64_t length, MemoryReader read, MemoryWrite
     range->device = device;
 }
 
-int MappingRefused(uint64_t start, uint64_t length, bool sync) {
+int MappingRefused(uint64_t start, uint64_t length, int descriptor) {
     for (int i = 0; i < gRangeCount; i++) {
         const Range *range = &gRanges[i];
-        if (range->kind == RANGE_REFUSED && (sync || !range->syncOnly) &&
-            range->start < PageUp(start + length) && PageDown(start) < range->end)
+        if (range->kind == RANGE_REFUSED && range->start < PageUp(start + length) &&
+            PageDown(start) < range->end && (!range->syncOnly || IsSync(descriptor)))
             return range->error;
     }
     return 0;
@@ -186,6 +192,8 @@ void MappingAdded(uintptr_t at, size_t length, uint64_t address, int protection)
     RemovedMapping replaced;
     MappingRemoved(at, mapping.length, &replaced);
     AddMapping(&mapping);
+    if (Direct())
+        return;
     uint64_t end = address + mapping.length;
     for (int i = 0; i < gRangeCount; i++) {
         const Range *range = &gRanges[i];
@@ -221,6 +229,10 @@ bool MappingRemoved(uintptr_t at, size_t length, RemovedMapping *removed) {
     return any;
 }
 
+int MappingCount() {
+    return gMappingCount;
+}
+
 bool FindMapping(uintptr_t at, uint64_t *address, int *protection) {
     Mapping *mapping = MappingOf(at);
     if (!mapping)
@@ -248,8 +260,10 @@ void LoadFromDevices(uint64_t address, unsigned width) {
         unsigned count = PieceLength(range, address, end);
         uint8_t *bytes = MemoryAt(address, count);
         if (range && bytes) {
-            uint32_t value = range->read ? range->read(range->device, address, count) : 0xFFFFFFFF;
+            uint64_t value = range->read ? range->read(range->device, address, count) : 0xFFFFFFFF;
+            value = LieOr(LIE_MEMORY, address, count, value);
             memcpy(bytes, &value, count);
+            NoteChange(address, count);
         }
         address += count;
     }

@@ -27,9 +27,8 @@ uint8_t *MemoryAt(uint64_t address, uint64_t length);
 // a null writer drops the value.
 void ClaimMemory(uint64_t start, uint64_t length, MemoryReader read, MemoryWriter write, void *device);
 
-// Error with which a mapping of this range is refused, 0 when it is granted. `sync` tells of a descriptor
-// with O_SYNC.
-int MappingRefused(uint64_t start, uint64_t length, bool sync);
+// Error with which a mapping of this range by a descriptor of /dev/mem is refused, 0 when it is granted.
+int MappingRefused(uint64_t start, uint64_t length, int descriptor);
 // Mappings come and go. Claimed and watched pages lose their access here.
 void MappingAdded(uintptr_t at, size_t length, uint64_t address, int protection);
 struct RemovedMapping {
@@ -39,6 +38,8 @@ struct RemovedMapping {
 // Forgets what was mapped in the range; false if nothing of the board was. `removed` tells what went, the
 // first one.
 bool MappingRemoved(uintptr_t at, size_t length, RemovedMapping *removed);
+
+int MappingCount();
 
 // The physical address behind a virtual one, and the protection that the program asked for; false outside of
 // the board's mappings.

@@ -3,6 +3,7 @@
 #include <setjmp.h>
 #include <stdarg.h>
 #include <stdio.h>
+#include <string.h>
 #include <sys/syscall.h>
 #include <unistd.h>
 
@@ -16,10 +17,20 @@ int gNumber;
 bool gCollecting;
 int gMistakes;
 jmp_buf *gReturn; // to the innermost MistakeTry of a check
+jmp_buf *gCaught; // to whoever has everything come back
+char *gTold;      // where the messages go then
+size_t gRoom;
 
 [[noreturn]] void Leave(int status) {
     syscall(SYS_exit_group, status);
     __builtin_unreachable();
+}
+
+void Keep(const char *text, size_t length) {
+    size_t kept = length < gRoom ? length : gRoom;
+    memcpy(gTold, text, kept);
+    gTold += kept;
+    gRoom -= kept;
 }
 
 void Tell(const char *format, va_list arguments) {
@@ -32,8 +43,11 @@ void Tell(const char *format, va_list arguments) {
         length += static_cast<size_t>(vsnprintf(text + length, sizeof text - length, format, arguments));
     if (length > sizeof text - 1)
         length = sizeof text - 1;
-    text[length] = '\n';
-    syscall(SYS_write, 2, text, length + 1);
+    text[length++] = '\n';
+    if (gCaught)
+        Keep(text, length);
+    else
+        syscall(SYS_write, 2, text, length);
 }
 
 } // namespace
@@ -50,6 +64,8 @@ void BoardFail(const char *format, ...) {
     va_end(arguments);
     if (gReturn && ++gMistakes < MAX_MISTAKES)
         longjmp(*gReturn, 1);
+    if (gCaught)
+        longjmp(*gCaught, 1);
     Leave(MISTAKE_STATUS);
 }
 
@@ -73,4 +89,20 @@ void MistakeTry(void (*procedure)(void *argument), void *argument) {
 
 void MistakesEnd() {
     Leave(gMistakes == 0 ? 0 : MISTAKE_STATUS);
+}
+
+int MistakesCatch(void (*procedure)(void *argument), void *argument, bool all, char *text, size_t size) {
+    jmp_buf here;
+    gCollecting = all;
+    gMistakes = 0;
+    gReturn = gCaught = &here;
+    gTold = text;
+    gRoom = size - 1;
+    if (setjmp(here) == 0)
+        procedure(argument);
+    *gTold = 0;
+    MistakePlace(nullptr, 0); // which was the file's
+    gReturn = gCaught = nullptr;
+    gCollecting = false;
+    return gMistakes;
 }

@@ -1,6 +1,8 @@
 // Mistakes: in a board file, of the program under test, of the simulator's own limits.
 #pragma once
 
+#include <stddef.h>
+
 // The exit status of a process that was told or asked for something that the board does not have.
 constexpr int MISTAKE_STATUS = 125;
 
@@ -16,3 +18,8 @@ void MistakesCollect();
 void MistakeTry(void (*procedure)(void *argument), void *argument);
 // Ends the process: status 0 when there were no mistakes.
 [[noreturn]] void MistakesEnd();
+
+// Runs the procedure and comes back from its mistakes: they are told in the text, cut to its size, a line
+// each, and not on standard error. The first one ends it, or, of all, each what was tried. How many there
+// were.
+int MistakesCatch(void (*procedure)(void *argument), void *argument, bool all, char *text, size_t size);

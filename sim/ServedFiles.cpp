@@ -22,6 +22,7 @@ namespace {
 constexpr int MAX_FILES = MAX_CPUS + 3;
 ServedFile gFiles[MAX_FILES];
 int gFileCount;
+int gKeptCount;
 
 void NoteBacking(ServedFile *file, int descriptor) {
     struct stat status;
@@ -153,7 +154,7 @@ int OpenServed(const char *path, int flags) {
 
 ServedFile *ServedFileOf(int descriptor) {
     struct stat status;
-    if (!gBoard.loaded || gFileCount == 0 || syscall(SYS_fstat, descriptor, &status) != 0)
+    if (!gBoard.loaded || gFileCount == 0 || descriptor < 0 || syscall(SYS_fstat, descriptor, &status) != 0)
         return nullptr;
     for (int i = 0; i < gFileCount; i++)
         if (gFiles[i].inode == status.st_ino && gFiles[i].device == status.st_dev)
@@ -165,4 +166,14 @@ void ServedFilesReset() {
     for (int i = 0; i < gFileCount; i++)
         if (gFiles[i].kind == FILE_MEM)
             NoteBacking(&gFiles[i], MemoryDescriptor());
+}
+
+void KeepServedFiles() {
+    gKeptCount = gFileCount;
+}
+
+void TakeBackServedFiles() {
+    while (gFileCount > gKeptCount)
+        if (gFiles[--gFileCount].kind != FILE_MEM)
+            syscall(SYS_close, gFiles[gFileCount].backing);
 }

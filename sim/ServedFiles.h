@@ -27,3 +27,7 @@ ServedFile *ServedFileOf(int descriptor);
 
 // After a new board was loaded: descriptors of its memory are recognised again.
 void ServedFilesReset();
+
+// What lies behind the files that are opened for the first time from KeepServedFiles on goes again.
+void KeepServedFiles();
+void TakeBackServedFiles();

@@ -1,12 +1,15 @@
 #include "Trap.h"
 
 #include "Arena.h"
+#include "Changes.h"
 #include "Cpuid.h"
 #include "Decode.h"
+#include "Lies.h"
 #include "Log.h"
 #include "Memory.h"
 #include "Mistake.h"
 #include "Ports.h"
+#include "SentSignal.h"
 #include "Settings.h"
 
 #include <signal.h>
@@ -97,7 +100,7 @@ void PassOn(int signal, siginfo_t *info, void *context) {
 }
 
 void LogPort(const char *name, unsigned width, uint16_t port, const char *arrow, uint32_t value) {
-    if (!PortLogged(port)) {
+    if (!PortLogged(port) || LogPauses()) {
         CountAccesses(1);
         return;
     }
@@ -144,23 +147,6 @@ bool OnGeneralProtection(ucontext_t *context) {
         return false;
     registers[REG_RIP] += instruction.length;
     return true;
-}
-
-void LogMemory(bool string, bool written, uint64_t address, unsigned width) {
-    static const uint8_t NOTHING_THERE[64] = {};
-    const uint8_t *bytes = MemoryAt(address, width);
-    unsigned bits = 8 * width;
-    const char digits[4] = {static_cast<char>('0' + bits / 100), static_cast<char>('0' + bits / 10 % 10),
-                            static_cast<char>('0' + bits % 10), 0};
-    LogLine line;
-    CountAccesses(MEMORY_COSTS - 1);
-    LogBegin(&line, string ? "ms" : written ? "mw" : "mr");
-    LogAdd(&line, digits + (bits < 10 ? 2 : bits < 100 ? 1 : 0));
-    LogAdd(&line, " ");
-    LogAddHex(&line, address, 8);
-    LogAdd(&line, written ? " " : " -> ");
-    LogAddBytes(&line, bytes ? bytes : NOTHING_THERE, width);
-    LogEnd(&line);
 }
 
 void OpenPage(uintptr_t at, int protection) {
@@ -279,10 +265,38 @@ void OnIllegalInstruction(int signal, siginfo_t *info, void *opaque) {
         PassOn(signal, info, opaque);
 }
 
+void OnInstruction(int signal, siginfo_t *info, void *opaque) {
+    SentSignalHold(true);
+    if (signal == SIGSEGV)
+        OnSegmentationFault(signal, info, opaque);
+    else if (signal == SIGTRAP)
+        OnTrap(signal, info, opaque);
+    else
+        OnIllegalInstruction(signal, info, opaque);
+    SentSignalHold(false);
+}
+
 } // namespace
 
+void LogMemory(bool string, bool written, uint64_t address, unsigned width) {
+    static const uint8_t NOTHING_THERE[64] = {};
+    const uint8_t *bytes = MemoryAt(address, width);
+    unsigned bits = 8 * width;
+    const char digits[4] = {static_cast<char>('0' + bits / 100), static_cast<char>('0' + bits / 10 % 10),
+                            static_cast<char>('0' + bits % 10), 0};
+    LogLine line;
+    CountAccesses((Direct() ? 1 : MEMORY_COSTS) - 1);
+    LogBegin(&line, string ? "ms" : written ? "mw" : "mr");
+    LogAdd(&line, digits + (bits < 10 ? 2 : bits < 100 ? 1 : 0));
+    LogAdd(&line, " ");
+    LogAddHex(&line, address, 8);
+    LogAdd(&line, written ? " " : " -> ");
+    LogAddBytes(&line, bytes ? bytes : NOTHING_THERE, width);
+    LogEnd(&line);
+}
+
 uint32_t LoggedPortRead(uint16_t port, unsigned width) {
-    uint32_t value = PortRead(port, width);
+    uint32_t value = static_cast<uint32_t>(LieOr(LIE_PORT, port, width, PortRead(port, width)));
     LogPort("in", width, port, " -> ", value);
     return value;
 }
@@ -300,17 +314,17 @@ static void TakeStackForSignals() {
 }
 
 void TrapArm() {
-    if (gArmed)
+    if (gArmed || Direct())
         return;
     gArmed = true;
     gNoStep = getenv("HWBOARD_NO_STEP") != nullptr;
     if (gNoStep)
         TakeStackForSignals();
-    const SignalHandler handlers[] = {OnSegmentationFault, OnTrap, OnIllegalInstruction};
-    for (int i = 0; i < 3; i++) {
-        KernelSigaction action = {reinterpret_cast<uintptr_t>(handlers[i]),
+    SignalHandler handler = OnInstruction;
+    for (Taken &taken : gTaken) {
+        KernelSigaction action = {reinterpret_cast<uintptr_t>(handler),
                                   SA_SIGINFO | SA_ONSTACK | SA_RESTART | KERNEL_SA_RESTORER,
                                   BoardSignalReturn, 0};
-        SetSignal(gTaken[i].signal, &action, &gTaken[i].before);
+        SetSignal(taken.signal, &action, &taken.before);
     }
 }

@@ -9,5 +9,8 @@
 uint32_t LoggedPortRead(uint16_t port, unsigned width);
 void LoggedPortWrite(uint16_t port, unsigned width, uint32_t value);
 
+// One line of the log for an access to device memory, when what was read or written lies there.
+void LogMemory(bool string, bool written, uint64_t address, unsigned width);
+
 // Takes SIGSEGV, SIGTRAP and SIGILL, once; what is no matter of the board goes to whoever had them before.
 void TrapArm();

@@ -3,6 +3,7 @@
 import signal
 
 # A program under test inherits what is ignored here, and whoever starts the tests in the background (nohup, "&" in a
-# script) has these two ignored.
+# script) has these ignored.
 signal.signal(signal.SIGINT, signal.default_int_handler)
-signal.signal(signal.SIGHUP, signal.SIG_DFL)
+for number in signal.SIGHUP, signal.SIGQUIT, signal.SIGTERM:
+    signal.signal(number, signal.SIG_DFL)

@@ -145,7 +145,8 @@ static void LeaveKeyMode(const KeyMode *mode) {
     ReleaseSignals();
 }
 
-// Waits for a byte or the end of input (true), or for a signal (false).
+// Waits for a byte or the end of input (true), or for a signal (false), which comes first: also where it
+// could not be watched for or waited for.
 static bool WaitForKey() {
     int signals = WatchSignals();
     int timeout = signals == -1 ? SIGNAL_LOOK : -1;
@@ -156,7 +157,7 @@ static bool WaitForKey() {
     } while (ready == 0 ? !SignalIsPending() : ready == -1 && errno == EINTR);
     if (signals != -1)
         close(signals);
-    return ready != 0 && wait[1].revents == 0;
+    return ready != 0 && wait[1].revents == 0 && !SignalIsPending();
 }
 
 // One try: the key; NO_KEY_YET when a signal has come in its place; IN_BACKGROUND. *ended tells whether that

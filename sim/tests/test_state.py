@@ -193,10 +193,10 @@ def test_after_years_the_clock_has_the_date_of_today_at_once(probe, state):
     lines = ["cmos", "cmos-time 2001-03-04 05:06:07", "cmos-run real"]
     probe("iopl 3 out8 70 a in8 71", *lines)
     move_clock(state, -(20 * 365 + 5) * 86400)  # from 2001 to 2021, with five leap days
-    before = time.monotonic()
+    before = os.times().children_user
     said = probe("iopl 3 " + " ".join(f"out8 70 {register:x} in8 71" for register in (4, 7, 8, 9, 6)), *lines)
     assert said[1:] == ["in 5", "in 4", "in 3", "in 21", "in 5"]  # a Thursday
-    assert time.monotonic() - before < 5
+    assert os.times().children_user - before < 5
 
 
 def test_a_host_clock_that_was_set_back_sets_no_clock_back(probe, state):

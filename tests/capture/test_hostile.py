@@ -1,6 +1,6 @@
 """Firmware that lies cannot stop a capture, and what it makes of it gives the commands the same."""
 
-import time
+import os
 
 import pytest
 
@@ -17,10 +17,10 @@ def test_corrupt_tables_are_captured_and_read_the_same(run, seed, tmp_path):
     case = make_case(seed)
     lines = ["fill e0000 20000 00", *case.board()]
     path = tmp_path / "captured.board"
-    begun = time.monotonic()
-    result = run(f"-o {path} --no-serials", board="unknown", extra=lines, program="hwreg-capture", timeout=60)
-    assert (result.status, result.err) == (0, b"") and time.monotonic() - begun < 20
-    plain = run(f"-o {path}", board="unknown", extra=lines, program="hwreg-capture", timeout=60)
+    begun = os.times().children_user
+    result = run(f"-o {path} --no-serials", board="unknown", extra=lines, program="hwreg-capture")
+    assert (result.status, result.err) == (0, b"") and os.times().children_user - begun < 20
+    plain = run(f"-o {path}", board="unknown", extra=lines, program="hwreg-capture")
     assert plain.status == 0
     asked = ["/SMBIOS /TYPE 17 /LOG /TEXT", "/SMBIOS /S text", "/SMBIOS /TYPE 127 /LOG /TEXT", "/ACPI /DUMP /LOG /TEXT"]
     live = answers(board_file(tmp_path, "unknown", lines), asked, tmp_path / "live")
@@ -56,6 +56,6 @@ def header(at, name, length):
 ])  # fmt: skip
 def test_it_ends_whatever_the_tables_say(run, lines, tmp_path):
     path = tmp_path / "captured.board"
-    result = run(f"-o {path} --no-serials", board="unknown", extra=lines, program="hwreg-capture", timeout=60)
+    result = run(f"-o {path} --no-serials", board="unknown", extra=lines, program="hwreg-capture")
     assert (result.status, result.err) == (0, b"")
     assert path.read_text().endswith("\nend\n") and path.stat().st_size < 30 << 20

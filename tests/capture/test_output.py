@@ -5,13 +5,13 @@ import subprocess
 
 import pytest
 
-from harness import BOARDS, BUILD
+from harness import BOARDS, BUILD, LIMIT
 
 ENVIRONMENT = {**os.environ, "HWBOARD": str(BOARDS / "unknown.board"), "LD_PRELOAD": str(BUILD / "libhwboard.so")}
 
 
 def capture_to(*words, **more):
-    return subprocess.run([BUILD / "hwreg-capture", *words], env=ENVIRONMENT, stderr=subprocess.PIPE, timeout=60,
+    return subprocess.run([BUILD / "hwreg-capture", *words], env=ENVIRONMENT, stderr=subprocess.PIPE, timeout=LIMIT,
                           check=False, **more)
 
 
@@ -35,7 +35,7 @@ def test_a_full_disk_leaves_what_was_there_and_is_told(tmp_path, before):
               "ls -A; cat * 2>/dev/null; exit $status")
     environment = {**ENVIRONMENT, "LD_PRELOAD": ""}
     done = subprocess.run(["unshare", "-m", "sh", "-c", script], env=environment, capture_output=True, text=True,
-                          timeout=60, check=False)
+                          timeout=LIMIT, check=False)
     if done.returncode in (1, 99) and "hwreg-capture" not in done.stderr:
         pytest.skip("may not mount here: " + done.stderr)
     assert (done.returncode, done.stderr) == (1, "hwreg-capture: machine.board: No space left on device\n")

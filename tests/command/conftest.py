@@ -6,7 +6,7 @@ import pytest
 
 pytest.register_assert_rewrite("expected")  # the reasons of its assertions are shown as those of a test
 
-from harness import BUILD, TOP, new_folder, run, terminal  # noqa: E402, F401 (fixtures)
+from harness import BUILD, LIMIT, TOP, new_folder, run, terminal  # noqa: E402, F401 (fixtures)
 from jobs import job  # noqa: E402, F401 (fixture)
 
 
@@ -40,7 +40,7 @@ def sim(tmp_path):
     def go(words="", program=TOP / "sim" / "hwreg-sim", path=os.environ["PATH"], build=BUILD, **options):
         options = {"stdout": subprocess.PIPE, "stderr": subprocess.PIPE, **options}
         environment = {**os.environ, "HWREG_BUILD": str(build), "PATH": path}
-        return subprocess.run([program, *shlex.split(words)], cwd=tmp_path, env=environment, text=True, timeout=60,
+        return subprocess.run([program, *shlex.split(words)], cwd=tmp_path, env=environment, text=True, timeout=LIMIT,
                               stdin=subprocess.DEVNULL, check=False, **options)
 
     return go

@@ -10,7 +10,7 @@ import sys
 import pytest
 
 from expected import PCI_USAGE, assert_is_help_screen, assert_run, legacy
-from harness import BOARDS, BUILD, signal
+from harness import BOARDS, BUILD, LIMIT, signal
 
 READ_HOST = "PCI Read Byte BDFO: 0 0 0 0, return data:0x86\n"
 # The words whose commands end by themselves: no power commands, no dumps into files.
@@ -77,8 +77,8 @@ def test_any_number_of_words(run, count):
 
 
 def test_more_words_than_16_bits_count(run):
-    assert_is_help_screen(run(["x"] * 70000, timeout=20), "Intel")
-    assert run(["/PCI"] + ["x"] * 70000, timeout=20).status == 2
+    assert_is_help_screen(run(["x"] * 70000), "Intel")
+    assert run(["/PCI"] + ["x"] * 70000).status == 2
 
 
 @pytest.mark.parametrize("length", [19, 20, 21, 22, 255, 256, 257, 4096, 65535, 65536, 100000])
@@ -130,7 +130,7 @@ def test_a_vector_without_even_a_program_name_shows_the_help_screen(tmp_path):
     board = {**os.environ, "HWBOARD": str(BOARDS / "intel.board"), "LD_PRELOAD": str(BUILD / "libhwboard.so"),
              "ASAN_OPTIONS": os.environ.get("ASAN_OPTIONS", "") + ":verify_asan_link_order=0"}
     made = subprocess.run([sys.executable, "-c", WITHOUT_A_NAME, json.dumps([str(BUILD / "hwreg"), board])],
-                          capture_output=True, timeout=20, cwd=tmp_path)
+                          capture_output=True, timeout=LIMIT, cwd=tmp_path)
     assert (made.returncode, made.stderr) == (0, b"")
     assert b"  Help list(Intel):\n" in made.stdout
 
@@ -163,7 +163,7 @@ def test_random_lines_of_words_and_numbers_end_with_a_status(run):
         words = [rng.choice(["/", "-", "", "\\"]) + rng.choice(WORDS) for _ in range(rng.randrange(1, 5))]
         words += rng.choices(numbers, k=rng.randrange(8))
         rng.shuffle(words)
-        result = run(words, timeout=20)
+        result = run(words)
         assert result.status >= 0 and result.err == b"", result.args
 
 
@@ -184,4 +184,4 @@ def test_a_reader_that_goes_away_ends_the_run_quietly(tmp_path):
                              stderr=subprocess.PIPE, env=board, cwd=tmp_path)
     child.stdout.close()
     assert child.stderr.read() == b""
-    assert child.wait(timeout=20) in (0, -signal.SIGPIPE)
+    assert child.wait(timeout=LIMIT) in (0, -signal.SIGPIPE)

@@ -15,9 +15,8 @@ import time
 
 import pytest
 from expected import CLOSE
-from harness import SLOWNESS, WRAPPER, Run, prepare_child, stop_of, take_rest
+from harness import LIMIT, SLOWNESS, WRAPPER, Run, stop_of, take_rest
 
-SECONDS = 20 * SLOWNESS  # at most for anything that is waited for
 SOON = 10 * SLOWNESS  # after a signal: 1 to 70 ms, but for what a busy machine puts in between
 
 
@@ -69,7 +68,7 @@ class Blocked:
         self.keys, terminal = pty.openpty()
         self.child = subprocess.Popen(
             run.command, executable=run.executable, stdin=terminal, stdout=self.writing, stderr=subprocess.PIPE,
-            env=run.environment, cwd=cwd, preexec_fn=prepare_child([], None, own_group=True))  # fmt: skip
+            env=run.environment, cwd=cwd, process_group=0)  # fmt: skip
         os.close(terminal)
 
     def log(self):
@@ -80,7 +79,7 @@ class Blocked:
 
     def wait_until_it_hangs(self, enough):
         """Until so many accesses are in the log, and then for it to sleep over the output."""
-        deadline = time.monotonic() + SECONDS
+        deadline = time.monotonic() + LIMIT
         quiet = 0
         while quiet < 20:  # it looks for signals now and then
             assert time.monotonic() < deadline and self.child.poll() is None
@@ -92,7 +91,7 @@ class Blocked:
         """Sends the signal; seconds until the program has ended."""
         before = time.monotonic()
         self.child.send_signal(number)
-        self.child.wait(SECONDS)
+        self.child.wait(LIMIT)
         return time.monotonic() - before
 
     def close(self):
@@ -156,7 +155,7 @@ def test_a_stop_then_a_reader_all_text_arrives(run, blocked, args, kind):
     flags = fcntl.fcntl(one.writing, fcntl.F_GETFL)
     one.wait_until_it_hangs(reaches(whole, args))
     one.child.send_signal(signal.SIGTSTP)
-    deadline = time.monotonic() + SECONDS
+    deadline = time.monotonic() + LIMIT
     while stop_of(one.child) is None:
         assert time.monotonic() < deadline
     assert one.log() == whole.log[: -len(CLOSE)]
@@ -176,14 +175,14 @@ def test_a_slow_reader_gets_the_view_before_the_key_is_asked_for(run, blocked, k
     one = blocked("/SIO /DUMP", kind)
     one.wait_until_it_hangs(reaches(whole, "/SIO /DUMP"))
     text = b""
-    deadline = time.monotonic() + SECONDS
+    deadline = time.monotonic() + LIMIT
     while len(text.lstrip(b"#")) < len(whole.out) and time.monotonic() < deadline:
         if select.select([one.reading], [], [], 0.01)[0]:
             text += os.read(one.reading, 100)
     assert text.lstrip(b"#") == whole.out
     assert one.child.poll() is None
     os.write(one.keys, b"\x1b")
-    assert one.child.wait(SECONDS) == 0
+    assert one.child.wait(LIMIT) == 0
     assert one.log() == whole.log
 
 

@@ -4,6 +4,7 @@ import signal
 
 import pytest
 from expected import assert_run, session
+from harness import SILENCE
 from power import RUN, mode, passes, registers, seconds_passed, time
 
 ABORTED = 0x15
@@ -12,6 +13,8 @@ STARTED = b"Time: "  # the clock is polled from here on
 
 # On the terminal a standing clock counts down for ever, until a key breaks it.
 BEFORE_MIDNIGHT = "cmos-time 2024-02-03 23:59:58"
+# What it may work before the next key: it polls some thousand times.
+BRIEF = SILENCE / 10
 # The clock of RUN comes to midnight in some milliseconds and to the end of this countdown in many seconds.
 PAST_MIDNIGHT = [BEFORE_MIDNIGHT, RUN, "unlogged 70 2", "unlogged ed 1"]
 LONG = "/TIMEOUT /T 80000"
@@ -111,7 +114,7 @@ def test_escape_breaks_it(terminal):
 
 @pytest.mark.parametrize("key", [b"x", b" ", b"\r", b"\n", b"\t", b"\x7f", b"\x01", b"\xff", b"q", b"\0"])
 def test_other_keys_do_not(terminal, key):
-    result = terminal("/TIMEOUT /T 100", keys=[(STARTED, key), key, key, ESC])
+    result = terminal("/TIMEOUT /T 100", keys=[(STARTED, key), key, key, ESC], silence=BRIEF)
     assert (result.status, result.keys_sent) == (ABORTED, 4)
     same_terminal(result)
 
@@ -141,14 +144,16 @@ def test_before_midnight_any_key_breaks_a_countdown_across_it(terminal, key):
 
 
 def test_a_countdown_up_to_the_last_second_of_the_day_is_not_across_midnight(terminal):
-    result = terminal("/TIMEOUT /T 1", extra=[BEFORE_MIDNIGHT], keys=[(STARTED, b"x"), b"y", ESC])
+    result = terminal("/TIMEOUT /T 1", extra=[BEFORE_MIDNIGHT], keys=[(STARTED, b"x"), b"y", ESC],
+                      silence=BRIEF)
     assert (result.status, result.keys_sent) == (ABORTED, 3)
-    result = terminal("/TIMEOUT /T 2", extra=[BEFORE_MIDNIGHT], keys=[(STARTED, b"x"), b"y", ESC])
+    result = terminal("/TIMEOUT /T 2", extra=[BEFORE_MIDNIGHT], keys=[(STARTED, b"x"), b"y", ESC],
+                      silence=BRIEF)
     assert (result.status, result.keys_sent) == (ABORTED, 1)
 
 
 def test_after_midnight_escape_alone_breaks_it(terminal):
-    result = terminal(LONG, extra=PAST_MIDNIGHT, keys=[b"x", b"\r", b"y", ESC])  # each after a pause
+    result = terminal(LONG, extra=PAST_MIDNIGHT, keys=[b"x", b"\r", b"y", ESC], silence=BRIEF)
     assert (result.status, result.keys_sent) == (ABORTED, 4)
     same_terminal(result)
 
@@ -168,7 +173,7 @@ def test_a_signal_ends_it_with_the_terminal_as_it_was(terminal, key, lines):
 
 @pytest.mark.parametrize("repetition", range(10))
 def test_a_signal_at_any_moment_leaves_the_terminal_as_it_was(terminal, repetition):
-    result = terminal("/TIMEOUT /T 100", keys=[(STARTED, b"x"), *[b"x"] * (repetition % 3), b"\x03"])
+    result = terminal("/TIMEOUT /T 100", keys=[(STARTED, b"x"), *[b"x"] * (repetition % 3), b"\x03"], silence=BRIEF)
     assert result.status == -signal.SIGINT
     same_terminal(result)
 

@@ -94,7 +94,7 @@ def into_file(run, tmp_path):
     def go(words, memory_left=None, board=SPARSE):
         runner = {} if memory_left is None else {"runner": act_behind(OPEN[:-1], leave_memory(memory_left))}
         (tmp_path / "large.board").write_text(board)
-        result = run(words, board=tmp_path / "large.board", timeout=60, **runner)
+        result = run(words, board=tmp_path / "large.board", **runner)
         return result.text, result.status, *collect(tmp_path / "DUMP.BIN")
 
     return go

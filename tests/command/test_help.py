@@ -34,7 +34,7 @@ def test_screen_is_cleared_before_the_help_appears(run):
 
 def test_help_screen_waits_for_no_key(run, terminal):
     assert_is_help_screen(run("", stdin=CLOSED), "Intel")
-    result = terminal("", timeout=5)
+    result = terminal("")
     assert result.status == 0 and result.out.endswith(b"ReadMe.doc. \r\n")
     assert b"Press any key" not in result.out
 

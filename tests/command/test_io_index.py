@@ -292,7 +292,7 @@ def test_the_view_shows_256_registers_without_a_pause(index, args):
 
 
 def test_the_view_does_not_wait_on_a_terminal(terminal):
-    result = terminal("/IO /INDEX /DUMP 0x72 0x73", extra=CONTENTS, timeout=10)
+    result = terminal("/IO /INDEX /DUMP 0x72 0x73", extra=CONTENTS)
     assert result.status == 0
     assert result.text.count("\n") == 18
 

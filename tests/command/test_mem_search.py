@@ -229,7 +229,7 @@ def test_without_a_text_nothing_is_searched(run):
 
 
 def test_an_empty_text_is_found_nowhere(run):
-    result = run(["/MEM", "/S", "0x200000", "0x1000", ""], timeout=10)
+    result = run(["/MEM", "/S", "0x200000", "0x1000", ""])
     assert result.status != 0
     assert "return address" not in result.text
 

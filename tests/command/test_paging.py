@@ -9,7 +9,7 @@ import termios
 import pytest
 
 from expected import CLOSE, PCI_HEADER, hex_view, on_screen
-from harness import CLOSED, Run, run_terminal, signal
+from harness import CLOSED, LIMIT, Run, run_terminal, signal
 
 ESC = b"\x1b"
 LAST_PAGES = 0xFFFFFD00  # three pages below 4 GiB
@@ -175,7 +175,7 @@ def test_a_stopped_program_leaves_the_terminal_as_it_was_and_goes_on_in_the_fore
     prepared.command = ["sh", "-mc", SHELL, *prepared.command]
     prepared.executable = "/bin/sh"
     prepared.environment["BOARD"] = prepared.environment.pop("LD_PRELOAD")
-    result = run_terminal(prepared, tmp_path, [b"\x1a", b" ", ESC], (0, 1, 2), (25, 80), 30, b"")
+    result = run_terminal(prepared, tmp_path, [b"\x1a", b" ", ESC], (0, 1, 2), (25, 80), LIMIT, b"")
     assert (tmp_path / "before").read_text() == (tmp_path / "stopped").read_text() != ""
     assert result.out.startswith(on_screen(page(0x1000)))
     assert result.out.endswith(on_screen(page(0x1100)) + b"ended with 0\r\n")

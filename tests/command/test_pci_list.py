@@ -1,11 +1,11 @@
 """/PCI /DUMP: the rows of the listing, the accesses it makes, and the view of one function."""
 
-import pathlib
 import re
 
 import pytest
 
 from expected import DELAY, LOST, PCI_HEADER, hex_view, place, session
+from harness import TOP
 
 INTEL_ROWS = """\
 00  00  00  80863E30 NA   NONE  NONE  Host Bridge
@@ -271,7 +271,7 @@ def test_interrupt_columns(columns, line, pin, text):
 
 
 def test_each_known_class_has_its_name(listing):
-    table = pathlib.Path(__file__).with_name("pci_class_names.txt").read_text().splitlines()
+    table = (TOP / "tests/support/pci_class_names.txt").read_text().splitlines()
     names = dict(line.split(" ", 1) for line in table)
     assert len(names) == 106
     codes = [*names, "0002", "0107", "0108", "05ff", "0c08", "0d13", "1200", "1300", "ff00", "ffff", "0c05"]

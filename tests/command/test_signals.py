@@ -6,7 +6,7 @@ import time
 
 import pytest
 from expected import CLOSE
-from harness import WRAPPER, act_behind, held_behind
+from harness import WRAPPER, act_behind, signal_behind
 
 pytestmark = pytest.mark.skipif(bool(WRAPPER), reason="the wrapper takes part in what signals do")
 
@@ -116,7 +116,7 @@ STATES = [*SIO, *SMBUS, *I2C, *SMN]
 @pytest.mark.parametrize("number", ENDING)
 @pytest.mark.parametrize("state", STATES, ids=str)
 def test_a_signal_waits_until_everything_is_put_back_and_then_ends_the_program(run, state, number):
-    for result, put_back, _ in state.runs(run, held_behind, number):
+    for result, put_back, _ in state.runs(run, signal_behind, number):
         assert (result.status, result.err) == (-number, b"")
         assert result.log == put_back
 
@@ -124,7 +124,7 @@ def test_a_signal_waits_until_everything_is_put_back_and_then_ends_the_program(r
 @pytest.mark.parametrize("number", STOPPING)
 @pytest.mark.parametrize("state", STATES, ids=str)
 def test_a_stop_waits_until_everything_is_put_back_and_the_program_goes_on_behind_it(run, state, number):
-    for result, put_back, ended in state.runs(run, held_behind, number):
+    for result, put_back, ended in state.runs(run, signal_behind, number):
         assert result.log == [*put_back, f"stopped {int(number)}", *ended.log[len(put_back) :]]
         assert (result.text, result.status, result.err) == (ended.text, ended.status, b"")
 

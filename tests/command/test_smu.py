@@ -11,7 +11,7 @@ import subprocess
 import pytest
 
 from expected import assert_run, legacy
-from harness import WRAPPER, prepare_child
+from harness import WRAPPER
 
 BRIDGE = "00:00.0"
 AMD = legacy(BRIDGE, 0, "in16 0cfc -> 1022")
@@ -126,8 +126,7 @@ def interrupted(smu, args, extra, awaited):
 
     def run_and_interrupt(prepared, cwd, stdin, stdout, stderr, timeout):
         child = subprocess.Popen(prepared.command, executable=prepared.executable, stdin=subprocess.DEVNULL,
-                                 stdout=subprocess.PIPE, stderr=subprocess.DEVNULL, env=prepared.environment, cwd=cwd,
-                                 preexec_fn=prepare_child([], None))
+                                 stdout=subprocess.PIPE, stderr=subprocess.DEVNULL, env=prepared.environment, cwd=cwd)
         try:
             said = awaited(child, prepared.log_file)
             assert child.poll() is None

@@ -25,7 +25,7 @@ sys.path.insert(0, str(TOP / "tests" / "support"))  # where it is started by han
 from pages import files_shown  # noqa: E402
 
 BUILD = pathlib.Path(os.environ.get("HWREG_BUILD", TOP / "build")).resolve()
-SECONDS = 60
+SECONDS = 300
 MARK = "\x1e"  # printed before each command: no program prints it
 
 

@@ -3,6 +3,7 @@
 import os
 import re
 import shutil
+import signal
 import subprocess
 
 import pytest
@@ -90,6 +91,19 @@ def test_a_ring_that_breaks_makes_the_whole_fail(tree, words):
 def test_a_failed_test_makes_the_whole_fail_whatever_its_ring_says(tree):
     make_ring(tree, "bad", FAILING)
     assert run_script(tree, "bad").returncode == 1
+
+
+def test_what_a_ring_starts_in_the_background_of_a_shell_can_be_interrupted(tree):
+    make_ring(tree, "scratch", PASSING)
+    ring = tree / "tests" / "scratch" / "ring"
+    ring.write_text(ring.read_text().replace("sleep 0\n", "grep SigIgn /proc/self/status\n"))
+    before = signal.signal(signal.SIGINT, signal.SIG_IGN)  # as a shell does
+    try:
+        ran = run_script(tree, "all")
+    finally:
+        signal.signal(signal.SIGINT, before)
+    ignored = int(re.search(r"^SigIgn:\s*([0-9a-f]+)$", ran.stdout, re.MULTILINE)[1], 16)
+    assert not ignored & 1 << signal.SIGINT - 1
 
 
 def test_a_run_without_tests_fails(tree):

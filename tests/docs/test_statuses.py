@@ -110,7 +110,7 @@ def test_statuses_of_a_command_are_in_the_table_with_its_name(entry):
 @pytest.mark.parametrize("status, line", RUN, ids=[f"{status} {line}" for status, line in RUN])
 def test_program_ends_so(run, status, line):
     board, words = re.fullmatch(r"(?:--board (\w+) )?(.*)", line).groups()
-    result = run(words, board=board or "intel", timeout=60, stdin=b"\x1b")  # ESC, for those that wait for it
+    result = run(words, board=board or "intel", stdin=b"\x1b")  # ESC, for those that wait for it
     if status == VALUE:
         status = int(re.findall(r"[0-9A-Fa-f]+", result.text.split(", Ebx")[0])[-1], 16) & 0xFF
         assert status > 0

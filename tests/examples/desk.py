@@ -63,7 +63,7 @@ class Desk:
     def start(self, words, **more):
         environment = {**self.environment, **more}
         return subprocess.run(words, cwd=self.top, env=environment, stdin=subprocess.DEVNULL, capture_output=True,
-                              text=True, timeout=60, start_new_session=True, check=False)
+                              text=True, timeout=300, start_new_session=True, check=False)
 
     def cycle(self, *words, shell=(), **more):
         return self.start([*shell, CYCLE, *words], **more)

@@ -165,7 +165,7 @@ def test_an_end_by_a_signal_leaves_no_half_table(desk, number):
         time.sleep(0.01)
     assert (desk.top / f"table.{running.pid}").exists()
     os.killpg(running.pid, number)
-    assert running.wait(timeout=20) == 3
+    assert running.wait(timeout=300) == 3
     assert (desk.top / "table").read_text() == "the last one\n"
     assert not [path for path in desk.top.iterdir() if path.name.startswith("table.")]
 
@@ -214,7 +214,7 @@ def test_runs_side_by_side_with_a_dump_get_their_own_registers(desk):
             assert list(pool.map(table_is_right, range(2))) == [True, True]
     finally:
         (desk.top / "over").touch()
-        dumping.wait(timeout=20)
+        dumping.wait(timeout=300)
     assert (desk.top / "dumps").read_text().count("Bus Dev Fun") >= 2
 
 

@@ -2,9 +2,12 @@
 // libhwboard.so as a library of its own, so that a run without it allocates and opens past nothing but the
 // board.
 //
-//   HWBOARD_FAIL="open 2 ENOMEM"   the second open of the program fails with that error (or with a usual one)
-//   HWBOARD_FAIL="malloc 3+"       the third allocation fails, and all behind it
-//   HWBOARD_FAIL=count             nothing fails
+//   HWBOARD_FAIL="open 2 ENOMEM"      the second open of the program fails with that error (or a usual one)
+//   HWBOARD_FAIL="malloc 3+"          the third allocation fails, and all behind it
+//   HWBOARD_FAIL="mmap 2; close 1"    both fail
+//   HWBOARD_FAIL="mmap 2; close 1 SIGTERM"   a signal comes at the beginning of that call
+//   HWBOARD_FAIL=count                nothing fails
+//   HWBOARD_FAIL="trace; mmap 2"      each call is a line of the log
 //
 // Only what the program itself calls counts (the return address lies in the executable): libc, the board and
 // a sanitizer work undisturbed. The access log gets a line for the failure, and at the end of the run lines
@@ -26,6 +29,8 @@
 #include <sys/syscall.h>
 #include <termios.h>
 #include <unistd.h>
+
+#include "sim/SignalName.h"
 
 namespace {
 
@@ -75,6 +80,14 @@ struct Watched {
     void *real;
 };
 
+struct Wish {
+    Function function;
+    unsigned number; // of the call that fails, from 1
+    bool allBehind;  // and those behind it
+    int error;       // 0: the usual one
+    int signal;      // that comes at the call, which does not fail then
+};
+
 Watched gWatched[FUNCTION_COUNT] = {
     {"malloc", ENOMEM, 0, nullptr},   {"calloc", ENOMEM, 0, nullptr}, {"realloc", ENOMEM, 0, nullptr},
     {"open", EMFILE, 0, nullptr},     {"close", EIO, 0, nullptr},     {"fstat", EIO, 0, nullptr},
@@ -95,10 +108,11 @@ constexpr int FIRST_FREE = 3;    // the program's descriptors stand between the 
 constexpr int FIRST_OTHER = 100; // and those of the board and of this library
 uintptr_t gProgram, gProgramEnd; // the executable as it is mapped
 int gLog = -1;
-Function gFailing = FUNCTION_COUNT;
-unsigned gNumber; // of the call that fails, from 1
-bool gAllBehind;  // and those behind it
-long gBlocks;     // that the program has taken and not given back
+constexpr int MOST_WISHES = 4;
+Wish gWishes[MOST_WISHES];
+int gWishCount;
+bool gTracing;
+long gBlocks; // that the program has taken and not given back
 
 void Log(const char *format, ...) {
     char line[512];
@@ -126,20 +140,38 @@ int ErrorOf(const char *name) {
     return 0;
 }
 
-void ReadWish(const char *asked) {
-    char function[20], number[20], error[20] = "";
-    int words = sscanf(asked, "%19s %19s %19s", function, number, error);
-    char *end = number;
-    gNumber = words < 2 ? 0 : static_cast<unsigned>(strtoul(number, &end, 10));
-    gAllBehind = *end == '+';
+Function FunctionOf(const char *name) {
     for (int i = 0; i < FREE; i++)
-        if (strcmp(gWatched[i].name, function) == 0)
-            gFailing = Function(i);
-    if (gFailing == FUNCTION_COUNT || gNumber == 0 || (*end != 0 && strcmp(end, "+") != 0) ||
-        (words == 3 && ErrorOf(error) == 0))
-        Refuse(asked);
-    if (words == 3)
-        gWatched[gFailing].error = ErrorOf(error);
+        if (strcmp(gWatched[i].name, name) == 0)
+            return Function(i);
+    return FUNCTION_COUNT;
+}
+
+// False for one that makes no sense.
+bool ReadWish(const char *asked) {
+    char function[20], number[20], instead[20] = "", rest;
+    int words = sscanf(asked, "%19s %19s %19s %c", function, number, instead, &rest);
+    bool trace = words == 1 && strcmp(function, "trace") == 0;
+    gTracing |= trace;
+    if (words == 1)
+        return trace || strcmp(function, "count") == 0;
+    if (words < 2 || words > 3 || gWishCount == MOST_WISHES)
+        return false;
+    char *end;
+    Wish *wish = &gWishes[gWishCount++];
+    *wish = {FunctionOf(function), static_cast<unsigned>(strtoul(number, &end, 10)), *end == '+', 0, 0};
+    wish->error = ErrorOf(instead);
+    wish->signal = SignalOfName(instead);
+    return wish->function != FUNCTION_COUNT && wish->number > 0 && (*end == 0 || strcmp(end, "+") == 0) &&
+           (words == 2 || wish->error != 0 || wish->signal != 0);
+}
+
+void ReadWishes(const char *asked) {
+    char text[200];
+    snprintf(text, sizeof text, "%s", asked);
+    for (char *rest = text, *wish; (wish = strsep(&rest, ";")) != nullptr;)
+        if (!ReadWish(wish))
+            Refuse(asked);
 }
 
 int NoteProgram(dl_phdr_info *info, size_t, void *) {
@@ -159,8 +191,7 @@ __attribute__((constructor)) void Begin() {
     const char *path = getenv("HWBOARD_LOG");
     if (!asked || !*asked)
         return;
-    if (strcmp(asked, "count") != 0)
-        ReadWish(asked);
+    ReadWishes(asked);
     if (path && *path) {
         int opened = static_cast<int>(
             syscall(SYS_openat, AT_FDCWD, path, O_WRONLY | O_CREAT | O_APPEND | O_CLOEXEC, 0666));
@@ -199,16 +230,29 @@ bool FromProgram(const void *caller) {
     return uintptr_t(caller) - gProgram < gProgramEnd - gProgram;
 }
 
-// True when this call is the one that fails; errno says why.
-bool Fails(Function function, const void *caller) {
+// True when this call is one that fails; errno says why. What it is about goes into its line.
+bool Fails(Function function, const void *caller, const char *about = "") {
     if (!FromProgram(caller))
         return false;
     Watched *watched = &gWatched[function];
     unsigned number = ++watched->called;
-    if (function != gFailing || number < gNumber || (number > gNumber && !gAllBehind))
+    if (gTracing)
+        Log("call %s %u %s\n", watched->name, number, about);
+    int error = 0;
+    for (const Wish &wish : gWishes) {
+        if (wish.number == 0 || wish.function != function || number < wish.number ||
+            (number > wish.number && !wish.allBehind))
+            continue;
+        if (wish.signal != 0) {
+            Log("sent SIG%d at %s %u\n", wish.signal, watched->name, number);
+            syscall(SYS_tgkill, getpid(), syscall(SYS_gettid), wish.signal);
+        } else
+            error = wish.error != 0 ? wish.error : watched->error;
+    }
+    if (error == 0)
         return false;
-    Log("failed %s %u -> %s\n", watched->name, watched->called, strerrorname_np(watched->error));
-    errno = watched->error;
+    Log("failed %s %u -> %s\n", watched->name, number, strerrorname_np(error));
+    errno = error;
     return true;
 }
 
@@ -264,7 +308,7 @@ DOOR int open(const char *path, int flags, ...) {
     va_start(arguments, flags);
     mode_t mode = (flags & (O_CREAT | O_TMPFILE)) != 0 ? va_arg(arguments, mode_t) : 0;
     va_end(arguments);
-    if (Fails(OPEN, CALLER))
+    if (Fails(OPEN, CALLER, path))
         return -1;
     return REAL(int (*)(const char *, int, ...), OPEN)(path, flags, mode);
 }
@@ -283,7 +327,7 @@ DOOR int fstat(int descriptor, struct stat *file) noexcept {
 }
 
 DOOR FILE *fopen(const char *path, const char *mode) {
-    if (Fails(FOPEN, CALLER))
+    if (Fails(FOPEN, CALLER, path))
         return nullptr;
     return REAL(FILE * (*)(const char *, const char *), FOPEN)(path, mode);
 }
@@ -407,7 +451,7 @@ DOOR int fcntl(int descriptor, int command, ...) {
     va_start(arguments, command);
     long argument = va_arg(arguments, long);
     va_end(arguments);
-    return command != F_GETFD && Fails(FCNTL, CALLER)
+    return command != F_GETFD && Fails(FCNTL, CALLER, command == F_SETFL ? "F_SETFL" : "")
                ? -1
                : REAL(int (*)(int, int, ...), FCNTL)(descriptor, command, argument);
 }

@@ -24,15 +24,27 @@ def last(log, pattern):
 
 
 def super_io_is_locked(result):
-    """A5h A5h unlocks the chip at 4Eh, AAh locks it."""
-    log = [line for line in result.log if line.startswith("out8 004e ")]
-    unlocked = last(log, "out8 004e a5")
-    return unlocked == -1 or "out8 004e aa" in log[unlocked:]
+    """A5h A5h unlocks the chip at 4Eh, and AAh behind everything else locks it."""
+    log = [line for line in result.log if re.match("(in|out)8 004[ef] ", line)]
+    return "out8 004e a5" not in log or log[-1] == "out8 004e aa"
+
+
+def smbus_host(result):
+    """The ports of the SMBus host, by its first start; None when it was not started."""
+    start = next((line for line in result.log if re.match(r"out8 ..[02468ace]2 48$", line)), None)
+    return int(start.split()[1], 16) - 2 if start else None
+
+
+def smbus_host_is_given_up(result):
+    """A read of the status takes the host, the next write gives it up."""
+    base = smbus_host(result)
+    return base is None or [line for line in result.log if f"8 {base:04x} " in line][-1].startswith("out8 ")
 
 
 def spd_pages(result):
     """The addresses to which the SMBus host wrote, of the two that select a page."""
-    return [line[-2:] for line in result.log if re.match(r"out8 (efa4|0b04) 6[ce]$", line)]
+    base = smbus_host(result)
+    return [] if base is None else [line[-2:] for line in result.log if re.match(f"out8 {base + 4:04x} 6[ce]$", line)]
 
 
 def spd_page_is_0(result):
@@ -52,10 +64,12 @@ def i2c_disable_was_lost(result):
     return failed >= 0 and not any(line.startswith("mw32 ") for line in result.whole_log[failed:])
 
 
-def i2c_target_does_not_read_back(result):
-    """IC_TAR was read last: a target that cannot be set ends the request at once, with the core as it is."""
-    accesses = result.memory_accesses()
-    return bool(accesses) and re.match(r"mr32 fedc.004 ", accesses[-1]) is not None
+def i2c_target_was_not_set(result):
+    """A target that cannot be set ends the request at once, with the core as it is: nothing was written to it any more
+    but the target."""
+    written = [line for line in result.log if re.match(r"mw32 fedc.", line)]
+    enabled = last(written, r"mw32 fedc.06c 0*1$")
+    return enabled >= 0 and all(re.match(r"mw32 fedc.004 ", line) for line in written[enabled + 1 :])
 
 
 def smn_die_is_0(result):
@@ -75,9 +89,11 @@ def nmi_is_let_through(result):
 def complaints_about_the_machine(result, usual):
     if not super_io_is_locked(result):
         yield "the Super I/O is unlocked"
+    if not smbus_host_is_given_up(result):
+        yield "the SMBus host is taken"
     if not spd_page_is_0(result):
         yield "page 1 of the SPD is selected"
-    left_on_purpose = i2c_disable_was_lost(result) or i2c_target_does_not_read_back(result)
+    left_on_purpose = i2c_disable_was_lost(result) or i2c_target_was_not_set(result)
     if not i2c_core_is_disabled(result) and not left_on_purpose:
         yield "an I2C core is enabled"
     if not smn_die_is_0(result):
@@ -305,7 +321,8 @@ def documented(line):
 def reported(text):
     """The value that the last line tells, or None."""
     found = re.findall(r"(?:return data:|return MSR: |offset 0x\w+: |Eax:)(?:0x)?([0-9A-F_]+)", text)
-    return int(found[-1].replace("_", ""), 16) if found else None
+    digits = found[-1].replace("_", "") if found else ""
+    return int(digits, 16) if digits else None
 
 
 def status_is_explained(line, result, usual):

@@ -1,14 +1,14 @@
 #include "Command.h"
 
+#include "BasicLib/Driver.h"
+#include "Held.h"
 #include "Sandbox.h"
-#include "sim/Board.h"
+#include "State.h"
+#include "Surroundings.h"
 
 #include <fcntl.h>
-#include <signal.h>
 #include <stdio.h>
-#include <stdlib.h>
 #include <string.h>
-#include <termios.h>
 #include <unistd.h>
 
 // The program's main, renamed.
@@ -17,7 +17,6 @@ int ProgramMain(int argc, char **argv);
 namespace {
 
 constexpr int MAX_COMMANDS = 256;
-constexpr int WATCHED_DESCRIPTORS = 64;
 
 struct Line {
     const char *text;
@@ -26,41 +25,7 @@ struct Line {
 Line gCommands[MAX_COMMANDS];
 int gCommandCount;
 
-// What a run has to leave as it was.
-struct Surroundings {
-    bool open[WATCHED_DESCRIPTORS];
-    int inputFlags;
-    bool terminal;
-    termios modes;
-    sigset_t signals;
-};
-
-void LookAround(Surroundings *seen) {
-    for (int i = 0; i < WATCHED_DESCRIPTORS; i++)
-        seen->open[i] = fcntl(i, F_GETFD) != -1;
-    seen->inputFlags = fcntl(STDIN_FILENO, F_GETFL);
-    seen->terminal = tcgetattr(STDIN_FILENO, &seen->modes) == 0;
-    sigprocmask(SIG_BLOCK, nullptr, &seen->signals);
-}
-
-bool SameModes(const termios *a, const termios *b) {
-    return a->c_iflag == b->c_iflag && a->c_oflag == b->c_oflag && a->c_cflag == b->c_cflag &&
-           a->c_lflag == b->c_lflag && memcmp(a->c_cc, b->c_cc, sizeof a->c_cc) == 0;
-}
-
-void CheckSurroundings(const Surroundings *before) {
-    Surroundings after = {};
-    LookAround(&after);
-    if (memcmp(before->open, after.open, sizeof after.open) != 0)
-        Fail("a descriptor was left open or closed", "surroundings");
-    if (before->inputFlags != after.inputFlags)
-        Fail("the flags of standard input were changed", "surroundings");
-    if (after.terminal && !SameModes(&before->modes, &after.modes))
-        Fail("the terminal's modes were changed", "surroundings");
-    for (int number = 1; number < SIGRTMIN; number++)
-        if (sigismember(&before->signals, number) != sigismember(&after.signals, number))
-            Fail("the signal mask was changed", "surroundings");
-}
+int gStatus;
 
 void AddCommand(const char *line, size_t length) {
     const char *comment = static_cast<const char *>(memchr(line, '#', length));
@@ -74,11 +39,6 @@ void AddCommand(const char *line, size_t length) {
 
 } // namespace
 
-void Fail(const char *what, const char *name) {
-    fprintf(stderr, "hwreg_fuzz: %s: %s\n", name, what);
-    abort();
-}
-
 void BeginWords(Words *words) {
     words->count = 0;
     words->words[0] = nullptr;
@@ -87,7 +47,7 @@ void BeginWords(Words *words) {
 
 void AddWord(Words *words, const char *text, size_t length) {
     if (words->count < MAX_WORDS)
-        words->words[words->count++] = strndup(text, length);
+        words->words[words->count++] = static_cast<char *>(HoldBlock(strndup(text, length)));
     words->words[words->count] = nullptr;
 }
 
@@ -118,12 +78,6 @@ void ReadCommands(const char *name) {
     }
 }
 
-void LoadBoard(const char *name) {
-    char path[4096];
-    snprintf(path, sizeof path, "%s/boards/%s.board", HWREG_FUZZ_FOLDER, name);
-    BoardLoad(path);
-}
-
 void ChooseCommand(unsigned number, Words *words) {
     const Line *line = &gCommands[number % static_cast<unsigned>(gCommandCount)];
     size_t board = strcspn(line->text, " ");
@@ -135,9 +89,24 @@ void ChooseCommand(unsigned number, Words *words) {
 }
 
 void RunProgram(Words *words) {
-    Surroundings before = {};
-    LookAround(&before);
+    NoteSurroundings();
     EnterSandbox();
-    ProgramMain(words->count, words->words);
-    CheckSurroundings(&before);
+    gStatus = ProgramMain(words->count, words->words);
+    CheckSurroundings();
+}
+
+void RunWithHardware(void (*procedure)(int count, char **words), Words *words) {
+    NoteSurroundings();
+    EnterSandbox();
+    if (OpenLinuxDriver() != 0)
+        Fail("refuses access", "the board");
+    procedure(words->count, words->words);
+    CloseLinuxDriver();
+    fflush(stdout);
+    gStatus = 0;
+    CheckSurroundings();
+}
+
+int RunStatus() {
+    return gStatus;
 }

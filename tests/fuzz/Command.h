@@ -23,11 +23,10 @@ void ReadCommands(const char *name);
 // and gives the words of its command line.
 void ChooseCommand(unsigned number, Words *words);
 
-// A board of this folder by its name. Nothing survives the process.
-void LoadBoard(const char *name);
-
 // The program from its start to its end. Descriptors, terminal, signal mask and input flags have to be
 // afterwards as they were before.
 void RunProgram(Words *words);
-
-[[noreturn]] void Fail(const char *what, const char *name);
+// The same for a procedure that needs the hardware, between opening and closing it.
+void RunWithHardware(void (*procedure)(int count, char **words), Words *words);
+// What the last one has returned.
+int RunStatus();

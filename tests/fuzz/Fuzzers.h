@@ -1,4 +1,6 @@
-// The four fuzzers. Each makes a machine and a command line of its input and runs the program on it once.
+// The fuzzers. Each makes a machine and a command line, or the operands of a procedure, of its input and runs
+// the program, or the procedure, on it once. Many runs share a process: before each all is as it was at first
+// (State.h).
 #pragma once
 
 #include <stddef.h>
@@ -13,6 +15,26 @@ struct Input {
 uint8_t TakeByte(Input *input);
 // The next count bytes, or as many as there are.
 Input TakeBytes(Input *input, size_t count);
+
+struct Fuzzer {
+    const char *name;
+    void (*prepare)(const char *name); // once; may be null
+    void (*run)(Input input);
+    // Makes another input of one, as libFuzzer's LLVMFuzzerCustomMutator; may be null.
+    size_t (*mutate)(uint8_t *bytes, size_t length, size_t most, unsigned seed);
+    bool light; // puts back itself what it changes, and needs neither a board nor a sandbox
+};
+
+// Null when there is none of this name.
+const Fuzzer *FindFuzzer(const char *name);
+// To standard output, a line each.
+void ListFuzzers();
+
+// Ends the process with a message: what is wrong, and with what.
+[[noreturn]] void Fail(const char *what, const char *name);
+
+// libFuzzer's own way to make another input.
+extern "C" size_t LLVMFuzzerMutate(uint8_t *bytes, size_t length, size_t most);
 
 // words: the words of the command line. A byte that chooses the board ('a': amd, others: intel), then the
 // words, each ended by a line feed.
@@ -31,3 +53,5 @@ void FuzzDevices(Input input);
 // keys: what is typed. A byte that chooses a line of keys.commands, one whose bit 0 says where the keys come
 // from (0: a pipe that ends behind them, 1: a terminal), then the keys.
 void FuzzKeys(Input input);
+// Now and then all keys are others: a row of random ones holds as many pairs of neighbours.
+size_t MutateKeys(uint8_t *bytes, size_t length, size_t most, unsigned seed);

@@ -1,4 +1,3 @@
-#include "BasicLib/Driver.h"
 #include "Command.h"
 #include "Sandbox.h"
 #include "sim/Board.h"
@@ -35,9 +34,5 @@ void FuzzTables(Input input) {
     SetSystemTable(reinterpret_cast<const char *>(systemTable.bytes), systemTable.length);
     while (input.length != 0)
         PutPiece(&input);
-    EnterSandbox();
-    if (OpenLinuxDriver() != 0)
-        Fail("refuses access", "the board");
-    RunTableCommand(words.count, words.words);
-    CloseLinuxDriver();
+    RunWithHardware(RunTableCommand, &words);
 }

@@ -1,4 +1,5 @@
 #include "Command.h"
+#include "State.h"
 
 void FuzzWords(Input input) {
     Words words;

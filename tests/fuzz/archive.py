@@ -18,7 +18,7 @@ def read(fuzzer):
 
 def write(fuzzer, inputs):
     SEEDS.mkdir(exist_ok=True)
-    with tarfile.open(SEEDS / f"{fuzzer}.tar", "w", format=tarfile.USTAR_FORMAT) as archive:
+    with tarfile.open(SEEDS / f"{fuzzer}.tar", "w:xz", format=tarfile.USTAR_FORMAT) as archive:
         for name in sorted(inputs):
             member = tarfile.TarInfo(name)  # of nobody in particular, in 1970
             member.size = len(inputs[name])

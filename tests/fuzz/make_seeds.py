@@ -6,7 +6,8 @@
 
 words: the forms and the examples of docs/commands.txt. tables: the boards' firmware with each command line, and a
 number of the corrupt ones that tests/support makes. devices: for each command line what the board's own devices have
-answered. keys: for each command line some keys. The formats are described in Fuzzers.h.
+answered. keys: for each command line some keys. The formats are described in Fuzzers.h. goal_seeds.py has those of the
+fuzzers by goal. What keep.py and --found have kept stays.
 """
 
 import argparse
@@ -21,6 +22,8 @@ import sys
 import tempfile
 
 import archive
+import goal_seeds
+import keep
 
 FUZZ = pathlib.Path(__file__).resolve().parent
 TOP = FUZZ.parents[1]
@@ -144,15 +147,19 @@ def answers(reads, doors):
     return taken[:MAX_ANSWERS]
 
 
+def accesses(shown):
+    """The log of what `hwreg_fuzz NAME --show FILE` has shown, which stands behind status and output."""
+    return shown.partition("--- accesses\n")[2].splitlines()
+
+
 def record(number):
     """What the devices answer when they are left alone."""
     with tempfile.TemporaryDirectory() as folder:
-        file, log = (pathlib.Path(folder) / name for name in ("input", "log"))
+        file = pathlib.Path(folder) / "input"
         file.write_bytes(one_byte([number, 0]))
-        board = TOP / "sim" / "boards" / "base.board"  # with one, the board library keeps a log
-        environment = {**os.environ, "HWBOARD": str(board), "HWBOARD_LOG": str(log)}
-        subprocess.run([BUILD / "fuzz" / "hwreg_fuzz", "devices", file], env=environment, check=True, timeout=60)
-        return [read for read in map(read_of, log.read_text("latin-1").splitlines()) if read]
+        shown = subprocess.run([BUILD / "fuzz" / "hwreg_fuzz", "devices", "--show", file], stdout=subprocess.PIPE,
+                               check=True, timeout=60).stdout.decode("latin-1")
+        return [read for read in map(read_of, accesses(shown)) if read]
 
 
 def devices_seeds():
@@ -193,13 +200,15 @@ def make_dictionaries():
     write_dictionary("tables", names)
 
 
-MAKERS = {"words": words_seeds, "tables": tables_seeds, "devices": devices_seeds, "keys": keys_seeds}
+MAKERS = {"words": words_seeds, "tables": tables_seeds, "devices": devices_seeds, "keys": keys_seeds,
+          "doors": lambda: goal_seeds.doors_seeds(forms()), "boards": goal_seeds.boards_seeds,
+          **{name: made.items for name, made in goal_seeds.ABSENT.items()}}
 
 
 def make_all():
     subprocess.run([FUZZ / "build"], check=True)
     for fuzzer, made in MAKERS.items():
-        found = {name: data for name, data in archive.read(fuzzer).items() if name.startswith(FOUND)}
+        found = {name: data for name, data in archive.read(fuzzer).items() if name.startswith((FOUND, keep.KEPT))}
         archive.write(fuzzer, {**dict(made()), **found})
     make_dictionaries()
 

@@ -36,7 +36,7 @@ def mcfg(base, first=0, last=255):
 def preflight(board, *words):
     environment = {**os.environ, "HWBOARD": str(board), "LD_PRELOAD": str(BUILD / "libhwboard.so")}
     ran = subprocess.run([BUILD / "hwreg-check", "--json", *words], env=environment, capture_output=True, check=False,
-                         timeout=60)  # fmt: skip
+                         timeout=300)  # fmt: skip
     assert ran.stderr == b"" and 0 <= ran.returncode <= 2, ran
     return json.loads(ran.stdout)
 

@@ -20,7 +20,7 @@ import pytest
 from harness import BOARDS, BUILD, TOP, is_at_work, is_full, pipe_with_room_for
 from hwreg import Local, Machine, Sim, TimedOut
 
-SECONDS = 60
+SECONDS = 300
 RUNS = 400
 WAITING = 16  # reads or writes that wait for the lock at a time: a dump has it for long
 SCRATCH = ["pci 00:1e.0 8086:5c5c class 118000"] + [f"dword {0x40 + 4 * i:x} 0 rw ffffffff" for i in range(WAITING)]

@@ -9,7 +9,7 @@ import subprocess
 
 import pytest
 
-from harness import BUILD, TOP
+from harness import BUILD, LIMIT, TOP
 
 QUESTIONS = TOP / "tests" / "support" / "capture_questions"
 
@@ -76,7 +76,7 @@ def capture(run, tmp_path):
 
     def go(options="", board="intel", extra=(), **more):
         path = tmp_path / f"{len(list(tmp_path.iterdir()))}.captured.board"
-        result = run(f"-o {path} {options}", board=board, extra=extra, program="hwreg-capture", timeout=120, **more)
+        result = run(f"-o {path} {options}", board=board, extra=extra, program="hwreg-capture", **more)
         assert (result.status, result.out, result.err) == (0, b"", b"")
         return Capture(path, path.read_text(), result.log)
 
@@ -99,7 +99,7 @@ def answer(board, line, folder):
     dump.unlink(missing_ok=True)
     environment = {**os.environ, "HWBOARD": str(board), "LD_PRELOAD": str(BUILD / "libhwboard.so"),
                    "ASAN_OPTIONS": "verify_asan_link_order=0"}  # the board comes before the sanitizer's library
-    done = subprocess.run(["taskset", "1", BUILD / "hwreg", *words], env=environment, cwd=folder, timeout=60,
+    done = subprocess.run(["taskset", "1", BUILD / "hwreg", *words], env=environment, cwd=folder, timeout=LIMIT,
                           stdin=subprocess.DEVNULL, capture_output=True, check=False)
     return done.returncode, done.stdout + done.stderr, dump.read_bytes() if dump.exists() else None
 

@@ -38,8 +38,10 @@ NAMES = ["stdin", "stdout", "stderr"]
 CLOSED = "closed"  # for stdin, stdout, stderr: the descriptor is not open at all
 WRAPPER = shlex.split(os.environ.get("HWREG_WRAPPER", ""))
 SLOWNESS = 10 if WRAPPER else 1  # of the wrapper
+LIMIT = 300  # seconds for anything that is waited for: on a busy machine, too, only what hangs takes longer
 # Seconds without further output after which a program on a terminal is taken to wait for a key, and the same when there
-# has been no output at all since the last key, or the program is still at work (a machine may be busy).
+# has been no output at all since the last key, or the program is still at work: then seconds of its own work, since a
+# machine may be busy.
 PAUSE = 0.5 if WRAPPER else 0.1
 SILENCE = 1.0 * SLOWNESS
 
@@ -189,8 +191,9 @@ def complaints_in(folder):
             yield text
 
 
-def prepare_child(closed, terminal, ignored=(), blocked=(), own_group=False):
-    """What the child does before it becomes the program."""
+def prepare_child(closed, terminal, ignored=(), blocked=()):
+    """What the child does before it becomes the program. A child that does nothing then starts in half the time: Python
+    need not copy itself."""
 
     def prepare():
         for number in DEFAULT_SIGNALS:
@@ -198,8 +201,6 @@ def prepare_child(closed, terminal, ignored=(), blocked=(), own_group=False):
         for number in ignored:
             signal.signal(number, signal.SIG_IGN)
         signal.pthread_sigmask(signal.SIG_BLOCK, blocked)
-        if own_group:
-            os.setpgid(0, 0)
         if terminal is not None:
             fcntl.ioctl(terminal, termios.TIOCSCTTY, 0)
         for descriptor in closed:
@@ -209,7 +210,6 @@ def prepare_child(closed, terminal, ignored=(), blocked=(), own_group=False):
 
 
 def run_program(run, cwd, stdin, stdout, stderr, timeout):
-    timeout *= SLOWNESS
     streams = [stdin, stdout, stderr]
     closed = [number for number, stream in enumerate(streams) if stream is CLOSED]
     if closed and run.wrapped:
@@ -223,7 +223,7 @@ def run_program(run, cwd, stdin, stdout, stderr, timeout):
         stderr=subprocess.PIPE if stderr is None else subprocess.DEVNULL if stderr is CLOSED else stderr,
         env=run.environment,
         cwd=cwd,
-        preexec_fn=prepare_child(closed, None),
+        preexec_fn=prepare_child(closed, None) if closed else None,
     )
     try:
         out, err = child.communicate(given, timeout=timeout)
@@ -279,31 +279,25 @@ def take_log(pipe, child, timeout):
     return (log + take_rest(pipe)).lstrip(b"#")
 
 
-def signal_behind(accesses, number):
-    """A runner (see the fixture `run`) that sends the program a signal right behind these accesses."""
+def is_on_its_way(pid, number):
+    """True while a signal has neither acted on the process nor is held back by it."""
+    status = pathlib.Path(f"/proc/{pid}/status").read_text()
+    pending, blocked = (int(re.search(rf"{name}:\t(\w+)", status)[1], 16) for name in ("ShdPnd", "SigBlk"))
+    return (pending & ~blocked) >> (number - 1) & 1 == 1
+
+
+def signal_behind(accesses, number, **options):
+    """A runner (see the fixture `run`) that sends the program a signal right behind these accesses. The program goes on
+    when the signal has acted, unless it holds it back."""
 
     def send(child):
         child.send_signal(number)
-        with contextlib.suppress(subprocess.TimeoutExpired):
-            child.wait(0.2)  # here it ends, unless it holds the signal back
-
-    return act_behind(accesses, send)
-
-
-def is_pending(pid, number):
-    """True while the process holds a signal back."""
-    pending = re.search(r"ShdPnd:\t(\w+)", pathlib.Path(f"/proc/{pid}/status").read_text())
-    return int(pending[1], 16) >> (number - 1) & 1 == 1
-
-
-def held_behind(accesses, number, **options):
-    """The same as signal_behind, for one that is known to be held back or to end the program: waits for that alone."""
-
-    def send(child):
-        child.send_signal(number)
-        deadline = time.monotonic() + (0.2 if WRAPPER else 10)  # a wrapper may keep the signal itself
-        while child.poll() is None and not is_pending(child.pid, number) and time.monotonic() < deadline:
+        deadline = time.monotonic() + LIMIT
+        while child.poll() is None and is_on_its_way(child.pid, number) and time.monotonic() < deadline:
             time.sleep(0.0005)
+        if WRAPPER:  # it has taken the signal itself
+            with contextlib.suppress(subprocess.TimeoutExpired):
+                child.wait(0.2)
 
     return act_behind(accesses, send, **options)
 
@@ -312,13 +306,13 @@ def act_behind(accesses, act, ignored=(), blocked=()):
     """A runner that calls act(child) right behind the accesses with which the log of an undisturbed run begins. The log
     is a pipe that has room for no more than these, so the program waits there; on a busy machine one more access may
     slip through. Where the program stops, the log has a line "stopped N", and it goes on."""
-    prepare = prepare_child([], None, ignored, blocked, own_group=True)
+    prepare = prepare_child([], None, ignored, blocked) if ignored or blocked else None
 
     def go(run, cwd, stdin, stdout, stderr, timeout):
         pipe, size = pipe_with_room_for(accesses, run.log_file)
         child = subprocess.Popen(run.command, executable=run.executable, stdin=subprocess.DEVNULL,
                                  stdout=subprocess.PIPE, stderr=subprocess.PIPE, env=run.environment, cwd=cwd,
-                                 preexec_fn=prepare)  # fmt: skip
+                                 process_group=0, preexec_fn=prepare)  # fmt: skip
         try:
             deadline = time.monotonic() + timeout
             while not is_full(pipe, size):
@@ -337,11 +331,36 @@ def act_behind(accesses, act, ignored=(), blocked=()):
     return go
 
 
+def status_of(process):
+    """The fields of its status from the state on; none when it is gone."""
+    with contextlib.suppress(FileNotFoundError, ProcessLookupError):
+        return pathlib.Path(f"/proc/{process}/stat").read_text().rpartition(")")[2].split()
+    return []
+
+
+def children_of(process):
+    with contextlib.suppress(FileNotFoundError, ProcessLookupError):
+        return pathlib.Path(f"/proc/{process}/task/{process}/children").read_text().split()
+    return []
+
+
+def family_of(process):
+    return [process, *(one for child in children_of(process) for one in family_of(child))]
+
+
+def processor_time(process):
+    """Seconds of work that it and its children have done."""
+    ticks = (int(text) for one in family_of(process) for text in status_of(one)[11:15])
+    return sum(ticks) / os.sysconf("SC_CLK_TCK")
+
+
 def is_at_work(process):
     """True unless the process sleeps, with no child of its own."""
-    folder = pathlib.Path(f"/proc/{process}")
-    state = (folder / "stat").read_text().rpartition(")")[2].split()[0]
-    return state != "S" or (folder / "task" / str(process) / "children").read_text() != ""
+    return status_of(process)[:1] != ["S"] or children_of(process) != []
+
+
+def all_sleep(process):
+    return all(status_of(one)[:1] == ["S"] for one in family_of(process))
 
 
 class Terminal:
@@ -381,11 +400,11 @@ class Terminal:
         self.screen += os.read(self.master, 65536)
         return True
 
-    def wait(self, expected, seen, deadline):
+    def wait(self, expected, seen, deadline, silence):
         """Until the text has come behind position `seen`, or (a number instead of a text) until output pauses for so
         many seconds. False when the program has ended before."""
         is_text = isinstance(expected, bytes)
-        quiet_since = time.monotonic()
+        quiet_since, worked = time.monotonic(), processor_time(self.child.pid)
         while time.monotonic() < deadline:
             if is_text and expected in self.screen[seen:]:
                 return True
@@ -393,10 +412,12 @@ class Terminal:
             if not came and self.child.poll() is not None:
                 return False
             if came:
-                quiet_since = time.monotonic()
+                quiet_since, worked = time.monotonic(), processor_time(self.child.pid)
             elif not is_text:
-                asks = len(self.screen) > seen and not is_at_work(self.child.pid)
-                if asks or time.monotonic() - quiet_since > SILENCE:
+                pid = self.child.pid
+                asks = len(self.screen) > seen and not is_at_work(pid)
+                silent = time.monotonic() - quiet_since if all_sleep(pid) else processor_time(pid) - worked
+                if asks or silent > silence:
                     return True
         return False
 
@@ -428,13 +449,13 @@ class Terminal:
         return result, late
 
 
-def run_terminal(run, cwd, keys, descriptors, size, timeout, typed):
-    deadline = time.monotonic() + timeout * SLOWNESS
+def run_terminal(run, cwd, keys, descriptors, size, timeout, typed, silence=SILENCE):
+    deadline = time.monotonic() + timeout
     terminal = Terminal(run, cwd, descriptors, size, typed)
     seen = 0
     for item in keys:
         expected, key = item if isinstance(item, tuple) else (PAUSE, item)
-        if not terminal.wait(expected, seen, deadline):
+        if not terminal.wait(expected, seen, deadline, silence):
             break
         seen = len(terminal.screen)
         if isinstance(key, bytes):
@@ -477,8 +498,8 @@ def run(tmp_path, new_folder):
     runner       what runs it: run_program or signal_behind(...)
     """
 
-    def go(args="", board="intel", extra=(), stdin=None, stdout=None, stderr=None, keep_memory=False, timeout=30,
-           cwd=None, program="hwreg", env=None, name=None, runner=run_program):
+    def go(args="", board="intel", extra=(), stdin=None, stdout=None, stderr=None, keep_memory=False,
+           timeout=LIMIT, cwd=None, program="hwreg", env=None, name=None, runner=run_program):
         prepared = Run(new_folder(), args, board, extra, keep_memory, program, env, name)
         return runner(prepared, cwd or tmp_path, stdin, stdout, stderr, timeout)
 
@@ -495,18 +516,19 @@ def terminal(tmp_path, new_folder):
     descriptors  those of 0, 1, 2 that are the terminal; the others are /dev/null and files
     size         lines and columns
     typed        what was typed before the program was started
+    silence      seconds that it may work without output until the next key is sent
 
     `out` of the result is what came to the screen (with the terminal's "\\r\\n"), or what descriptor 1 got elsewhere;
     `keys_sent` counts the keys that were asked for.
     """
 
     def go(args="", keys=(), board="intel", extra=(), descriptors=(0, 1, 2), size=(25, 80), keep_memory=False,
-           timeout=30, cwd=None, program="hwreg", env=None, typed=b""):
+           timeout=LIMIT, cwd=None, program="hwreg", env=None, typed=b"", silence=SILENCE):
         prepared = Run(new_folder(), args, board, extra, keep_memory, program, env)
-        return run_terminal(prepared, cwd or tmp_path, keys, descriptors, size, timeout, typed)
+        return run_terminal(prepared, cwd or tmp_path, keys, descriptors, size, timeout, typed, silence)
 
     return go
 
 
-__all__ = ["BOARDS", "BUILD", "CLOSED", "Result", "Timeout", "act_behind", "held_behind", "new_folder", "run", "signal",
+__all__ = ["BOARDS", "BUILD", "CLOSED", "LIMIT", "Result", "Timeout", "act_behind", "new_folder", "run", "signal",
            "signal_behind", "terminal"]

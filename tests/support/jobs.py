@@ -21,9 +21,8 @@ import time
 
 import pytest
 
-from harness import SLOWNESS, Run
+from harness import LIMIT, Run
 
-SECONDS = 20 * SLOWNESS  # at most for anything that is waited for
 LEADER = pathlib.Path(__file__).with_name("session_leader.py")
 EXTPROC = 0x10000  # the terminal tells its master of each change of its modes (ioctl_tty(2), "TIOCPKT")
 TIOCPKT_IOCTL = 0x40
@@ -78,7 +77,7 @@ class Job:
             self.events += self.talk.recv(4096).decode().split("\n")[:-1]
 
     def until(self, condition):
-        deadline = time.monotonic() + SECONDS
+        deadline = time.monotonic() + LIMIT
         while not condition():
             assert time.monotonic() < deadline, f"{self.events} {self.screen[-300:]!r}"
             self.look(0.005)
@@ -141,7 +140,7 @@ class Job:
     def close(self):
         self.talk.close()
         with contextlib.suppress(subprocess.TimeoutExpired):
-            self.leader.wait(SECONDS)
+            self.leader.wait(20)
         self.leader.kill()
         self.leader.wait()
         os.close(self.slave)

@@ -12,7 +12,7 @@ import threading
 import time
 
 import pytest
-from harness import BOARDS, BUILD, is_at_work, is_full, pipe_with_room_for, take_log
+from harness import BOARDS, BUILD, LIMIT, is_at_work, is_full, pipe_with_room_for, take_log
 
 RUNS = 400
 ROUNDS = 50  # of so many runs, until one goes wrong; of 400 some 50 do on two idle processors, a few on busy ones
@@ -36,7 +36,7 @@ class Machine:
         self.environment.pop("HWBOARD_LOG", None)
 
     def hwreg(self, words, lock=()):
-        return self.start(words, lock).communicate(timeout=120)[0]
+        return self.start(words, lock).communicate(timeout=LIMIT)[0]
 
     def start(self, words, lock=()):
         return subprocess.Popen([*lock, str(BUILD / "hwreg"), *words.split()], env=self.environment,
@@ -95,13 +95,13 @@ def test_a_write_goes_where_the_other_instance_has_pointed(machine, tmp_path):
     machine.environment["HWBOARD_LOG"] = str(tmp_path / "pipe")
     pipe, size = pipe_with_room_for(before, tmp_path / "pipe")
     held = machine.start(write.replace("0x40", "0x44"))
-    deadline = time.monotonic() + 30
+    deadline = time.monotonic() + LIMIT
     while not is_full(pipe, size) or is_at_work(held.pid):
         assert held.poll() is None and time.monotonic() < deadline
         time.sleep(0.001)
     del machine.environment["HWBOARD_LOG"]
     assert machine.hwreg("/PCI /RD 0 0x1e 0 0x48").endswith(":0x00000000\n")
-    log = take_log(pipe, held, 30).decode().splitlines()
+    log = take_log(pipe, held, LIMIT).decode().splitlines()
     os.close(pipe)
     assert held.communicate()[0].endswith(" Data:12345678, return data:0x00000000\n")
     assert "out32 0cf8 8000f044" in log and "out32 0cf8 8000f048" not in log

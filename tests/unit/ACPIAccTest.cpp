@@ -25,6 +25,14 @@ TEST(ACPIAcc, TheCommandGivesTheStatusOfTheSearch) {
     EXPECT_EQ(Printed([] { EXPECT_EQ(AcpiEntry(), 0x8000000Eu); }), "");
 }
 
+TEST(ACPIAcc, TheCopyIsReleased) {
+    OpenMachine();
+    SetCommand({"hwreg", "/ACPI", "/DUMP", "/LOG"});
+    long held = BlocksHeld();
+    Printed([] { AcpiEntry(); });
+    EXPECT_EQ(BlocksHeld(), held);
+}
+
 TEST(ACPIAcc, TheCommandReadsNothingWithoutItsWord) {
     OpenMachine();
     SetCommand({"hwreg", "/DUMP"});

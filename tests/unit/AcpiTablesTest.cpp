@@ -275,8 +275,10 @@ TEST(AcpiTables, AFadtThatCannotBeCopiedLeavesTheRecordAlone) {
     OpenMachine("sequence 7a440000 50434146 ffffffff");
     PutXsdt({FADT});
     PmAddressRecord record = {0x1234, 0x5678, 0x9A};
+    long held = BlocksHeld();
     EXPECT_EQ(AcpiGetPMAddress(&record), 0x8000000Eu);
     EXPECT_EQ(record.pm1EventBlock, 0x1234);
+    EXPECT_EQ(BlocksHeld(), held);
 }
 
 TEST(AcpiTables, AnAddressOf0IsNoTable) {

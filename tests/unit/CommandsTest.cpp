@@ -43,6 +43,14 @@ TEST(Commands, HelpIsACommandOfItsOwnOnlyWithoutOne) {
     EXPECT_EQ(CommandOf(Flag::HELP | Flag::I2C), COMMAND_I2C);
 }
 
+TEST(Commands, AnOptionChangesNoCommand) {
+    constexpr CmdType others =
+        ~(Flag::IO | Flag::MEM | Flag::PCI | Flag::SMB | Flag::MSR | Flag::CPUID | Flag::RTC | Flag::RF |
+          Flag::SMBIOS | Flag::ACPI | Flag::SIO | Flag::NBIO | Flag::I2C);
+    for (const KnownCommand &known : mKnown)
+        EXPECT_EQ(CommandOf(known.flag | others), known.command) << known.flag;
+}
+
 TEST(Commands, OptionsAloneMeanNone) {
     EXPECT_EQ(CommandOf(Flag::LOG | Flag::DUMP | Flag::USB | Flag::READ), COMMAND_NONE);
 }

@@ -2,12 +2,16 @@
 
 #include <fcntl.h>
 #include <poll.h>
+#include <pthread.h>
+#include <sys/ioctl.h>
+#include <sys/resource.h>
 #include <sys/wait.h>
 #include <termios.h>
 #include <unistd.h>
 
 #include <csignal>
 #include <cstring>
+#include <functional>
 #include <string>
 #include <thread>
 
@@ -146,6 +150,24 @@ TEST(Console, AWaitForAKeyAfterATestThatFoundNoneStillWaits) {
     typist.join();
 }
 
+TEST(Console, IsKeyBoardHitDoesNotWaitForAPipeEither) {
+    int ends[2];
+    ASSERT_EQ(pipe(ends), 0);
+    FeedInput(""); // input is put back behind the test
+    dup2(ends[0], STDIN_FILENO);
+    ASSERT_EQ(fcntl(STDIN_FILENO, F_GETFL), 0); // no flag at all is set before
+    std::thread typist([&] {
+        usleep(200000);
+        Type(ends[1], "k");
+    });
+    EXPECT_EQ(isKeyBoardHit(), 0);
+    EXPECT_EQ(fcntl(STDIN_FILENO, F_GETFL), 0);
+    EXPECT_EQ(getch(), 'k');
+    typist.join();
+    close(ends[0]);
+    close(ends[1]);
+}
+
 TEST(Console, IsKeyBoardHitIsZeroAtTheEndOfInput) {
     FeedInput("");
     EXPECT_EQ(isKeyBoardHit(), 0);
@@ -214,6 +236,79 @@ TEST(Console, AStopDuringTheWaitLeavesTheTerminalAsItWasUntilTheProgramGoesOn) {
     EXPECT_EQ(WEXITSTATUS(status), 'k');
 }
 
+// As long as this lives, no descriptor from this number on can be had.
+struct DescriptorLimit {
+    rlimit before;
+
+    explicit DescriptorLimit(int first) {
+        EXPECT_EQ(getrlimit(RLIMIT_NOFILE, &before), 0);
+        rlimit limit = {static_cast<rlim_t>(first), before.rlim_max};
+        EXPECT_EQ(setrlimit(RLIMIT_NOFILE, &limit), 0);
+    }
+    ~DescriptorLimit() {
+        setrlimit(RLIMIT_NOFILE, &before);
+    }
+};
+
+TEST(Console, WhereNoWaitIsPossibleTheKeyIsReadAllTheSame) {
+    FeedInput("k");
+    DescriptorLimit limit(1); // poll takes no more places than that
+    EXPECT_EQ(getch(), 'k');
+}
+
+static volatile sig_atomic_t mInterruptions = 0;
+
+TEST(Console, AWaitThatIsInterruptedStillWaitsForKeysAndSignals) {
+    OpenKeyboard();
+    for (int number : {SIGWINCH, SIGUSR1})
+        signal(number, [](int) { mInterruptions = mInterruptions + 1; });
+    mInterruptions = 0;
+    HoldSignals();
+    std::thread other([waiting = pthread_self()] {
+        for (int i = 0; i < 50; ++i) { // the first ones may come before the wait begins
+            usleep(2000);
+            pthread_kill(waiting, SIGWINCH);
+        }
+        pthread_kill(waiting, SIGUSR1);
+    });
+    EXPECT_EQ(getch(), KEY_ESC);
+    other.join();
+    EXPECT_GE(mInterruptions, 1);
+    mInterruptions = 0;
+    ReleaseSignals();
+    EXPECT_EQ(mInterruptions, 1);
+    for (int number : {SIGWINCH, SIGUSR1})
+        signal(number, SIG_DFL);
+}
+
+TEST(Console, AContinueIsNoEndOfAWaitInAHold) {
+    FeedInput("k");
+    HoldSignals();
+    raise(SIGCONT); // comes before the key
+    EXPECT_EQ(getch(), 'k');
+    ReleaseSignals();
+}
+
+TEST(Console, AWaitThatAContinueInterruptsStillWaitsWhereNothingCanBeRead) {
+    int ends[2];
+    ASSERT_EQ(pipe(ends), 0);
+    FeedInput(""); // input is put back behind the test
+    dup2(ends[1], STDIN_FILENO);
+    signal(SIGINT, [](int) {});
+    HoldSignals();
+    raise(SIGCONT);
+    std::thread other([] {
+        usleep(100000);
+        kill(getpid(), SIGINT);
+    });
+    EXPECT_EQ(getch(), KEY_ESC);
+    other.join();
+    ReleaseSignals();
+    signal(SIGINT, SIG_DFL);
+    close(ends[0]);
+    close(ends[1]);
+}
+
 TEST(Console, DisplayPositionXYPrintsItsTextWhereverThatIs) {
     EXPECT_EQ(Printed([] { DisplayPositionXY(10, 20, "%s: %02X %%", "status", 5); }), "status: 05 %");
     EXPECT_EQ(Printed([] { GotoXY(0x00140010); }), "");
@@ -247,6 +342,7 @@ TEST(Console, ShowTitlePrintsAnotherHeadingAsText) {
 
 static unsigned mLooks = 0;
 static unsigned mLooksWithoutHold = 0;
+static unsigned mLooksElsewhere = 0; // so many find another job in the foreground
 
 extern "C" pid_t __real_tcgetpgrp(int fd);
 
@@ -254,7 +350,11 @@ extern "C" pid_t __real_tcgetpgrp(int fd);
 extern "C" pid_t __wrap_tcgetpgrp(int fd) {
     ++mLooks;
     mLooksWithoutHold += SignalsAreHeld() ? 0 : 1;
-    return __real_tcgetpgrp(fd);
+    pid_t foreground = __real_tcgetpgrp(fd);
+    if (mLooksElsewhere == 0)
+        return foreground;
+    --mLooksElsewhere;
+    return foreground + 1;
 }
 
 TEST(Console, NoStopComesBetweenTheLookForTheForegroundAndTheModes) {
@@ -265,4 +365,73 @@ TEST(Console, NoStopComesBetweenTheLookForTheForegroundAndTheModes) {
     EXPECT_EQ(getch(), 'k');
     EXPECT_GE(mLooks, 2u);
     EXPECT_EQ(mLooksWithoutHold, 0u);
+}
+
+// The exit status of a job of a session of its own, which has standard input as its terminal and its shell as
+// parent. 0 unless SIGTTIN has stopped it once.
+static int StatusOfAJobThatStops(const std::function<int()> &work) {
+    pid_t shell = fork();
+    if (shell != 0) {
+        int status = 0;
+        EXPECT_EQ(waitpid(shell, &status, 0), shell);
+        return WIFEXITED(status) ? WEXITSTATUS(status) : 0;
+    }
+    setsid();
+    ioctl(STDIN_FILENO, TIOCSCTTY, 0);
+    signal(SIGTTOU, SIG_IGN); // whoever gives the terminal away
+    pid_t job = fork();
+    if (job == 0) {
+        setpgid(0, 0);
+        tcsetpgrp(STDIN_FILENO, getpgrp());
+        _exit(work());
+    }
+    int stop = 0;
+    waitpid(job, &stop, WUNTRACED);
+    kill(job, SIGCONT);
+    int status = 0;
+    waitpid(job, &status, 0);
+    _exit(WIFSTOPPED(stop) && WSTOPSIG(stop) == SIGTTIN && WIFEXITED(status) ? WEXITSTATUS(status) : 0);
+}
+
+TEST(Console, WhereAReadDoesNotStopABackgroundJobItStopsItself) {
+    Type(OpenKeyboard(), "k\n");
+    EXPECT_EQ(StatusOfAJobThatStops([] {
+                  mLooksElsewhere = 2; // before the read and behind it, but not when it goes on
+                  return getch();
+              }),
+              'k');
+}
+
+TEST(Console, ABackgroundJobThatCannotBeStoppedGetsTheEndOfInput) {
+    Type(OpenKeyboard(), "k\n");
+    pid_t job = fork();
+    if (job == 0) {
+        setsid();
+        ioctl(STDIN_FILENO, TIOCSCTTY, 0);
+        signal(SIGTTIN, SIG_IGN);
+        mLooksElsewhere = 3; // before the wait, before the signal and behind it
+        _exit(getch() == EOF ? 0 : 1);
+    }
+    int status = -1;
+    waitpid(job, &status, 0);
+    EXPECT_EQ(status, 0);
+}
+
+TEST(Console, WithoutADescriptorForSignalsAWaitLooksForThemNowAndThen) {
+    int keyboard = OpenKeyboard();
+    DescriptorLimit limit(STDERR_FILENO + 1);
+    std::thread typist([&] {
+        while ((TerminalModes().c_lflag & ICANON) != 0)
+            usleep(1000);
+        usleep(200000);
+        Type(keyboard, "k");
+    });
+    EXPECT_EQ(getch(), 'k');
+    typist.join();
+    signal(SIGINT, [](int) {});
+    HoldSignals();
+    raise(SIGINT);
+    EXPECT_EQ(getch(), KEY_ESC);
+    ReleaseSignals();
+    signal(SIGINT, SIG_DFL);
 }

@@ -1,6 +1,10 @@
 #include "BasicLib/Cpu.h"
 
 #include <cpuid.h>
+#include <fcntl.h>
+#include <unistd.h>
+
+#include <cerrno>
 
 #include <gtest/gtest.h>
 
@@ -75,6 +79,21 @@ TEST(Cpu, AnMsrOfAnAbsentCpuReadsZero) {
     EXPECT_EQ(low, 0u);
 }
 
+TEST(Cpu, AnMsrThatIsReadInPartIsAnErrorAndGivesNothing) {
+    EnterScratchFolder();
+    WriteFile("SHORT", "1234567");
+    int file = open("SHORT", O_RDONLY);
+    OpenGives(file);
+    uint64_t value = 0x5A;
+    EXPECT_EQ(TryReadMsr(0, 0, &value), EIO);
+    EXPECT_EQ(value, 0x5Au);
+    EXPECT_EQ(GivenAndNotClosed(), 0);
+    OpenGives(-1);
+    close(file);
+    LoadBoard("nomsr");
+    EXPECT_EQ(TryReadMsr(0, 0, &value), ENOENT);
+}
+
 TEST(Cpu, ACpuNumberIsASigned16BitOne) {
     OpenBoard("intel");
     uint32_t high = 1, low = 1;
@@ -102,6 +121,16 @@ TEST(Cpu, ARefusedWriteIsSilent) {
     EXPECT_EQ(BoardGetMsr(0, 0x3A), 5u);
     EXPECT_EQ(Printed([] { WriteMsr(99, 0x3A, 1, 2); }), "");
     EXPECT_EQ(TakeLog(), (Log{"open /dev/cpu/99/msr wronly cloexec -> ENOENT"}));
+}
+
+TEST(Cpu, AnMsrNodeMayHaveDescriptor0) {
+    FeedInput(""); // which takes no write
+    OpenGives(0);
+    uint32_t high = 1, low = 1;
+    ReadMsr(0, 0x10, &high, &low);
+    EXPECT_EQ(GivenAndNotClosed(), 0);
+    WriteMsr(0, 0x10, 0, 0);
+    EXPECT_EQ(GivenAndNotClosed(), 0);
 }
 
 TEST(Cpu, CpuidGivesTheFourRegistersOfSubLeafZero) {

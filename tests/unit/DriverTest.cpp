@@ -2,6 +2,8 @@
 
 #include <fcntl.h>
 
+#include <cerrno>
+
 #include <gtest/gtest.h>
 
 #include "TestHelp.h"
@@ -78,4 +80,13 @@ TEST(Driver, ClosingWithoutAMemoryDeviceClosesNothing) {
     OpenBoard("nomem");
     EXPECT_EQ(CloseLinuxDriver(), 0u);
     EXPECT_EQ(TakeLog(), (Log{"iopl 0"}));
+}
+
+TEST(Driver, AProbeOfThePrivilegeGivesItBack) {
+    LoadBoard("intel");
+    EXPECT_EQ(ProbeIoPrivilege(), 0);
+    EXPECT_EQ(TakeLog(), (Log{"iopl 3", "iopl 0"}));
+    LoadBoard("noiopl");
+    EXPECT_EQ(ProbeIoPrivilege(), EPERM);
+    EXPECT_EQ(TakeLog(), (Log{"iopl 3 -> EPERM"}));
 }

@@ -4,10 +4,13 @@
 #include <sys/socket.h>
 #include <sys/stat.h>
 #include <sys/un.h>
+#include <sys/wait.h>
 #include <unistd.h>
 
+#include <cstdlib>
 #include <filesystem>
 #include <string>
+#include <vector>
 
 #include <gtest/gtest.h>
 
@@ -255,6 +258,39 @@ TEST(FileLib, ASinkTakesADumpAndNoOtherDeviceDoes) {
         EXPECT_FALSE(Opens(OpenAnewOrSink, other)) << other;
 }
 
+TEST(FileLib, AFileThatCannotBeLookedAtIsNotOpened) {
+    OpenGives(1000); // of which fstat knows nothing
+    EXPECT_EQ(OpenToRead("DATA"), nullptr);
+    EXPECT_EQ(OpenAnewOrSink("DATA"), nullptr);
+    EXPECT_EQ(GivenAndNotClosed(), 0);
+}
+
+// The number of a sink among the devices of another kind, terminals: a slave has the number of its master.
+TEST(FileLib, ADeviceOfAnotherKindIsNoSinkWhateverItsNumber) {
+    std::vector<int> masters;
+    std::string slave;
+    while (slave != "/dev/pts/3" && slave != "/dev/pts/5" && slave != "/dev/pts/7" && masters.size() < 9) {
+        masters.push_back(posix_openpt(O_RDWR | O_NOCTTY | O_CLOEXEC));
+        ASSERT_NE(masters.back(), -1);
+        ASSERT_EQ(unlockpt(masters.back()), 0);
+        slave = ptsname(masters.back());
+    }
+    ASSERT_EQ(access(slave.c_str(), W_OK), 0);
+    EXPECT_FALSE(Opens(OpenAnewOrSink, slave.c_str())) << slave;
+    for (int master : masters)
+        close(master);
+}
+
+TEST(FileLib, AStreamWithoutADiskIsNotSynced) {
+    EnterScratchFolder();
+    FILE *null = fopen("/dev/null", "wb");
+    EXPECT_FALSE(SyncFile(null));
+    Fclose(null);
+    FILE *file = fopen("DATA", "wb");
+    EXPECT_TRUE(SyncFile(file));
+    Fclose(file);
+}
+
 TEST(FileLib, ARegularFileIsReadAndMadeAnew) {
     EnterScratchFolder();
     WriteFile("DATA", "text");
@@ -269,4 +305,90 @@ TEST(FileLib, ARegularFileIsReadAndMadeAnew) {
         Fclose(file);
         EXPECT_EQ(FileText("DATA"), "new");
     }
+}
+
+TEST(FileLib, AFileIsClosedInAProgramThatIsStarted) {
+    EnterScratchFolder();
+    WriteFile("DATA", "text");
+    for (FILE *(*open)(const char *) : {OpenToRead, OpenAnew, OpenAnewOrSink}) {
+        FILE *file = open("DATA");
+        EXPECT_EQ(fcntl(fileno(file), F_GETFD), FD_CLOEXEC);
+        Fclose(file);
+    }
+}
+
+TEST(FileLib, ATerminalThatIsRefusedDoesNotBecomeTheControllingOne) {
+    int master = posix_openpt(O_RDWR | O_NOCTTY | O_CLOEXEC);
+    ASSERT_EQ(unlockpt(master), 0);
+    const std::string slave = ptsname(master);
+    pid_t leader = fork();
+    if (leader == 0) {
+        setsid();
+        bool refused = OpenToRead(slave.c_str()) == nullptr;
+        _exit(refused && open("/dev/tty", O_RDWR | O_CLOEXEC) == -1 ? 0 : 1);
+    }
+    int status = -1;
+    waitpid(leader, &status, 0);
+    EXPECT_EQ(status, 0);
+    close(master);
+}
+
+TEST(FileLib, NoFileStaysOpen) {
+    EnterScratchFolder();
+    unsigned open = OpenDescriptors();
+    EXPECT_EQ(Buffer2File("a", "12", 2), EFI_SUCCESS);
+    EXPECT_EQ(GetFileSize("a"), 2);
+    uint8_t *buffer = nullptr;
+    uint32_t size = 0;
+    EXPECT_EQ(File2Buffer("a", &buffer, &size, 0), EFI_SUCCESS);
+    Free(buffer);
+    EXPECT_EQ(File2Buffer("b", &buffer, &size, 1), EFI_ABORTED); // made, and empty
+    EXPECT_EQ(OpenDescriptors(), open);
+}
+
+TEST(FileLib, OfASizeBeyond31BitsTheLimitIsTold) {
+    EnterScratchFolder();
+    WriteFile("HUGE", "");
+    std::filesystem::resize_file("HUGE", 0x7FFFFFFE);
+    EXPECT_EQ(GetFileSize("HUGE"), 0x7FFFFFFE);
+    std::filesystem::resize_file("HUGE", 0x80000000);
+    EXPECT_EQ(GetFileSize("HUGE"), FILE_SIZE_LIMIT);
+}
+
+TEST(FileLib, AnAbsentFileThatCannotBeCreatedAborts) {
+    EnterScratchFolder();
+    uint8_t byte;
+    uint8_t *buffer = &byte;
+    uint32_t size = 7;
+    EXPECT_EQ(File2Buffer("ABSENT/FILE", &buffer, &size, 1), 0x80000015u);
+    EXPECT_EQ(buffer, nullptr);
+    EXPECT_EQ(size, 0u);
+}
+
+TEST(FileLib, AFileThatGoesAwayBehindItsSizeIsNotLoaded) {
+    EnterScratchFolder();
+    WriteFile("DATA", "text");
+    uint8_t *buffer = nullptr;
+    uint32_t size = 0;
+    long held = BlocksHeld();
+    NextMalloc([](size_t length) {
+        unlink("DATA");
+        return malloc(length);
+    });
+    EXPECT_EQ(File2Buffer("DATA", &buffer, &size, 0), 0x80000001u);
+    EXPECT_EQ(buffer, nullptr);
+    EXPECT_EQ(BlocksHeld(), held);
+}
+
+TEST(FileLib, AFileIsSyncedWithClosedOutputToo) {
+    EnterScratchFolder();
+    FILE *file = OpenAnew("DATA");
+    ASSERT_NE(file, nullptr);
+    int output = dup(STDOUT_FILENO);
+    close(STDOUT_FILENO); // the folder's descriptor is 1 then
+    bool synced = SyncFile(file);
+    dup2(output, STDOUT_FILENO);
+    close(output);
+    fclose(file);
+    EXPECT_TRUE(synced);
 }

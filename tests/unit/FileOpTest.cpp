@@ -3,6 +3,7 @@
 #include <unistd.h>
 
 #include <cstdlib>
+#include <cstring>
 #include <filesystem>
 
 #include <gtest/gtest.h>
@@ -65,6 +66,13 @@ TEST(FileOp, MemoryWinsOverPorts) {
     EnterScratchFolder();
     RunFile({"hwreg", "/IO", "/MEM", "/RF", "A.BIN", "0x1000", "0x10"}, 0);
     EXPECT_EQ(FileText("A.BIN"), Memory(0x1000, 0x10));
+}
+
+TEST(FileOp, WithoutASourceThereAreZerosWhateverTheHeapGives) {
+    EnterScratchFolder();
+    NextMalloc([](size_t size) { return memset(malloc(size), 0xA5, size); });
+    EXPECT_EQ(RunFile({"hwreg", "/RF", "ZERO.BIN", "0", "0x1234"}, 0), "Waitting ...\n\n");
+    EXPECT_EQ(FileText("ZERO.BIN"), std::string(0x1234, '\0'));
 }
 
 TEST(FileOp, ARangePast4GiBIsAnError) {
@@ -172,15 +180,12 @@ TEST(FileOp, BufferAndFileAreReleasedOnEveryPath) {
     OpenBoard("intel");
     EnterScratchFolder();
     std::filesystem::create_symlink("/dev/full", "FULL.BIN");
-    int lowestFree = dup(STDOUT_FILENO);
-    close(lowestFree);
+    unsigned open = OpenDescriptors();
     for (const char *name : {"F.BIN", "FULL.BIN", "NO/SUCH"}) {
         SetCommand({"hwreg", "/MEM", "/RF", name, "0x1000", "0x10"});
         long held = BlocksHeld();
         Printed([] { FileOptEntry(); });
         EXPECT_EQ(BlocksHeld(), held) << name;
+        EXPECT_EQ(OpenDescriptors(), open) << name;
     }
-    int free = dup(STDOUT_FILENO);
-    close(free);
-    EXPECT_EQ(free, lowestFree);
 }

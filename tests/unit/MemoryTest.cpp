@@ -62,6 +62,13 @@ TEST(Memory, MemcmpGivesTheDifferenceOfTheFirstPairThatDiffers) {
     }
 }
 
+TEST(Memory, MemcmpLooksAtNothingInFrontOfTheRuns) {
+    const std::string left = "equal...unlike..different";
+    const std::string right = "unlike..equal...";
+    EXPECT_NE(Memcmp(left.data() + 8, right.data(), 16), 0);
+    EXPECT_NE(Memcmp(right.data(), left.data() + 8, 16), 0);
+}
+
 TEST(Memory, MemcmpTakesBytesAsSigned) {
     EXPECT_EQ(Memcmp("\x80", "\x01", 1), -129);
     EXPECT_EQ(Memcmp("\xFF", "\x7F", 1), -128);
@@ -99,4 +106,11 @@ TEST(Memory, MemcpyCopiesExactlyTheSize) {
 TEST(Memory, ASizeOfZeroMayComeWithNullPointers) {
     EXPECT_EQ(Memcpy(nullptr, nullptr, 0), nullptr);
     EXPECT_EQ(Memset(nullptr, 0xFF, 0), nullptr);
+}
+
+TEST(Memory, NothingBehindWhatIsAskedForIsLookedAt) {
+    EXPECT_EQ(Memcmp(AtTheEndOfMemory("PCI"), AtTheEndOfMemory("PCI"), 3), 0);
+    EXPECT_LT(Memcmp(AtTheEndOfMemory("12345678A"), AtTheEndOfMemory("12345678B"), 9), 0);
+    EXPECT_EQ(Load16(AtTheEndOfMemory("\x34\x12")), 0x1234u);
+    EXPECT_EQ(Load32(AtTheEndOfMemory("\x78\x56\x34\x12")), 0x12345678u);
 }

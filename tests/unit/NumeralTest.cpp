@@ -76,6 +76,11 @@ TEST(Numeral, OverflowWrapsModulo2To64) {
     EXPECT_EQ(str2Numeral("0x123456789ABCDEF01"), 0x23456789ABCDEF01u);
 }
 
+TEST(Numeral, AnXBehindAnotherDigitThan0IsNoPrefix) {
+    EXPECT_EQ(str2Numeral("5x10"), 510u);
+    EXPECT_EQ(str2Numeral16("5x10"), 0x510u);
+}
+
 TEST(Numeral, OperandsOfAnyLengthComeToAnEnd) {
     EXPECT_EQ(str2Numeral((std::string(100000, '0') + "7").c_str()), 7u);
     EXPECT_EQ(str2Numeral((std::string(100000, 'z') + "7").c_str()), 7u);
@@ -96,6 +101,12 @@ TEST(Numeral, Num2StringWritesLowerCaseDigits) {
     EXPECT_EQ(InBase(36, 36), "10");
     EXPECT_EQ(InBase(5, 2), "101");
     EXPECT_EQ(InBase(1234567890, 10), "1234567890");
+}
+
+TEST(Numeral, Num2StringHas36Digits) {
+    const std::string digits = "0123456789abcdefghijklmnopqrstuvwxyz";
+    for (unsigned value = 0; value < 36; ++value)
+        EXPECT_EQ(InBase(value, 36), digits.substr(value, 1));
 }
 
 TEST(Numeral, Num2StringOfZeroIsOneDigit) {
@@ -158,6 +169,8 @@ TEST(Numeral, Packed8RoundTripsEveryTwoDigitNumber) {
 TEST(Numeral, HexToDecimalStoresInTheWidthOfTheSizeCode) {
     uint32_t out = 0xEEEEEEEE;
     EXPECT_EQ(HexToDecimal(1, 0x59, &out), 1);
+    EXPECT_EQ(out, 0xEEEEEE00u + 59);
+    EXPECT_EQ(HexToDecimal(1, 0x159, &out), 1); // the number is cut, not what it becomes
     EXPECT_EQ(out, 0xEEEEEE00u + 59);
     out = 0xEEEEEEEE;
     EXPECT_EQ(HexToDecimal(2, 0x2019, &out), 1);

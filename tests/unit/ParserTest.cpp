@@ -105,6 +105,12 @@ TEST(Parser, AnEmptyCommandLineIsAnEmptyWord) {
     EXPECT_EQ(TranslateCmd(Words({})), 0u);
 }
 
+TEST(Parser, NothingBehindAWordIsLookedAt) {
+    char *argv[] = {const_cast<char *>("hwreg"), const_cast<char *>(AtTheEndOfMemory(std::string(1, '\0'))),
+                    nullptr};
+    EXPECT_EQ(TranslateCmd(argv), 0u);
+}
+
 TEST(Parser, WordsAreUpperCasedInPlaceButNotTheProgramName) {
     char **argv = Words({"/usr/sbin/hwreg", "/pci", "0x1f", "\xE4z{"});
     argvToUpper(argv);
@@ -180,6 +186,15 @@ TEST(Parser, DisplayFlagsFollowTheirSwitches) {
     EXPECT_EQ(DispFlagsOf(Flag::LOG), DISP_LOG);
     EXPECT_EQ(DispFlagsOf(Flag::TEXT), DISP_TEXT);
     EXPECT_EQ(DispFlagsOf(Flag::DUMP | Flag::DEBUG | Flag::LOG | Flag::TEXT), 0x0F);
+}
+
+TEST(Parser, NoOtherFlagIsADisplayFlag) {
+    constexpr CmdType own = Flag::DUMP | Flag::DEBUG | Flag::LOG | Flag::TEXT;
+    for (unsigned bit = 0; bit < 48; ++bit) {
+        CmdType flag = CmdType{1} << bit;
+        EXPECT_EQ(DispFlagsOf(flag) != 0, (flag & own) != 0) << bit;
+        EXPECT_EQ(DispFlagsOf(own | flag), flag == Flag::NOMSG ? 0x0F & ~DISP_DUMP : 0x0F) << bit;
+    }
 }
 
 TEST(Parser, NomsgTakesTheDumpFlagBackInAnyOrder) {

@@ -321,3 +321,11 @@ TEST(PciAcc, TheDumpReleasesItsBuffer) {
     Printed([] { PciAccess(); });
     EXPECT_EQ(BlocksHeld(), held);
 }
+
+TEST(PciAcc, ADumpWhoseWordIsNotThereDoesNothing) {
+    OpenBoard("intel");
+    SetCommand({"hwreg", "/PCI"});
+    AddFlags(Flag::DUMP);
+    EXPECT_EQ(Printed([] { EXPECT_EQ(PciAccess(), 0u); }), "");
+    EXPECT_EQ(TakeLog(), Log{});
+}

@@ -68,6 +68,15 @@ TEST(PciCaps, ACapabilityIsFoundInTheMemoryMappedPage) {
     EXPECT_EQ(PcieFindCapId(1, 0, 0, 0x09), 0);
 }
 
+TEST(PciCaps, OneBitOfTheStatusSaysThatThereIsAList) {
+    OpenBoard("intel");
+    uint16_t card = Function(1, 0, 0);
+    BoardSetPci(card, 0x06, 2, 0xFFEF);
+    EXPECT_EQ(PcieFindCapId(1, 0, 0, 0x10), 0);
+    BoardSetPci(card, 0x06, 2, 0x0010);
+    EXPECT_EQ(PcieFindCapId(1, 0, 0, 0x10), 0x70);
+}
+
 TEST(PciCaps, TheCapabilitySearchReadsBytes) {
     OpenBoard("intel");
     PcieFindCapId(0, 0, 0, 0xFF); // looks the window up

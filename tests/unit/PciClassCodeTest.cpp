@@ -1,6 +1,8 @@
 #include "Platform/PciClassCode.h"
 
 #include <cstring>
+#include <fstream>
+#include <string>
 
 #include <gtest/gtest.h>
 
@@ -27,6 +29,16 @@ TEST(PciClassCode, CodesRiseAndEveryNameEndsItsLine) {
         ASSERT_NE(row->name, nullptr);
         EXPECT_EQ(strchr(row->name, '\n'), row->name + strlen(row->name) - 1) << row->name;
     }
+}
+
+TEST(PciClassCode, EachRowIsThatOfTheList) {
+    std::ifstream list(HWREG_BOARDS "/../../tests/support/pci_class_names.txt");
+    size_t row = 0;
+    for (std::string line; std::getline(list, line); ++row) {
+        EXPECT_EQ(PciDeviceClassCode[row].code, std::stoul(line, nullptr, 16)) << line;
+        EXPECT_EQ(PciDeviceClassCode[row].name, line.substr(5) + "\n");
+    }
+    EXPECT_EQ(row, 106u);
 }
 
 TEST(PciClassCode, NamesOfEachBaseClass) {

@@ -189,6 +189,7 @@ TEST(PciConfig, ABufferedReadBeyondTheSpaceAssertsAndStillReads) {
     EXPECT_EQ(TakeAccesses(),
               (Log{"mmap /dev/mem e0100000 2000 rw shared", "mr16 e0100ffe", "munmap e0100000 2000"}));
     EXPECT_EQ(memcmp(buffer, "\x00\x00\xFF\xFF", 4), 0);
+    EXPECT_NE(Printed([&] { PciReadBuffer(1, 0, 0, 0xFFF, 2, buffer); }), "");
     EXPECT_EQ(Printed([&] { PciReadBuffer(1, 0, 0, 0xFFC, 4, buffer); }), "");
 }
 

@@ -12,6 +12,8 @@ TEST(PciFind, AFunctionIsMultipleByItsHeaderType) {
     EXPECT_TRUE(isPciMultipleFunction(0, 0x14));
     EXPECT_TRUE(isPciMultipleFunction(0, 0x1C)); // header 81
     EXPECT_FALSE(isPciMultipleFunction(0, 3));   // absent: FF
+    BoardSetPci(Function(0, 0x14, 0), 0x0E, 1, 0x7F);
+    EXPECT_FALSE(isPciMultipleFunction(0, 0x14));
 }
 
 TEST(PciFind, TheFirstFunctionOfAClassIsFound) {

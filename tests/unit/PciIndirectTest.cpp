@@ -36,6 +36,15 @@ TEST(PciIndirect, IndirectWritesWriteTheIndexAndTheDataInOneWidth) {
                              LegacyPci("800000dc", "out32 0cfc a4a3a2a1"));
 }
 
+TEST(PciIndirect, IndirectAccessesReachAnyFunction) {
+    OpenBoard("intel");
+    uint8_t buffer[4] = {0xA1, 0xA2, 0xA3, 0xA4};
+    PciIndirectWrite(1, 1, 2, 3, 0xD8, 0xDC, 0x5A, buffer);
+    PciIndirectRead(1, 1, 2, 3, 0xD8, 0xDC, 0x5A, buffer);
+    EXPECT_EQ(TakeAccesses(), LegacyPci("800113d8", "out8 0cfc 5a") + LegacyPci("800113dc", "out8 0cfc a1") +
+                                  LegacyPci("800113d8", "out8 0cfc 5a") + LegacyPci("800113dc", "in8 0cfc"));
+}
+
 TEST(PciIndirect, IndirectAccessesOfAnotherWidthOnlyAssert) {
     OpenBoard("intel");
     uint8_t buffer[4] = {0xEE, 0xEE, 0xEE, 0xEE};

@@ -80,6 +80,8 @@ TEST(PciPorts, LegacyOffset100IsTheLastOneAccepted) {
     EXPECT_EQ(LegacyIoPciRead(1, 0, 0, 0, 0x100, buffer), 1);
     EXPECT_EQ(TakeAccesses(), LegacyPci("80000100", "in8 0cfc"));
     buffer[0] = 0xEE;
+    EXPECT_EQ(LegacyIoPciWrite(1, 0, 0, 0, 0x100, buffer), 1);
+    EXPECT_EQ(TakeAccesses(), LegacyPci("80000100", "out8 0cfc ee"));
     EXPECT_EQ(LegacyIoPciRead(1, 0, 0, 0, 0x101, buffer), 0);
     EXPECT_EQ(LegacyIoPciRead(1, 0, 0, 0, 0xFFFF, buffer), 0);
     EXPECT_EQ(LegacyIoPciWrite(1, 0, 0, 0, 0x101, buffer), 0);

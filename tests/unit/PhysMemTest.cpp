@@ -224,6 +224,12 @@ static void ExpectDump(uint32_t start, uint32_t length, const Log &log) {
     EXPECT_EQ(TakeLog(), log);
 }
 
+TEST(PhysMem, DumpPhysMemWithoutABufferReadsNothing) {
+    OpenBoard("intel");
+    EXPECT_EQ(Dump_PhysMem(0x1000, nullptr, 0x1000), 0);
+    EXPECT_EQ(TakeLog(), Log{});
+}
+
 TEST(PhysMem, MemDumpOfARangeAcrossABorderReadsBothPages) {
     OpenBoard("intel");
     ExpectDump(0x1FF0, 0x20, Mapped("00001000", "1000") + Mapped("00002000", "1000"));
@@ -345,6 +351,13 @@ TEST(PhysMemDeathTest, WhatIsCopiedFromMemoryIsKeptOutOfCoreDumps) {
     OpenBoard("intel");
     EXPECT_EXIT(EndDumpable(false), testing::ExitedWithCode(1), "");
     EXPECT_EXIT(EndDumpable(true), testing::ExitedWithCode(0), "");
+}
+
+TEST(PhysMem, AProbeWithoutTheMemoryDeviceFindsNoDevice) {
+    OpenBoard("nomem");
+    EXPECT_EQ(ProbePhysMem(0x1000), ENODEV);
+    EXPECT_EQ(ProbePhysAccess(0x1000), ENODEV);
+    EXPECT_EQ(TakeLog(), Log{});
 }
 
 TEST(PhysMem, AProbeMapsWhatACopyOrAnAccessMapsAndAccessesNothing) {

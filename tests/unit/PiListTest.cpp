@@ -70,6 +70,13 @@ TEST(PiList, InstallingMarksTheNextPlaceEmpty) {
     EXPECT_EQ(Locate(99), nullptr);
 }
 
+TEST(PiList, TheLastPlaceIsMarkedEmptyToo) {
+    FillList(14);
+    gPiList[15] = {99, Thing(30)}; // left behind
+    EXPECT_EQ(InstallPiList(15, Thing(15)), 0u);
+    EXPECT_EQ(ListLength(), 15u);
+}
+
 TEST(PiList, UninstallingMovesTheLaterEntriesForward) {
     FillList(3);
     EXPECT_EQ(UninstallPiList(2, Thing(2)), 0u);
@@ -97,6 +104,7 @@ TEST(PiList, UninstallingNeedsIdentifierAndPointer) {
     FillList(2);
     EXPECT_EQ(UninstallPiList(1, Thing(2)), 0x8000000Eu);
     EXPECT_EQ(UninstallPiList(3, Thing(1)), 0x8000000Eu);
+    EXPECT_EQ(UninstallPiList(9, nullptr), 0x8000000Eu); // as an empty place has it
     EXPECT_EQ(UninstallPiList(1, nullptr), 0x8000000Eu);
     EXPECT_EQ(ListLength(), 2u);
 }

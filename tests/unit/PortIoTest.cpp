@@ -33,13 +33,13 @@ TEST(PortIo, InstructionsTakeTheValueBeforeThePort) {
 
 TEST(PortIo, InstructionsCutThePortAndTheValue) {
     OpenScratchPorts();
-    EXPECT_EQ(outb(0xFFFFFF12, 0x51000), 0x12u);
+    EXPECT_EQ(outb(0xFFFFFF13, 0x51000), 0x13u);
     outw(0xFFFF3456, 0x51000);
     EXPECT_EQ(outl(0xFFFFFFFF, 0x51000), 0xFFFFFFFFu);
     inb(0x51000);
     inw(0x51000);
     inl(0x51000);
-    EXPECT_EQ(TakeAccesses(), (Log{"out8 1000 12", "out16 1000 3456", "out32 1000 ffffffff", "in8 1000",
+    EXPECT_EQ(TakeAccesses(), (Log{"out8 1000 13", "out16 1000 3456", "out32 1000 ffffffff", "in8 1000",
                                    "in16 1000", "in32 1000"}));
 }
 

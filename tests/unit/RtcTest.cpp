@@ -69,7 +69,9 @@ static std::string FileBytes() {
 
 static void ExpectCount(uint32_t count, const std::string &message) {
     uint32_t shown = 0;
+    unsigned open = OpenDescriptors();
     EXPECT_EQ(Printed([&] { shown = DisplayLogCount("LOG"); }), message);
+    EXPECT_EQ(OpenDescriptors(), open);
     EXPECT_EQ(shown, count);
 }
 

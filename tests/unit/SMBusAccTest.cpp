@@ -3,6 +3,7 @@
 #include <gtest/gtest.h>
 
 #include "TestHelp.h"
+#include "sim/Board.h"
 
 TEST(SMBusAcc, ADumpWithoutMemoryFailsWithoutAWord) {
     OpenBoard("intel");
@@ -15,6 +16,16 @@ TEST(SMBusAcc, ADumpWithoutMemoryFailsWithoutAWord) {
     LimitMalloc(511);
     EXPECT_EQ(Printed([&] { status = SMBusEntryPoint(); }), "");
     EXPECT_EQ(status, -1);
+}
+
+TEST(SMBusAcc, ADumpReleasesItsBufferHoweverItEnds) {
+    OpenBoard("intel", "pci 00:1f.4\nsmbus-host pci 0\nunlogged 0 10000");
+    for (const char *slave : {"0xA0", "0x58", "0x30"}) { // a DDR4 module, another device, nobody
+        SetCommand({"hwreg", "/SMBUS", "/DUMP", slave, "/LOG"});
+        long held = BlocksHeld();
+        Printed([] { SMBusEntryPoint(); });
+        EXPECT_EQ(BlocksHeld(), held) << slave;
+    }
 }
 
 TEST(SMBusAcc, TheHandlerGivesMinusOneForFailuresAndTheByteElse) {
@@ -33,4 +44,16 @@ TEST(SMBusAcc, TheHandlerGivesMinusOneForFailuresAndTheByteElse) {
     EXPECT_EQ(run({"hwreg", "/SMBUS", "/S", "0xA6", "0xA6"}), 0xFF);
     EXPECT_EQ(run({"hwreg", "/SMBUS", "/RI", "0xA0", "2"}), 0xFF);
     EXPECT_EQ(run({"hwreg", "/SMBUS"}), 0xFF);
+}
+
+TEST(SMBusAcc, ADumpOrAScanWhoseWordIsNotThereReadsNothing) {
+    OpenBoard("intel", "pci 00:1f.4\nsmbus-host pci 0");
+    for (CmdType flag : {Flag::DUMP, Flag::S}) {
+        SetCommand({"hwreg", "/SMBUS"});
+        AddFlags(flag);
+        BoardLogClear();
+        EXPECT_EQ(Printed([] { EXPECT_EQ(SMBusEntryPoint(), 0xFF); }), "");
+        for (const std::string &access : TakeLog())
+            EXPECT_EQ(access.find(" efa"), std::string::npos) << access;
+    }
 }

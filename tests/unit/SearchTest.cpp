@@ -86,6 +86,13 @@ TEST(Search, BytesOfAnyValueAreCompared) {
     EXPECT_EQ(Find(std::string("\x01\xFF", 2), std::string("\xFF", 1)), 2u);
 }
 
+TEST(Search, NothingBehindTheBufferIsLookedAt) {
+    uint32_t pos = 0;
+    EXPECT_EQ(SearchFromBuffer(AtTheEndOfMemory("xxa"), 3, "ab", 2, &pos, 1), 0x8000000E);
+    EXPECT_EQ(SearchFromBuffer(AtTheEndOfMemory("xab"), 3, "ab", 2, &pos, 1), 0u);
+    EXPECT_EQ(pos, 3u);
+}
+
 TEST(Search, NullBufferOrPatternIsInvalid) {
     uint32_t pos = 7;
     const uint16_t wide[] = {'a', 0};
@@ -186,6 +193,15 @@ TEST(Search, ReplaceBufferContentByNothingShortensTheBlock) {
     Free(block);
 }
 
+TEST(Search, ReplaceBufferContentByNothingNeedsNoReplacement) {
+    uint8_t *block = Block("1ab2");
+    uint32_t length = 4;
+    uint32_t pos = 0;
+    EXPECT_EQ(ReplaceBufferContent(&block, &length, "ab", 2, nullptr, 0, &pos, 1), 0u);
+    EXPECT_EQ(TextOf(block, length), "12");
+    Free(block);
+}
+
 TEST(Search, ReplaceBufferContentWithoutAMatchKeepsTheBlock) {
     uint8_t *block = Block("1ab2");
     uint8_t *before = block;
@@ -206,6 +222,34 @@ TEST(Search, ReplaceBufferContentWithoutMemoryKeepsTheBlock) {
     uint32_t pos = 0;
     FailMalloc(1);
     EXPECT_EQ(ReplaceBufferContent(&block, &length, "ab", 2, "XYZ", 3, &pos, 1), 0x80000005u);
+    EXPECT_EQ(block, before);
+    EXPECT_EQ(TextOf(block, length), "1ab2");
+    Free(block);
+}
+
+TEST(Search, ASearchWantsThePlaceOfItsPosition) {
+    EXPECT_EQ(SearchFromBuffer("abc", 3, "b", 1, nullptr, 1), 0x80000002u);
+}
+
+TEST(Search, ReplaceBufferContentWantsTheBlockItsLengthAndWhatComesIn) {
+    uint8_t *block = Block("1ab2");
+    uint32_t length = 4;
+    uint32_t pos = 7;
+    EXPECT_EQ(ReplaceBufferContent(nullptr, &length, "ab", 2, "X", 1, &pos, 1), 0x80000002u);
+    EXPECT_EQ(ReplaceBufferContent(&block, nullptr, "ab", 2, "X", 1, &pos, 1), 0x80000002u);
+    EXPECT_EQ(ReplaceBufferContent(&block, &length, "ab", 2, nullptr, 1, &pos, 1), 0x80000002u);
+    EXPECT_EQ(pos, 7u);
+    EXPECT_EQ(TextOf(block, 4), "1ab2");
+    Free(block);
+}
+
+TEST(Search, ReplaceBufferContentByWhatMakesMoreThan4GiBKeepsTheBlock) {
+    uint8_t *block = Block("1ab2");
+    uint8_t *before = block;
+    uint32_t length = 4;
+    uint32_t pos = 0;
+    LimitMalloc(0); // nothing of that size is asked for
+    EXPECT_EQ(ReplaceBufferContent(&block, &length, "ab", 2, "X", 0xFFFFFFFF, &pos, 1), 0x80000005u);
     EXPECT_EQ(block, before);
     EXPECT_EQ(TextOf(block, length), "1ab2");
     Free(block);

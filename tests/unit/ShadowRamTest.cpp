@@ -157,15 +157,15 @@ TEST(ShadowRam, EachRangeOfAmdsRegionGetsItsOwnValueBack) {
 // A register that does not keep bit 19 is asked for it once more.
 TEST(ShadowRam, AmdsModificationEnableIsSetAgainWhenItIsStillClear) {
     InOwnProcess([] {
-        OpenBoard("amd", "msr c0010010 0000000100740000 rw 0000000000040000");
+        OpenBoard("amd", "msr c0010010 0000000100740001 rw 0000000000040000");
         ShadowRamWrite(1);
         Log log = TakeLog();
-        const Log once = MsrChange(SYSCFG, "0000000100740000", "00000001007c0000");
+        const Log once = MsrChange(SYSCFG, "0000000100740001", "00000001007c0001");
         EXPECT_EQ(Log(log.begin() + 4, log.begin() + 16), once + once);
         ShadowRamWrite(0);
         log = TakeLog();
         EXPECT_EQ(Log(log.end() - 6, log.end()),
-                  MsrRead(SYSCFG, "0000000100740000") + MsrWrite(SYSCFG, "0000000100740000"));
+                  MsrRead(SYSCFG, "0000000100740001") + MsrWrite(SYSCFG, "0000000100740001"));
     });
 }
 

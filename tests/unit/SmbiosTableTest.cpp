@@ -79,6 +79,21 @@ TEST(SmbiosTable, WithoutAnEntryPointThereIsNoVersion) {
     EXPECT_EQ(entry, nullptr);
 }
 
+// The first anchor may be a text that firmware holds; the second one is taken at its word.
+TEST(SmbiosTable, BehindAnAnchorThatIsNoEntryPointTheNextOneIsTaken) {
+    OpenLegacy();
+    PokeText(0xF1000, "_SM_ is no entry point");
+    uint8_t *entry = nullptr;
+    uint8_t version;
+    EXPECT_EQ(GetSmbiosVersion(&entry, &version), 0x8000000Eu);
+    PutEntry32(SMBIOS_TABLE, 0x1234);
+    ASSERT_EQ(GetSmbiosVersion(&entry, &version), 0u);
+    uint8_t expected[32];
+    BoardPeek(SMBIOS_ENTRY, expected, sizeof(expected));
+    EXPECT_EQ(memcmp(entry, expected, 31), 0);
+    Free(entry);
+}
+
 TEST(SmbiosTable, WithoutMemoryThereIsNoVersion) {
     OpenTable(END);
     uint8_t *entry = nullptr;
@@ -205,6 +220,44 @@ TEST(SmbiosTable, ATableIsLoadedThroughTheFileAndTheFileIsClosed) {
     ReleaseTable(table);
     Log log = TakeLog();
     EXPECT_EQ(std::count(log.begin(), log.end(), "close /sys/firmware/efi/systab"), 1);
+}
+
+TEST(SmbiosTable, ALineOfTheFileThatHasNoValueNamesNoEntryPoint) {
+    char line[] = "SMBIOS";
+    uint32_t entry = 0x5A;
+    EXPECT_EQ(SmbiosOfSystabLine(line, &entry), nullptr);
+    EXPECT_STREQ(line, "SMBIOS");
+    EXPECT_EQ(entry, 0x5Au);
+}
+
+// Copies a table of so many bytes to a place that the heap gives.
+static void LoadAt(uint8_t *place, uint16_t bytes) {
+    uint8_t *table = nullptr;
+    uint32_t length = 0;
+    PutEntry64(SMBIOS_TABLE, bytes);
+    NextMalloc([=](size_t) { return place; });
+    ASSERT_EQ(LoadSmbios(&table, &length), 0u);
+    EXPECT_EQ(SmbiosTableAround(place).begin, place);
+}
+
+// A copy may be given back with Free: its place is then in a later one.
+TEST(SmbiosTable, OfACopyInsideALaterOneNothingIsKnownAnyMore) {
+    OpenBoard("base", "systab sys \"SMBIOS3=0xf5a00\"");
+    uint8_t *block = static_cast<uint8_t *>(Malloc(0x4000));
+    LoadAt(block + 0x100, 0x10);
+    LoadAt(block, 0x200);
+    EXPECT_EQ(SmbiosTableAround(block + 0x100).begin, block);
+    ReleaseTable(block);
+    EXPECT_EQ(SmbiosTableAround(block + 0x100).end, nullptr);
+}
+
+TEST(SmbiosTable, OfACopyAroundALaterOneNothingIsKnownAnyMore) {
+    OpenBoard("base", "systab sys \"SMBIOS3=0xf5a00\"");
+    uint8_t *block = static_cast<uint8_t *>(Malloc(0x4000));
+    LoadAt(block, 0x1000);
+    LoadAt(block + 0x100, 0x10);
+    EXPECT_EQ(SmbiosTableAround(block).end, nullptr);
+    Free(block);
 }
 
 // ---- walking ----

@@ -36,6 +36,12 @@ TEST(Smbios, AWalkOverAnotherTableEndsAtItsEndStructure) {
     std::for_each(tables.begin(), tables.end(), Free);
 }
 
+TEST(Smbios, OfAnotherTableEachStructureOfATypeIsShown) {
+    SetCommand({"hwreg", "/SMBIOS", "/DUMP", "/LOG", "/TEXT"});
+    const uint8_t *table = StillTable(DIMM + SYSTEM + DIMM + END);
+    EXPECT_EQ(Views(Printed([=] { ShowSmbiosTargetType(table, 17); })), 2u);
+}
+
 TEST(Smbios, WithoutMemoryForItsCapitalsATextIsNotSearched) {
     OpenTable(SYSTEM + END);
     SetCommand({"hwreg", "/SMBIOS", "/S", "Maker"});

@@ -1,6 +1,7 @@
 #include "Platform/Smn.h"
 
 #include <cstring>
+#include <sys/time.h>
 #include <sys/wait.h>
 #include <unistd.h>
 
@@ -127,7 +128,8 @@ TEST(Smn, AResponseIsGivenAsItIs) {
     EXPECT_EQ(NbioSmuServiceRequestV9(11, args), 0xFEu);
 }
 
-// Sends a message in a child that is ended after a while; how it ended, and what it printed until then.
+// Sends a message in a child that is ended when it has worked for a while; how it ended, and what it printed
+// until then.
 static int SendAndEnd(uint32_t identifier, std::string *said) {
     int pipes[2];
     EXPECT_EQ(pipe(pipes), 0);
@@ -136,7 +138,8 @@ static int SendAndEnd(uint32_t identifier, std::string *said) {
         uint32_t args[SMU_ARGUMENTS] = {};
         dup2(pipes[1], STDOUT_FILENO);
         close(pipes[0]);
-        alarm(1);
+        itimerval working = {{0, 0}, {1, 0}};
+        setitimer(ITIMER_PROF, &working, nullptr);
         NbioSmuServiceRequestV9(identifier, args);
         _exit(0);
     }
@@ -156,7 +159,7 @@ TEST(Smn, AnAnswerThatNeverComesIsWaitedFor) {
     OpenBoard("amd", "smu-reply 7 0\nunlogged 0 10000");
     std::string said;
     int status = SendAndEnd(7, &said);
-    EXPECT_TRUE(WIFSIGNALED(status) && WTERMSIG(status) == SIGALRM);
+    EXPECT_TRUE(WIFSIGNALED(status) && WTERMSIG(status) == SIGPROF);
     EXPECT_EQ(said, "");
 }
 
@@ -165,7 +168,7 @@ TEST(Smn, AFatalAnswerIsAssertedWithoutEnd) {
     std::string said;
     int status = SendAndEnd(8, &said);
     const std::string line = "ASSERT in ./Project/NbioSmu.c on 166: FALSE\n";
-    EXPECT_TRUE(WIFSIGNALED(status) && WTERMSIG(status) == SIGALRM);
+    EXPECT_TRUE(WIFSIGNALED(status) && WTERMSIG(status) == SIGPROF);
     EXPECT_EQ(said.substr(0, 3 * line.size()), line + line + line);
 }
 

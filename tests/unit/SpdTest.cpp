@@ -2,6 +2,7 @@
 
 #include <gtest/gtest.h>
 
+#include "Common/ComFunc/Signals.h"
 #include "Platform/SmbusHost.h"
 #include "TestHelp.h"
 
@@ -41,5 +42,6 @@ TEST(Spd, PageZeroIsSelectedAfterADdr4DumpHoweverItEnds) {
         uint8_t data = 0;
         // "Read page address" is acknowledged in page 0 alone.
         EXPECT_EQ(StandardSmbusRead(INTEL_BASE, 0x6C, 0, &data), EFI_SUCCESS) << stops;
+        EXPECT_FALSE(SignalsAreHeld());
     }
 }

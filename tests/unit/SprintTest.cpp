@@ -213,6 +213,16 @@ TEST(Sprint, AFormatThatEndsInsideAConversionIsSafe) {
     }
 }
 
+TEST(Sprint, NothingBehindAFormatIsLookedAt) {
+    static const char zero[] = "%0\0d"; // a conversion, were it not for the end
+    EXPECT_EQ(FORMATTED(zero, 7), "%0");
+    for (const char *format : {"%", "%0", "%05", "%l", "%0l"}) {
+        const std::string text = format;
+        const char *atTheEnd = AtTheEndOfMemory(text + '\0');
+        EXPECT_EQ(FORMATTED(atTheEnd), text) << format;
+    }
+}
+
 TEST(Sprint, NullTextsAreSafe) {
     EXPECT_EQ(FORMATTED("[%d]%s", 5, static_cast<const char *>(nullptr)).substr(0, 3), "[5]");
     EXPECT_EQ(FORMATTED("[%d]%S", 5, static_cast<const uint16_t *>(nullptr)).substr(0, 3), "[5]");

@@ -4,8 +4,10 @@
 #include <pty.h>
 #include <signal.h>
 #include <stdio_ext.h>
+#include <sys/mman.h>
 #include <unistd.h>
 
+#include <cerrno>
 #include <cstdarg>
 #include <cstdio>
 #include <cstdlib>
@@ -14,6 +16,7 @@
 #include <fstream>
 #include <set>
 #include <sstream>
+#include <utility>
 
 #include <gtest/gtest.h>
 
@@ -33,9 +36,11 @@ static int mInputBefore = -1;
 static int mKeyboard = -1;
 static unsigned mMallocCountdown = 0;
 static size_t mMallocLimit = SIZE_MAX;
+static std::function<void *(size_t)> mNextMalloc;
 static long mBlocksHeld = 0;
 static int mGivenDescriptor = -1;
 static long mGivenAndNotClosed = 0;
+static unsigned mOpenCountdown = 0;
 
 extern "C" void *__real_malloc(size_t size);
 extern "C" void *__wrap_malloc(size_t size);
@@ -43,6 +48,8 @@ extern "C" void __real_free(void *block);
 extern "C" void __wrap_free(void *block);
 
 void *__wrap_malloc(size_t size) {
+    if (mNextMalloc)
+        return std::exchange(mNextMalloc, nullptr)(size);
     if ((mMallocCountdown != 0 && --mMallocCountdown == 0) || size > mMallocLimit)
         return nullptr;
     ++mBlocksHeld;
@@ -63,6 +70,20 @@ void LimitMalloc(size_t bytes) {
     mMallocLimit = bytes;
 }
 
+const char *AtTheEndOfMemory(const std::string &bytes) {
+    const size_t page = static_cast<size_t>(sysconf(_SC_PAGESIZE));
+    void *pages = mmap(nullptr, 2 * page, PROT_READ | PROT_WRITE, MAP_PRIVATE | MAP_ANONYMOUS, -1, 0);
+    EXPECT_NE(pages, MAP_FAILED);
+    char *end = static_cast<char *>(pages) + page;
+    mprotect(end, page, PROT_NONE);
+    memcpy(end - bytes.size(), bytes.data(), bytes.size());
+    return end - bytes.size();
+}
+
+void NextMalloc(const std::function<void *(size_t)> &allocate) {
+    mNextMalloc = allocate;
+}
+
 long BlocksHeld() {
     return mBlocksHeld;
 }
@@ -73,6 +94,10 @@ extern "C" int __real_close(int descriptor);
 extern "C" int __wrap_close(int descriptor);
 
 int __wrap_open(const char *path, int flags, ...) {
+    if (mOpenCountdown != 0 && --mOpenCountdown == 0) {
+        errno = EMFILE;
+        return -1;
+    }
     if (mGivenDescriptor >= 0) {
         ++mGivenAndNotClosed;
         return mGivenDescriptor;
@@ -91,9 +116,20 @@ int __wrap_close(int descriptor) {
     return 0;
 }
 
+unsigned OpenDescriptors() {
+    unsigned count = 0;
+    for (int descriptor = 0; descriptor < 100; ++descriptor)
+        count += fcntl(descriptor, F_GETFD) != -1 ? 1 : 0;
+    return count;
+}
+
 void OpenGives(int descriptor) {
     mGivenDescriptor = descriptor;
     mGivenAndNotClosed = 0;
+}
+
+void FailOpen(unsigned count) {
+    mOpenCountdown = count;
 }
 
 long GivenAndNotClosed() {
@@ -129,6 +165,10 @@ CmdArg *SetCommand(std::initializer_list<const char *> words) {
     mRecord = {};
     gCmdArg = setTypeCmdArg(&mRecord, TranslateCmd(argv), static_cast<int>(words.size()), argv);
     return gCmdArg;
+}
+
+void AddFlags(CmdType flags) {
+    setTypeCmdArg(&mRecord, CmdWord() | flags, mRecord.Argc, mRecord.Argv);
 }
 
 // Makes fd, which is closed, standard input.
@@ -285,13 +325,16 @@ Log operator+(Log first, const Log &second) {
 void ResetEverything() {
     mMallocCountdown = 0;
     mMallocLimit = SIZE_MAX;
+    mNextMalloc = nullptr;
     gCmdArg = nullptr;
-    gTitle = "Number\tType\tI/O\tLevel\n";
+    static const char *const title = gTitle; // as it is before the first test
+    gTitle = title;
     FreeWords();
     RestoreInput();
     LeaveScratchFolder();
     CloseBoard();
     mGivenDescriptor = -1;
+    mOpenCountdown = 0;
 }
 
 uint64_t SignalsBlocked() {

@@ -1,5 +1,5 @@
 // What the tests of several modules need: a command line, captured output, a keyboard, a board, allocations
-// that fail. Everything set here lasts until the end of the test (UnitMain.cpp puts it back).
+// that fail. Everything set here lasts until the end of the test (UnitRun.cpp puts it back).
 #pragma once
 
 #include <cstdint>
@@ -19,6 +19,9 @@ char **Words(std::initializer_list<const char *> words);
 // Does with the words what the start of the program does: upper-cases them, builds the command word and fills
 // the record, to which gCmdArg points afterwards.
 CmdArg *SetCommand(std::initializer_list<const char *> words);
+
+// Adds flags to the command word whose words the argument vector does not have.
+void AddFlags(CmdType flags);
 
 // Standard input becomes a pipe that holds these bytes and then ends.
 void FeedInput(const std::string &bytes);
@@ -48,13 +51,26 @@ void FailMalloc(unsigned count);
 // From now on every allocation of more than this many bytes fails.
 void LimitMalloc(size_t bytes);
 
+// The next allocation of the program is what this gives for its size.
+void NextMalloc(const std::function<void *(size_t)> &allocate);
+
+// A copy of the bytes with no memory behind it: a look at one byte more ends the test. Never given back.
+const char *AtTheEndOfMemory(const std::string &bytes);
+
 // Heap blocks that the program has taken and not released, over the whole run: compare two of them.
 long BlocksHeld();
 
-// From now on every open of the program gives this number, and no file. It must not be that of an open file.
+// How many descriptors below 100 are open.
+unsigned OpenDescriptors();
+
+// From now on every open of the program gives this number and opens nothing, and a close of it closes
+// nothing.
 void OpenGives(int descriptor);
 
-// How often that number has been given and not closed again.
+// The count-th open of the program from now on fails, once; 1 is the next one.
+void FailOpen(unsigned count);
+
+// How often the number of OpenGives has been given and not closed again.
 long GivenAndNotClosed();
 
 // Loads sim/boards/<name>.board with these lines of board description behind it, opens the hardware

@@ -10,14 +10,13 @@
 constexpr uint32_t MOST_RESOURCES = 4096;
 
 struct ResourceList {
-    const char *path;
     bool read;
     uint32_t count;
     Resource resources[MOST_RESOURCES];
 };
 
-static ResourceList mMemory = {"/proc/iomem", false, 0, {}};
-static ResourceList mPorts = {"/proc/ioports", false, 0, {}};
+static ResourceList mMemory;
+static ResourceList mPorts;
 
 // "  000f0000-000fffff : System ROM", indented by two blanks for each range around it.
 static bool TakeLine(const char *line, Resource *resource) {
@@ -34,14 +33,14 @@ static bool TakeLine(const char *line, Resource *resource) {
     return true;
 }
 
-static uint32_t ListOf(ResourceList *list, const Resource **resources) {
+static uint32_t ListOf(const char *path, ResourceList *list, const Resource **resources) {
     *resources = list->resources;
     if (list->read)
         return list->count;
     list->read = true;
     char line[KERNEL_LINE];
     bool told = false;
-    FILE *file = OpenToRead(list->path);
+    FILE *file = OpenToRead(path);
     while (list->count < MOST_RESOURCES && NextLine(file, line)) {
         Resource *resource = &list->resources[list->count];
         if (!TakeLine(line, resource))
@@ -56,11 +55,11 @@ static uint32_t ListOf(ResourceList *list, const Resource **resources) {
 }
 
 uint32_t MemoryMap(const Resource **list) {
-    return ListOf(&mMemory, list);
+    return ListOf("/proc/iomem", &mMemory, list);
 }
 
 uint32_t PortMap(const Resource **list) {
-    return ListOf(&mPorts, list);
+    return ListOf("/proc/ioports", &mPorts, list);
 }
 
 bool MapHas(const char *name, uint64_t first, uint64_t last) {
