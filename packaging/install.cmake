@@ -1,13 +1,15 @@
-# What is installed where, and the Debian packages (packaging/build makes them): `hwreg` for the machine under test,
-# `hwreg-sim` for the desk, `python3-hwreg` for scripts. Each is a component of the same name, in the package's words.
+# What is installed where: `hwreg` for the machine under test, `hwreg-static` for those without a libc, `hwreg-sim` for
+# the desk, `python3-hwreg` for scripts. Each is a component, and a package of the same name in debian/ and hwreg.spec.
 set(made ${CMAKE_BINARY_DIR}/packaging)
 
-# compressed(SOURCE NAME FOLDER COMPONENT) installs SOURCE as FOLDER/NAME.gz, the same bytes at every build.
+# compressed(SOURCE NAME FOLDER COMPONENT) installs SOURCE as FOLDER/NAME.gz, the same bytes each time. It is compressed
+# when it is installed, whatever has been built before.
 function(compressed source name folder component)
-  add_custom_command(OUTPUT ${made}/${component}/${name}.gz
-    COMMAND gzip -9 -n <${source} >${made}/${component}/${name}.gz DEPENDS ${source})
-  set_property(GLOBAL APPEND PROPERTY installed_files ${made}/${component}/${name}.gz)
-  install(FILES ${made}/${component}/${name}.gz DESTINATION ${folder} COMPONENT ${component})
+  set(file ${made}/${component}/${name}.gz)
+  install(CODE "file(REMOVE \"${file}\")" COMPONENT ${component}) # another user's, who has installed before
+  install(CODE "execute_process(COMMAND gzip -9 -n -c \"${source}\" OUTPUT_FILE \"${file}\" COMMAND_ERROR_IS_FATAL ANY)"
+    COMPONENT ${component})
+  install(FILES ${file} DESTINATION ${folder} COMPONENT ${component})
 endfunction()
 
 # manual(COMPONENT PAGE...) installs manual pages of docs/ in the section that their suffix names.
@@ -18,14 +20,13 @@ function(manual component)
   endforeach()
 endfunction()
 
-foreach(component hwreg hwreg-sim python3-hwreg)
+set(components hwreg hwreg-sim python3-hwreg)
+if(HWREG_STATIC)
+  list(APPEND components hwreg-static)
+endif()
+foreach(component ${components})
   file(MAKE_DIRECTORY ${made}/${component})
-  install(FILES packaging/copyright DESTINATION share/doc/${component} COMPONENT ${component})
-  if(EXISTS ${CMAKE_CURRENT_LIST_DIR}/${component}.lintian-overrides)
-    install(FILES packaging/${component}.lintian-overrides DESTINATION share/lintian/overrides RENAME ${component}
-      COMPONENT ${component})
-  endif()
-  compressed(${CMAKE_CURRENT_LIST_DIR}/changelog changelog share/doc/${component} ${component})
+  install(FILES debian/copyright DESTINATION share/doc/${component} COMPONENT ${component})
 endforeach()
 
 # link(COMPONENT FOLDER NAME FILE) installs FOLDER/NAME as a link to a file of share/hwreg/completion.
@@ -47,19 +48,26 @@ install(TARGETS hwreg hwreg-capture hwreg-check RUNTIME DESTINATION sbin COMPONE
 # Each shell's file finds what it asks beside itself. zsh's names the commands.
 install(DIRECTORY completion/ DESTINATION share/hwreg/completion COMPONENT hwreg)
 completion(hwreg hwreg hwreg-check)
-link(hwreg share/zsh/vendor-completions _hwreg _hwreg)
+link(hwreg share/zsh/site-functions _hwreg _hwreg)
 # The help screen sends its readers to ReadMe.doc.
 install(FILES docs/commands.txt DESTINATION share/doc/hwreg RENAME ReadMe.doc COMPONENT hwreg)
-install(FILES docs/cookbook.md docs/foretold.md docs/power-cycling.md docs/fleets.md DESTINATION share/doc/hwreg
-  COMPONENT hwreg)
+install(FILES docs/installing.md docs/cookbook.md docs/foretold.md docs/power-cycling.md docs/fleets.md
+  DESTINATION share/doc/hwreg COMPONENT hwreg)
 install(PROGRAMS examples/cycle examples/registers DESTINATION share/doc/hwreg/examples COMPONENT hwreg)
 install(FILES examples/cycle.service examples/registers.list DESTINATION share/doc/hwreg/examples COMPONENT hwreg)
 manual(hwreg hwreg.8 hwreg-capture.8 hwreg-check.8)
+if(HWREG_STATIC) # left out where nobody has built them yet
+  install(TARGETS hwreg-static hwreg-capture-static hwreg-check-static RUNTIME DESTINATION sbin COMPONENT hwreg-static
+    OPTIONAL)
+  foreach(name hwreg hwreg-capture hwreg-check)
+    compressed(${CMAKE_SOURCE_DIR}/docs/${name}.8 ${name}-static.8 share/man/man8 hwreg-static)
+  endforeach()
+endif()
 
 # ---- the desk
 # hwreg-sim finds the rest from where it lies itself.
 install(PROGRAMS sim/hwreg-sim DESTINATION bin COMPONENT hwreg-sim)
-install(TARGETS hwboard LIBRARY DESTINATION lib/x86_64-linux-gnu/hwreg COMPONENT hwreg-sim)
+install(TARGETS hwboard LIBRARY DESTINATION lib/hwreg COMPONENT hwreg-sim)
 install(DIRECTORY sim/boards/ DESTINATION share/hwreg/boards COMPONENT hwreg-sim)
 # So does hwreg-board with its modules.
 install(PROGRAMS tools/hwreg-board DESTINATION bin COMPONENT hwreg-sim)
@@ -77,50 +85,3 @@ configure_file(python/dist-info/METADATA.in ${made}/python3-hwreg/METADATA @ONLY
 install(FILES ${made}/python3-hwreg/METADATA python/dist-info/entry_points.txt
   DESTINATION ${packages}/hwreg-${PROJECT_VERSION}.dist-info COMPONENT python3-hwreg)
 install(FILES docs/python.md docs/labs.md DESTINATION share/doc/python3-hwreg COMPONENT python3-hwreg)
-
-get_property(installed_files GLOBAL PROPERTY installed_files)
-add_custom_target(hwreg_documents ALL DEPENDS ${installed_files})
-
-# ---- the Debian packages
-set(CPACK_GENERATOR DEB)
-set(CPACK_SOURCE_GENERATOR "")
-set(CPACK_PACKAGE_NAME hwreg)
-set(CPACK_PACKAGING_INSTALL_PREFIX /usr)
-set(CPACK_PRE_BUILD_SCRIPTS ${CMAKE_CURRENT_LIST_DIR}/strip.cmake)
-set(CPACK_COMPONENTS_ALL hwreg hwreg-sim python3-hwreg)
-set(CPACK_COMPONENTS_GROUPING IGNORE)
-set(CPACK_DEB_COMPONENT_INSTALL ON)
-set(CPACK_INSTALL_DEFAULT_DIRECTORY_PERMISSIONS
-  OWNER_READ OWNER_WRITE OWNER_EXECUTE GROUP_READ GROUP_EXECUTE WORLD_READ WORLD_EXECUTE)
-set(CPACK_DEBIAN_FILE_NAME DEB-DEFAULT)
-set(CPACK_DEBIAN_PACKAGE_MAINTAINER "hwreg maintainers <maintainers@hwreg.example>")
-set(CPACK_DEBIAN_PACKAGE_SHLIBDEPS ON) # libc is found from the binaries
-
-# package(COMPONENT SECTION SUMMARY) names a package; its description is packaging/COMPONENT.description.
-macro(package component section summary)
-  string(TOUPPER ${component} upper)
-  file(READ packaging/${component}.description description)
-  string(STRIP "${description}" description)
-  set(CPACK_DEBIAN_${upper}_PACKAGE_NAME ${component})
-  set(CPACK_DEBIAN_${upper}_PACKAGE_SECTION ${section})
-  set(CPACK_DEBIAN_${upper}_DESCRIPTION "${summary}\n${description}")
-endmacro()
-
-package(hwreg admin "register-level access to the hardware of a PC")
-# kmod: modprobe msr; ncurses-bin: clear; the rest: shutdown.
-set(CPACK_DEBIAN_HWREG_PACKAGE_DEPENDS
-  "kmod, ncurses-bin (>= 6.2), systemd-sysv | sysvinit-core | runit-init")
-set(CPACK_DEBIAN_HWREG_PACKAGE_SUGGESTS "bash-completion, clustershell, hwreg-sim")
-
-package(hwreg-sim devel "machines of text files to run hwreg on")
-set(CPACK_DEBIAN_HWREG-SIM_PACKAGE_DEPENDS "hwreg (= ${PROJECT_VERSION}), python3 (>= 3.11)")
-set(CPACK_DEBIAN_HWREG-SIM_PACKAGE_SUGGESTS "acpica-tools, bash-completion, dmidecode, pciutils")
-
-package(python3-hwreg python "registers of a PC for Python scripts and pytest")
-set(CPACK_DEBIAN_PYTHON3-HWREG_PACKAGE_ARCHITECTURE all)
-set(CPACK_DEBIAN_PYTHON3-HWREG_PACKAGE_DEPENDS "python3 (>= 3.11)")
-set(CPACK_DEBIAN_PYTHON3-HWREG_PACKAGE_RECOMMENDS hwreg)
-set(CPACK_DEBIAN_PYTHON3-HWREG_PACKAGE_SUGGESTS "hwreg-sim, openssh-client, python3-labgrid, python3-pytest")
-set(CPACK_DEBIAN_PYTHON3-HWREG_PACKAGE_CONTROL_EXTRA
-  ${CMAKE_CURRENT_LIST_DIR}/python3-hwreg/postinst ${CMAKE_CURRENT_LIST_DIR}/python3-hwreg/prerm)
-include(CPack)

@@ -256,6 +256,15 @@ def test_run_builds_and_runs_on_the_intel_machine(script):
     assert (ran.stdout, ran.stderr, ran.returncode) == (READ_HOST, "", 0x86)
 
 
+def test_what_run_has_built_can_be_installed(script, tmp_path):
+    script("/IO /RB 0x61")
+    for made in BUILD.glob("packaging/*/*.gz"):
+        made.unlink()
+    subprocess.run(["cmake", "--install", BUILD, "--prefix", tmp_path], stdout=subprocess.DEVNULL, check=True)
+    found = {str(path.relative_to(tmp_path)) for path in tmp_path.rglob("*")}
+    assert {"sbin/hwreg", "bin/hwreg-sim", "lib/hwreg/libhwboard.so", "share/man/man8/hwreg.8.gz"} <= found
+
+
 def test_run_lists_the_boards(script, sim):
     assert script("--boards").stdout == sim("--boards").stdout
 

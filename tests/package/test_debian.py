@@ -1,79 +1,19 @@
-"""The Debian packages: built, looked at, installed into a clean Debian system, used there, and removed again.
-
-As root; `prepare` makes the clean system. $HWREG_BUILD is the build folder (default: build/).
-"""
+"""The Debian packages: looked at, installed into a clean Debian system, used there, and removed again."""
 
 import dataclasses
 import json
 import os
-import pathlib
 import re
 import shutil
-import stat
 import subprocess
 
 import pytest
 
-TOP = pathlib.Path(__file__).resolve().parents[2]
-BUILD = pathlib.Path(os.environ.get("HWREG_BUILD", TOP / "build")).resolve()
-FOLDER = BUILD / "package"
+import roots
+from roots import TOP, field, output
+
+NAMES = ["hwreg", "hwreg-static", "hwreg-sim", "python3-hwreg"]
 READ_HOST = "PCI Read Byte BDFO: 0 0 0 0, return data:0x86\n"
-
-# What changes whenever packages come and go, whatever they are.
-BOOKKEEPING = ("proc", "dev", "tmp", "var/cache", "var/log", "var/lib/apt", "var/lib/dpkg", "root")
-
-
-def output(*words, **options):
-    return subprocess.run(words, stdout=subprocess.PIPE, text=True, check=True, **options).stdout
-
-
-def build():
-    return [pathlib.Path(path) for path in output(TOP / "packaging" / "build", FOLDER).split()]
-
-
-@pytest.fixture(scope="session")
-def packages():
-    """The paths of the packages, freshly built: that of the target, that of the desk and that for scripts."""
-    return build()
-
-
-def field(package, name):
-    return output("dpkg-deb", "-f", package, name).strip()
-
-
-@dataclasses.dataclass
-class Root:
-    """A Debian system in a folder."""
-
-    path: pathlib.Path
-
-    def run(self, *words, user="root"):
-        """Runs a command there, with the mounts that it needs for as long as it runs. A single word is for bash."""
-        words = ["bash", "-c", words[0]] if len(words) == 1 else words
-        environment = {"PATH": "/usr/local/sbin:/usr/local/bin:/usr/sbin:/usr/bin:/sbin:/bin", "HOME": "/root",
-                       "LC_ALL": "C.UTF-8", "DEBIAN_FRONTEND": "noninteractive"}
-        mounted = 'mount -t proc proc "$0/proc" && mount -t devpts devpts "$0/dev/pts" && exec chroot "$@"'
-        inside = ["unshare", "--mount", "--pid", "--fork", "--kill-child", "sh", "-c", mounted, self.path]
-        return subprocess.run([*inside, f"--userspec={user}", self.path, *words], env=environment, text=True,
-                              stdin=subprocess.DEVNULL, capture_output=True, timeout=300, check=False)
-
-    def must(self, *words):
-        ran = self.run(*words)
-        assert ran.returncode == 0, ran.stdout + ran.stderr
-        return ran.stdout
-
-    def files(self):
-        """What lies there: for each path the kind and mode, for a file also its size and time of change."""
-        found = {}
-        for folder, folders, names in os.walk(self.path):
-            inside = os.path.relpath(folder, self.path)
-            folders[:] = [name for name in folders if os.path.normpath(f"{inside}/{name}") not in BOOKKEEPING]
-            for name in folders + names:
-                path = os.path.join(folder, name)
-                status = os.lstat(path)
-                contents = () if stat.S_ISDIR(status.st_mode) else (status.st_size, status.st_mtime_ns)
-                found[os.path.relpath(path, self.path)] = (status.st_mode, *contents)
-        return found
 
 
 def assert_same_files(before, after):
@@ -85,21 +25,18 @@ def assert_same_files(before, after):
 @pytest.fixture(scope="session")
 def clean(packages):
     """A copy of the clean system, with the packages' files in it."""
-    environment = {**os.environ, "HWREG_BUILD": str(BUILD)}
-    subprocess.run([TOP / "tests" / "package" / "prepare", *packages], env=environment, check=True)
-    work = FOLDER / "work"
-    shutil.rmtree(work, ignore_errors=True)
-    subprocess.run(["cp", "-a", FOLDER / "root", work], check=True)
-    for package in packages:
-        shutil.copy(package, work / "root" / (field(package, "Package") + ".deb"))
-    yield Root(work)
-    shutil.rmtree(work)
+    root = roots.clean().copy("debian")
+    for name, package in packages.items():
+        shutil.copy(package, root.path / "root" / f"{name}.deb")
+    yield root
+    shutil.rmtree(root.path)
 
 
 @dataclasses.dataclass
 class Installation:
-    root: Root
+    root: roots.Root
     planned: set  # packages that apt would bring along into the clean system
+    recommended: set  # the same where it installs what is recommended, too
     said: str  # what apt says when it installs ours on top of what they depend on
     before: dict  # the files before that
     target: dict  # the files with the target's package alone
@@ -108,16 +45,18 @@ class Installation:
 @pytest.fixture(scope="session")
 def installed(clean, packages):
     """The packages, installed with apt one after the other, what they depend on first."""
-    plan = clean.must("apt-get install -s /root/hwreg.deb")
-    ours = f"hwreg (= {field(packages[0], 'Version')}), "
-    foreign = [field(package, "Depends").replace(ours, "") for package in packages]
-    clean.must("apt-get", "satisfy", "-y", "--no-install-recommends", "--no-download", ", ".join(foreign))
+    planned, recommended = [set(re.findall(r"^Inst (\S+)", clean.must(f"apt-get install -s {option} /root/hwreg.deb"),
+                                           re.MULTILINE))
+                            for option in ("--no-install-recommends", "--install-recommends")]
+    depends = ", ".join(field(package, "Depends") for package in packages.values() if field(package, "Depends"))
+    foreign = ", ".join(name for name in depends.split(", ") if not name.startswith("hwreg"))
+    clean.must("apt-get", "satisfy", "-y", "--no-install-recommends", "--no-download", foreign)
     before = clean.files()
-    said = clean.must("apt-get install -y /root/hwreg.deb")
+    said = clean.must("apt-get install -y --no-install-recommends /root/hwreg.deb")
     target = clean.files()
-    said += clean.must("apt-get install -y /root/hwreg-sim.deb")
-    said += clean.must("apt-get install -y /root/python3-hwreg.deb")
-    return Installation(clean, set(re.findall(r"^Inst (\S+)", plan, re.MULTILINE)), said, before, target)
+    for name in NAMES[1:]:
+        said += clean.must(f"apt-get install -y --no-install-recommends /root/{name}.deb")
+    return Installation(clean, planned, recommended, said, before, target)
 
 
 @pytest.fixture
@@ -125,51 +64,63 @@ def root(installed):
     return installed.root
 
 
-# The file
+# The files
 
-def test_lintian_has_nothing_to_say(packages):
-    ran = subprocess.run(["lintian", "--allow-root", "--display-info", "--pedantic", "--fail-on",
-                          "error,warning,info,pedantic", *packages], capture_output=True, text=True, check=False)
+def test_lintian_has_nothing_to_say(release):
+    options = ["--allow-root", "--display-info", "--display-experimental", "--pedantic",
+               "--fail-on", "error,warning,info,pedantic,experimental"]
+    ran = subprocess.run(["lintian", *options, release / "hwreg_1.01_amd64.changes"], capture_output=True, text=True,
+                         check=False)
     assert (ran.stdout, ran.returncode) == ("", 0)
 
 
-@pytest.mark.parametrize("name", ["hwreg", "hwreg-sim"])
-def test_each_override_gives_its_reason(name):
-    lines = (TOP / "packaging" / f"{name}.lintian-overrides").read_text().splitlines()
-    assert lines[0].startswith("# ")
-
-
-def test_the_same_tree_gives_the_same_packages(packages):
-    first = [package.read_bytes() for package in packages]
-    assert [package.read_bytes() for package in build()] == first
+def test_each_override_gives_its_reason():
+    overrides = sorted((TOP / "debian").glob("*.lintian-overrides"))
+    assert [path.stem for path in overrides] == ["hwreg-sim", "hwreg-static"]
+    assert all(path.read_text().startswith("# ") for path in overrides)
 
 
 def test_the_packages_carry_the_version_of_the_program(packages):
     project = re.search(r"project\(hwreg VERSION ([0-9.]+)", (TOP / "CMakeLists.txt").read_text()).group(1)
-    assert {field(package, "Version") for package in packages} == {project}
-    assert output("dpkg-parsechangelog", "-l", TOP / "packaging" / "changelog", "-S", "Version").strip() == project
+    assert {name: field(package, "Version") for name, package in packages.items()} == dict.fromkeys(NAMES, project)
+    recipe = (TOP / "packaging" / "hwreg.spec").read_text()
+    assert re.findall(r"^Version: (.*)$|- (.*)-1$", recipe, re.MULTILINE) == [(project, ""), ("", project)]
 
 
-def test_nothing_runs_when_they_are_installed_or_removed(packages):
+def test_nothing_runs_when_they_are_installed_or_removed(packages, tmp_path):
     """But that Python's modules are compiled, as Debian does it."""
-    scripts = {field(package, "Package"): re.findall(r"\b(?:pre|post)(?:inst|rm)\b",
-                                                     output("dpkg-deb", "--info", package)) for package in packages}
-    assert scripts == {"hwreg": [], "hwreg-sim": [], "python3-hwreg": ["postinst", "prerm"]}
-    for script in ("postinst", "prerm"):
-        words = set((TOP / "packaging" / "python3-hwreg" / script).read_text().split())
-        assert words & {"rm", "chmod", "chown", "ln", "mkdir", "modprobe", "systemctl", "hwreg"} == set()
+    for name, package in packages.items():
+        subprocess.run(["dpkg-deb", "-e", package, tmp_path / name], check=True)
+        scripts = {path.name: path.read_text() for path in (tmp_path / name).iterdir() if os.access(path, os.X_OK)}
+        assert set(scripts) == ({"postinst", "prerm"} if name == "python3-hwreg" else set())
+        words = {word for text in scripts.values() for word in text.split()}
+        assert words & {"chmod", "chown", "ln", "mkdir", "modprobe", "systemctl", "hwreg"} == set()
+
+
+def test_they_depend_on_what_they_need_and_on_no_init(packages):
+    depends = {name: re.sub(r" \(>= 2.\d+\)$", "", field(package, "Depends")) for name, package in packages.items()}
+    assert depends == {
+        "hwreg": "kmod, ncurses-bin (>= 6.2), libc6",
+        "hwreg-static": "",
+        "hwreg-sim": "hwreg (= 1.01), python3:any (>= 3.11~), libc6",
+        "python3-hwreg": "python3:any (>= 3.11~)"}
+    assert field(packages["hwreg"], "Recommends") == "systemd-sysv | sysvinit-core | runit-init"
 
 
 # Installed
 
 def test_what_the_commands_need_comes_along(installed):
-    assert {"hwreg", "kmod", "systemd-sysv"} <= installed.planned
-    for program in ("modprobe", "shutdown", "clear"):
+    assert {"hwreg", "kmod"} <= installed.planned and "systemd-sysv" not in installed.planned
+    for program in ("modprobe", "clear"):
         assert installed.root.run(f"command -v {program}").returncode == 0
 
 
+def test_an_init_comes_along_where_recommended_packages_do(installed):
+    assert "systemd-sysv" in installed.recommended
+
+
 def test_nothing_else_is_needed(installed):
-    assert installed.said.count("0 upgraded, 1 newly installed, 0 to remove") == 3
+    assert installed.said.count("0 upgraded, 1 newly installed, 0 to remove") == 4
 
 
 def test_a_target_gets_the_program_its_manual_and_nothing_of_the_desk(installed):
@@ -179,10 +130,11 @@ def test_a_target_gets_the_program_its_manual_and_nothing_of_the_desk(installed)
 
 
 def test_the_files_lie_where_they_are_looked_for(root):
-    paths = set(root.must("dpkg -L hwreg hwreg-sim python3-hwreg").split())
+    paths = set(root.must(f"dpkg -L {' '.join(NAMES)}").split())
     assert {"/usr/sbin/hwreg", "/usr/bin/hwreg-sim", "/usr/share/man/man8/hwreg.8.gz",
             "/usr/share/man/man1/hwreg-sim.1.gz", "/usr/share/man/man5/hwreg-board.5.gz",
-            "/usr/share/bash-completion/completions/hwreg",
+            "/usr/share/bash-completion/completions/hwreg", "/usr/share/zsh/vendor-completions/_hwreg",
+            "/usr/share/fish/vendor_completions.d/hwreg.fish", "/usr/share/fish/vendor_completions.d/hwreg-sim.fish",
             "/usr/share/doc/hwreg/ReadMe.doc", "/usr/share/doc/hwreg-sim/boards.md", "/usr/share/doc/hwreg/fleets.md",
             "/usr/share/doc/hwreg/cookbook.md", "/usr/share/doc/hwreg/foretold.md", "/usr/sbin/hwreg-capture",
             "/usr/sbin/hwreg-check", "/usr/share/man/man8/hwreg-check.8.gz",
@@ -194,8 +146,21 @@ def test_the_files_lie_where_they_are_looked_for(root):
             "/usr/share/doc/hwreg/examples/registers", "/usr/share/doc/hwreg/examples/registers.list",
             "/usr/share/hwreg/boards/intel.board", "/usr/lib/python3/dist-packages/hwreg/py.typed",
             "/usr/lib/python3/dist-packages/hwreg/labgrid_driver.py", "/usr/share/doc/python3-hwreg/python.md",
-            "/usr/share/doc/python3-hwreg/labs.md"} <= paths
+            "/usr/share/doc/python3-hwreg/labs.md", "/usr/share/doc/hwreg/installing.md",
+            "/usr/share/doc/hwreg/README.Debian", "/usr/share/doc-base/hwreg.hwreg",
+            "/usr/share/doc-base/hwreg-sim.hwreg-sim", "/usr/share/doc-base/python3-hwreg.python3-hwreg",
+            "/usr/sbin/hwreg-static", "/usr/sbin/hwreg-check-static", "/usr/sbin/hwreg-capture-static",
+            "/usr/share/man/man8/hwreg-static.8.gz"} <= paths
     assert all(path == "/." or path.startswith("/usr") for path in paths)
+
+
+@pytest.mark.parametrize("name", ["hwreg", "hwreg-sim", "python3-hwreg"])
+def test_the_registered_documents_are_there(root, name):
+    registered = root.must(f"cat /usr/share/doc-base/{name}.{name}")
+    patterns = re.search(r"^Files: (.*)$", registered, re.MULTILINE)[1]
+    found = set(root.must(f"shopt -s failglob; printf '%s\\n' {patterns}").split())
+    documents = root.must(rf"find /usr/share/doc/{name} -maxdepth 1 -name '*.md' -o -name ReadMe.doc").split()
+    assert found == set(documents)
 
 
 def test_the_example_scripts_can_be_copied_and_run(root):
@@ -206,9 +171,10 @@ def test_the_example_scripts_can_be_copied_and_run(root):
     assert "\nhost-bridge          0x3E308086 " in ran.stdout and ran.stderr == ""
 
 
+@pytest.mark.parametrize("program", ["hwreg", "hwreg-static"])
 @pytest.mark.parametrize("words", ["", "/PCI /RB 0 0 0 0", "/MEM /H"])
-def test_the_program_ends_silently_with_6_without_privilege(root, words):
-    ran = root.run(f"hwreg {words}", user="nobody")
+def test_the_program_ends_silently_with_6_without_privilege(root, program, words):
+    ran = root.run(f"{program} {words}", user="nobody")
     assert (ran.stdout, ran.stderr, ran.returncode) == ("", "", 6)
 
 
@@ -263,7 +229,7 @@ def test_a_board_of_ones_own_can_include_an_installed_one(root):
 
 
 @pytest.mark.parametrize("page, text", [("hwreg", "/PCI"), ("hwreg-sim", "--board"), ("hwreg-capture", "--superio"),
-                                        ("hwreg-check", "config-window"),
+                                        ("hwreg-check", "config-window"), ("hwreg-static", "/PCI"),
                                         ("hwreg-board", "import"), ("5 hwreg-board", "pci-ports")])
 def test_man_finds_the_manual(root, page, text):
     ran = root.run(f"MANWIDTH=80 man --warnings {page} | col -b", user="nobody")
@@ -289,6 +255,13 @@ def test_bash_completes_the_commands(root, command):
     assert root.must(loaded).endswith(f"-F _hwreg {command}\n/PCI\n")
 
 
+@pytest.mark.parametrize("link", ["zsh/vendor-completions/_hwreg", "fish/vendor_completions.d/hwreg.fish",
+                                  "fish/vendor_completions.d/hwreg-board.fish"])
+def test_the_files_of_other_shells_lead_to_what_they_ask(root, link):
+    file = root.must(f"realpath -e /usr/share/{link}").strip()
+    assert root.must(f"ls $(dirname {file})").split() == ["_hwreg", "candidates", "forms", "hwreg", "hwreg.fish"]
+
+
 LOOK = """
 import importlib.metadata, hwreg, sys
 machine = hwreg.Machine(hwreg.Sim("intel", state="/tmp/state"))
@@ -303,16 +276,26 @@ def test_scripts_import_the_package(root, user, packages):
     ran = root.run("/usr/bin/python3", "-W", "error", "-c", LOOK, user=user)
     assert ran.stderr == ""
     assert ran.stdout == ("0x3e308086 works /usr/lib/python3/dist-packages/hwreg/__init__.py\n"
-                          f"hwreg.pytest_plugin {field(packages[2], 'Version')} False\n")
+                          f"hwreg.pytest_plugin {field(packages['python3-hwreg'], 'Version')} False\n")
     root.must("rm /tmp/state /tmp/state.lock")
+
+
+@pytest.mark.parametrize("name", ["simulated-board", "python", "static"])
+def test_the_tests_that_debian_runs_pass(root, name):
+    """As autopkgtest runs them, with what they ask for installed."""
+    asked = re.search(rf"^Tests: {name}\nDepends: (.*)$", (TOP / "debian/tests/control").read_text(), re.MULTILINE)[1]
+    root.must(f"dpkg -s {asked.replace(',', '')}")
+    shutil.copy(TOP / "debian" / "tests" / name, root.path / "tmp" / "tried")
+    root.must("mkdir -m 777 /tmp/adt && cd /tmp/adt && /tmp/tried; status=$?; rm -r /tmp/adt /tmp/tried; exit $status",
+              AUTOPKGTEST_TMP="/tmp/adt")
 
 
 # Removed (the last test: it takes the packages away)
 
 def test_nothing_is_left_after_the_packages_are_purged(installed):
     root = installed.root
-    paths = root.must("dpkg -L hwreg hwreg-sim python3-hwreg").split()
-    root.must("apt-get purge -y hwreg hwreg-sim python3-hwreg")
+    paths = root.must(f"dpkg -L {' '.join(NAMES)}").split()
+    root.must(f"apt-get purge -y {' '.join(NAMES)}")
     assert_same_files(installed.before, root.files())
     assert root.run("dpkg -s hwreg").returncode != 0
     assert [path for path in paths if "hwreg" in path and os.path.lexists(f"{root.path}{path}")] == []
