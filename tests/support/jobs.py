@@ -21,7 +21,7 @@ import time
 
 import pytest
 
-from harness import LIMIT, Run
+from harness import LIMIT, Run, status_of
 
 LEADER = pathlib.Path(__file__).with_name("session_leader.py")
 EXTPROC = 0x10000  # the terminal tells its master of each change of its modes (ioctl_tty(2), "TIOCPKT")
@@ -100,7 +100,7 @@ class Job:
         return termios.tcgetattr(self.slave)[3] & (termios.ICANON | termios.ECHO) == 0
 
     def is_asleep(self):
-        return pathlib.Path(f"/proc/{self.pid}/stat").read_text().rpartition(")")[2].split()[0] == "S"
+        return status_of(self.pid)[:1] == ["S"]
 
     def wait_for_key_wait(self):
         self.until(lambda: self.key_mode() and self.is_asleep())
