@@ -79,13 +79,17 @@ class Shell:
         os.close(self.master)
 
 
+def complete_with_tab(shell):
+    shell.type("hwreg /pc\t", "hwreg /pci ")
+    shell.type("/du\t", "/dump ")
+    shell.type("\x15hwreg /MEM /RF du\t", "dump\\ file ")
+
+
 def test_the_tab_key_of_bash_completes_on_a_terminal(tmp_path):
     (tmp_path / "dump file").touch()
     shell = Shell(tmp_path, "bash", "--norc", "--noprofile", "-i")
     shell.type(f"source {COMPLETION}\n", "> ")
-    shell.type("hwreg /pc\t", "hwreg /pci ")
-    shell.type("/du\t", "/dump ")
-    shell.type("\x15hwreg /MEM /RF du\t", "dump\\ file ")
+    complete_with_tab(shell)
     shell.type("\x15hwreg /SMB\t\t", "/SMBUS")
     shell.end()
     assert re.search(r"/SMB +/SMBIOS +/SMBUS", shell.screen)
@@ -95,8 +99,6 @@ def test_the_tab_key_of_zsh_completes_on_a_terminal(tmp_path):
     (tmp_path / "dump file").touch()
     shell = Shell(tmp_path, "zsh", "-f", "-i")
     shell.type(f"fpath=({COMPLETION.parent} $fpath); autoload -Uz compinit; compinit -u -D; echo read''y\n", "ready")
-    shell.type("hwreg /pc\t", "hwreg /pci ")
-    shell.type("/du\t", "/dump ")
-    shell.type("\x15hwreg /MEM /RF du\t", "dump\\ file ")
+    complete_with_tab(shell)
     shell.type("\x15hwreg /SMB\t\t", "/SMBIOS")
     shell.end()
