@@ -13,6 +13,7 @@ from __future__ import annotations
 
 import contextlib
 import os
+import select
 import shlex
 import subprocess
 import time
@@ -55,6 +56,21 @@ class Bound(Transport):
         return Completed(status, printed, behind if mark else "\n".join(error))
 
 
+def await_keepalive(command: Any, seconds: float = 10.0) -> None:
+    """Waits until the `cat` answers that SSHDriver keeps running on the target.
+
+    SSHDriver starts it and does not wait. Some servers drop a command that begins on a connection while another ends
+    there (dropbear 2022.83); when it is this one, SSHDriver runs no more until it is deactivated.
+    """
+    keepalive = getattr(command, "_keepalive", None)
+    if not keepalive or not keepalive.stdin or not keepalive.stdout:
+        return
+    with contextlib.suppress(BrokenPipeError):  # it has ended, and SSHDriver says so
+        os.write(keepalive.stdin.fileno(), b"\n")
+    if select.select([keepalive.stdout], [], [], seconds)[0]:
+        os.read(keepalive.stdout.fileno(), 1)
+
+
 def end_connection(command: Any, seconds: float = 10.0) -> None:
     """Ends SSHDriver's shared connection and waits until its socket is gone.
 
@@ -94,6 +110,7 @@ class HwregDriver(Driver):
     def on_activate(self) -> None:
         self._machine = Machine(Bound(self.command, self.program), power=self.power, timeout=self.timeout,
                                 lock=self.lock)  # fmt: skip
+        await_keepalive(self.command)
 
     def on_deactivate(self) -> None:
         end_connection(self.command)

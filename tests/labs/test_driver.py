@@ -7,6 +7,8 @@ import os
 import pty
 import select
 import socket
+import subprocess
+import time
 import types
 
 import attr
@@ -156,6 +158,37 @@ def test_what_happens_on_the_way_is_an_error_of_the_package(happens, error, says
     machine = Machine(hwreg.labgrid_driver.Bound(Way(happens)))
     with pytest.raises(error, match=says):
         machine.pci.read(0, 0, 0, 0, 8)
+
+
+@pytest.fixture
+def keepalive():
+    """Starts what SSHDriver keeps running on the board."""
+    started = []
+
+    def start(script):
+        pipes = dict.fromkeys(("stdin", "stdout", "stderr"), subprocess.PIPE)
+        started.append(subprocess.Popen(["sh", "-c", script], **pipes))
+        return started[-1]
+
+    yield start
+    for process in started:
+        process.kill()
+        process.communicate()
+
+
+def test_the_machine_waits_until_the_connections_own_command_runs(target, tmp_path, keepalive):
+    driver = target.get_driver("HwregDriver", activate=False)
+    driver.command._keepalive = keepalive(f"sleep 0.5; touch {tmp_path}/runs; exec cat")  # as SSHDriver has one
+    assert target.get_driver("HwregDriver").machine
+    assert (tmp_path / "runs").exists()
+    assert driver.command._keepalive.communicate(b"ends with its input", timeout=20)[0] == b"ends with its input"
+
+
+@pytest.mark.parametrize("script, seconds", [("exit 255", 60), ("exec sleep 60", 0.2)], ids=["ended", "silent"])
+def test_a_connections_command_that_does_not_answer_is_left_to_its_driver(keepalive, script, seconds):
+    began = time.monotonic()
+    hwreg.labgrid_driver.await_keepalive(types.SimpleNamespace(_keepalive=keepalive(script)), seconds)
+    assert time.monotonic() - began < 30
 
 
 # ssh, asked to end a shared connection, says that it does and removes the socket a little later.
