@@ -1,5 +1,5 @@
 # What is installed where: `hwreg` for the machine under test, `hwreg-static` for those without a libc, `hwreg-sim` for
-# the desk, `python3-hwreg` for scripts. Each is a component, and a package of the same name in debian/ and hwreg.spec.
+# the desk, `python3-hwreg` for scripts. Each is a component, and a package of the same name in debian/ and as rpm.
 set(made ${CMAKE_BINARY_DIR}/packaging)
 
 # compressed(SOURCE NAME FOLDER COMPONENT) installs SOURCE as FOLDER/NAME.gz, the same bytes each time. It is compressed

@@ -75,8 +75,8 @@ def bare(tmp_path_factory):
     """A root with nothing but what stands in for the system's packages."""
     work = tmp_path_factory.mktemp("stand-ins")
     collect(work / "files")
-    (work / "it.spec").write_text(STAND_INS.replace("FILES", f"{work}/files"))
-    subprocess.run(["rpmbuild", "-bb", "--define", f"_topdir {work}", work / "it.spec"], check=True,
+    (work / "recipe").write_text(STAND_INS.replace("FILES", f"{work}/files"))
+    subprocess.run(["rpmbuild", "-bb", "--define", f"_topdir {work}", work / "recipe"], check=True,
                    capture_output=True)
     root = Root(FOLDER / "work" / "rpm")
     shutil.rmtree(root.path, ignore_errors=True)
